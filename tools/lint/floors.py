@@ -1,0 +1,99 @@
+#!/usr/bin/env python3
+"""Checks how the tree is laid out: includes point downward only and in no circles, only the platform knows the
+operating system, no source file grows past 600 lines, and the project speaks of itself alone."""
+import re
+import sys
+
+import tree
+
+MOST_LINES = 600
+
+# Folder -> folders of the tree that its files may include, its own among them. The longest folder that fits decides.
+CLIENT = ("include/",)
+PLATFORM = ("include/osse/", "include/install/", "platform/posix/", "platform/System.h")
+CORE = CLIENT + ("platform/posix/", "genreg/core/")
+FLOORS = {
+    "include/osse/": ("include/osse/",),
+    "include/install/": ("include/install/", "include/osse/"),
+    "include/genreg/": CLIENT,
+    "platform/System.h": (),
+    "platform/osse/": PLATFORM + ("platform/osse/",),
+    "platform/install/": PLATFORM + ("platform/install/",),
+    "platform/posix/": PLATFORM,
+    "genreg/core/": CORE,
+    "genreg/text/": CORE + ("genreg/text/",),
+    "genreg/bin/": CORE + ("genreg/bin/",),
+    "genreg/global/": CORE + ("genreg/bin/", "genreg/global/"),
+    "tools/genreg/": CLIENT + ("tools/genreg/",),
+    "examples/": CLIENT,
+    "tests/": ("",),
+    "bench/": ("",),
+    "prove/": ("",),
+}
+
+# Where more than the language's own headers may be included. Those have neither a suffix nor a folder.
+OUTSIDE = {
+    "platform/": re.compile(r".*"),
+    "tests/": re.compile(r".*"),
+    "bench/": re.compile(r".*"),
+    "prove/": re.compile(r".*"),
+    "tools/genreg/": re.compile(r"CLI/.*|nlohmann/.*|fmt/.*|(unistd|fcntl|signal|spawn|poll|sys/wait|sys/inotify)\.h"),
+}
+
+# Where somebody else's text would say it, this project says it in its own words.
+FOREIGN_WORDS = re.compile(r"Part [1-6]\.[0-9]|spec\.md|[Ss]pecification")
+
+
+def rule(rules, path):
+    fitting = [folder for folder in rules if str(path).startswith(folder)]
+    return rules[max(fitting, key=len)] if fitting else None
+
+
+def floors(path):
+    allowed, outside = rule(FLOORS, path), rule(OUTSIDE, path)
+    if allowed is None:
+        yield f"{path}: stands on no floor"
+        return
+    for name, inside in tree.includes(path):
+        if inside is not None and not str(inside).startswith(allowed):
+            yield f"{path}: may not include {inside}"
+        if inside is None and ("." in name or "/" in name) and not (outside and outside.fullmatch(name)):
+            yield f"{path}: may not include <{name}>, which belongs to the operating system or to another library"
+
+
+def circles(paths):
+    """One complaint for each include that leads back to a file which is being followed."""
+    done, trail = set(), []
+
+    def follow(path):
+        if path in trail:
+            yield "includes go in a circle: " + " -> ".join(map(str, trail[trail.index(path):] + [path]))
+        elif path not in done:
+            trail.append(path)
+            for _, inside in tree.includes(path):
+                if inside is not None:
+                    yield from follow(inside)
+            done.add(trail.pop())
+
+    for path in paths:
+        yield from follow(path)
+
+
+def complaints():
+    sources = tree.files(".h", ".cpp")
+    for path in sources:
+        yield from floors(path)
+    yield from circles(sources)
+    for path in sources + tree.files(".py", ".sh"):
+        lines = tree.text(path).count("\n")
+        if lines > MOST_LINES:
+            yield f"{path}: {lines} lines; more than {MOST_LINES} want to be two files"
+    for path in tree.files():
+        for number, line in enumerate(tree.text(path).splitlines(), 1):
+            if FOREIGN_WORDS.search(line):
+                yield f"{path}:{number}: say it in the project's own words: {line.strip()}"
+
+
+found = list(complaints())
+print("\n".join(found), end="\n" if found else "", file=sys.stderr)
+sys.exit(1 if found else 0)
