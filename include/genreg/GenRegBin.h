@@ -1,0 +1,77 @@
+// The engine for registries of length-framed binary records.
+//
+// File: frames one after another, nothing between them; with REG_FEATURE_CHECKSUM_HEADER 32 bytes stand before the
+// first.
+//   0 or 32  4  payload length L, unsigned; big-endian with REG_FEATURE_BIG_ENDIAN, else in the machine's order
+//   +4       L  payload: the packed image of a record with REG_FEATURE_PACKED, else the record's bytes in memory
+// Checksum header: sqlzChecksumXOR of all bytes from offset 32 on, as "%d" text with its NUL, then zeros.
+// L is 3 to 1,048,576 when written; when read, a frame must end within the file.
+#pragma once
+
+#include <genreg/GenRegFile.h>
+
+// Replaces the record in *buffer by its packed image. The buffer comes from _ossMemAlloc and holds at least
+// GetMaxRecordSize bytes; the callback replaces it when the image is larger. previousImage is the record's image as it
+// stood in the file, or null for a new record.
+using GenRegPackRecord = unsigned int (*)(void** buffer, void* previousImage);
+// Replaces the image in *buffer by the record; the same buffer rules.
+using GenRegUnpackRecord = unsigned int (*)(void** buffer);
+using GenRegGetPackedRecordSize = unsigned int (*)(void* packed, unsigned long* size);
+
+// Additions, null unless a schema fills them; nothing changes when they are null. The images that they are given, and
+// the previous image that PackRecord is given once checkPacked is filled, lie in the file's bytes: at any alignment,
+// and with nothing behind their length. 0 when the image is whole: every length in it stays within the image and its
+// member. Asked before an image from a file is unpacked, measured or carried over; a bad one is refused with
+// REG_UNPACK_FAILED.
+using GenRegCheckPacked = unsigned int (*)(const void* image, unsigned long length);
+// False when the record of this (checked) image surely does not match the key under the mask; saves unpacking it.
+using GenRegPackedMayMatch = bool (*)(unsigned long mask, const void* image, unsigned long length, const void* key);
+// Whether unpacking this (checked) image and packing it again with itself as the previous image gives the same bytes.
+using GenRegPacksAlike = bool (*)(const void* image, unsigned long length);
+
+class GENREG_EXPORT GenRegBin : public GenRegFile {
+public:
+    GenRegBin() noexcept;
+    ~GenRegBin() noexcept;
+
+    // The code of the first slot that is missing: validate, size and, with packing on, pack and unpack; else 0.
+    unsigned int CheckFuncPtrs() noexcept;
+
+    // Reads the frame at the stream's position. *buffer (from _ossMemAlloc, GetMaxRecordSize bytes) gets the payload;
+    // it is replaced when the frame is larger, and is the caller's either way. *length is set even on failure. 0;
+    // REG_NO_MORE_RECORDS; REG_FRAME_TRUNCATED; REG_FRAME_LENGTH_READ_FAILED; REG_FRAME_PAYLOAD_READ_FAILED;
+    // REG_NO_WORK_BUFFER; REG_FREE_WORK_BUFFER_FAILED.
+    unsigned int ReadRecord(std::FILE* stream, void** buffer, unsigned long* length) noexcept;
+    // Writes one frame at the stream's position. The record is packed already when packing is on. REG_RECORD_TOO_SMALL,
+    // REG_RECORD_SIZE_REFUSED: nothing is written. REG_FRAME_LENGTH_WRITE_FAILED, REG_FRAME_PAYLOAD_WRITE_FAILED,
+    // REG_NO_GET_RECORD_SIZE, REG_NO_GET_PACKED_RECORD_SIZE.
+    unsigned int WriteRecord(std::FILE* stream, void* record) noexcept;
+
+    // The first record that matches, into result (GetMaxRecordSize bytes). REG_NOT_FOUND zeroes it. REG_MISSING: there
+    // is no file. REG_RECORD_REFUSED, REG_OPEN_FAILED, REG_READ_FAILED, REG_UNPACK_FAILED, REG_CLOSE_FAILED, and the
+    // codes of a missing slot, of the record size and of memory.
+    unsigned int Get(unsigned long matchType, void* key, void* result) noexcept;
+    // The next one of the open scan. REG_SCAN_NOT_OPEN; REG_NO_MORE_RECORDS at the end and ever after.
+    unsigned int GetNext(unsigned long matchType, void* key, void* result) noexcept;
+
+    // Appends a record. REG_DUPLICATE when one matches already and duplicates are not allowed.
+    unsigned int Add(unsigned long matchType, void* record) noexcept;
+    // Replaces the record that matches (every one where duplicates are allowed). REG_NOT_FOUND, REG_SEVERAL_MATCH,
+    // REG_UNCHANGED.
+    unsigned int Change(unsigned long matchType, void* key, void* newRecord) noexcept;
+    // Removes the record that matches (every one where duplicates are allowed). REG_NOT_FOUND, REG_SEVERAL_MATCH.
+    unsigned int Delete(unsigned long matchType, void* key) noexcept;
+    // Whether the temporary copy differs from the registry by just this change; commits it if so.
+    unsigned int Verify(unsigned long operationCode, unsigned long matchType, void* record, void* key) noexcept;
+
+protected:
+    GenRegPackRecord packRecord = nullptr;
+    GenRegUnpackRecord unpackRecord = nullptr;
+    GenRegGetPackedRecordSize getPackedRecordSize = nullptr;
+    GenRegCheckPacked checkPacked = nullptr;
+    GenRegPackedMayMatch packedMayMatch = nullptr;
+    GenRegPacksAlike packsAlike = nullptr;
+
+private:
+    friend class GenRegBinFrames;  // the loops of the operations, in the library
+};

@@ -1,0 +1,143 @@
+// The file side of a registry object: companion paths, the lock, the open/close transaction and the scan.
+//
+// Files. A registry P in directory D with base name B has four companions: D/.B.lock (the lock file, never removed),
+// P.tmp (the next version while it is written), D/.B.bkp (the previous version during a commit) and P.cor (a temporary
+// copy that an interrupted writer left). A registry that is a symbolic link has its companions beside the real file.
+//
+// An update is bracketed by Lock / UnLock and made between OpenReg(op) and CloseReg(op): the current file is read from
+// regFp, the next version is written to tmpFp, and the commit puts it in place:
+//   error flag of the copy, flush, sync, close - hard link of the backup - rename - sync of the directory - removal of
+//   the backup.
+// What stands on disk after each outcome:
+//   moment                          registry   .tmp      .bkp   .cor
+//   after OpenReg(2, 4, 8)          old        empty     -      the stale .tmp, if there was one
+//   death while writing             old        partial   -      as before; the next update moves the .tmp there
+//   death between link and rename   old        complete  old    -
+//   after the commit                new        -         -      unchanged
+//
+// Locks belong to the open file, so threads of one process exclude each other like processes do. A thread must close
+// its own scan before it appends in place through another object.
+#pragma once
+
+#include <genreg/GenRegBase.h>
+#include <osse/OSSHFile.h>
+
+#include <cstdio>
+
+// The size in bytes of this record in memory, and of the largest record.
+using GenRegGetRecordSize = unsigned int (*)(void* record, unsigned long* size);
+using GenRegGetMaxRecordSize = unsigned int (*)(unsigned long* size);
+
+// Told while Lock waits: the lock file, and how long it has waited so far in milliseconds.
+using GenRegLockNotice = void (*)(void* context, const char* lockPath, unsigned long waitedMilliseconds);
+
+class GenRegInput;
+
+class GENREG_EXPORT GenRegFile : public GenRegBase {
+public:
+    GenRegFile() noexcept;
+    // Closes what is still open; deletes no file. Failures are logged.
+    ~GenRegFile() noexcept;
+
+    // The five paths. A buffer of at least the path's length plus one gets it (0); a smaller one an empty text and
+    // REG_BUFFER_TOO_SMALL; one of size 0 is not touched.
+    unsigned int getRegistryPath(char* buffer, unsigned long size) noexcept;
+    unsigned int getRegistryBackupPath(char* buffer, unsigned long size) noexcept;
+    unsigned int getRegistryLockPath(char* buffer, unsigned long size) noexcept;
+    unsigned int getRegistryCorruptTmpPath(char* buffer, unsigned long size) noexcept;
+    unsigned int getRegistryTmpPath(char* buffer, unsigned long size) noexcept;
+
+    // Moves all five paths to the real file when the registry path is a symbolic link. Always 0. More than 40 links,
+    // or a real path whose companions would not fit, leave the paths as they are.
+    unsigned int GetAndSetRealRegistryPaths() noexcept;
+
+    // Takes the lock file: flags REG_LOCK_*, one of exclusive/shared and one of wait/nowait (else
+    // REG_INVALID_ARGUMENT). The second argument is ignored. REG_NOT_CONFIGURED, REG_ALREADY_LOCKED,
+    // REG_CREATE_DIRECTORY_FAILED, REG_OPEN_LOCK_FAILED, REG_LOCK_HELD (not waiting, or the limit was reached), else
+    // the platform's code. After a failed lock the lock file stays open until the next Lock or the end of the object.
+    unsigned int Lock(unsigned long flags, unsigned long reserved) noexcept;
+    // REG_RELEASE_LOCK_FAILED (the object stays locked), REG_CLOSE_LOCK_FAILED.
+    unsigned int UnLock() noexcept;
+
+    // A limit for the wait of Lock, in milliseconds; negative (the default) is none. The notice, when given, is called
+    // every second or so while the lock is held elsewhere. Neither concerns the lock on the registry file.
+    void SetLockWait(long limitMilliseconds, GenRegLockNotice notice, void* context) noexcept;
+
+    // Opens for REG_OP_*. After any result but REG_SCAN_OPEN follow it with CloseReg. REG_MISSING,
+    // REG_OPEN_FILE_FAILED, REG_LOCK_FILE_FAILED, REG_READ_FAILED, REG_CHECKSUM_DIFFERS, REG_CHECKSUM_READ_FAILED,
+    // REG_NO_CHECKSUM_BUFFER, REG_DELETE_CORRUPT_FAILED, REG_FILE_INFO_FAILED, REG_OPEN_TMP_FAILED,
+    // REG_SET_PERMISSIONS_FAILED, REG_CREATE_DIRECTORY_FAILED, REG_SCAN_OPEN.
+    unsigned int OpenReg(unsigned long op) noexcept;
+    // Closes; commits with op 16 under REG_FEATURE_DEFERRED_COMMIT, else with op 2 and 8, and 4 unless duplicates are
+    // allowed; REG_OP_READ abandons. REG_CLOSE_FILE_FAILED, REG_CLOSE_TMP_FAILED, REG_BACKUP_FAILED,
+    // REG_RENAME_FAILED: the old file stands. REG_NO_CHECKSUM_BUFFER, REG_CHECKSUM_READ_FAILED, REG_COPY_WRITE_FAILED:
+    // stamping the checksum failed, the old file stands. The platform's code when only the backup could not be removed.
+    unsigned int CloseReg(unsigned long op) noexcept;
+
+    // A scan holds the file open under a shared lock; it reads the version that it opened. REG_NOT_CONFIGURED,
+    // REG_OPEN_FILE_FAILED, REG_LOCK_FILE_FAILED.
+    unsigned int OpenScan() noexcept;
+    // Closes it, open or not. REG_CLOSE_FILE_FAILED.
+    unsigned int CloseScan() noexcept;
+    // Back to the first record. REG_REWIND_FAILED.
+    unsigned int Rewind() noexcept;
+    // The scan's position, opaque and valid only within the same scan. REG_SCAN_NOT_OPEN, REG_NULL_POINTER,
+    // REG_GET_POSITION_FAILED, REG_SET_POSITION_FAILED.
+    unsigned int getRegFilePosition(long long* position) noexcept;
+    unsigned int setRegFilePosition(long long* position) noexcept;
+
+    // Nothing; 0.
+    unsigned int Load(unsigned long reserved) noexcept;
+    unsigned int UnLoad(unsigned long reserved) noexcept;
+
+protected:
+    GenRegGetRecordSize getRecordSize = nullptr;
+    GenRegGetMaxRecordSize getMaxRecordSize = nullptr;
+    char regPath[REG_PATH_SIZE] = {};
+    char bkpPath[REG_PATH_SIZE] = {};
+    char tmpPath[REG_PATH_SIZE] = {};
+    char corPath[REG_PATH_SIZE] = {};
+    char lockPath[REG_PATH_SIZE] = {};
+    OSSHFile lockFile;
+    OSSFileOpenRequest lockOpenRequest = {OSS_REQUEST_VERSION, nullptr, 0, 0, 0, 0};
+    std::FILE* regFp = nullptr;
+    std::FILE* tmpFp = nullptr;
+    unsigned long regPermissions = 0;   // of a new registry file; 0 is 0644
+    unsigned long lockPermissions = 0;  // of a new lock file; 0 is 0644
+    unsigned long checksumHeaderPending = 1;
+
+    // What every schema constructor does with its path: REG_EMPTY_ARGUMENT, REG_PATH_TOO_LONG, REG_BASE_NAME_FAILED,
+    // REG_DIRECTORY_NAME_FAILED; else sets the five paths and REG_STATE_CONFIGURED.
+    unsigned int setRegistryPaths(const char* path) noexcept;
+
+private:
+    friend class GenRegTransaction;  // the frames of the engines, in the library
+    friend class GenRegLookup;
+
+    // GetAndSetRealRegistryPaths; the platform's code when nobody can tell whether the path is a link.
+    unsigned int moveToRealFile() noexcept;
+    unsigned int openRegistryFile(unsigned long op) noexcept;
+    unsigned int openTemporaryCopy(unsigned long op) noexcept;
+    unsigned int judgeHeader(int descriptor, unsigned long size, unsigned long* body) noexcept;
+    unsigned int finishAppend(bool keep) noexcept;
+    bool closeRegistryStream() noexcept;
+    unsigned int closeRegistryFile() noexcept;
+    unsigned int closeTemporaryCopy(bool written) noexcept;
+    unsigned int stampTemporaryCopy(unsigned int* checksum) noexcept;
+    unsigned int commit(unsigned int checksum) noexcept;
+    unsigned int lockWithin(const OSSFileLockRequest& request) noexcept;
+    void dropScanInput() noexcept;
+
+    OSSHFile regHandle_;                // owns the lock of regFp
+    GenRegInput* scanInput_ = nullptr;  // read-ahead of an open scan
+    char* tmpBuffer_ = nullptr;         // stdio's buffer of tmpFp
+    unsigned long regBody_ = 0;         // where the first record of regFp begins
+    unsigned long tmpBody_ = 0;         // and of tmpFp, when it is read
+    unsigned long regSize_ = 0;         // of the registry file when it was opened, in bytes
+    bool regStreamOnHandle_ = false;    // regFp was opened on the descriptor of regHandle_
+    bool regCreated_ = false;           // OpenReg made the registry file
+    bool regAppends_ = false;           // regFp is open for appending, not for reading
+    long lockWaitLimit_ = -1;
+    GenRegLockNotice lockNotice_ = nullptr;
+    void* lockNoticeContext_ = nullptr;
+};

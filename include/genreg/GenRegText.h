@@ -1,0 +1,60 @@
+// The engine for registries that hold one record per logical line of text.
+//
+// Lines that an operation does not touch are carried byte for byte: comments, blank lines, continuation backslashes,
+// bytes that are no text, lines longer than the line buffer (which are never parsed). Only a last line without a
+// newline gains one, in Add and Change.
+#pragma once
+
+#include <genreg/GenRegFile.h>
+
+// Fills the record from one logical line; 0 when the line holds a record of the schema.
+using GenRegParseLine = unsigned int (*)(void* record, const char* line);
+// Writes the record's line into a buffer of REG_LINE_SIZE bytes, which on entry holds the line as it stands in the file
+// (empty for a new one). The engine adds a newline when it is missing.
+using GenRegFormatLine = unsigned int (*)(void* record, char* line);
+// An addition, null unless a schema fills it: false when no record of this physical line (its newline included, no
+// terminator) can match the key under the mask. It only saves parsing and must agree with MatchRecord.
+using GenRegLineMayMatch = bool (*)(unsigned long mask, const char* line, unsigned long length, const void* key);
+
+class GENREG_EXPORT GenRegText : public GenRegFile {
+public:
+    GenRegText() noexcept;
+    ~GenRegText() noexcept;
+
+    // The code of the first slot that is missing, in the order validate, size, parse, match, format; 0 when none is.
+    unsigned int CheckFuncPtrs() noexcept;
+    unsigned int OpenReg(unsigned long mode) noexcept;
+    unsigned int CloseReg(unsigned long mode) noexcept;
+
+    // The first line that matches the key, into record (GetMaxRecordSize bytes). REG_NOT_FOUND zeroes the record.
+    // REG_RECORD_REFUSED, REG_OPEN_FAILED, REG_READ_FAILED, REG_CLOSE_FAILED, and the codes of a missing slot, of the
+    // record size and of memory.
+    unsigned int Get(unsigned long mask, void* key, void* record) noexcept;
+    // The next matching line of the open scan; with mask 0 the next line whatever it holds. REG_SCAN_NOT_OPEN;
+    // REG_NO_MORE_RECORDS at the end and ever after.
+    unsigned int GetNext(unsigned long mask, void* key, void* record) noexcept;
+
+    // Appends a line. REG_DUPLICATE when one matches already and duplicates are not allowed; REG_BUFFER_TOO_SMALL when
+    // the last line lacks its newline and is longer than 2,048 bytes.
+    unsigned int Add(unsigned long mask, void* record) noexcept;
+    // Replaces the line that matches (every one where duplicates are allowed). REG_NOT_FOUND; REG_SEVERAL_MATCH;
+    // REG_UNCHANGED when the line says so already.
+    unsigned int Change(unsigned long mask, void* key, void* record) noexcept;
+    // Removes the line that matches (every one where duplicates are allowed). REG_NOT_FOUND; REG_SEVERAL_MATCH.
+    unsigned int Delete(unsigned long mask, void* key) noexcept;
+    // Whether the temporary copy differs from the registry by just this change; commits it if so. Called by the updates
+    // under REG_FEATURE_DEFERRED_COMMIT, which answer REG_VERIFY_FAILED for any failure of it.
+    unsigned int Verify(unsigned long operation, unsigned long mask, void* record, void* key) noexcept;
+
+    // The distinct port numbers of the open registry stream, in order, one entry at most per line; no count, no bound.
+    unsigned int GetPortnumbers(int* ports) noexcept;
+
+protected:
+    GenRegParseLine parseLine = nullptr;
+    GenRegFormatLine formatLine = nullptr;
+    GenRegLineMayMatch lineMayMatch = nullptr;
+
+private:
+    friend class GenRegTextLines;   // the loops of the operations, in the library
+    friend class GenRegTextSchema;  // the construction of its schemas
+};

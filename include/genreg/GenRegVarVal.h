@@ -1,0 +1,57 @@
+// Files of lines "variable = value", with optional comments after "#".
+//
+//   blanks variable blanks "=" blanks value blanks "#" comment
+//
+// A value may stand in double quotes, which are kept as part of it. "#" starts the comment anywhere, inside quotes too.
+// Rewriting a line keeps its blanks.
+#pragma once
+
+#include <genreg/GenRegText.h>
+
+// Bits of GenRegVarValRecord::contains, and of the mask of the operations.
+constexpr unsigned long VARVAL_HAS_COMMENT = 0x1;
+constexpr unsigned long VARVAL_HAS_PAIR = 0x2;
+constexpr unsigned long VARVAL_MATCH_VARIABLE = 0x1;
+constexpr unsigned long VARVAL_MATCH_VALUE = 0x2;
+
+struct GenRegVarValRecord {
+    unsigned long contains;  // 0: a blank line
+    char* comment;           // the text after "#", or null
+    char* variable;
+    char* value;
+    char lineText[2048];  // what the three point into when the record was read
+};
+
+class GENREG_EXPORT GenRegVarVal : public GenRegText {
+public:
+    // *rc: 0, REG_EMPTY_ARGUMENT, REG_PATH_TOO_LONG, REG_BASE_NAME_FAILED, REG_DIRECTORY_NAME_FAILED.
+    GenRegVarVal(const char* path, unsigned int* rc) noexcept;
+    ~GenRegVarVal() noexcept;
+
+    // Look a variable up and convert its value. False, and the output untouched, when there is none or the conversion
+    // does not take the whole text, or it lies outside the type. The text of GetStringValue lives in the object until
+    // its next GetStringValue.
+    bool GetStringValue(const char* variable, const char** value) noexcept;
+    bool GetBooleanValue(const char* variable, bool* value) noexcept;
+    bool GetDoubleValue(const char* variable, double* value) noexcept;
+    bool GetSint64Value(const char* variable, long* value) noexcept;
+    bool GetSintValue(const char* variable, long* value) noexcept;
+    bool GetUint64Value(const char* variable, unsigned long* value) noexcept;
+    bool GetUintValue(const char* variable, unsigned long* value) noexcept;
+
+    // The record callbacks.
+    static unsigned int ParseLine(void* record, const char* line) noexcept;
+    static unsigned int FormatLine(void* record, char* line) noexcept;
+    static unsigned int MatchRecord(unsigned long mask, void* record, void* key) noexcept;
+    static unsigned int ValidateRecord(unsigned long mask, void* record) noexcept;
+    static unsigned int PrintRecord(void* record) noexcept;
+    static unsigned int GetRecordSize(void* record, unsigned long* size) noexcept;
+    static unsigned int GetMaxRecordSize(unsigned long* size) noexcept;
+
+private:
+    bool lookUp(const char* variable, GenRegVarValRecord* record) noexcept;
+    template <typename Value, typename Convert>
+    bool getValue(const char* variable, Value* value, Convert convert) noexcept;
+
+    char stringValue_[2048] = {};
+};
