@@ -1,0 +1,129 @@
+// What the registry needs of the operating system beyond the maker's support libraries. Linked into the library itself.
+// Together with the two stand-ins this is the only place that knows one operating system from another.
+//
+// Every call is retried when a signal interrupts it. Results: 0, or a code of ossErrorMapSystem, unless a line says
+// otherwise. Descriptors handed out are close-on-exec and never 0 to 2.
+#pragma once
+
+#include <cstddef>
+#include <cstdio>
+
+namespace posix {
+
+// --- files by path -----------------------------------------------------------------------------------------------
+
+// Whether anything stands at the path; a link counts as itself and is not followed. Where nobody can tell, yes.
+[[nodiscard]] bool exists(const char* path) noexcept;
+
+// Where the link at the path leads, terminated, into target: the length (cut to size - 1). -1 with errno when it cannot
+// be read, EINVAL when it is no link.
+[[nodiscard]] long readLink(const char* path, char* target, std::size_t size) noexcept;
+
+// Creates an empty file with the permissions (less the umask) when nothing stands there; what exists is left alone.
+[[nodiscard]] unsigned int createIfMissing(const char* path, unsigned long permissions) noexcept;
+
+// A file that did not exist before, open for reading and writing (appending: every write goes to its end), with no
+// permissions for anyone but its owner. Never through a link. *descriptor is -1 on failure.
+[[nodiscard]] unsigned int createFresh(const char* path, bool appending, int* descriptor) noexcept;
+
+[[nodiscard]] unsigned int linkFile(const char* from, const char* to) noexcept;
+
+// --- open files --------------------------------------------------------------------------------------------------
+
+struct FileStatus {
+    unsigned long size;
+    unsigned long permissions;
+    unsigned long device;
+    unsigned long inode;
+    unsigned int owner;
+    unsigned int group;
+    bool regular;
+};
+
+[[nodiscard]] unsigned int statusOf(int descriptor, FileStatus* status) noexcept;
+
+// Opens an existing file for reading; never through a link at its last part.
+[[nodiscard]] unsigned int openToRead(const char* path, int* descriptor) noexcept;
+
+// Opens an existing file for appending (reading: for reading and writing at any place); never through a link at its
+// last part and never creating.
+[[nodiscard]] unsigned int openToAppend(const char* path, int* descriptor) noexcept;
+[[nodiscard]] unsigned int openToPatch(const char* path, int* descriptor) noexcept;
+[[nodiscard]] unsigned int closeDescriptor(int descriptor) noexcept;
+
+// Reads up to size bytes at the offset; fewer only at the end of the file. *got is set on success only.
+[[nodiscard]] unsigned int readAt(int descriptor, void* buffer, std::size_t size, unsigned long offset,
+                                  std::size_t* got) noexcept;
+
+// Writes all of it, or fails.
+[[nodiscard]] unsigned int writeAt(int descriptor, const void* bytes, std::size_t size, unsigned long offset) noexcept;
+
+// Writes all of it at the descriptor's own place, in one call to the system; a short write is a failure (ENOSPC, in
+// errno too).
+[[nodiscard]] unsigned int writeOnce(int descriptor, const void* bytes, std::size_t size) noexcept;
+
+[[nodiscard]] unsigned int truncateTo(int descriptor, unsigned long size) noexcept;
+
+// --- durability and attributes -----------------------------------------------------------------------------------
+
+// The file's contents and length are on the medium when this returns 0.
+[[nodiscard]] unsigned int syncFile(int descriptor) noexcept;
+
+// The names in the directory are.
+[[nodiscard]] unsigned int syncDirectory(const char* directory) noexcept;
+
+// Gives the file `to` the permission bits of the file `from` (a failure is the result) and, as far as this process may,
+// its owner, group, ACL and security label (a refusal is not). The set-user-ID and set-group-ID bits survive only with
+// owner and group; the group bits of a file whose ACL is refused do not survive, for they are the ACL's mask. An ACL
+// that `to` has from its directory and `from` has not is taken away.
+[[nodiscard]] unsigned int carryAttributes(int from, int to) noexcept;
+
+// Permission bits; owner and group, where the group is tried alone when both are refused (the result is the first
+// failure).
+[[nodiscard]] unsigned int setPermissions(int descriptor, unsigned long permissions) noexcept;
+[[nodiscard]] unsigned int setOwner(int descriptor, unsigned int owner, unsigned int group) noexcept;
+
+// --- locks -------------------------------------------------------------------------------------------------------
+
+// Whether some open file holds a lock on the file that conflicts with an exclusive one. A missing file is not locked.
+[[nodiscard]] unsigned int isLocked(const char* path, bool* locked) noexcept;
+
+// The monitor's lock: opened read-write, created when missing, never truncated; then who holds a classic record lock on
+// it. *holder is below 1 when nobody does (or when the holder names no process).
+[[nodiscard]] unsigned int openMonitorLock(const char* path, int* descriptor) noexcept;
+[[nodiscard]] unsigned int recordLockHolder(int descriptor, long* holder) noexcept;
+
+// Whether the descriptor still is the file at the path.
+[[nodiscard]] bool isSameFile(int descriptor, const char* path) noexcept;
+
+// --- process -----------------------------------------------------------------------------------------------------
+
+[[nodiscard]] unsigned int sendHangup(long process) noexcept;
+[[nodiscard]] long processId() noexcept;
+[[nodiscard]] unsigned int userId() noexcept;
+
+// The name of the running program, without its path; never null.
+[[nodiscard]] const char* programName() noexcept;
+
+// --- time --------------------------------------------------------------------------------------------------------
+
+[[nodiscard]] long long monotonicMilliseconds() noexcept;
+void sleepMilliseconds(long milliseconds) noexcept;
+
+// --- streams -----------------------------------------------------------------------------------------------------
+
+// A stdio stream that owns the descriptor, or null (the descriptor is then still the caller's).
+[[nodiscard]] std::FILE* openStream(int descriptor, const char* mode) noexcept;
+[[nodiscard]] int descriptorOf(std::FILE* stream) noexcept;
+
+// Writes out what the stream holds back, an interrupted write again. False with errno; what could not be written is
+// dropped.
+[[nodiscard]] bool flushStream(std::FILE* stream) noexcept;
+
+// False with errno. An interrupted close is a close: the descriptor is gone. What must not be lost is flushed before.
+[[nodiscard]] bool closeStream(std::FILE* stream) noexcept;
+
+// Locale-free, unlocked writing for streams that one thread owns: true when all of it was taken.
+[[nodiscard]] bool writeUnlocked(std::FILE* stream, const void* bytes, std::size_t size) noexcept;
+
+}  // namespace posix

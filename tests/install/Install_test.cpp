@@ -1,0 +1,85 @@
+// The installation path and the level file.
+#include <install/Install.h>
+#include <osse/Errors.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "../posix/Scratch.h"
+
+namespace {
+
+class InstallTest : public Scratch {
+protected:
+    InstallTest() {
+        std::filesystem::create_directory(path("adm"));
+        ::setenv("RVN_INSTALL_PATH_OVERRIDE", path("").c_str(), 1);
+    }
+    ~InstallTest() override { ::unsetenv("RVN_INSTALL_PATH_OVERRIDE"); }
+
+    [[nodiscard]] static SqleLevelInfo level() {
+        SqleLevelInfo info;
+        std::memset(&info, 0xff, sizeof info);
+        EXPECT_EQ(sqleGetLevelInfo(SQLE_LEVEL_INFO_VERSION, &info), 0u);
+        return info;
+    }
+};
+
+TEST_F(InstallTest, EachLineOfTheLevelFileWinsByItself) {
+    const SqleLevelInfo compiledIn = level();
+    (void)write("adm/level", "# level\nfixpack=7\nversion=10.1.0.0\nunknown=1");
+    EXPECT_STREQ(level().versionString, "10.1.0.0");
+    EXPECT_STREQ(level().buildLevel, compiledIn.buildLevel);
+    EXPECT_EQ(level().fixpackNumber, 7u);
+    (void)write("adm/level", "build=s20");
+    EXPECT_STREQ(level().buildLevel, "s20");
+    EXPECT_STREQ(level().versionString, compiledIn.versionString);
+}
+
+TEST_F(InstallTest, LinesThatAreNotUnderstoodChangeNothing) {
+    const SqleLevelInfo compiledIn = level();
+    for (const std::string& text :
+         {std::string("fixpack=-1\nfixpack=3x\nfixpack=\nfixpack=99999999999999999999999\n fixpack=4\n"),
+          "version=\nversion=" + std::string(24, '9') + "\nbuild=a\x01z\nbuild\n=\n", std::string(5000, '=')}) {
+        (void)write("adm/level", text);
+        const SqleLevelInfo found = level();
+        EXPECT_STREQ(found.versionString, compiledIn.versionString) << text;
+        EXPECT_STREQ(found.buildLevel, compiledIn.buildLevel) << text;
+        EXPECT_EQ(found.fixpackNumber, compiledIn.fixpackNumber) << text;
+    }
+    (void)write("adm/level", "version=" + std::string(23, '9'));
+    EXPECT_EQ(std::strlen(level().versionString), 23u);
+}
+
+TEST_F(InstallTest, ASetuidProgramListensToNoEnvironment) {
+    if (::getuid() != 0) {
+        GTEST_SKIP() << "needs root to make a set-user-ID program";
+    }
+    const std::string program = path("program");
+    std::filesystem::copy_file("/proc/self/exe", program);
+    ::chmod(program.c_str(), 04755);
+    const int result = inChild([&] {
+        if (::setgid(12345) != 0 || ::setuid(12345) != 0) {
+            return 2;
+        }
+        ::execl(program.c_str(), "program", "--gtest_filter=Scenario.DISABLED_PathIsCompiledIn",
+                "--gtest_also_run_disabled_tests", "--gtest_brief=1", nullptr);
+        return 2;
+    });
+    if (result != 0 && result != 1) {
+        GTEST_SKIP() << "the copy cannot run as another user here";
+    }
+    EXPECT_EQ(result, 0);
+}
+
+TEST(Scenario, DISABLED_PathIsCompiledIn) {
+    if (::geteuid() == ::getuid()) {
+        ::_exit(2);  // the file system grants no set-user-ID bits
+    }
+    char text[1024];
+    ASSERT_NE(::getenv("RVN_INSTALL_PATH_OVERRIDE"), nullptr);
+    ASSERT_EQ(sqloInstallPath(sizeof text, text), 0u);
+    EXPECT_STRNE(text, ::getenv("RVN_INSTALL_PATH_OVERRIDE"));
+}
+
+}  // namespace

@@ -1,0 +1,90 @@
+// Paths, directories and text of the platform.
+#include <osse/Errors.h>
+#include <osse/Files.h>
+#include <osse/OSSHFile.h>
+#include <osse/Text.h>
+#include <pwd.h>
+
+#include <climits>
+
+#include "../posix/Scratch.h"
+
+namespace {
+
+using FilesTest = Scratch;
+
+TEST(Paths, AreSplitAtTheLastSlash) {
+    struct Case {
+        const char* path;
+        const char* base;
+        const char* directory;
+    };
+    for (const Case& c : {Case{"/a/b", "b", "/a"}, Case{"/b", "b", "/"}, Case{"b", "b", "."}, Case{"a/b.c", "b.c", "a"},
+                          Case{"", "", "."}}) {
+        char text[8];
+        EXPECT_EQ(ossBaseName(c.path, text, sizeof text), 0u);
+        EXPECT_STREQ(text, c.base);
+        EXPECT_EQ(ossDirectoryName(c.path, text, sizeof text), 0u);
+        EXPECT_STREQ(text, c.directory);
+    }
+}
+
+TEST_F(FilesTest, DirectoriesAreCreatedWithTheirParentsOnlyWhenAsked) {
+    const std::string deep = path("a//b/c/");
+    OSSDirectoryCreateRequest request{OSS_REQUEST_VERSION, deep.c_str(), 0755, 1};
+    EXPECT_EQ(ossDirectoryCreate(&request), ossErrorMapSystem(ENOENT));
+    request.depth = 2;
+    EXPECT_EQ(ossDirectoryCreate(&request), 0u);
+    EXPECT_TRUE(ossIsDirectory(path("a/b/c").c_str()));
+    EXPECT_EQ(ossDirectoryCreate(&request), 0u);
+    const std::string file = write("file", "");
+    request.path = file.c_str();
+    EXPECT_EQ(ossDirectoryCreate(&request), ossErrorMapSystem(EEXIST));
+    const std::string endless(PATH_MAX + 1, 'd');
+    request.path = endless.c_str();
+    EXPECT_EQ(ossDirectoryCreate(&request), ossErrorMapSystem(ENAMETOOLONG));
+    request.version = 1;
+    EXPECT_EQ(ossDirectoryCreate(&request), ossErrorMapSystem(EINVAL));
+}
+
+TEST_F(FilesTest, OnlyRootsOwnSetuidFilesCount) {
+    const std::string file = write("file", "");
+    ASSERT_EQ(ossFileSetPermissions(file.c_str(), 04751), 0u);
+    EXPECT_EQ(ossPathIsSetuidRoot(file.c_str()) != 0, ::getuid() == 0);
+    if (::getuid() == 0) {
+        ASSERT_EQ(::chown(file.c_str(), 12345, 0), 0);
+        ASSERT_EQ(ossFileSetPermissions(file.c_str(), 04751), 0u);
+        EXPECT_EQ(ossPathIsSetuidRoot(file.c_str()), 0);
+    }
+    OSSFileInfo info{};
+    ASSERT_EQ(ossFileGetInfoV9(file.c_str(), &info), 0u);
+    EXPECT_EQ(info.permissions, 04751u);
+}
+
+TEST(Homes, AreLookedUpInTheUserDatabase) {
+    const struct passwd* root = ::getpwnam("root");
+    ASSERT_NE(root, nullptr);
+    const std::string expected = std::string(root->pw_dir) + "/sub/file";
+    char text[256];
+    ASSERT_EQ(ossBuildHomeDirectoryRelativePath("root", "/sub/file", text, sizeof text), 0u);
+    EXPECT_EQ(text, expected);
+    EXPECT_EQ(ossBuildHomeDirectoryRelativePath("root", "/sub/file", text, expected.size()), OSS_BUFFER_TOO_SMALL);
+    EXPECT_STREQ(text, "");
+    EXPECT_EQ(ossBuildHomeDirectoryRelativePath("no such user", "/x", text, sizeof text), ossErrorMapSystem(ENOENT));
+}
+
+TEST(Text, IsCutAndBooleansAreWholeWords) {
+    char text[5];
+    EXPECT_EQ(ossSnprintf(text, sizeof text, "%s", "abcdefgh"), 4u);
+    EXPECT_EQ(ossSnprintf(text, 0, "%s", "z"), 0u);
+    EXPECT_STREQ(text, "abcd");
+    bool value = false;
+    EXPECT_TRUE(ossStrToBoolean("Yes", &value) && value);
+    for (const char* neither : {"", "2", "nob", " no", "fals"}) {
+        EXPECT_FALSE(ossStrToBoolean(neither, &value)) << neither;
+        EXPECT_TRUE(value);
+    }
+    EXPECT_TRUE(ossStrToBoolean("OFF", &value) && !value);
+}
+
+}  // namespace
