@@ -1,0 +1,130 @@
+#include "genreg/core/ChecksumHeader.h"
+
+#include <genreg/Checksum.h>
+#include <genreg/Codes.h>
+#include <osse/Text.h>
+
+#include <bit>
+#include <cstring>
+
+#include "genreg/core/RecordBuffer.h"
+#include "platform/posix/Posix.h"
+
+namespace genreg {
+namespace {
+
+constexpr unsigned long LONGEST_CHECKSUM = 12;  // "-2147483648" and its NUL
+constexpr unsigned long FRAME_LENGTH = 4;
+
+// Room to spare, as the stamped copy needs it for its header.
+constexpr unsigned long SPARE = 100;
+
+unsigned int readAll(int descriptor, unsigned long size, RecordBuffer& content) noexcept {
+    if (!content.allocate(size + SPARE)) {
+        return REG_NO_CHECKSUM_BUFFER;
+    }
+    std::size_t got = 0;
+    if (posix::readAt(descriptor, content.get(), size, 0, &got) != 0 || got != size) {
+        return REG_CHECKSUM_READ_FAILED;
+    }
+    return 0;
+}
+
+void printChecksum(unsigned int checksum, char* header) noexcept {
+    std::memset(header, 0, CHECKSUM_HEADER_SIZE);
+    (void)ossSnprintf(header, CHECKSUM_HEADER_SIZE, "%d", static_cast<int>(checksum));
+}
+
+bool looksLikeHeader(const char* bytes) noexcept {
+    const char* const digits = *bytes == '-' ? bytes + 1 : bytes;
+    const char* end = digits;
+    while (end - bytes < static_cast<long>(LONGEST_CHECKSUM) && *end >= '0' && *end <= '9') {
+        ++end;
+    }
+    return end > digits && end - bytes < static_cast<long>(LONGEST_CHECKSUM) && *end == '\0';
+}
+
+bool fitsBody(const char* content, unsigned long size) noexcept {
+    char expected[CHECKSUM_HEADER_SIZE];
+    printChecksum(sqlzChecksumXOR(content + CHECKSUM_HEADER_SIZE, size - CHECKSUM_HEADER_SIZE), expected);
+    return std::strncmp(expected, content, CHECKSUM_HEADER_SIZE) == 0;
+}
+
+bool parsesAsFrames(const char* content, unsigned long size, bool bigEndian) noexcept {
+    unsigned long position = 0;
+    while (size - position >= FRAME_LENGTH) {
+        unsigned char bytes[FRAME_LENGTH];
+        std::memcpy(bytes, content + position, FRAME_LENGTH);
+        unsigned long length = 0;
+        for (unsigned long i = 0; i < FRAME_LENGTH; ++i) {
+            const bool mostSignificantFirst = bigEndian || std::endian::native == std::endian::big;
+            length = length << 8U | bytes[mostSignificantFirst ? i : FRAME_LENGTH - 1 - i];
+        }
+        if (length > size - position - FRAME_LENGTH) {
+            return false;
+        }
+        position += FRAME_LENGTH + length;
+    }
+    return position == size;
+}
+
+}  // namespace
+
+unsigned int judgeChecksumHeader(int descriptor, unsigned long size, bool bigEndian, HeaderFit* fit) noexcept {
+    *fit = HeaderFit::None;
+    if (size < CHECKSUM_HEADER_SIZE) {
+        return 0;
+    }
+    RecordBuffer content{"GenRegFile"};
+    if (const unsigned int rc = readAll(descriptor, size, content)) {
+        return rc;
+    }
+    const auto* bytes = static_cast<const char*>(content.get());
+    if (!looksLikeHeader(bytes)) {
+        return 0;
+    }
+    if (fitsBody(bytes, size)) {
+        *fit = HeaderFit::Fits;
+    } else if (!parsesAsFrames(bytes, size, bigEndian)) {
+        *fit = HeaderFit::Misfits;
+    }
+    return 0;
+}
+
+unsigned int verifyChecksumHeader(int descriptor, unsigned long size) noexcept {
+    if (size < CHECKSUM_HEADER_SIZE) {
+        return REG_READ_FAILED;
+    }
+    RecordBuffer content{"GenRegFile"};
+    if (const unsigned int rc = readAll(descriptor, size, content)) {
+        return rc;
+    }
+    return fitsBody(static_cast<const char*>(content.get()), size) ? 0U
+                                                                   : static_cast<unsigned int>(REG_CHECKSUM_DIFFERS);
+}
+
+unsigned int stampChecksumHeader(int descriptor, unsigned long size, bool inserted, unsigned long* bodySize,
+                                 unsigned int* checksum) noexcept {
+    RecordBuffer content{"GenRegFile"};
+    if (const unsigned int rc = readAll(descriptor, size, content)) {
+        return rc;
+    }
+    const unsigned long skipped = inserted ? 0 : CHECKSUM_HEADER_SIZE;
+    if (size < skipped) {
+        return REG_CHECKSUM_READ_FAILED;
+    }
+    const char* const body = static_cast<const char*>(content.get()) + skipped;
+    const unsigned long length = size - skipped;
+    const unsigned int sum = sqlzChecksumXOR(body, length);
+    char header[CHECKSUM_HEADER_SIZE];
+    printChecksum(sum, header);
+    if (posix::writeAt(descriptor, header, sizeof header, 0) != 0 ||
+        (inserted && posix::writeAt(descriptor, body, length, CHECKSUM_HEADER_SIZE) != 0)) {
+        return REG_COPY_WRITE_FAILED;
+    }
+    *bodySize = length;
+    *checksum = sum;
+    return 0;
+}
+
+}  // namespace genreg

@@ -1,0 +1,213 @@
+// The closing half of a transaction, and the commit.
+#include <genreg/GenRegFile.h>
+#include <osse/Errors.h>
+#include <osse/Files.h>
+
+#include <cerrno>
+#include <cstdlib>
+
+#include "genreg/core/ChecksumHeader.h"
+#include "genreg/core/Directory.h"
+#include "genreg/core/FunctionTrace.h"
+#include "platform/posix/Posix.h"
+
+using genreg::Function;
+using genreg::FunctionTrace;
+using genreg::OperationTrace;
+
+namespace {
+
+constexpr unsigned int FILE_MISSING = OSS_SYSTEM_ERROR_BASE + ENOENT;
+
+// A write at offset 0 on an appending descriptor appends: the header is written through another one, under the lock
+// that the caller holds.
+unsigned int stampInPlace(const char* path, unsigned long size) noexcept {
+    int patch = -1;
+    if (const unsigned int rc = posix::openToPatch(path, &patch)) {
+        return rc;
+    }
+    unsigned long bodySize = 0;
+    unsigned int checksum = 0;
+    const unsigned int rc = genreg::stampChecksumHeader(patch, size, false, &bodySize, &checksum);
+    (void)posix::closeDescriptor(patch);
+    return rc;
+}
+
+}  // namespace
+
+// Ends an append in place: what was appended is stamped and made durable, or the file is cut back to where it was.
+unsigned int GenRegFile::finishAppend(bool keep) noexcept {
+    FunctionTrace trace{Function::CloseReg};
+    const int descriptor = posix::descriptorOf(regFp);
+    posix::FileStatus status = {};
+    unsigned int rc = !posix::flushStream(regFp) || std::ferror(regFp) != 0 ? ossErrorMapSystem(EIO) : 0;
+    if (rc == 0) {
+        rc = posix::statusOf(descriptor, &status);
+    }
+    if (rc == 0 && status.size == regSize_ && !regCreated_) {
+        return 0;
+    }
+    const bool stamps = rc == 0 && keep && regBody_ != 0;
+    if (rc == 0 && keep) {
+        if (stamps) {
+            rc = stampInPlace(regPath, status.size);
+        }
+        if (rc == 0) {
+            rc = posix::syncFile(descriptor);
+        }
+        if (rc == 0 && regCreated_) {
+            if (const unsigned int unsynced = genreg::syncDirectoryOf(regPath)) {
+                trace.ignore(15, unsynced, unsynced);
+            }
+        }
+    }
+    if (rc == 0 && keep) {
+        return 0;
+    }
+    (void)posix::truncateTo(descriptor, regSize_);
+    if (stamps) {
+        (void)stampInPlace(regPath, regSize_);  // it may tell of what was just cut off
+    }
+    return rc == 0 ? 0 : trace.fail(20, REG_CLOSE_FILE_FAILED, rc);
+}
+
+// Closes the stream and with it the lock; false when that failed, errno telling why. In a child forked meanwhile the
+// descriptor is closed already, and its number may be another file's: the stream is given up there.
+bool GenRegFile::closeRegistryStream() noexcept {
+    std::FILE* const stream = regFp;
+    regFp = nullptr;
+    const bool inherited = regStreamOnHandle_ && regHandle_.getFileHandle() < 0;
+    regStreamOnHandle_ = false;
+    if (inherited) {
+        return true;
+    }
+    (void)regHandle_.unlock();  // the handle forgets the descriptor before the stream closes it
+    return posix::closeStream(stream);
+}
+
+unsigned int GenRegFile::closeRegistryFile() noexcept {
+    FunctionTrace trace{Function::CloseReg};
+    if (regFp == nullptr) {
+        return 0;
+    }
+    regAppends_ = false;
+    if (!closeRegistryStream()) {
+        return trace.fail(30, REG_CLOSE_FILE_FAILED, ossErrorMapSystem(errno));
+    }
+    return 0;
+}
+
+// Closes the copy; one that was written is on the medium afterwards. A buffered stream may close without complaint
+// after a write was lost: only its error flag tells.
+unsigned int GenRegFile::closeTemporaryCopy(bool written) noexcept {
+    FunctionTrace trace{Function::CloseReg};
+    if (tmpFp == nullptr) {
+        return 0;
+    }
+    unsigned int rc = 0;
+    if (written) {
+        if (std::ferror(tmpFp) != 0) {
+            rc = ossErrorMapSystem(EIO);
+        } else if (!posix::flushStream(tmpFp)) {
+            rc = ossErrorMapSystem(errno);
+        } else {
+            rc = posix::syncFile(posix::descriptorOf(tmpFp));
+        }
+    }
+    std::FILE* const stream = tmpFp;
+    tmpFp = nullptr;
+    if (!posix::closeStream(stream) && rc == 0) {
+        rc = ossErrorMapSystem(errno);
+    }
+    std::free(tmpBuffer_);
+    tmpBuffer_ = nullptr;
+    return rc == 0 ? 0 : trace.fail(50, REG_CLOSE_TMP_FAILED, rc);
+}
+
+unsigned int GenRegFile::stampTemporaryCopy(unsigned int* checksum) noexcept {
+    FunctionTrace trace{Function::CloseReg};
+    if (!posix::flushStream(tmpFp) || std::ferror(tmpFp) != 0) {
+        return trace.fail(40, REG_CLOSE_TMP_FAILED, ossErrorMapSystem(errno));
+    }
+    const int descriptor = posix::descriptorOf(tmpFp);
+    posix::FileStatus status = {};
+    if (const unsigned int rc = posix::statusOf(descriptor, &status)) {
+        return trace.fail(42, REG_CHECKSUM_READ_FAILED, rc);
+    }
+    unsigned long bodySize = 0;
+    const unsigned int rc =
+        genreg::stampChecksumHeader(descriptor, status.size, checksumHeaderPending != 0, &bodySize, checksum);
+    if (rc != 0) {
+        return trace.fail(44, rc);
+    }
+    // Kept: programs that watch the standard output of an update know this line.
+    (void)std::printf("Copy file into buffer done %d\n", static_cast<int>(bodySize));
+    return 0;
+}
+
+unsigned int GenRegFile::commit(unsigned int checksum) noexcept {
+    FunctionTrace trace{Function::CloseReg};
+    if (const unsigned int rc = ossFileDelete(bkpPath); rc != 0 && rc != FILE_MISSING) {
+        trace.ignore(60, REG_BACKUP_FAILED, rc);
+    }
+    if (const unsigned int rc = posix::linkFile(regPath, bkpPath)) {
+        return trace.fail(70, REG_BACKUP_FAILED, rc);
+    }
+    if (const unsigned int rc = ossFileRename(tmpPath, regPath)) {
+        return trace.fail(80, REG_RENAME_FAILED, rc);
+    }
+    if (const unsigned int rc = genreg::syncDirectoryOf(regPath)) {
+        trace.ignore(85, rc, rc);  // the change stands
+    }
+    unsigned int result = ossFileDelete(bkpPath);
+    if (result == FILE_MISSING) {
+        result = 0;
+    }
+    // Kept: a body whose checksum is 0 leaves the header pending.
+    if (checksum != 0) {
+        checksumHeaderPending = 0;
+    }
+    if (result != 0) {
+        trace.ignore(90, REG_DELETE_BACKUP_FAILED, result);
+        return trace.exit(result);
+    }
+    return 0;
+}
+
+unsigned int GenRegFile::CloseReg(unsigned long op) noexcept {
+    OperationTrace trace{Function::CloseReg};
+    if ((state & REG_STATE_SCAN_OPEN) != 0) {
+        return trace.fail(10, REG_SCAN_OPEN);
+    }
+    const bool writes = op == REG_OP_CHANGE || op == REG_OP_ADD || op == REG_OP_DELETE;
+    if (regFp != nullptr && regAppends_ && tmpFp == nullptr) {
+        if (const unsigned int rc = finishAppend(writes)) {
+            (void)closeRegistryFile();
+            return trace.exit(rc);
+        }
+    }
+    if (const unsigned int rc = closeRegistryFile()) {
+        (void)closeTemporaryCopy(false);
+        return trace.exit(rc);
+    }
+    unsigned int checksum = 0;
+    const bool copied = tmpFp != nullptr;
+    if (copied) {
+        if (writes && fileKind == REG_KIND_BINARY && (features & REG_FEATURE_CHECKSUM_HEADER) != 0) {
+            if (const unsigned int rc = stampTemporaryCopy(&checksum)) {
+                (void)closeTemporaryCopy(false);
+                return trace.exit(rc);
+            }
+        }
+        if (const unsigned int rc = closeTemporaryCopy(writes)) {
+            return trace.exit(rc);
+        }
+    }
+    const bool commits = (features & REG_FEATURE_DEFERRED_COMMIT) != 0
+                             ? op == REG_OP_FINISH
+                             : op == REG_OP_CHANGE || op == REG_OP_DELETE ||
+                                   (op == REG_OP_ADD && (features & REG_FEATURE_ALLOW_DUPLICATES) == 0);
+    // Without a copy of this transaction the one on disk is another writer's leaving, unless it was closed before to be
+    // committed now.
+    return commits && (copied || op == REG_OP_FINISH) ? trace.exit(commit(checksum)) : 0;
+}

@@ -1,0 +1,46 @@
+// The life of a registry object.
+#include <genreg/GenRegFile.h>
+#include <osse/Errors.h>
+
+#include <cerrno>
+#include <cstdlib>
+
+#include "genreg/core/FunctionTrace.h"
+#include "genreg/core/Input.h"
+#include "platform/posix/Posix.h"
+
+using genreg::Function;
+using genreg::FunctionTrace;
+
+GenRegFile::GenRegFile() noexcept {
+    const FunctionTrace trace{Function::GenRegFile};
+}
+
+GenRegFile::~GenRegFile() noexcept {
+    FunctionTrace trace{Function::DestroyGenRegFile};
+    dropScanInput();
+    // Not only a lock that is held: a failed one has left its file open too.
+    if (lockFile.getFileHandle() >= 0) {
+        if (const unsigned int rc = lockFile.close()) {
+            trace.ignore(10, REG_CLOSE_LOCK_FAILED, rc);
+        }
+    }
+    if (regFp != nullptr && !closeRegistryStream()) {
+        trace.ignore(20, REG_CLOSE_FILE_FAILED, ossErrorMapSystem(errno));
+    }
+    if (tmpFp != nullptr && !posix::closeStream(tmpFp)) {
+        trace.ignore(30, REG_CLOSE_TMP_FAILED, ossErrorMapSystem(errno));
+    }
+    std::free(tmpBuffer_);
+    state = REG_STATE_INITIAL;
+}
+
+unsigned int GenRegFile::Load(unsigned long /*reserved*/) noexcept {
+    FunctionTrace trace{Function::Load};
+    return trace.exit(0);
+}
+
+unsigned int GenRegFile::UnLoad(unsigned long /*reserved*/) noexcept {
+    FunctionTrace trace{Function::UnLoad};
+    return trace.exit(0);
+}

@@ -1,0 +1,183 @@
+// The lock: who may update a registry.
+#include <genreg/GenRegFile.h>
+#include <genreg/LockStatus.h>
+#include <osse/Errors.h>
+#include <osse/Files.h>
+#include <osse/Text.h>
+#include <osse/Time.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "genreg/core/Directory.h"
+#include "genreg/core/FunctionTrace.h"
+#include "platform/posix/Posix.h"
+
+using genreg::Function;
+using genreg::FunctionTrace;
+using genreg::OperationTrace;
+
+namespace {
+
+// The note has one length, so that a shorter one never leaves the tail of a longer one behind.
+constexpr std::size_t NOTE_SIZE = 128;
+
+constexpr char NOTE_START[] = "pid=";
+
+// Whether the file is empty or holds a note.
+bool takesNote(int descriptor) noexcept {
+    char content[NOTE_SIZE + 1];
+    std::size_t got = 0;
+    return posix::readAt(descriptor, content, sizeof content, 0, &got) == 0 &&
+           (got == 0 || (got == NOTE_SIZE && std::memcmp(content, NOTE_START, sizeof NOTE_START - 1) == 0));
+}
+
+// For people who wonder who holds the lock; a failure is nobody's concern. Only a file of the lock's own is written: a
+// link may lead to a file with other contents, and so does a lock file that another program uses.
+void writeNote(const char* path, int descriptor) noexcept {
+    char link[2];
+    if (posix::readLink(path, link, sizeof link) >= 0 || !takesNote(descriptor)) {
+        return;
+    }
+    char note[NOTE_SIZE + 1];
+    OSSTime now = {};
+    (void)ossTimeGetUTC(&now);
+    std::memset(note, ' ', NOTE_SIZE);
+    const unsigned long length = ossSnprintf(note, NOTE_SIZE, "pid=%ld since=%ld program=%.63s", posix::processId(),
+                                             now.seconds, posix::programName());
+    note[length] = ' ';
+    note[NOTE_SIZE - 1] = '\n';
+    (void)posix::writeAt(descriptor, note, NOTE_SIZE, 0);
+}
+
+void readNote(const char* path, GenRegLockNote* note) noexcept {
+    *note = {};
+    int descriptor = -1;
+    if (posix::openToRead(path, &descriptor) != 0) {
+        return;
+    }
+    char text[NOTE_SIZE + 1] = {};
+    std::size_t got = 0;
+    if (posix::readAt(descriptor, text, NOTE_SIZE, 0, &got) == 0 && got == NOTE_SIZE) {
+        GenRegLockNote read = {};
+        if (std::sscanf(text, "pid=%ld since=%ld program=%63[^\n]", &read.pid, &read.since, read.program) == 3) {
+            for (std::size_t end = std::strlen(read.program); end > 0 && read.program[end - 1] == ' '; --end) {
+                read.program[end - 1] = '\0';
+            }
+            *note = read;
+        }
+    }
+    (void)posix::closeDescriptor(descriptor);
+}
+
+}  // namespace
+
+void GenRegFile::SetLockWait(long limitMilliseconds, GenRegLockNotice notice, void* context) noexcept {
+    const FunctionTrace trace{Function::SetLockWait};
+    lockWaitLimit_ = limitMilliseconds;
+    lockNotice_ = notice;
+    lockNoticeContext_ = context;
+}
+
+// Asks again and again, at growing distances, until the lock is granted or the limit is reached.
+unsigned int GenRegFile::lockWithin(const OSSFileLockRequest& request) noexcept {
+    constexpr long LONGEST_PAUSE = 20;
+    constexpr long long NOTICE_EVERY = 1000;
+    OSSFileLockRequest attempt = request;
+    attempt.wait = OSS_NO_WAIT;
+    const long long start = posix::monotonicMilliseconds();
+    long long nextNotice = NOTICE_EVERY;
+    for (long pause = 1;; pause = std::min(2 * pause, LONGEST_PAUSE)) {
+        const unsigned int rc = lockFile.lock(&attempt);
+        const long long waited = posix::monotonicMilliseconds() - start;
+        if (rc != OSS_WOULD_BLOCK || (lockWaitLimit_ >= 0 && waited >= lockWaitLimit_)) {
+            return rc;
+        }
+        if (lockNotice_ != nullptr && waited >= nextNotice) {
+            lockNotice_(lockNoticeContext_, lockPath, static_cast<unsigned long>(waited));
+            nextNotice += NOTICE_EVERY;
+        }
+        posix::sleepMilliseconds(pause);
+    }
+}
+
+unsigned int GenRegFile::Lock(unsigned long flags, unsigned long /*reserved*/) noexcept {
+    OperationTrace trace{Function::Lock};
+    if ((flags & (REG_LOCK_EXCLUSIVE | REG_LOCK_SHARED)) == 0 || (flags & (REG_LOCK_WAIT | REG_LOCK_NOWAIT)) == 0) {
+        return trace.fail(10, REG_INVALID_ARGUMENT);
+    }
+    if ((state & REG_STATE_CONFIGURED) == 0) {
+        return trace.fail(20, REG_NOT_CONFIGURED);
+    }
+    if ((state & REG_STATE_LOCKED) != 0) {
+        return trace.fail(30, REG_ALREADY_LOCKED);
+    }
+    // Were a link taken for the file, the lock would keep nobody out and the commit would replace the link.
+    if (const unsigned int rc = moveToRealFile()) {
+        return trace.fail(35, REG_OPEN_LOCK_FAILED, rc);
+    }
+    if ((flags & REG_LOCK_CREATE_DIR) != 0) {
+        if (const unsigned int rc = genreg::ensureDirectoryOf(trace, 40, regPath)) {
+            return rc;
+        }
+    }
+    const bool exclusive = (flags & REG_LOCK_EXCLUSIVE) != 0;
+    const unsigned long permissions = lockPermissions != 0 ? lockPermissions : genreg::DEFAULT_PERMISSIONS;
+    if (lockFile.getFileHandle() >= 0) {
+        (void)lockFile.close();  // left open by a lock that failed
+    }
+    if (!exclusive) {
+        // A read-only open never creates; whether the file is there, it will tell.
+        (void)posix::createIfMissing(lockPath, permissions);
+    }
+    lockOpenRequest = {
+        OSS_REQUEST_VERSION, lockPath, OSS_OPEN_PLAIN, exclusive ? OSS_ACCESS_READ_WRITE : OSS_ACCESS_READ, 0,
+        permissions};
+    if (const unsigned int rc = lockFile.open(&lockOpenRequest)) {
+        return trace.fail(60, REG_OPEN_LOCK_FAILED, rc);
+    }
+    const bool waits = (flags & REG_LOCK_NOWAIT) == 0;
+    const OSSFileLockRequest request = {OSS_REQUEST_VERSION, exclusive ? OSS_LOCK_EXCLUSIVE : OSS_LOCK_SHARED,
+                                        waits ? OSS_WAIT : OSS_NO_WAIT};
+    const bool watched = waits && (lockWaitLimit_ >= 0 || lockNotice_ != nullptr);
+    const unsigned int rc = watched ? lockWithin(request) : lockFile.lock(&request);
+    if (rc == OSS_WOULD_BLOCK) {
+        return trace.fail(70, REG_LOCK_HELD, rc);
+    }
+    if (rc != 0) {
+        return trace.fail(80, rc, rc);
+    }
+    state |= REG_STATE_LOCKED;
+    if (exclusive) {
+        writeNote(lockPath, lockFile.getFileHandle());
+    }
+    return 0;
+}
+
+unsigned int GenRegFile::UnLock() noexcept {
+    OperationTrace trace{Function::UnLock};
+    if (const unsigned int rc = lockFile.unlock()) {
+        return trace.fail(10, REG_RELEASE_LOCK_FAILED, rc);
+    }
+    state &= ~REG_STATE_LOCKED;
+    if (const unsigned int rc = lockFile.close()) {
+        return trace.fail(20, REG_CLOSE_LOCK_FAILED, rc);
+    }
+    return 0;
+}
+
+extern "C" unsigned int genregLockStatus(const char* lockPath, GenRegLockNote* note) {
+    OperationTrace trace{Function::GenregLockStatus};
+    if (lockPath == nullptr) {
+        return trace.fail(10, REG_NULL_POINTER);
+    }
+    if (note != nullptr) {
+        readNote(lockPath, note);
+    }
+    bool locked = false;
+    if (const unsigned int rc = posix::isLocked(lockPath, &locked)) {
+        return trace.fail(20, rc, rc);
+    }
+    return trace.exit(locked ? static_cast<unsigned int>(REG_LOCK_HELD) : 0U);
+}

@@ -1,0 +1,224 @@
+// The opening half of a transaction.
+#include <genreg/GenRegFile.h>
+#include <osse/Errors.h>
+#include <osse/Files.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+
+#include "genreg/core/ChecksumHeader.h"
+#include "genreg/core/Directory.h"
+#include "genreg/core/FunctionTrace.h"
+#include "platform/posix/Posix.h"
+
+using genreg::Function;
+using genreg::FunctionTrace;
+using genreg::OperationTrace;
+
+namespace {
+
+// The new contents are about as long as the old ones.
+std::size_t streamBuffer(unsigned long oldSize) noexcept {
+    constexpr std::size_t SPARE = 4096;
+    constexpr std::size_t LARGEST = 64UL * 1024;
+    return std::min<std::size_t>(oldSize + SPARE, LARGEST);
+}
+
+constexpr unsigned int FILE_MISSING = OSS_SYSTEM_ERROR_BASE + ENOENT;
+
+struct StreamMode {
+    char text[3];
+};
+
+StreamMode streamMode(char letter, bool binary) noexcept {
+    return {{letter, binary ? 'b' : 't', '\0'}};
+}
+
+OSSFileOpenRequest requestFor(const char* path, unsigned int access, unsigned long permissions) noexcept {
+    return {OSS_REQUEST_VERSION,
+            path,
+            OSS_OPEN_PLAIN,
+            access,
+            0,
+            permissions != 0 ? permissions : genreg::DEFAULT_PERMISSIONS};
+}
+
+}  // namespace
+
+// Opens and locks the registry file: for appending when an add finds it absent or may append in place, else for
+// reading.
+unsigned int GenRegFile::openRegistryFile(unsigned long op) noexcept {
+    FunctionTrace trace{Function::OpenReg};
+    const bool inPlace = op == REG_OP_ADD && (features & REG_FEATURE_ALLOW_DUPLICATES) != 0 &&
+                         (features & REG_FEATURE_DEFERRED_COMMIT) == 0;
+    regCreated_ = false;
+    regAppends_ = false;
+    OSSFileOpenRequest request = requestFor(regPath, OSS_ACCESS_READ, regPermissions);
+    unsigned int rc = 0;
+    if (inPlace) {
+        regCreated_ = !posix::exists(regPath);
+    } else {
+        rc = regHandle_.open(&request);
+        if (rc == FILE_MISSING && op != REG_OP_ADD) {
+            return trace.failMildly(40, REG_MISSING);
+        }
+        regCreated_ = rc == FILE_MISSING;
+    }
+    if (inPlace || regCreated_) {
+        regAppends_ = true;
+        request.access = OSS_ACCESS_CREATE;
+        rc = regHandle_.open(&request);
+    }
+    if (rc != 0) {
+        return trace.fail(50, REG_OPEN_FILE_FAILED, rc);
+    }
+    const OSSFileLockRequest lock = {OSS_REQUEST_VERSION, regAppends_ ? OSS_LOCK_EXCLUSIVE : OSS_LOCK_SHARED, OSS_WAIT};
+    rc = regHandle_.lock(&lock);
+    if (rc != 0) {
+        (void)regHandle_.close();
+        return trace.fail(60, REG_LOCK_FILE_FAILED, rc);
+    }
+    const StreamMode mode = streamMode(regAppends_ ? 'a' : 'r', fileKind == REG_KIND_BINARY);
+    posix::FileStatus status = {};
+    rc = posix::statusOf(regHandle_.getFileHandle(), &status);
+    if (rc == 0 && !status.regular) {
+        rc = ossErrorMapSystem(EISDIR);  // a directory opens for reading, but is no registry
+    }
+    if (rc == 0) {
+        regFp = posix::openStream(regHandle_.getFileHandle(), mode.text);
+        rc = regFp == nullptr ? ossErrorMapSystem(errno) : 0;
+    }
+    if (rc != 0) {
+        (void)regHandle_.close();
+        return trace.fail(70, REG_OPEN_FILE_FAILED, rc);
+    }
+    regStreamOnHandle_ = true;
+    regSize_ = status.size;
+    return 0;
+}
+
+// Where the records of a file with the checksum feature begin.
+unsigned int GenRegFile::judgeHeader(int descriptor, unsigned long size, unsigned long* body) noexcept {
+    FunctionTrace trace{Function::OpenReg};
+    *body = 0;
+    genreg::HeaderFit fit = genreg::HeaderFit::None;
+    const bool bigEndian = (features & REG_FEATURE_BIG_ENDIAN) != 0;
+    if (const unsigned int rc = genreg::judgeChecksumHeader(descriptor, size, bigEndian, &fit)) {
+        return trace.fail(80, rc);
+    }
+    if (fit == genreg::HeaderFit::Misfits) {
+        return trace.fail(90, REG_CHECKSUM_DIFFERS);
+    }
+    *body = fit == genreg::HeaderFit::Fits ? genreg::CHECKSUM_HEADER_SIZE : 0;
+    return 0;
+}
+
+unsigned int GenRegFile::openTemporaryCopy(unsigned long op) noexcept {
+    FunctionTrace trace{Function::OpenReg};
+    const bool binary = fileKind == REG_KIND_BINARY;
+    const bool stamped = binary && (features & REG_FEATURE_CHECKSUM_HEADER) != 0;
+    tmpBody_ = 0;
+    int descriptor = -1;
+    if (op == REG_OP_FINISH) {
+        // Kept from truncating: this is the copy that is about to be verified.
+        if (const unsigned int rc = posix::openToRead(tmpPath, &descriptor)) {
+            return trace.fail(140, REG_OPEN_TMP_FAILED, rc);
+        }
+    } else {
+        // A copy that could not be set aside goes; one that cannot be removed either stops the fresh one below.
+        if (const unsigned int rc = posix::createFresh(tmpPath, !stamped, &descriptor)) {
+            return trace.fail(140, REG_OPEN_TMP_FAILED, rc);
+        }
+    }
+    const StreamMode mode = streamMode(op == REG_OP_FINISH ? 'r' : 'a', binary);
+    tmpFp = posix::openStream(descriptor, stamped && op != REG_OP_FINISH ? "w+b" : mode.text);
+    if (tmpFp == nullptr) {
+        const unsigned int rc = ossErrorMapSystem(errno);
+        (void)posix::closeDescriptor(descriptor);
+        if (op != REG_OP_FINISH) {
+            (void)ossFileDelete(tmpPath);
+        }
+        return trace.fail(150, REG_OPEN_TMP_FAILED, rc);
+    }
+    if (op == REG_OP_FINISH) {
+        return 0;
+    }
+    const std::size_t buffer = streamBuffer(regSize_);
+    tmpBuffer_ = static_cast<char*>(std::malloc(buffer));
+    if (tmpBuffer_ != nullptr) {
+        (void)std::setvbuf(tmpFp, tmpBuffer_, _IOFBF, buffer);
+    }
+    if (const unsigned int rc = posix::carryAttributes(posix::descriptorOf(regFp), descriptor)) {
+        return trace.fail(160, REG_SET_PERMISSIONS_FAILED, rc);
+    }
+    if (stamped && checksumHeaderPending == 0) {
+        const char reserved[genreg::CHECKSUM_HEADER_SIZE] = {};
+        if (!posix::writeUnlocked(tmpFp, reserved, sizeof reserved)) {
+            return trace.fail(170, REG_OPEN_TMP_FAILED);
+        }
+    }
+    return 0;
+}
+
+unsigned int GenRegFile::OpenReg(unsigned long op) noexcept {
+    OperationTrace trace{Function::OpenReg};
+    if ((state & REG_STATE_SCAN_OPEN) != 0) {
+        return trace.fail(10, REG_SCAN_OPEN);
+    }
+    if (const unsigned int rc = moveToRealFile()) {
+        return trace.fail(15, REG_OPEN_FILE_FAILED, rc);
+    }
+    if (op == REG_OP_ADD) {
+        if (const unsigned int rc = genreg::ensureDirectoryOf(trace, 20, regPath)) {
+            return rc;
+        }
+    }
+    if (const unsigned int rc = openRegistryFile(op)) {
+        return trace.exit(rc);
+    }
+    regBody_ = 0;
+    const bool stamped = fileKind == REG_KIND_BINARY && (features & REG_FEATURE_CHECKSUM_HEADER) != 0;
+    const int registry = posix::descriptorOf(regFp);
+    if (stamped && regCreated_) {
+        checksumHeaderPending = 1;  // a file made this moment has no header, whatever its predecessor had
+    } else if (stamped && checksumHeaderPending == 0) {
+        if (const unsigned int rc = genreg::verifyChecksumHeader(registry, regSize_)) {
+            return trace.fail(100, rc);
+        }
+        regBody_ = genreg::CHECKSUM_HEADER_SIZE;
+    } else if (stamped) {
+        if (const unsigned int rc = judgeHeader(registry, regSize_, &regBody_)) {
+            return trace.exit(rc);
+        }
+    }
+    if (regBody_ != 0 && !regAppends_ && std::fseek(regFp, static_cast<long>(regBody_), SEEK_SET) != 0) {
+        return trace.fail(105, REG_READ_FAILED);
+    }
+    const bool inPlace =
+        regAppends_ && (features & REG_FEATURE_ALLOW_DUPLICATES) != 0 && (features & REG_FEATURE_DEFERRED_COMMIT) == 0;
+    if (op == REG_OP_READ || inPlace) {
+        return 0;
+    }
+    if (op == REG_OP_FINISH) {
+        if (const unsigned int rc = openTemporaryCopy(op)) {
+            return trace.exit(rc);
+        }
+        if (!stamped) {
+            return 0;
+        }
+        posix::FileStatus status = {};
+        if (const unsigned int rc = posix::statusOf(posix::descriptorOf(tmpFp), &status)) {
+            return trace.fail(130, REG_FILE_INFO_FAILED, rc);
+        }
+        return trace.exit(judgeHeader(posix::descriptorOf(tmpFp), status.size, &tmpBody_));
+    }
+    if (const unsigned int rc = ossFileDelete(corPath); rc != 0 && rc != FILE_MISSING) {
+        return trace.fail(110, REG_DELETE_CORRUPT_FAILED, rc);
+    }
+    if (const unsigned int rc = ossFileRename(tmpPath, corPath); rc != 0 && rc != FILE_MISSING) {
+        trace.ignore(120, REG_SET_ASIDE_FAILED, rc);
+        (void)ossFileDelete(tmpPath);
+    }
+    return trace.exit(openTemporaryCopy(op));
+}

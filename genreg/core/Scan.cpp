@@ -1,0 +1,123 @@
+// The scan: a registry file held open and read record by record across calls.
+#include <genreg/GenRegFile.h>
+#include <osse/Errors.h>
+
+#include <cerrno>
+
+#include "genreg/core/ChecksumHeader.h"
+#include "genreg/core/Directory.h"
+#include "genreg/core/FunctionTrace.h"
+#include "genreg/core/Input.h"
+#include "platform/posix/Posix.h"
+
+using genreg::Function;
+using genreg::OperationTrace;
+
+void GenRegFile::dropScanInput() noexcept {
+    delete scanInput_;
+    scanInput_ = nullptr;
+}
+
+unsigned int GenRegFile::OpenScan() noexcept {
+    OperationTrace trace{Function::OpenScan};
+    if ((state & REG_STATE_CONFIGURED) == 0) {
+        return trace.fail(10, REG_NOT_CONFIGURED);
+    }
+    dropScanInput();
+    (void)closeRegistryFile();  // of a scan that was never closed
+    state &= ~(REG_STATE_SCAN_OPEN | REG_STATE_SCAN_AT_END);
+    const OSSFileOpenRequest request = {
+        OSS_REQUEST_VERSION, regPath, OSS_OPEN_PLAIN,
+        OSS_ACCESS_READ,     0,       regPermissions != 0 ? regPermissions : genreg::DEFAULT_PERMISSIONS};
+    if (const unsigned int rc = regHandle_.open(&request)) {
+        return trace.fail(20, REG_OPEN_FILE_FAILED, rc);
+    }
+    const OSSFileLockRequest lock = {OSS_REQUEST_VERSION, OSS_LOCK_SHARED, OSS_WAIT};
+    if (const unsigned int rc = regHandle_.lock(&lock)) {
+        (void)regHandle_.close();
+        return trace.fail(30, REG_LOCK_FILE_FAILED, rc);
+    }
+    posix::FileStatus status = {};
+    unsigned int rc = posix::statusOf(regHandle_.getFileHandle(), &status);
+    if (rc == 0 && !status.regular) {
+        rc = ossErrorMapSystem(EISDIR);
+    }
+    if (rc == 0) {
+        regFp = posix::openStream(regHandle_.getFileHandle(), fileKind == REG_KIND_BINARY ? "rb" : "r");
+        rc = regFp == nullptr ? ossErrorMapSystem(errno) : 0;
+    }
+    if (rc != 0) {
+        (void)regHandle_.unlock();
+        (void)regHandle_.close();
+        return trace.fail(40, REG_OPEN_FILE_FAILED, rc);
+    }
+    regStreamOnHandle_ = true;
+    regSize_ = status.size;
+    regBody_ = 0;
+    if (fileKind == REG_KIND_BINARY && (features & REG_FEATURE_CHECKSUM_HEADER) != 0) {
+        rc = judgeHeader(posix::descriptorOf(regFp), regSize_, &regBody_);
+        if (rc == 0 && regBody_ != 0 && std::fseek(regFp, static_cast<long>(regBody_), SEEK_SET) != 0) {
+            rc = trace.fail(50, REG_OPEN_FILE_FAILED, ossErrorMapSystem(errno));
+        }
+        if (rc != 0) {
+            (void)closeRegistryFile();
+            return trace.exit(rc);
+        }
+    }
+    state |= REG_STATE_SCAN_OPEN;
+    return 0;
+}
+
+unsigned int GenRegFile::CloseScan() noexcept {
+    OperationTrace trace{Function::CloseScan};
+    dropScanInput();
+    const unsigned int rc = closeRegistryFile();
+    state &= ~(REG_STATE_SCAN_OPEN | REG_STATE_SCAN_AT_END);
+    return trace.exit(rc);
+}
+
+unsigned int GenRegFile::Rewind() noexcept {
+    OperationTrace trace{Function::Rewind};
+    if (regFp == nullptr || std::fseek(regFp, static_cast<long>(regBody_), SEEK_SET) != 0) {
+        return trace.fail(10, REG_REWIND_FAILED);
+    }
+    if (scanInput_ != nullptr) {
+        scanInput_->seek(regBody_);
+    }
+    state &= ~REG_STATE_SCAN_AT_END;
+    return 0;
+}
+
+unsigned int GenRegFile::getRegFilePosition(long long* position) noexcept {
+    OperationTrace trace{Function::GetRegFilePosition};
+    if ((state & REG_STATE_SCAN_OPEN) == 0) {
+        return trace.fail(10, REG_SCAN_NOT_OPEN);
+    }
+    if (position == nullptr) {
+        return trace.fail(20, REG_NULL_POINTER);
+    }
+    // The engines read ahead without moving the stream; what they have taken is the scan's position.
+    const long long at = scanInput_ != nullptr ? static_cast<long long>(scanInput_->offset()) : std::ftell(regFp);
+    if (at < 0) {
+        return trace.fail(30, REG_GET_POSITION_FAILED, ossErrorMapSystem(errno));
+    }
+    *position = at;
+    return 0;
+}
+
+unsigned int GenRegFile::setRegFilePosition(long long* position) noexcept {
+    OperationTrace trace{Function::SetRegFilePosition};
+    if ((state & REG_STATE_SCAN_OPEN) == 0) {
+        return trace.fail(10, REG_SCAN_NOT_OPEN);
+    }
+    if (position == nullptr) {
+        return trace.fail(20, REG_NULL_POINTER);
+    }
+    if (*position < 0 || std::fseek(regFp, static_cast<long>(*position), SEEK_SET) != 0) {
+        return trace.fail(30, REG_SET_POSITION_FAILED, ossErrorMapSystem(errno));
+    }
+    if (scanInput_ != nullptr) {
+        scanInput_->seek(static_cast<unsigned long>(*position));
+    }
+    return 0;
+}

@@ -1,0 +1,176 @@
+// Reading, writing and splitting lines.
+#include <random>
+
+#include "genreg/core/Input.h"
+#include "support/VarValFile.h"
+
+namespace {
+
+class LinesTest : public Scratch {
+protected:
+    // Calls the body with a stream over the text.
+    template <typename Body>
+    void with(const std::string& text, Body body) const {
+        std::FILE* const stream = std::fopen(write("text", text).c_str(), "r");
+        body(stream);
+        std::fclose(stream);
+    }
+};
+
+// Raw and logical lines, each in brackets, and the code after the last.
+std::string readAll(std::FILE* stream, unsigned long size, bool joined) {
+    std::string all;
+    std::vector<char> raw(size, 'r');
+    std::vector<char> line(size, 'l');
+    unsigned int rc = 0;
+    while (GenRegReadLine(raw.data(), line.data(), size, stream, &rc, joined) == raw.data()) {
+        all += "[" + std::string(raw.data()) + "|" + line.data() + "]";
+        if (rc != 0) {
+            all += genregCodeName(rc);
+        }
+    }
+    return rc == REG_END_OF_INPUT ? all : all + " ends with " + genregCodeName(rc);
+}
+
+TEST_F(LinesTest, ContinuationsAreJoinedWhenAskedFor) {
+    const struct {
+        const char* text;
+        unsigned long size;
+        bool joined;
+        const char* expected;
+    } cases[] = {
+        {"", 100, true, ""},
+        {"a=b\\\nc\n", 100, true, "[a=b\\\nc\n|a=bc\n]"},
+        {"a=b\\\nc\n", 100, false, "[a=b\\\n|a=b\\\n][c\n|c\n]"},
+        {"a\\\\\nb", 100, true, "[a\\\\\nb|a\\b]"},          // the second backslash is judged afresh
+        {"a\\b\\", 100, true, "[a\\b\\|a\\b\\]"},            // and one before the end stays
+        {"a\\\n", 100, true, "[a\\\n|a]REG_END_OF_INPUT"},   // an unfinished continuation
+        {"abcdef\n", 4, true, "[abc|abc][def|def][\n|\n]"},  // a line longer than the buffer comes in pieces
+        {"ab\\\ncdef\n", 6, true, "[ab\\\nc|abc][def\n|def\n]"},
+    };
+    for (const auto& sample : cases) {
+        with(sample.text, [&](std::FILE* stream) {
+            EXPECT_EQ(readAll(stream, sample.size, sample.joined), sample.expected) << sample.text;
+        });
+    }
+}
+
+TEST_F(LinesTest, ArgumentsAreCheckedAndTheCodeMayBeDropped) {
+    with("x\n", [](std::FILE* stream) {
+        char raw[8], line[8];
+        unsigned int rc = 0;
+        EXPECT_EQ(GenRegReadLine(nullptr, line, 8, stream, &rc, true), nullptr);
+        EXPECT_EQ(rc, REG_INVALID_ARGUMENT);
+        EXPECT_EQ(GenRegReadLine(raw, nullptr, 8, stream, nullptr, true), nullptr);
+        EXPECT_EQ(GenRegReadLine(raw, line, 0, stream, nullptr, true), nullptr);
+        EXPECT_EQ(GenRegReadLine(raw, line, 8, nullptr, nullptr, true), nullptr);
+        EXPECT_EQ(GenRegReadLine(raw, line, 8UL << 40, stream, nullptr, true), raw);
+        char text[] = "x";
+        EXPECT_EQ(GenRegWriteLine(nullptr, 10, stream), REG_INVALID_ARGUMENT);
+        EXPECT_EQ(GenRegWriteLine(text, 10, nullptr), REG_INVALID_ARGUMENT);
+        for (const unsigned long width : {0UL, 1UL, 2UL}) {
+            EXPECT_EQ(GenRegWriteLine(text, width, stream), REG_INVALID_ARGUMENT);
+        }
+    });
+}
+
+// The engine's own reader, over files of every awkward shape, gives the lines that GenRegReadLine gives.
+TEST_F(LinesTest, TheEnginesReaderAgreesWithReadLine) {
+    std::mt19937 random{20240229};
+    for (int round = 0; round < 400; ++round) {
+        std::string text;
+        const std::size_t size = round < 390 ? random() % 80 : 200'000 + random() % 1000;  // some beyond one read
+        while (text.size() < size) {
+            text += round % 2 == 0 ? "\\\nab="[random() % 5] : static_cast<char>(1 + random() % 255);
+        }
+        const bool joined = round % 4 < 2;
+        std::string expected;
+        std::string seen;
+        with(text, [&](std::FILE* stream) {
+            std::vector<char> raw(text.size() + 2), line(text.size() + 2);
+            while (GenRegReadLine(raw.data(), line.data(), raw.size(), stream, nullptr, joined) != nullptr) {
+                expected += std::string(raw.data()) + "|";
+            }
+            GenRegInput input{::fileno(stream), 0, text.size()};
+            const char* begin = nullptr;
+            for (std::size_t length = 0; input.nextLine(joined, &begin, &length);) {
+                seen += std::string(begin, length) + "|";
+            }
+        });
+        ASSERT_EQ(seen, expected) << round;
+    }
+}
+
+TEST_F(LinesTest, LongLinesAreFoldedAndReadBackWhole) {
+    const auto folded = [&](std::string line, unsigned long width) {
+        std::FILE* const stream = std::fopen(path("folded").c_str(), "w");
+        EXPECT_EQ(GenRegWriteLine(line.data(), width, stream), 0u);
+        std::fclose(stream);
+        return read(path("folded"));
+    };
+    EXPECT_EQ(folded("abcdefg", 4), "abc\\\nde\\\nfg\\\n");
+    EXPECT_EQ(folded("ab\n", 4), "ab\n\\\n");
+    EXPECT_EQ(folded("", 4), "");
+    EXPECT_EQ(folded("abc", 10), "abc");
+    EXPECT_EQ(folded("abcd", 3), "ab\\\nc\\\nd\\\n");
+    const std::string longLine(10'000, 'x');
+    for (const unsigned long width : {3UL, 4UL, 7UL, 80UL, 20'000UL}) {
+        const std::string text = folded(longLine + "\n", width);
+        EXPECT_LE(text.find('\n'), width == 20'000 ? 10'000 : width);
+        with(text, [&](std::FILE* stream) {
+            std::vector<char> raw(40'000), line(40'000);
+            ASSERT_NE(GenRegReadLine(raw.data(), line.data(), raw.size(), stream, nullptr, true), nullptr);
+            EXPECT_EQ(std::string(line.data()), longLine + "\n") << width;
+        });
+    }
+}
+
+TEST(Text, BlanksAreNormalisedOutsideQuotes) {
+    const struct {
+        const char* text;
+        const char* expected;
+    } cases[] = {
+        {"  \tx   \"a  b\"  ", "x \"a  b\""},
+        {"", ""},
+        {" \t\r\n ", ""},
+        {"a\tb\r\nc", "a b c"},
+        {"\"a\tb\"\t \"", "\"a b\" \""},
+        {"\"open  end  ", "\"open  end"},
+        {"  \"  lead\"", "\"  lead\""},
+        {"a\"  \"  b", "a\"  \" b"},
+    };
+    for (const auto& sample : cases) {
+        std::string text = sample.text;
+        EXPECT_EQ(StripWhiteSpace(text.data()), 0u);
+        EXPECT_STREQ(text.c_str(), sample.expected);
+    }
+    EXPECT_EQ(StripWhiteSpace(nullptr), REG_EMPTY_ARGUMENT);
+}
+
+TEST(Text, UnprintableBytesBecomeDots) {
+    char text[] = "a\tb\n\x01\x7f\x80\xe9\xff~ ";
+    CleanString(text);
+    EXPECT_STREQ(text, "a\tb......~ ");
+    CleanString(nullptr);
+}
+
+TEST(Text, FieldsAreCutOutOneByOne) {
+    char text[] = "  one\ttwo \t";
+    char* cursor = text;
+    char* field = nullptr;
+    EXPECT_EQ(ExtractNextField(&field, &cursor), 0u);
+    EXPECT_STREQ(field, "one");
+    EXPECT_STREQ(cursor, "two \t");
+    EXPECT_EQ(ExtractNextField(&field, &cursor), 0u);
+    EXPECT_STREQ(field, "two");
+    EXPECT_EQ(ExtractNextField(&field, &cursor), REG_END_OF_INPUT);
+    EXPECT_EQ(field, nullptr);
+    EXPECT_STREQ(cursor, "\t");
+    char last[] = "end";
+    cursor = last;
+    EXPECT_EQ(ExtractNextField(&field, &cursor), 0u);
+    EXPECT_EQ(cursor, nullptr);
+    EXPECT_EQ(ExtractNextField(&field, &cursor), REG_END_OF_INPUT);
+}
+
+}  // namespace
