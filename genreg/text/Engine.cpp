@@ -1,0 +1,45 @@
+#include <genreg/GenRegText.h>
+
+#include "genreg/core/FunctionTrace.h"
+
+using genreg::Function;
+using genreg::FunctionTrace;
+
+GenRegText::GenRegText() noexcept {
+    const FunctionTrace trace{Function::GenRegText};
+    fileKind = REG_KIND_TEXT;
+}
+
+GenRegText::~GenRegText() noexcept {
+    const FunctionTrace trace{Function::DestroyGenRegText};
+}
+
+unsigned int GenRegText::CheckFuncPtrs() noexcept {
+    FunctionTrace trace{Function::TextCheckFuncPtrs};
+    if (validateRecord == nullptr) {
+        return trace.fail(10, REG_NO_VALIDATE_RECORD);
+    }
+    if (getMaxRecordSize == nullptr) {
+        return trace.fail(20, REG_NO_GET_MAX_RECORD_SIZE);
+    }
+    if (parseLine == nullptr) {
+        return trace.fail(30, REG_NO_PARSE_LINE);
+    }
+    if (matchRecord == nullptr) {
+        return trace.fail(40, REG_NO_MATCH_RECORD);
+    }
+    if (formatLine == nullptr) {
+        return trace.fail(50, REG_NO_FORMAT_LINE);
+    }
+    return 0;
+}
+
+unsigned int GenRegText::OpenReg(unsigned long mode) noexcept {
+    FunctionTrace trace{Function::TextOpenReg};
+    return trace.exit(GenRegFile::OpenReg(mode));
+}
+
+unsigned int GenRegText::CloseReg(unsigned long mode) noexcept {
+    FunctionTrace trace{Function::TextCloseReg};
+    return trace.exit(GenRegFile::CloseReg(mode));
+}

@@ -1,0 +1,75 @@
+#include "genreg/text/Lines.h"
+
+#include <cstring>
+
+using genreg::TextLine;
+
+bool GenRegTextLines::next(GenRegInput& input, TextLine* line) const noexcept {
+    return input.nextLine(has(REG_FEATURE_LINE_CONTINUATION), &line->raw, &line->length);
+}
+
+unsigned int GenRegTextLines::checkSearchSlots(bool matches) noexcept {
+    if (engine_.parseLine == nullptr) {
+        return trace_.fail(90, REG_NO_PARSE_LINE);
+    }
+    if (matches && engine_.matchRecord == nullptr) {
+        return trace_.fail(100, REG_NO_MATCH_RECORD);
+    }
+    return 0;
+}
+
+bool GenRegTextLines::mayMatch(unsigned long mask, const TextLine& line, const void* key) const noexcept {
+    if (line.tooLong()) {
+        return false;
+    }
+    if (engine_.lineMayMatch == nullptr) {
+        return true;
+    }
+    return isContinued(line) || engine_.lineMayMatch(mask, line.raw, line.length, key);
+}
+
+// Whether its text differs from its bytes. The last line of a file may be continued by nothing.
+bool GenRegTextLines::isContinued(const TextLine& line) const noexcept {
+    if (!has(REG_FEATURE_LINE_CONTINUATION)) {
+        return false;
+    }
+    const bool toNothing = line.length > 1 && line.endsInNewline() && line.raw[line.length - 2] == '\\';
+    return toNothing || std::memchr(line.raw, '\n', line.length - 1) != nullptr;
+}
+
+char* GenRegTextLines::text(const TextLine& line) noexcept {
+    const bool joined = has(REG_FEATURE_LINE_CONTINUATION);
+    std::size_t length = 0;
+    if (!joined) {
+        std::memcpy(text_, line.raw, line.length);
+        length = line.length;
+    }
+    for (std::size_t i = 0; joined && i < line.length; ++i) {
+        if (line.raw[i] == '\\' && i + 1 < line.length && line.raw[i + 1] == '\n') {
+            ++i;
+        } else {
+            text_[length++] = line.raw[i];
+        }
+    }
+    text_[length] = '\0';
+    return text_;
+}
+
+bool GenRegTextLines::parse(void* record, const TextLine& line) noexcept {
+    const unsigned int rc = line.tooLong() ? engine_.parseLine(record, "") : engine_.parseLine(record, text(line));
+    if (rc != 0) {
+        trace_.ignore(110, REG_LINE_NOT_PARSED, rc);
+        cause_.restore();
+    }
+    return rc == 0 && !line.tooLong();
+}
+
+unsigned int GenRegTextLines::format(void* record, char* text) noexcept {
+    if (engine_.formatLine == nullptr) {
+        return trace_.fail(130, REG_NO_FORMAT_LINE);
+    }
+    if (const unsigned int rc = engine_.formatLine(record, text)) {
+        return trace_.fail(140, REG_FORMAT_FAILED, rc);
+    }
+    return 0;
+}

@@ -1,0 +1,75 @@
+// The text engine's view of a registry: logical lines, and the schema's functions over them.
+#pragma once
+
+#include <genreg/GenRegText.h>
+
+#include <cstddef>
+
+#include "genreg/core/FunctionTrace.h"
+#include "genreg/core/Input.h"
+
+namespace genreg {
+
+constexpr unsigned long EVERY_FIELD = ~0UL;
+
+// One logical line as it stands in the file: all its physical lines with their newlines. Valid until the next one of
+// the same input.
+struct TextLine {
+    const char* raw;
+    std::size_t length;
+
+    // A line that does not fit the line buffer is carried along, never parsed.
+    [[nodiscard]] bool tooLong() const noexcept { return length >= REG_LINE_SIZE; }
+    [[nodiscard]] bool endsInNewline() const noexcept { return length > 0 && raw[length - 1] == '\n'; }
+    // A backslash at the end, before the newline if there is one.
+    [[nodiscard]] bool endsInBackslash() const noexcept {
+        const std::size_t text = endsInNewline() ? length - 1 : length;
+        return text > 0 && raw[text - 1] == '\\';
+    }
+};
+
+}  // namespace genreg
+
+class GenRegTextLines {
+public:
+    GenRegTextLines(GenRegText& engine, genreg::FunctionTrace& trace) noexcept : engine_(engine), trace_(trace) {}
+
+    [[nodiscard]] bool next(GenRegInput& input, genreg::TextLine* line) const noexcept;
+
+    // Whether the slots that a search needs are there: REG_NO_PARSE_LINE, REG_NO_MATCH_RECORD.
+    [[nodiscard]] unsigned int checkSearchSlots(bool matches) noexcept;
+
+    // False when the line surely does not match the key under the mask, told without parsing it.
+    [[nodiscard]] bool mayMatch(unsigned long mask, const genreg::TextLine& line, const void* key) const noexcept;
+
+    // The line without its continuations, terminated, in the buffer of this object.
+    [[nodiscard]] char* text(const genreg::TextLine& line) noexcept;
+
+    // Fills the record from the line; whether it is one of the schema. What is refused is logged and no failure.
+    bool parse(void* record, const genreg::TextLine& line) noexcept;
+
+    [[nodiscard]] unsigned int match(unsigned long mask, void* record, void* key) const noexcept {
+        return engine_.matchRecord(mask, record, key);
+    }
+    [[nodiscard]] unsigned int parseText(void* record, const char* text) const noexcept {
+        return engine_.parseLine(record, text);
+    }
+    // Writes the record's line into the text (REG_LINE_SIZE bytes, holding the line as it stood). REG_NO_FORMAT_LINE,
+    // REG_FORMAT_FAILED.
+    [[nodiscard]] unsigned int format(void* record, char* text) noexcept;
+
+    [[nodiscard]] bool has(unsigned long feature) const noexcept { return (engine_.features & feature) != 0; }
+    [[nodiscard]] std::FILE* registry() const noexcept { return engine_.regFp; }
+    [[nodiscard]] std::FILE* copy() const noexcept { return engine_.tmpFp; }
+    [[nodiscard]] const char* registryPath() const noexcept { return engine_.regPath; }
+    [[nodiscard]] unsigned long state() const noexcept { return engine_.state; }
+    void markEndOfScan() noexcept { engine_.state |= REG_STATE_SCAN_AT_END; }
+
+private:
+    [[nodiscard]] bool isContinued(const genreg::TextLine& line) const noexcept;
+
+    GenRegText& engine_;
+    genreg::FunctionTrace& trace_;
+    const genreg::CauseMark cause_;
+    char text_[REG_LINE_SIZE] = {};
+};

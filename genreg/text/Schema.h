@@ -1,0 +1,122 @@
+// What the schemas of the text engine share: their construction, and the pieces that their callbacks are made of.
+#pragma once
+
+#include <genreg/GenRegText.h>
+
+#include <cstddef>
+#include <cstring>
+
+#include "genreg/core/FunctionTrace.h"
+
+namespace genreg {
+
+inline bool isBlank(char c) noexcept {
+    return c == ' ' || c == '\t';
+}
+
+// A null text, as a refused line leaves it, equals nothing.
+inline bool sameText(const char* a, const char* b) noexcept {
+    return a != nullptr && b != nullptr && std::strcmp(a, b) == 0;
+}
+
+// A record's own copy of its line: cut to the buffer and at the first newline, always terminated.
+inline void copyLine(char (&text)[REG_LINE_SIZE], const char* line) noexcept {
+    const std::size_t length = ::strnlen(line, sizeof text - 1);
+    std::memcpy(text, line, length);
+    text[length] = '\0';
+    text[std::strcspn(text, "\n")] = '\0';
+}
+
+// Ends the text at its first "#" and answers what stands behind it; null when there is none.
+inline char* cutComment(char* text) noexcept {
+    char* const sign = std::strchr(text, '#');
+    if (sign == nullptr) {
+        return nullptr;
+    }
+    *sign = '\0';
+    return sign + 1;
+}
+
+// Whether the bytes begin with the text and one of the ends, a NUL, or nothing more behind it.
+inline bool beginsWithField(const char* at, const char* end, const char* text, const char* ends) noexcept {
+    for (; *text != '\0'; ++at, ++text) {
+        if (at == end || *at != *text) {
+            return false;
+        }
+    }
+    return at == end || std::strchr(ends, *at) != nullptr;
+}
+
+// A line that grows up to its buffer's length and remembers when it would not fit.
+class LineText {
+public:
+    void append(const char* text, std::size_t length) noexcept {
+        if (length > CAPACITY - length_) {
+            overflow_ = true;
+            return;
+        }
+        std::memcpy(text_ + length_, text, length);
+        length_ += length;
+    }
+    void append(const char* text) noexcept { append(text, std::strlen(text)); }
+
+    // The text into the line buffer (REG_LINE_SIZE bytes), with or without a newline; false, and nothing written, when
+    // it is longer than a line of the file may be.
+    [[nodiscard]] bool copyTo(char* line, const char* newline) const noexcept {
+        if (overflow_) {
+            return false;
+        }
+        std::memcpy(line, text_, length_);
+        std::memcpy(line + length_, newline, std::strlen(newline) + 1);
+        return true;
+    }
+
+private:
+    static constexpr std::size_t CAPACITY = REG_LINE_SIZE - 2;
+
+    char text_[CAPACITY];
+    std::size_t length_ = 0;
+    bool overflow_ = false;
+};
+
+// A schema's records have one size.
+template <typename Record>
+unsigned int tellRecordSize(Function function, unsigned long* size) noexcept {
+    FunctionTrace trace{function};
+    *size = sizeof(Record);
+    return trace.exit(0);
+}
+
+}  // namespace genreg
+
+class GenRegTextSchema {
+public:
+    // Fills the slots with the functions of the schema and sets its features.
+    template <typename Schema>
+    static void install(Schema& schema, GenRegLineMayMatch lineMayMatch, unsigned long features) noexcept {
+        GenRegText& engine = schema;
+        engine.validateRecord = Schema::ValidateRecord;
+        engine.matchRecord = Schema::MatchRecord;
+        engine.printRecord = Schema::PrintRecord;
+        engine.parseLine = Schema::ParseLine;
+        engine.formatLine = Schema::FormatLine;
+        engine.lineMayMatch = lineMayMatch;
+        engine.getMaxRecordSize = Schema::GetMaxRecordSize;
+        engine.getRecordSize = Schema::GetRecordSize;
+        engine.features |= features;
+    }
+
+    // The steps of a constructor that takes a path: an object whose path is refused stays without slots and features,
+    // one whose path cannot be taken apart stays without features.
+    template <typename Schema>
+    static unsigned int construct(Schema& schema, genreg::FunctionTrace& trace, const char* path,
+                                  GenRegLineMayMatch lineMayMatch, unsigned long features) noexcept {
+        GenRegText& engine = schema;
+        const unsigned int rc = engine.setRegistryPaths(path);
+        if (rc == REG_EMPTY_ARGUMENT || rc == REG_PATH_TOO_LONG) {
+            return trace.fail(10, rc);
+        }
+        install(schema, lineMayMatch, rc == 0 ? features : 0);
+        return rc == 0 ? 0 : trace.fail(20, rc);
+    }
+};

@@ -1,0 +1,230 @@
+// The variable/value form: its record callbacks.
+#include <genreg/GenRegVarVal.h>
+#include <genreg/LineUtilities.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstring>
+
+#include "genreg/text/Schema.h"
+
+using genreg::Function;
+using genreg::FunctionTrace;
+using genreg::isBlank;
+using genreg::LineText;
+using genreg::sameText;
+
+namespace {
+
+// Every constructor writes the flag, so objects of two threads would race on a plain int.
+std::atomic_ref<int> compactFlag() noexcept {
+    return std::atomic_ref<int>{bCompactFormattedLine};
+}
+
+// The blanks of a line as it stands, around its variable and its "=".
+struct Layout {
+    const char* indent;
+    std::size_t indentLength;
+    const char* beforeEqual;
+    std::size_t beforeEqualLength;
+    const char* afterEqual;
+    std::size_t afterEqualLength;
+};
+
+// False when the line has no "=" before its comment.
+bool readLayout(const char* line, Layout* layout) noexcept {
+    const char* const equal = line + std::strcspn(line, "=#\n");
+    if (*equal != '=') {
+        return false;
+    }
+    const char* start = line;
+    while (isBlank(*start)) {
+        ++start;
+    }
+    const char* blanks = equal;
+    while (blanks > start && isBlank(blanks[-1])) {
+        --blanks;
+    }
+    const char* behind = equal + 1;
+    while (isBlank(*behind)) {
+        ++behind;
+    }
+    *layout = {line,      static_cast<std::size_t>(start - line),      blanks, static_cast<std::size_t>(equal - blanks),
+               equal + 1, static_cast<std::size_t>(behind - equal - 1)};
+    return true;
+}
+
+Layout newLayout() noexcept {
+    const std::size_t blanks = compactFlag().load(std::memory_order_relaxed) != 0 ? 0 : 1;
+    return {"", 0, " ", blanks, " ", blanks};
+}
+
+// Whether a line may hold this variable, judged by its first word alone. The words of a name may stand any blanks
+// apart, and quotes change what a blank means: where either could matter the answer is yes.
+bool lineMayHold(unsigned long mask, const char* line, unsigned long length, const void* key) noexcept {
+    const char* const variable = static_cast<const GenRegVarValRecord*>(key)->variable;
+    if ((mask & VARVAL_MATCH_VARIABLE) == 0 || variable == nullptr) {
+        return true;
+    }
+    const char* at = line;
+    const char* const end = line + length;
+    while (at < end && (isBlank(*at) || *at == '\r')) {
+        ++at;
+    }
+    const char* want = variable;
+    for (; at < end && *want != '\0' && *want != ' '; ++at, ++want) {
+        if (*at != *want) {
+            return *at == '"';
+        }
+    }
+    return *want != '\0' || at == end || std::strchr(" \t\r\n=\"", *at) != nullptr;
+}
+
+}  // namespace
+
+GenRegVarVal::GenRegVarVal(const char* path, unsigned int* rc) noexcept {
+    FunctionTrace trace{Function::GenRegVarVal};
+    *rc = GenRegTextSchema::construct(*this, trace, path, lineMayHold,
+                                      REG_FEATURE_DEFERRED_COMMIT | REG_FEATURE_ALLOW_DUPLICATES);
+    if (*rc != 0) {
+        return;
+    }
+    compactFlag().store(0, std::memory_order_relaxed);
+}
+
+GenRegVarVal::~GenRegVarVal() noexcept {
+    const FunctionTrace trace{Function::DestroyGenRegVarVal};
+}
+
+unsigned int GenRegVarVal::ParseLine(void* record, const char* line) noexcept {
+    FunctionTrace trace{Function::VarValParseLine};
+    if (record == nullptr || line == nullptr) {
+        return trace.fail(10, REG_EMPTY_ARGUMENT);
+    }
+    auto& parsed = *static_cast<GenRegVarValRecord*>(record);
+    parsed.contains = 0;
+    parsed.variable = parsed.value = nullptr;
+    char* const text = parsed.lineText;
+    genreg::copyLine(parsed.lineText, line);
+    parsed.comment = genreg::cutComment(text);
+    if (parsed.comment != nullptr) {
+        parsed.contains = VARVAL_HAS_COMMENT;
+        CleanString(parsed.comment);
+    }
+    if (const unsigned int rc = StripWhiteSpace(text)) {
+        return trace.fail(20, rc);
+    }
+    if (*text == '\0') {
+        return 0;
+    }
+    parsed.contains |= VARVAL_HAS_PAIR;
+    char* const equal = std::strchr(text, '=');
+    if (equal == nullptr) {
+        return trace.fail(30, REG_NO_EQUAL_SIGN);
+    }
+    *equal = '\0';
+    if (equal > text && equal[-1] == ' ') {
+        equal[-1] = '\0';
+    }
+    char* const value = equal[1] == ' ' ? equal + 2 : equal + 1;
+    if (*value == '"') {
+        char* const close = std::strchr(value + 1, '"');
+        if (close == nullptr) {
+            return trace.fail(40, REG_UNTERMINATED_QUOTE);
+        }
+        close[1] = '\0';
+    }
+    parsed.variable = text;
+    parsed.value = value;
+    return 0;
+}
+
+unsigned int GenRegVarVal::FormatLine(void* record, char* line) noexcept {
+    FunctionTrace trace{Function::VarValFormatLine};
+    if (record == nullptr || line == nullptr) {
+        return trace.fail(10, REG_EMPTY_ARGUMENT);
+    }
+    const auto& wanted = *static_cast<const GenRegVarValRecord*>(record);
+    const bool commented = (wanted.contains & VARVAL_HAS_COMMENT) != 0;
+    LineText text;
+    if ((wanted.contains & VARVAL_HAS_PAIR) != 0) {
+        if (wanted.variable == nullptr || wanted.value == nullptr) {
+            return trace.fail(20, wanted.variable == nullptr ? REG_NAME_MISSING : REG_VALUE_MISSING);
+        }
+        Layout layout = newLayout();
+        if (*line != '\0' && !readLayout(line, &layout)) {
+            return trace.fail(30, REG_NO_EQUAL_SIGN);
+        }
+        text.append(layout.indent, layout.indentLength);
+        text.append(wanted.variable);
+        text.append(layout.beforeEqual, layout.beforeEqualLength);
+        text.append("=");
+        text.append(layout.afterEqual, layout.afterEqualLength);
+        text.append(wanted.value);
+        text.append(commented ? " " : "");
+    }
+    if (commented) {
+        text.append("# ");
+        text.append(wanted.comment != nullptr ? wanted.comment : "");
+    }
+    return text.copyTo(line, "\n") ? 0 : trace.fail(40, REG_LINE_TOO_LONG);
+}
+
+unsigned int GenRegVarVal::MatchRecord(unsigned long mask, void* record, void* key) noexcept {
+    FunctionTrace trace{Function::VarValMatchRecord};
+    if (record == nullptr || key == nullptr) {
+        return trace.exit(0);
+    }
+    const auto& stored = *static_cast<const GenRegVarValRecord*>(record);
+    const auto& sought = *static_cast<const GenRegVarValRecord*>(key);
+    const bool matches = (stored.contains & VARVAL_HAS_PAIR) != 0 &&
+                         ((mask & VARVAL_MATCH_VARIABLE) == 0 || sameText(stored.variable, sought.variable)) &&
+                         ((mask & VARVAL_MATCH_VALUE) == 0 || sameText(stored.value, sought.value));
+    return trace.exit(matches ? 1 : 0);
+}
+
+unsigned int GenRegVarVal::ValidateRecord(unsigned long mask, void* record) noexcept {
+    FunctionTrace trace{Function::VarValValidateRecord};
+    if (record == nullptr) {
+        return trace.fail(10, REG_EMPTY_ARGUMENT);
+    }
+    const auto& checked = *static_cast<const GenRegVarValRecord*>(record);
+    if (checked.contains == 0) {
+        return trace.fail(20, REG_EMPTY_RECORD);
+    }
+    if ((mask & VARVAL_MATCH_VARIABLE) != 0 && checked.variable == nullptr) {
+        return trace.fail(30, REG_NAME_MISSING);
+    }
+    if ((mask & VARVAL_MATCH_VALUE) != 0 && checked.value == nullptr) {
+        return trace.fail(40, REG_VALUE_MISSING);
+    }
+    return 0;
+}
+
+unsigned int GenRegVarVal::PrintRecord(void* record) noexcept {
+    FunctionTrace trace{Function::VarValPrintRecord};
+    if (record == nullptr) {
+        return trace.fail(10, REG_EMPTY_ARGUMENT);
+    }
+    const auto& printed = *static_cast<const GenRegVarValRecord*>(record);
+    (void)std::printf("Record Dump:\n");
+    if (printed.variable != nullptr) {
+        (void)std::printf("   Variable = |%s|\n", printed.variable);
+    }
+    if (printed.value != nullptr) {
+        (void)std::printf("   Value    = |%s|\n", printed.value);
+    }
+    (void)std::printf("   Contains = %i\n", static_cast<int>(printed.contains));
+    if (printed.comment != nullptr) {
+        (void)std::printf("   Comment  = |%s|\n", printed.comment);
+    }
+    return 0;
+}
+
+unsigned int GenRegVarVal::GetRecordSize(void* /*record*/, unsigned long* size) noexcept {
+    return genreg::tellRecordSize<GenRegVarValRecord>(Function::VarValGetRecordSize, size);
+}
+
+unsigned int GenRegVarVal::GetMaxRecordSize(unsigned long* size) noexcept {
+    return genreg::tellRecordSize<GenRegVarValRecord>(Function::VarValGetMaxRecordSize, size);
+}

@@ -1,0 +1,121 @@
+// What traces, the diagnostic log and the last cause tell of an operation.
+#include <genreg/Cause.h>
+#include <osse/Errors.h>
+#include <osse/Log.h>
+#include <osse/Trace.h>
+
+#include "support/VarValFile.h"
+
+namespace {
+
+class DiagnosticsTest : public RegistryTest {
+protected:
+    // Runs the scenario below in this program anew, with the variables set; what it printed of its codes.
+    [[nodiscard]] std::string run(std::vector<std::string> variables) const {
+        variables.push_back("DIRECTORY=" + path(""));
+        EXPECT_EQ(inChild([&] {
+                      std::vector<std::string> arguments = {"/proc/self/exe", "--gtest_brief=1",
+                                                            "--gtest_filter=Scenario.DISABLED_Updates",
+                                                            "--gtest_also_run_disabled_tests"};
+                      const auto pointers = [](std::vector<std::string>& texts) {
+                          std::vector<char*> all;
+                          for (std::string& text : texts) {
+                              all.push_back(text.data());
+                          }
+                          all.push_back(nullptr);
+                          return all;
+                      };
+                      ::execve("/proc/self/exe", pointers(arguments).data(), pointers(variables).data());
+                      return 127;
+                  }),
+                  0);
+        return read(path("codes"));
+    }
+};
+
+TEST(Scenario, DISABLED_Updates) {
+    const char* const given = ::getenv("DIRECTORY");
+    ASSERT_NE(given, nullptr);
+    const std::string directory = given == nullptr ? "" : given;
+    std::ofstream(directory + "/reg") << "a = 1\nb\n";
+    VarValFile file{directory + "/reg", REG_FEATURE_DEFERRED_COMMIT};
+    GenRegVarValRecord record;
+    std::ofstream codes(directory + "/codes");
+    codes << std::hex << file.change("a", "2") << ' ' << file.add("a", "3") << ' ' << file.add("b", "x # y") << ' '
+          << file.remove("z") << ' ' << file.get("a", &record) << ' ' << file.CloseReg(REG_OP_READ) << ' ';
+    VarValFile missing{directory + "/missing"};
+    codes << missing.change("a", "2");
+    GenRegVarVal::PrintRecord(&record);
+}
+
+constexpr const char* CODES = "0 900001f1 900001fb 900001f6 0 0 900001c5";
+
+TEST_F(DiagnosticsTest, EachFailurePointLeavesALineInTheLog) {
+    EXPECT_EQ(run({"RVN_DIAG_LOG=" + path("log")}), CODES);
+    const std::string log = read(path("log"));
+    for (const char* expected :
+         {"GenRegText::Add(0x082A0029) sev=3 code=0x900001f1 probe=120", "code=0x90000215 rc=0x90000207 probe=110",
+          "code=0x9000027a probe=190", "code=0x900001fb rc=0x9000027a probe=210",
+          "GenRegText::Delete(0x082A002B) sev=5 code=0x900001f6 probe=150", "OpenReg(0x082A0012) sev=5 code=0x90000513",
+          "GenRegText::Change(0x082A002A) sev=3 code=0x900001c5 rc=0x90000513 probe=80"}) {
+        EXPECT_NE(log.find(expected), std::string::npos) << expected << "\n" << log;
+    }
+}
+
+TEST_F(DiagnosticsTest, TracingChangesNoResultAndPairsEveryEntryWithAnExit) {
+    EXPECT_EQ(run({"RVN_TRACE=" + path("trace")}), CODES);
+    const std::string reached = content();
+    std::ifstream trace(path("trace"));
+    std::vector<std::string> stack;
+    int entries = 0;
+    for (std::string line; std::getline(trace, line);) {
+        const std::size_t at = line.find_first_of("><");
+        if (at == std::string::npos || line.find(" = ") < at || line.find(" ! ") < at) {
+            continue;
+        }
+        const std::string name = line.substr(at + 2, line.find(')', at) - at - 1);
+        EXPECT_EQ(name.find("UNKNOWN"), std::string::npos) << line;
+        if (line[at] == '>') {
+            stack.push_back(name);
+            ++entries;
+        } else {
+            ASSERT_FALSE(stack.empty());
+            EXPECT_EQ(stack.back(), name);
+            stack.pop_back();
+        }
+    }
+    EXPECT_TRUE(stack.empty());
+    EXPECT_GT(entries, 50);
+    EXPECT_EQ(run({}), CODES);
+    EXPECT_EQ(content(), reached);
+}
+
+TEST_F(DiagnosticsTest, TheLastCauseIsTheInnermostFailureOfTheLastOperation) {
+    const auto cause = [] {
+        GenRegCause found = {};
+        genregLastCause(&found);
+        return found;
+    };
+    VarValFile file{reg()};
+    EXPECT_EQ(file.change("a", "2"), REG_OPEN_FAILED);
+    EXPECT_EQ(cause().code, REG_MISSING);
+    EXPECT_STREQ(ecfGetFunctionName(cause().function), "OpenReg");
+    EXPECT_EQ(cause().probe, 40u);
+    VarValFile elsewhere{path("none/reg")};
+    EXPECT_EQ(elsewhere.change("a", "2"), REG_LOCK_FAILED);
+    EXPECT_EQ(cause().code, REG_OPEN_LOCK_FAILED);
+    EXPECT_EQ(cause().platformCode, ossErrorMapSystem(ENOENT));
+    (void)write("reg", "broken\na = 1\n");
+    EXPECT_EQ(file.add("b", "x # y"), REG_VERIFY_FAILED);
+    EXPECT_EQ(cause().code, REG_VERIFY_OTHER_ADDED);
+    EXPECT_EQ(file.change("a", "1"), REG_UNCHANGED);
+    EXPECT_EQ(cause().code, REG_UNCHANGED);
+    EXPECT_EQ(file.change("a", "2"), 0u);
+    EXPECT_EQ(cause().code, 0u);  // the broken line was survived, and is no cause
+    GenRegVarValRecord record;
+    EXPECT_EQ(file.get("z", &record), REG_NOT_FOUND);
+    EXPECT_EQ(cause().code, REG_NOT_FOUND);
+    genregLastCause(nullptr);
+}
+
+}  // namespace

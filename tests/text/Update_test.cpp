@@ -1,0 +1,251 @@
+// Add, Change and Delete: codes, and what stands in the file and beside it afterwards.
+#include "support/VarValFile.h"
+
+namespace {
+
+constexpr unsigned long DEFERRED = REG_FEATURE_DEFERRED_COMMIT;
+constexpr unsigned long DUPLICATES = REG_FEATURE_ALLOW_DUPLICATES;
+constexpr unsigned long JOINED = REG_FEATURE_LINE_CONTINUATION;
+
+using UpdateTest = RegistryTest;
+
+// What becomes of "a = 1, b = 2, b = 3" where duplicates are refused and where they are allowed.
+TEST_F(UpdateTest, MatchesDecideByTheFourWaysOfUpdating) {
+    const std::string old = "a = 1\n# c\nb = 2\nb = 3\n";
+    const std::string half = "a = 1\n# c\nb = 2\nb = 2\n";
+    const struct {
+        unsigned int (*run)(VarValFile&);
+        unsigned int code[2];
+        std::string content[2];
+    } cases[] = {
+        {[](VarValFile& f) { return f.add("z", "9"); }, {0, 0}, {old + "z = 9\n", old + "z = 9\n"}},
+        {[](VarValFile& f) { return f.add("a", "9"); }, {REG_DUPLICATE, 0}, {old, old + "a = 9\n"}},
+        {[](VarValFile& f) { return f.change("a", "9"); }, {0, 0}, {"a = 9" + old.substr(5), "a = 9" + old.substr(5)}},
+        {[](VarValFile& f) { return f.change("b", "9"); }, {REG_SEVERAL_MATCH, 0}, {old, "a = 1\n# c\nb = 9\nb = 9\n"}},
+        {[](VarValFile& f) { return f.change("z", "9"); }, {REG_NOT_FOUND, REG_NOT_FOUND}, {old, old}},
+        {[](VarValFile& f) { return f.change("a", "1"); }, {REG_UNCHANGED, REG_UNCHANGED}, {old, old}},
+        // One line says so already, one does not: without the verification the one that does not is changed.
+        {[](VarValFile& f) { return f.change("b", "2"); }, {REG_UNCHANGED, REG_UNCHANGED}, {half, half}},
+        {[](VarValFile& f) { return f.remove("a"); }, {0, 0}, {old.substr(6), old.substr(6)}},
+        {[](VarValFile& f) { return f.remove("b"); }, {REG_SEVERAL_MATCH, 0}, {old, "a = 1\n# c\n"}},
+        {[](VarValFile& f) { return f.remove("z"); }, {REG_NOT_FOUND, REG_NOT_FOUND}, {old, old}},
+    };
+    for (std::size_t i = 0; i < std::size(cases); ++i) {
+        for (const unsigned long features : UPDATE_WAYS) {
+            SCOPED_TRACE(std::to_string(i) + " by way " + std::to_string(features));
+            const bool deferred = (features & DEFERRED) != 0;
+            const bool allowed = (features & DUPLICATES) != 0;
+            const unsigned int code = cases[i].code[allowed];
+            std::filesystem::remove(tmp());
+            (void)write("reg", old);
+            VarValFile file{reg(), features};
+            EXPECT_EQ(cases[i].run(file), code);
+            EXPECT_EQ(content(), deferred && code == REG_UNCHANGED ? old : cases[i].content[allowed]);
+            // What was abandoned stays, but for a change or delete that would have been verified.
+            const bool left = code == REG_DUPLICATE || (!deferred && code != 0 && code != REG_UNCHANGED);
+            EXPECT_EQ(names(), left ? "reg reg.tmp" : "reg");
+            EXPECT_EQ(file.state & REG_STATE_LOCKED, 0u);
+        }
+    }
+}
+
+// Everything that is no line of the schema, in front of, behind and between lines that are.
+TEST_F(UpdateTest, WhatIsNotTouchedIsCarriedByteForByte) {
+    std::string odd = "# comment\r\n\n   \n\xff\x80 high = \x01\nno pair\r\n\\\nopen = \"quote\n";
+    odd += std::string("nul\0nul = 1\n\0\n", 14);
+    for (const std::size_t length : {2046UL, 2047UL, 2048UL, 2049UL, 70'000UL}) {
+        odd += std::string(length - 5, 'a') + " = 1\n";  // its name begins like the one that is sought
+        odd += "a = " + std::string(length, 'v') + "\n";
+    }
+    for (const std::size_t length : {0UL, 1UL, 2046UL, 2047UL, 2048UL, 2049UL, 70'000UL}) {
+        for (const unsigned long way : UPDATE_WAYS) {
+            for (const unsigned long features : {way, way | JOINED}) {
+                SCOPED_TRACE(std::to_string(length) + " by way " + std::to_string(features));
+                const std::string tail(length, 't');
+                const std::string ended = length == 0 ? tail : tail + "\n";
+                VarValFile file{reg(), features};
+                (void)write("reg", odd + "key = 1\r\n" + odd + tail);
+                EXPECT_EQ(file.change("key", "2"), 0u);
+                EXPECT_TRUE(content() == odd + "key = 2\n" + odd + ended);
+                (void)write("reg", odd + "key = 1\r\n" + odd + tail);
+                EXPECT_EQ(file.remove("key"), 0u);
+                EXPECT_TRUE(content() == odd + odd + tail);
+                const bool refused = length > 2048 && features != DUPLICATES && features != (DUPLICATES | JOINED);
+                EXPECT_EQ(file.add("key", "3"), refused ? REG_BUFFER_TOO_SMALL : 0U);
+                EXPECT_TRUE(content() == (refused ? odd + odd + tail : odd + odd + ended + "key = 3\n"));
+            }
+        }
+    }
+}
+
+TEST_F(UpdateTest, EmptyFilesAndFilesOfCommentsTakeAndLoseTheirOnlyLine) {
+    for (const std::string old : {"", "# only\n\n# comments\n"}) {
+        for (const unsigned long features : UPDATE_WAYS) {
+            (void)write("reg", old);
+            VarValFile file{reg(), features};
+            EXPECT_EQ(file.change("x", "1"), REG_NOT_FOUND);
+            EXPECT_EQ(file.remove("x"), REG_NOT_FOUND);
+            EXPECT_EQ(file.add("x", "1"), 0u);
+            EXPECT_EQ(content(), old + "x = 1\n");
+            EXPECT_EQ(file.remove("x"), 0u);
+            EXPECT_EQ(content(), old);
+        }
+    }
+}
+
+TEST_F(UpdateTest, ContinuedLinesAreOneRecordAndNeverTakeANewLineIn) {
+    for (const unsigned long features : UPDATE_WAYS) {
+        VarValFile file{reg(), features | JOINED};
+        (void)write("reg", "a = 1\\\n2\nb = 3\\\n4\n");
+        const char* value = nullptr;
+        EXPECT_TRUE(file.GetStringValue("a", &value));
+        EXPECT_STREQ(value, "12");
+        EXPECT_EQ(file.change("a", "5"), 0u);
+        EXPECT_EQ(file.remove("b"), 0u);
+        EXPECT_EQ(content(), "a = 5\n");
+        (void)write("reg", "a = 1\\\n");
+        EXPECT_EQ(file.add("x", "2"), 0u);
+        EXPECT_EQ(content(), "a = 1\\\n\nx = 2\n");
+        EXPECT_TRUE(file.GetStringValue("a", &value));
+        EXPECT_STREQ(value, "1");
+        // A backslash at the very end would begin a continuation: verified, that is refused; unverified, x still stands
+        // on a line of its own.
+        (void)write("reg", "a = 1\\");
+        EXPECT_EQ(file.add("x", "2"), (features & DEFERRED) != 0 ? REG_VERIFY_FAILED : 0u);
+        EXPECT_EQ(file.GetStringValue("x", &value), (features & DEFERRED) == 0);
+    }
+}
+
+TEST_F(UpdateTest, WhatWouldNotReadBackAsAskedForIsRefused) {
+    const std::string old = "a = 1\nb = 2\n";
+    for (const char* value :
+         {"1\nz = 5", "a # b", "\"open", "\"quoted\" tail", "two  blanks", " lead", "trail ", "x\r"}) {
+        (void)write("reg", old);
+        VarValFile file{reg()};
+        EXPECT_EQ(file.add("c", value), REG_VERIFY_FAILED) << value;
+        EXPECT_EQ(names(), "reg reg.tmp") << "kept for inspection";
+        EXPECT_EQ(file.change("a", value), REG_VERIFY_FAILED) << value;
+        EXPECT_EQ(content(), old);
+        EXPECT_EQ(names(), "reg reg.cor reg.tmp");
+        EXPECT_EQ(file.add("c", "3"), 0u);
+        EXPECT_EQ(names(), "reg reg.cor");
+        std::filesystem::remove(cor());
+    }
+    VarValFile file{reg()};
+    (void)write("reg", old);
+    EXPECT_EQ(file.add("c", std::string(2043, 'v').c_str()), REG_FORMAT_FAILED);
+    EXPECT_EQ(file.add("c", std::string(2042, 'v').c_str()), 0u);
+    EXPECT_EQ(file.change("c", std::string(2043, 'v').c_str()), REG_FORMAT_FAILED);
+    EXPECT_EQ(content(), old + "c = " + std::string(2042, 'v') + "\n");
+}
+
+class SlotTest : public RegistryTest {
+protected:
+    SlotTest() { (void)write("reg", "a = 1\n"); }
+
+    // The codes of add, change, delete, get and of a scan's next, in this order.
+    static std::vector<unsigned int> codes(VarValFile& file) {
+        GenRegVarValRecord record;
+        GenRegVarValRecord key = VarValFile::pair("a", "1");
+        std::vector<unsigned int> all = {file.add("b", "2"), file.change("a", "2"), file.remove("a"),
+                                         file.get("a", &record)};
+        EXPECT_EQ(file.OpenScan(), 0u);
+        all.push_back(file.GetNext(VARVAL_MATCH_VARIABLE, &key, &record));
+        EXPECT_EQ(file.CloseScan(), 0u);
+        return all;
+    }
+    // Nothing is held, open or changed.
+    void expectUntouched(const VarValFile& file) const {
+        EXPECT_EQ(file.regFp, nullptr);
+        EXPECT_EQ(file.tmpFp, nullptr);
+        EXPECT_EQ(content(), "a = 1\n");
+        VarValFile other{reg()};
+        EXPECT_EQ(other.Lock(REG_LOCK_EXCLUSIVE | REG_LOCK_NOWAIT, 10), 0u);
+    }
+};
+
+TEST_F(SlotTest, AMissingSlotIsToldAndNothingStaysOpen) {
+    const struct {
+        void (*clear)(VarValFile&);
+        unsigned int code;
+        bool onlyFormats;
+    } cases[] = {
+        {[](VarValFile& f) { f.validateRecord = nullptr; }, REG_NO_VALIDATE_RECORD, false},
+        {[](VarValFile& f) { f.getMaxRecordSize = nullptr; }, REG_NO_GET_MAX_RECORD_SIZE, false},
+        {[](VarValFile& f) { f.parseLine = nullptr; }, REG_NO_PARSE_LINE, false},
+        {[](VarValFile& f) { f.matchRecord = nullptr; }, REG_NO_MATCH_RECORD, false},
+        {[](VarValFile& f) { f.formatLine = nullptr; }, REG_NO_FORMAT_LINE, true},
+    };
+    VarValFile whole{reg()};
+    EXPECT_EQ(whole.CheckFuncPtrs(), 0u);
+    for (std::size_t i = 0; i < std::size(cases); ++i) {
+        for (const unsigned long features : UPDATE_WAYS) {
+            VarValFile file{reg(), features};
+            for (std::size_t later = std::size(cases); later-- > i;) {
+                cases[later].clear(file);
+                EXPECT_EQ(file.CheckFuncPtrs(), cases[later].code);  // the first one missing decides
+            }
+            VarValFile one{reg(), features};
+            cases[i].clear(one);
+            const unsigned int code = cases[i].code;
+            if (cases[i].onlyFormats) {
+                EXPECT_EQ(one.add("b", "2"), REG_CALLBACK_MISSING);
+                EXPECT_EQ(one.Verify(REG_OP_ADD, 0, nullptr, nullptr), REG_CALLBACK_MISSING);
+                EXPECT_EQ(one.change("a", "2"), code);
+            } else {
+                EXPECT_EQ(codes(one), (std::vector<unsigned int>{REG_CALLBACK_MISSING, code, code, code, code}));
+            }
+            expectUntouched(one);
+        }
+    }
+}
+
+TEST_F(SlotTest, ARecordSizeOutOfBoundsStopsEverythingBeforeTheFile) {
+    using Codes = std::vector<unsigned int>;
+    VarValFile file{reg()};
+    file.getMaxRecordSize = [](unsigned long* size) { return *size = 2, 0U; };
+    EXPECT_EQ(codes(file), Codes(5, REG_RECORD_TOO_SMALL));
+    EXPECT_EQ(file.Verify(REG_OP_ADD, 0, nullptr, nullptr), REG_RECORD_TOO_SMALL);
+    file.getMaxRecordSize = [](unsigned long* size) { return *size = 0x100001, 0U; };
+    EXPECT_EQ(codes(file), Codes(5, REG_RECORD_SIZE_REFUSED));
+    EXPECT_FALSE(std::filesystem::exists(path(".reg.lock")));
+    // A record of 3 to 7 bytes can be worked on, but is never handed out.
+    file.getMaxRecordSize = [](unsigned long* size) { return *size = 7, 0U; };
+    file.parseLine = [](void* record, const char* line) { return *static_cast<char*>(record) = *line, 0U; };
+    file.matchRecord = [](unsigned long, void* record, void*) { return *static_cast<char*>(record) == 'a' ? 1U : 0U; };
+    file.lineMayMatch = nullptr;
+    GenRegVarValRecord record;
+    EXPECT_EQ(file.get("a", &record), REG_RECORD_SIZE_REFUSED);
+    expectUntouched(file);
+    EXPECT_EQ(file.remove("a"), 0u);
+    EXPECT_EQ(file.get("a", &record), REG_NOT_FOUND);
+}
+
+TEST_F(SlotTest, ARefusedRecordTouchesNothing) {
+    VarValFile file{reg()};
+    GenRegVarValRecord empty = {};
+    GenRegVarValRecord good = VarValFile::pair("a", "1");
+    EXPECT_EQ(file.Add(0, &empty), REG_RECORD_REFUSED);
+    EXPECT_EQ(file.Change(0, &good, &empty), REG_RECORD_REFUSED);
+    EXPECT_EQ(file.Delete(0, &empty), REG_RECORD_REFUSED);
+    EXPECT_EQ(file.Get(0, nullptr, &good), REG_RECORD_REFUSED);
+    EXPECT_FALSE(std::filesystem::exists(path(".reg.lock")));
+}
+
+TEST_F(SlotTest, ChangesAreAnnouncedOnceTheyStand) {
+    static int announced = 0;
+    VarValFile file{reg(), DEFERRED | REG_FEATURE_NOTIFY};
+    EXPECT_EQ(file.change("a", "2"), REG_NO_NOTIFY);
+    EXPECT_EQ(content(), "a = 2\n");
+    file.notifyChange = [] { return ++announced, 0x90001234U; };
+    EXPECT_EQ(file.change("a", "3"), 0u);  // what announcing answers does not matter
+    EXPECT_EQ(file.add("b", "1"), 0u);
+    EXPECT_EQ(file.remove("b"), 0u);
+    EXPECT_EQ(announced, 3);
+    EXPECT_EQ(file.change("a", "3"), REG_UNCHANGED);
+    EXPECT_EQ(file.add("a", "3"), REG_DUPLICATE);
+    EXPECT_EQ(file.remove("c"), REG_NOT_FOUND);
+    EXPECT_EQ(announced, 3);
+}
+
+}  // namespace

@@ -1,0 +1,82 @@
+// The check between an update and its commit.
+#include "support/VarValFile.h"
+
+namespace {
+
+constexpr unsigned long DEFERRED = REG_FEATURE_DEFERRED_COMMIT;
+constexpr unsigned long BOTH = REG_FEATURE_DEFERRED_COMMIT | REG_FEATURE_ALLOW_DUPLICATES;
+
+using VerifyTest = RegistryTest;
+
+// The key is the variable a; the new record is a = 9.
+TEST_F(VerifyTest, EveryDifferenceButTheOneAskedForHasItsCode) {
+    const std::string abc = "a = 1\nb = 2\nc = 3\n";
+    const struct {
+        unsigned long operation;
+        unsigned long features;
+        std::string before;
+        std::string after;
+        unsigned int code;
+    } cases[] = {
+        {REG_OP_CHANGE, DEFERRED, abc, "a = 9\nb = 2\nc = 3\n", 0},
+        {REG_OP_CHANGE, DEFERRED, "a = 1\nb = 2", "a = 9\nb = 2\n", 0},
+        {REG_OP_CHANGE, DEFERRED, abc, abc, REG_VERIFY_NO_DIFFERENCE},
+        {REG_OP_CHANGE, DEFERRED, abc, "a=1\nb = 2\nc = 3\n", REG_VERIFY_NO_DIFFERENCE},
+        {REG_OP_CHANGE, DEFERRED, abc, "a = 8\nb = 2\nc = 3\n", REG_VERIFY_WRONG_RECORD},
+        {REG_OP_CHANGE, DEFERRED, abc, "a = 1\na = 9\nc = 3\n", REG_VERIFY_KEY_DIFFERS},
+        {REG_OP_CHANGE, DEFERRED, "# c\na = 1\n", "# d\na = 9\n", REG_VERIFY_KEY_DIFFERS},
+        {REG_OP_CHANGE, DEFERRED, abc, "a = 9\nb = 2\n", REG_VERIFY_LENGTH_DIFFERS},
+        {REG_OP_CHANGE, DEFERRED, abc, "a = 9\nb = 2\nc = 3\nd = 4\n", REG_VERIFY_LENGTH_DIFFERS},
+        {REG_OP_CHANGE, DEFERRED, abc, "", REG_VERIFY_LENGTH_DIFFERS},
+        {REG_OP_CHANGE, DEFERRED, "a = 1\na = 2\n", "a = 9\na = 9\n", REG_VERIFY_SEVERAL_CHANGED},
+        {REG_OP_CHANGE, BOTH, "a = 1\na = 2\n", "a = 9\na = 9\n", 0},
+        {REG_OP_ADD, DEFERRED, abc, abc + "a = 9\n", 0},
+        {REG_OP_ADD, DEFERRED, "", "a = 9\n", 0},
+        {REG_OP_ADD, DEFERRED, "b = 1", "b = 1\na = 9\n", 0},
+        {REG_OP_ADD, DEFERRED, abc, abc, REG_VERIFY_NOTHING_ADDED},
+        {REG_OP_ADD, DEFERRED, abc, "a = 1\n", REG_VERIFY_NOTHING_ADDED},
+        {REG_OP_ADD, DEFERRED, abc, abc + "a = 8\n", REG_VERIFY_OTHER_ADDED},
+        {REG_OP_ADD, DEFERRED, abc, abc + "# a = 9\n", REG_VERIFY_OTHER_ADDED},
+        {REG_OP_ADD, DEFERRED, abc, abc + "a = 9\n\n", REG_VERIFY_SEVERAL_ADDED},
+        {REG_OP_ADD, DEFERRED, abc, "a = 2\nb = 2\nc = 3\na = 9\n", REG_VERIFY_DIFFERS_EARLY},
+        {REG_OP_DELETE, DEFERRED, abc, "b = 2\nc = 3\n", 0},
+        {REG_OP_DELETE, DEFERRED, "b = 2\na = 1\n", "b = 2\n", 0},
+        {REG_OP_DELETE, DEFERRED, "b = 2\na = 1\nc = 3", "b = 2\nc = 3", 0},
+        {REG_OP_DELETE, BOTH, "b = 2\na = 1\na = 3\n", "b = 2\n", 0},
+        {REG_OP_DELETE, BOTH, "a = 1\na = 3\nb = 2\na = 4\n", "b = 2\n", 0},
+        {REG_OP_DELETE, DEFERRED, "b = 2\na = 1\na = 3\n", "b = 2\n", REG_VERIFY_SEVERAL_CHANGED},
+        {REG_OP_DELETE, DEFERRED, abc, abc, REG_VERIFY_NO_DIFFERENCE},
+        {REG_OP_DELETE, DEFERRED, abc, "a = 1\nc = 3\n", REG_VERIFY_LOST_RECORD},
+        {REG_OP_DELETE, DEFERRED, "# c\na = 1\nb = 2\n", "b = 2\n", REG_VERIFY_LOST_RECORD},
+        {REG_OP_DELETE, DEFERRED, abc, "b = 2\n", REG_VERIFY_WRONG_RECORD},
+        {REG_OP_DELETE, BOTH, "a = 1\na = 2\n", "x = 1\n", REG_VERIFY_OLD_ENDED},
+        {REG_OP_DELETE, DEFERRED, "b = 2\n", "b = 2\nx = 1\n", REG_VERIFY_OLD_ENDED},
+        {REG_OP_DELETE, DEFERRED, "a = 1\nb = 2\n", "b = 2\nx = 1\n", REG_VERIFY_WRONG_RECORD},
+        {REG_OP_READ, DEFERRED, abc, "a = 9\nb = 2\nc = 3\n", REG_VERIFY_DIFFERS_EARLY},
+        {REG_OP_READ, DEFERRED, abc, abc, REG_VERIFY_NO_DIFFERENCE},
+    };
+    for (const auto& sample : cases) {
+        SCOPED_TRACE(std::to_string(sample.operation) + ": " + sample.before + "-> " + sample.after);
+        std::filesystem::remove(tmp());
+        (void)write("reg", sample.before);
+        (void)write("reg.tmp", sample.after);
+        VarValFile file{reg(), sample.features};
+        GenRegVarValRecord key = VarValFile::pair("a", nullptr);
+        GenRegVarValRecord record = VarValFile::pair("a", "9");
+        EXPECT_EQ(file.Verify(sample.operation, VARVAL_MATCH_VARIABLE, &record, &key), sample.code);
+        EXPECT_EQ(content(), sample.code == 0 ? sample.after : sample.before);
+        EXPECT_EQ(names(), sample.code == 0 ? "reg" : "reg reg.tmp");
+        EXPECT_EQ(file.regFp, nullptr);
+    }
+}
+
+TEST_F(VerifyTest, WithoutACopyOrARegistryThereIsNothingToVerify) {
+    (void)write("reg", "a = 1\n");
+    VarValFile file{reg()};
+    EXPECT_EQ(file.Verify(REG_OP_ADD, 0, nullptr, nullptr), REG_OPEN_FAILED);
+    std::filesystem::remove(reg());
+    EXPECT_EQ(file.Verify(REG_OP_ADD, 0, nullptr, nullptr), REG_OPEN_FAILED);
+    EXPECT_EQ(names(), "");
+}
+
+}  // namespace
