@@ -1,0 +1,208 @@
+// The inittab form: its record callbacks.
+#include <genreg/GenRegInitTab.h>
+
+#include <cstdio>
+#include <cstring>
+#include <initializer_list>
+
+#include "genreg/text/Schema.h"
+
+using genreg::Function;
+using genreg::FunctionTrace;
+using genreg::LineText;
+using genreg::sameText;
+
+namespace {
+
+constexpr unsigned long INITTAB_FEATURES = REG_FEATURE_DEFERRED_COMMIT | REG_FEATURE_LINE_CONTINUATION;
+
+// Cuts the text at its first ":" and answers what stands behind it; null when there is none.
+char* cutField(char* text) noexcept {
+    char* const colon = std::strchr(text, ':');
+    if (colon == nullptr) {
+        return nullptr;
+    }
+    *colon = '\0';
+    return colon + 1;
+}
+
+// Kept: the first character stays even if it is a blank.
+void trimCommand(char* command) noexcept {
+    for (std::size_t length = std::strlen(command); length > 1 && command[length - 1] == ' '; --length) {
+        command[length - 1] = '\0';
+    }
+}
+
+// Whether a line may hold the entry with this id, judged by what stands before its first ":".
+bool lineMayHold(unsigned long matchType, const char* line, unsigned long length, const void* key) noexcept {
+    const auto& sought = *static_cast<const GenRegInitTabRecord*>(key);
+    if ((matchType & INITTAB_MATCH_ID) == 0 || (sought.flags & INITTAB_HAS_ENTRY) == 0 || sought.id == nullptr) {
+        return true;
+    }
+    return genreg::beginsWithField(line, line + length, sought.id, ":#\n");
+}
+
+}  // namespace
+
+GenRegInitTab::GenRegInitTab() noexcept {
+    const FunctionTrace trace{Function::GenRegInitTab};
+    GenRegTextSchema::install(*this, lineMayHold, INITTAB_FEATURES);
+}
+
+GenRegInitTab::GenRegInitTab(const char* path, unsigned int* rc) noexcept : GenRegInitTab() {
+    *rc = setPaths(path);
+}
+
+GenRegInitTab::~GenRegInitTab() noexcept {
+    const FunctionTrace trace{Function::DestroyGenRegInitTab};
+}
+
+unsigned int GenRegInitTab::setPaths(const char* path) noexcept {
+    FunctionTrace trace{Function::SetPaths};
+    const unsigned int rc = setRegistryPaths(path);
+    return rc == 0 ? 0 : trace.fail(10, rc);
+}
+
+unsigned int GenRegInitTab::ParseLine(void* record, const char* line) noexcept {
+    FunctionTrace trace{Function::InitTabParseLine};
+    if (record == nullptr || line == nullptr) {
+        return trace.fail(10, REG_EMPTY_ARGUMENT);
+    }
+    auto& parsed = *static_cast<GenRegInitTabRecord*>(record);
+    parsed.id = parsed.runLevel = parsed.action = parsed.command = nullptr;
+    char* const text = parsed.line;
+    genreg::copyLine(parsed.line, line);
+    parsed.comment = *text == ':' ? text + 1 : genreg::cutComment(text);
+    parsed.flags = parsed.comment != nullptr ? INITTAB_HAS_COMMENT : 0;
+    if (*text == ':' || *text == '\0') {
+        return 0;
+    }
+    parsed.flags |= INITTAB_HAS_ENTRY;
+    parsed.id = text;
+    parsed.runLevel = cutField(text);
+    if (parsed.runLevel == nullptr) {
+        return trace.fail(20, REG_INITTAB_NO_RUN_LEVEL, 0, text);
+    }
+    parsed.action = cutField(parsed.runLevel);
+    if (parsed.action == nullptr) {
+        return trace.fail(30, REG_INITTAB_NO_ACTION);
+    }
+    parsed.command = cutField(parsed.action);
+    if (parsed.command == nullptr) {
+        return trace.fail(40, REG_INITTAB_NO_COMMAND);
+    }
+    trimCommand(parsed.command);
+    return 0;
+}
+
+unsigned int GenRegInitTab::FormatLine(void* record, char* line) noexcept {
+    FunctionTrace trace{Function::InitTabFormatLine};
+    if (record == nullptr || line == nullptr) {
+        return trace.fail(10, REG_EMPTY_ARGUMENT);
+    }
+    const auto& wanted = *static_cast<const GenRegInitTabRecord*>(record);
+    const bool entry = (wanted.flags & INITTAB_HAS_ENTRY) != 0;
+    const bool commented = (wanted.flags & INITTAB_HAS_COMMENT) != 0;
+    if (!entry && !commented) {
+        return 0;
+    }
+    LineText text;
+    if (entry) {
+        const char* separator = "";
+        for (const char* const field : {wanted.id, wanted.runLevel, wanted.action, wanted.command}) {
+            if (field == nullptr) {
+                return trace.fail(20, REG_NAME_MISSING);
+            }
+            text.append(separator);
+            text.append(field);
+            separator = ":";
+        }
+        text.append(commented ? " " : "");
+    }
+    if (commented) {
+        text.append("#");
+        text.append(wanted.comment != nullptr ? wanted.comment : "");
+    }
+    return text.copyTo(line, "") ? 0 : trace.fail(30, REG_LINE_TOO_LONG);
+}
+
+unsigned int GenRegInitTab::MatchRecord(unsigned long matchType, void* fileRecord, void* keyRecord) noexcept {
+    FunctionTrace trace{Function::InitTabMatchRecord};
+    if (matchType == 0) {
+        return trace.exit(1);
+    }
+    if (fileRecord == nullptr || keyRecord == nullptr) {
+        return trace.exit(0);
+    }
+    const auto& stored = *static_cast<const GenRegInitTabRecord*>(fileRecord);
+    const auto& sought = *static_cast<const GenRegInitTabRecord*>(keyRecord);
+    constexpr unsigned long EITHER = INITTAB_HAS_ENTRY | INITTAB_HAS_COMMENT;
+    if ((sought.flags & EITHER) == 0 && sought.comment == nullptr) {
+        return trace.exit((stored.flags & EITHER) == 0 && stored.comment == nullptr ? 1 : 0);
+    }
+    // Kept: what the key lacks is not asked for, so a key without a comment matches an entry with one.
+    if ((sought.flags & EITHER & ~stored.flags) != 0) {
+        return trace.exit(0);
+    }
+    const auto same = [matchType](unsigned long bit, const char* a, const char* b) {
+        return (matchType & bit) == 0 || sameText(a, b);
+    };
+    const bool sameEntry =
+        (sought.flags & INITTAB_HAS_ENTRY) == 0 || (same(INITTAB_MATCH_ID, stored.id, sought.id) &&
+                                                    same(INITTAB_MATCH_RUN_LEVEL, stored.runLevel, sought.runLevel) &&
+                                                    same(INITTAB_MATCH_ACTION, stored.action, sought.action) &&
+                                                    same(INITTAB_MATCH_COMMAND, stored.command, sought.command));
+    const bool sameComment = (sought.flags & INITTAB_HAS_COMMENT) == 0 || sameText(stored.comment, sought.comment);
+    return trace.exit(sameEntry && sameComment ? 1 : 0);
+}
+
+unsigned int GenRegInitTab::ValidateRecord(unsigned long matchType, void* record) noexcept {
+    FunctionTrace trace{Function::InitTabValidateRecord};
+    if (record == nullptr) {
+        return trace.fail(10, REG_EMPTY_ARGUMENT);
+    }
+    const auto& checked = *static_cast<const GenRegInitTabRecord*>(record);
+    if ((checked.flags & (INITTAB_HAS_ENTRY | INITTAB_HAS_COMMENT)) == 0) {
+        return trace.fail(20, REG_EMPTY_RECORD);
+    }
+    if ((checked.flags & INITTAB_HAS_ENTRY) == 0) {
+        return 0;
+    }
+    // Kept: the run levels are not asked for.
+    if (((matchType & INITTAB_MATCH_ID) != 0 && checked.id == nullptr) ||
+        ((matchType & INITTAB_MATCH_ACTION) != 0 && checked.action == nullptr) ||
+        ((matchType & INITTAB_MATCH_COMMAND) != 0 && checked.command == nullptr)) {
+        return trace.fail(30, REG_NAME_MISSING);
+    }
+    return 0;
+}
+
+unsigned int GenRegInitTab::PrintRecord(void* record) noexcept {
+    FunctionTrace trace{Function::InitTabPrintRecord};
+    if (record == nullptr) {
+        return trace.fail(10, REG_EMPTY_ARGUMENT);
+    }
+    const auto& printed = *static_cast<const GenRegInitTabRecord*>(record);
+    if ((printed.flags & INITTAB_HAS_COMMENT) == 0) {
+        return 0;  // kept: an entry without a comment prints nothing
+    }
+    const auto print = [](const char* label, const char* text) {
+        if (text != nullptr) {
+            (void)std::printf("   %-8s : |%s|\n", label, text);
+        }
+    };
+    print("ID", printed.id);
+    print("RunLevel", printed.runLevel);
+    print("Action", printed.action);
+    print("Command", printed.command);
+    print("Comment", printed.comment);
+    return 0;
+}
+
+unsigned int GenRegInitTab::GetRecordSize(void* /*record*/, unsigned long* size) noexcept {
+    return genreg::tellRecordSize<GenRegInitTabRecord>(Function::InitTabGetRecordSize, size);
+}
+
+unsigned int GenRegInitTab::GetMaxRecordSize(unsigned long* size) noexcept {
+    return genreg::tellRecordSize<GenRegInitTabRecord>(Function::InitTabGetMaxRecordSize, size);
+}
