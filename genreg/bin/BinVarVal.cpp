@@ -1,0 +1,80 @@
+// The binary variable/value form: its record callbacks.
+#include <genreg/GenRegBinVarVal.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "genreg/core/FunctionTrace.h"
+
+using genreg::Function;
+using genreg::FunctionTrace;
+
+static_assert(sizeof(GenRegBinVarValRecord) == 36, "the record in memory is the payload of the frame");
+
+GenRegBinVarVal::GenRegBinVarVal(const char* path, unsigned int* rc) noexcept {
+    FunctionTrace trace{Function::GenRegBinVarVal};
+    *rc = setRegistryPaths(path);
+    if (*rc == REG_EMPTY_ARGUMENT || *rc == REG_PATH_TOO_LONG) {
+        (void)trace.fail(10, *rc);
+        return;
+    }
+    matchRecord = MatchRecord;
+    validateRecord = ValidateRecord;
+    printRecord = PrintRecord;
+    getRecordSize = GetRecordSize;
+    getMaxRecordSize = GetMaxRecordSize;
+    if (*rc != 0) {
+        (void)trace.fail(20, *rc);
+        return;
+    }
+    features |= REG_FEATURE_DEFERRED_COMMIT | REG_FEATURE_ALLOW_DUPLICATES;
+}
+
+GenRegBinVarVal::~GenRegBinVarVal() noexcept {
+    const FunctionTrace trace{Function::DestroyGenRegBinVarVal};
+}
+
+unsigned int GenRegBinVarVal::MatchRecord(unsigned long matchType, void* fileRecord, void* keyRecord) noexcept {
+    FunctionTrace trace{Function::BinVarValMatchRecord};
+    if (fileRecord == nullptr || keyRecord == nullptr) {
+        trace.ignore(10, REG_EMPTY_ARGUMENT);
+        return trace.exit(0);
+    }
+    const auto& stored = *static_cast<const GenRegBinVarValRecord*>(fileRecord);
+    const auto& sought = *static_cast<const GenRegBinVarValRecord*>(keyRecord);
+    // A name from a file may lack its terminator.
+    const bool matches = ((matchType & BINVARVAL_MATCH_VARIABLE) == 0 ||
+                          std::strncmp(stored.variable, sought.variable, sizeof stored.variable) == 0) &&
+                         ((matchType & BINVARVAL_MATCH_VALUE) == 0 || stored.value == sought.value);
+    return trace.exit(matches ? 1 : 0);
+}
+
+unsigned int GenRegBinVarVal::ValidateRecord(unsigned long /*matchType*/, void* /*record*/) noexcept {
+    FunctionTrace trace{Function::BinVarValValidateRecord};
+    return trace.exit(0);
+}
+
+unsigned int GenRegBinVarVal::PrintRecord(void* record) noexcept {
+    FunctionTrace trace{Function::BinVarValPrintRecord};
+    if (record == nullptr) {
+        (void)std::printf("   Variable = NULL\n");
+        return trace.fail(10, REG_EMPTY_ARGUMENT);
+    }
+    const auto& printed = *static_cast<const GenRegBinVarValRecord*>(record);
+    (void)std::printf("   Variable = |%.16s|\n", printed.variable);
+    (void)std::printf("   Value    = %i\n", printed.value);
+    (void)std::printf("   Comment  = |%.16s|\n", printed.comment);
+    return 0;
+}
+
+unsigned int GenRegBinVarVal::GetRecordSize(void* /*record*/, unsigned long* size) noexcept {
+    FunctionTrace trace{Function::BinVarValGetRecordSize};
+    *size = sizeof(GenRegBinVarValRecord);
+    return trace.exit(0);
+}
+
+unsigned int GenRegBinVarVal::GetMaxRecordSize(unsigned long* size) noexcept {
+    FunctionTrace trace{Function::BinVarValGetMaxRecordSize};
+    *size = sizeof(GenRegBinVarValRecord);
+    return trace.exit(0);
+}

@@ -1,0 +1,221 @@
+#include "genreg/bin/Frames.h"
+
+#include <genreg/ByteOrder.h>
+#include <osse/Errors.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "genreg/core/Append.h"
+#include "platform/posix/Posix.h"
+
+using genreg::Frame;
+using genreg::FRAME_LENGTH_SIZE;
+using genreg::RecordBuffer;
+
+void GenRegBinFrames::encodeLength(bool bigEndian, unsigned int length, char* bytes) noexcept {
+    if (bigEndian) {
+        signed char ordered[FRAME_LENGTH_SIZE];
+        (void)toBigEndianUint32(ordered, length);
+        std::memcpy(bytes, ordered, sizeof ordered);
+    } else {
+        std::memcpy(bytes, &length, sizeof length);
+    }
+}
+
+unsigned int GenRegBinFrames::decodeLength(bool bigEndian, const char* bytes) noexcept {
+    unsigned int length = 0;
+    if (bigEndian) {
+        signed char ordered[FRAME_LENGTH_SIZE];
+        std::memcpy(ordered, bytes, sizeof ordered);
+        (void)fromBigEndianUint32(ordered, &length);
+    } else {
+        std::memcpy(&length, bytes, sizeof length);
+    }
+    return length;
+}
+
+unsigned int GenRegBinFrames::next(GenRegInput& input, Frame* frame) noexcept {
+    const std::size_t head = input.fill(FRAME_LENGTH_SIZE);
+    if (input.error() != 0) {
+        return trace_.fail(400, REG_FRAME_LENGTH_READ_FAILED, input.error());
+    }
+    if (head == 0) {
+        return REG_NO_MORE_RECORDS;
+    }
+    if (head < FRAME_LENGTH_SIZE) {
+        return trace_.fail(410, REG_FRAME_TRUNCATED);
+    }
+    const std::size_t length = decodeLength(has(REG_FEATURE_BIG_ENDIAN), input.data());
+    if (length > input.size() - input.offset() - FRAME_LENGTH_SIZE) {
+        return trace_.fail(420, REG_FRAME_TRUNCATED);
+    }
+    if (input.fill(FRAME_LENGTH_SIZE + length) < FRAME_LENGTH_SIZE + length) {
+        return input.error() != 0 ? trace_.fail(430, REG_FRAME_PAYLOAD_READ_FAILED, input.error())
+                                  : trace_.fail(440, REG_FRAME_TRUNCATED);
+    }
+    *frame = {input.data() + FRAME_LENGTH_SIZE, length};
+    input.consume(FRAME_LENGTH_SIZE + length);
+    return 0;
+}
+
+unsigned long GenRegBinFrames::maxRecordSize() const noexcept {
+    unsigned long size = 0;
+    (void)engine_.getMaxRecordSize(&size);
+    return size;
+}
+
+unsigned int GenRegBinFrames::check(const Frame& frame) noexcept {
+    if (!has(REG_FEATURE_PACKED) || engine_.checkPacked == nullptr) {
+        return 0;
+    }
+    const unsigned int rc = engine_.checkPacked(frame.payload, frame.length);
+    return rc == 0 ? 0 : trace_.fail(450, REG_UNPACK_FAILED, rc);
+}
+
+bool GenRegBinFrames::mayMatch(unsigned long mask, const Frame& frame, const void* key) const noexcept {
+    return !has(REG_FEATURE_PACKED) || engine_.packedMayMatch == nullptr || engine_.checkPacked == nullptr ||
+           engine_.unpackRecord == nullptr || engine_.packedMayMatch(mask, frame.payload, frame.length, key);
+}
+
+bool GenRegBinFrames::surelyEqual(const Frame& a, const Frame& b) const noexcept {
+    // A schema that looks into images promises that equal ones are equal records.
+    return has(REG_FEATURE_PACKED) && engine_.checkPacked != nullptr && a.length == b.length &&
+           std::memcmp(a.payload, b.payload, a.length) == 0;
+}
+
+unsigned int GenRegBinFrames::unpack(const Frame& frame, RecordBuffer& record) noexcept {
+    const bool packed = has(REG_FEATURE_PACKED);
+    if (packed && engine_.unpackRecord == nullptr) {
+        return trace_.fail(460, REG_NO_UNPACK_RECORD);
+    }
+    const unsigned long room = std::max<unsigned long>(maxRecordSize(), frame.length);
+    if (!record.ensure(room)) {
+        return trace_.fail(465, REG_READ_FAILED, REG_NO_WORK_BUFFER);
+    }
+    auto* const bytes = static_cast<char*>(record.get());
+    std::memcpy(bytes, frame.payload, frame.length);
+    if (!packed || engine_.checkPacked == nullptr) {
+        // A frame shorter than the record must not leave the tail of the one before, nor must an image that nobody
+        // has checked.
+        std::memset(bytes + frame.length, 0, record.size() - frame.length);
+    }
+    if (!packed) {
+        return 0;
+    }
+    const unsigned int rc = record.handTo(engine_.unpackRecord, maxRecordSize());
+    return rc == 0 ? 0 : trace_.fail(470, REG_UNPACK_FAILED, rc);
+}
+
+unsigned int GenRegBinFrames::checkMatch() noexcept {
+    return engine_.matchRecord != nullptr ? 0 : trace_.fail(480, REG_NO_MATCH_RECORD);
+}
+
+unsigned int GenRegBinFrames::payloadSize(void* record, unsigned long* size) noexcept {
+    if (has(REG_FEATURE_PACKED)) {
+        if (engine_.getPackedRecordSize == nullptr) {
+            return trace_.fail(490, REG_NO_GET_PACKED_RECORD_SIZE);
+        }
+        (void)engine_.getPackedRecordSize(record, size);
+    } else {
+        if (engine_.getRecordSize == nullptr) {
+            return trace_.fail(500, REG_NO_GET_RECORD_SIZE);
+        }
+        (void)engine_.getRecordSize(record, size);
+    }
+    *size = static_cast<unsigned int>(*size);  // a frame's length has 32 bits
+    if (*size < REG_MIN_RECORD_SIZE) {
+        return trace_.fail(510, REG_RECORD_TOO_SMALL);
+    }
+    if (*size > REG_MAX_RECORD_SIZE) {
+        return trace_.fail(520, REG_RECORD_SIZE_REFUSED);
+    }
+    return 0;
+}
+
+bool GenRegBinFrames::writeBytes(std::FILE* stream, const void* payload, unsigned long size, bool inPlace) noexcept {
+    char head[FRAME_LENGTH_SIZE];
+    encodeLength(has(REG_FEATURE_BIG_ENDIAN), static_cast<unsigned int>(size), head);
+    if (!inPlace) {
+        return posix::writeUnlocked(stream, head, sizeof head) && posix::writeUnlocked(stream, payload, size);
+    }
+    RecordBuffer whole{"GenRegBin"};
+    if (!whole.allocate(sizeof head + size)) {
+        return false;
+    }
+    auto* const bytes = static_cast<char*>(whole.get());
+    std::memcpy(bytes, head, sizeof head);
+    std::memcpy(bytes + sizeof head, payload, size);
+    return genreg::appendWhole(stream, bytes, sizeof head + size);
+}
+
+// A schema that looks into images takes the previous one where it lies. Any other may look at it as a structure and
+// knows no length: it gets an aligned copy of its own, as large as the largest record.
+unsigned int GenRegBinFrames::previousImage(const Frame* previous, void** image) noexcept {
+    *image = nullptr;
+    if (previous == nullptr) {
+        return 0;
+    }
+    if (engine_.checkPacked != nullptr) {
+        *image = const_cast<char*>(previous->payload);
+        return 0;
+    }
+    if (!previous_.ensure(std::max<unsigned long>(maxRecordSize(), previous->length))) {
+        return trace_.fail(525, REG_NO_RECORD_BUFFER);
+    }
+    auto* const bytes = static_cast<char*>(previous_.get());
+    std::memcpy(bytes, previous->payload, previous->length);
+    std::memset(bytes + previous->length, 0, previous_.size() - previous->length);
+    *image = bytes;
+    return 0;
+}
+
+unsigned int GenRegBinFrames::packAndWrite(std::FILE* stream, RecordBuffer& record, const Frame* previous,
+                                           unsigned int writeFailed, bool inPlace) noexcept {
+    if (engine_.packRecord == nullptr) {
+        return trace_.fail(530, REG_NO_PACK_RECORD);
+    }
+    void* image = nullptr;
+    if (const unsigned int rc = previousImage(previous, &image)) {
+        return rc;
+    }
+    const auto pack = [&](void** block) { return engine_.packRecord(block, image); };
+    if (const unsigned int rc = record.handTo(pack, maxRecordSize())) {
+        return trace_.fail(540, REG_PACK_FAILED, rc);
+    }
+    return write(stream, record.get(), genreg::ANY_SIZE, writeFailed, inPlace);
+}
+
+unsigned int GenRegBinFrames::write(std::FILE* stream, void* record, unsigned long room, unsigned int writeFailed,
+                                    bool inPlace) noexcept {
+    unsigned long size = 0;
+    if (const unsigned int rc = payloadSize(record, &size)) {
+        return trace_.fail(550, writeFailed, rc);
+    }
+    if (size > room) {
+        return trace_.fail(555, writeFailed, REG_RECORD_SIZE_REFUSED);
+    }
+    return writeBytes(stream, record, size, inPlace) ? 0 : trace_.fail(560, writeFailed, ossErrorMapSystem(errno));
+}
+
+unsigned int GenRegBinFrames::carry(const Frame& frame, RecordBuffer& record, bool unpacked) noexcept {
+    const bool packed = has(REG_FEATURE_PACKED);
+    const bool lengthFits = frame.length >= REG_MIN_RECORD_SIZE && frame.length <= REG_MAX_RECORD_SIZE;
+    const bool slots = engine_.packRecord != nullptr && engine_.unpackRecord != nullptr &&
+                       engine_.getPackedRecordSize != nullptr && engine_.checkPacked != nullptr;
+    const bool alike = packed && lengthFits && slots && engine_.packsAlike != nullptr &&
+                       engine_.packsAlike(frame.payload, frame.length);
+    if (!alike) {
+        if (!unpacked) {
+            if (const unsigned int rc = unpack(frame, record)) {
+                return rc;
+            }
+        }
+        return packed ? packAndWrite(copy(), record, &frame, REG_COPY_WRITE_FAILED, false)
+                      : write(copy(), record.get(), record.size(), REG_COPY_WRITE_FAILED, false);
+    }
+    return writeBytes(copy(), frame.payload, frame.length, false)
+               ? 0
+               : trace_.fail(590, REG_COPY_WRITE_FAILED, ossErrorMapSystem(errno));
+}

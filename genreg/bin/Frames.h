@@ -1,0 +1,85 @@
+// The binary engine's view of a registry: frames in place, and the schema's functions over them.
+#pragma once
+
+#include <genreg/GenRegBin.h>
+
+#include <cstddef>
+
+#include "genreg/core/FunctionTrace.h"
+#include "genreg/core/Input.h"
+#include "genreg/core/RecordBuffer.h"
+
+namespace genreg {
+
+constexpr unsigned long EVERY_FIELD = ~0UL;
+constexpr unsigned long FRAME_LENGTH_SIZE = 4;
+constexpr unsigned long ANY_SIZE = ~0UL;  // of a record whose buffer is the caller's or the schema's to size
+
+// A frame as it stands in the file. Valid until the next one of the same input.
+struct Frame {
+    const char* payload;
+    std::size_t length;
+};
+
+}  // namespace genreg
+
+class GenRegBinFrames {
+public:
+    GenRegBinFrames(GenRegBin& engine, genreg::FunctionTrace& trace) noexcept : engine_(engine), trace_(trace) {}
+
+    // 0; REG_NO_MORE_RECORDS, which is no failure; REG_FRAME_TRUNCATED; REG_FRAME_LENGTH_READ_FAILED;
+    // REG_FRAME_PAYLOAD_READ_FAILED. Nothing is read or allocated for a length that the file cannot hold.
+    [[nodiscard]] unsigned int next(GenRegInput& input, genreg::Frame* frame) noexcept;
+
+    // Refuses an image whose lengths lie; REG_UNPACK_FAILED.
+    [[nodiscard]] unsigned int check(const genreg::Frame& frame) noexcept;
+    // False when the record of the checked frame surely does not match, told without unpacking it.
+    [[nodiscard]] bool mayMatch(unsigned long mask, const genreg::Frame& frame, const void* key) const noexcept;
+    // The record of the checked frame into the buffer (GetMaxRecordSize bytes or more; replaced when the frame is
+    // larger). REG_NO_UNPACK_RECORD, REG_UNPACK_FAILED, REG_READ_FAILED when there is no memory.
+    [[nodiscard]] unsigned int unpack(const genreg::Frame& frame, genreg::RecordBuffer& record) noexcept;
+    // Whether the two checked frames hold equal records for certain.
+    [[nodiscard]] bool surelyEqual(const genreg::Frame& a, const genreg::Frame& b) const noexcept;
+
+    // Whether matching is possible: REG_NO_MATCH_RECORD.
+    [[nodiscard]] unsigned int checkMatch() noexcept;
+    [[nodiscard]] unsigned int match(unsigned long mask, void* record, void* key) const noexcept {
+        return engine_.matchRecord(mask, record, key);
+    }
+
+    // Packs a record, with the image of the checked frame as the previous one when there is one, and writes it; the
+    // buffer is used up. REG_NO_PACK_RECORD, REG_PACK_FAILED, REG_NO_RECORD_BUFFER, else as below.
+    [[nodiscard]] unsigned int packAndWrite(std::FILE* stream, genreg::RecordBuffer& record,
+                                            const genreg::Frame* previous, unsigned int writeFailed,
+                                            bool inPlace) noexcept;
+    // Writes a record (packed already where packing is on) at the size that the schema tells for it; one that would
+    // reach beyond the room is refused. In place: in one write to the registry file. Any failure is the code for a
+    // failed write.
+    [[nodiscard]] unsigned int write(std::FILE* stream, void* record, unsigned long room, unsigned int writeFailed,
+                                     bool inPlace) noexcept;
+    // Writes the checked frame's record again: as bytes where that is what unpacking and packing would write. The
+    // buffer is for the other case; unpacked tells that it holds the frame's record already.
+    [[nodiscard]] unsigned int carry(const genreg::Frame& frame, genreg::RecordBuffer& record, bool unpacked) noexcept;
+
+    [[nodiscard]] bool has(unsigned long feature) const noexcept { return (engine_.features & feature) != 0; }
+    [[nodiscard]] unsigned long maxRecordSize() const noexcept;
+    [[nodiscard]] std::FILE* registry() const noexcept { return engine_.regFp; }
+    [[nodiscard]] std::FILE* copy() const noexcept { return engine_.tmpFp; }
+    [[nodiscard]] const char* registryPath() const noexcept { return engine_.regPath; }
+    void markEndOfScan() noexcept { engine_.state |= REG_STATE_SCAN_AT_END; }
+
+    // The length field in the file's byte order.
+    static void encodeLength(bool bigEndian, unsigned int length, char* bytes) noexcept;
+    [[nodiscard]] static unsigned int decodeLength(bool bigEndian, const char* bytes) noexcept;
+
+    // The bytes that a frame of this (packed) record holds: REG_NO_GET_PACKED_RECORD_SIZE, REG_NO_GET_RECORD_SIZE.
+    [[nodiscard]] unsigned int payloadSize(void* record, unsigned long* size) noexcept;
+
+private:
+    [[nodiscard]] unsigned int previousImage(const genreg::Frame* previous, void** image) noexcept;
+    [[nodiscard]] bool writeBytes(std::FILE* stream, const void* payload, unsigned long size, bool inPlace) noexcept;
+
+    GenRegBin& engine_;
+    genreg::FunctionTrace& trace_;
+    genreg::RecordBuffer previous_{"GenRegBin"};
+};

@@ -1,0 +1,242 @@
+// Adding, changing and deleting records.
+#include <osse/Errors.h>
+#include <osse/Files.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "genreg/bin/Frames.h"
+#include "genreg/core/Transaction.h"
+#include "platform/posix/Posix.h"
+
+using genreg::EVERY_FIELD;
+using genreg::Frame;
+using genreg::Function;
+using genreg::FunctionTrace;
+using genreg::OperationTrace;
+using genreg::RecordBuffer;
+using genreg::UpdatePlan;
+
+namespace {
+
+constexpr const char* TAG = "GenRegBin";
+
+// What the three updates share: the walk over the frames and the writing of records.
+class BinUpdate : public genreg::UpdateSteps {
+public:
+    BinUpdate(GenRegBin& engine, FunctionTrace& trace, unsigned long operation, unsigned long mask, void* record,
+              void* key, RecordBuffer& work) noexcept
+        : engine_(engine),
+          trace_(trace),
+          frames_(engine, trace),
+          operation_(operation),
+          mask_(mask),
+          record_(record),
+          key_(key),
+          work_(work) {}
+
+    unsigned int copy(unsigned long* closeMode) noexcept override {
+        const unsigned int rc = copyAll();
+        if (rc != 0 && rc != REG_UNCHANGED) {
+            *closeMode = REG_OP_READ;
+        }
+        return rc;
+    }
+
+    unsigned int verify() noexcept override { return engine_.Verify(operation_, mask_, record_, key_); }
+
+protected:
+    ~BinUpdate() = default;
+
+    [[nodiscard]] virtual unsigned int copyAll() noexcept = 0;
+    // The frame's record matches; work_ holds it.
+    [[nodiscard]] virtual unsigned int takeMatch(const Frame& frame) noexcept = 0;
+
+    [[nodiscard]] bool duplicatesAllowed() const noexcept { return frames_.has(REG_FEATURE_ALLOW_DUPLICATES); }
+
+    // Carries every frame to the copy but those that match the key. matching: whether any may.
+    [[nodiscard]] unsigned int walk(void* key, bool matching) noexcept {
+        GenRegInput input{-1, 0, 0};
+        GenRegTransaction::readRegistry(engine_, input);
+        for (;;) {
+            Frame frame = {};
+            if (const unsigned int rc = frames_.next(input, &frame)) {
+                return rc == REG_NO_MORE_RECORDS ? 0 : trace_.fail(110, REG_READ_FAILED, rc);
+            }
+            if (const unsigned int rc = frames_.check(frame)) {
+                return rc;
+            }
+            const bool looked = matching && frames_.mayMatch(mask_, frame, key);
+            if (looked) {
+                if (const unsigned int rc = frames_.unpack(frame, work_)) {
+                    return rc;
+                }
+            }
+            if (matching) {
+                if (const unsigned int rc = frames_.checkMatch()) {
+                    return rc;
+                }
+            }
+            const bool matches = looked && frames_.match(mask_, work_.get(), key) == 1;
+            if (const unsigned int rc = matches ? takeMatch(frame) : frames_.carry(frame, work_, looked)) {
+                return rc;
+            }
+        }
+    }
+
+    // Writes the caller's record, which is never used as work space.
+    [[nodiscard]] unsigned int writeRecord(std::FILE* stream, const Frame* previous, unsigned int writeFailed,
+                                           bool inPlace) noexcept {
+        if (!frames_.has(REG_FEATURE_PACKED)) {
+            return frames_.write(stream, record_, genreg::ANY_SIZE, writeFailed, inPlace);
+        }
+        RecordBuffer packed{TAG};
+        const unsigned long size = frames_.maxRecordSize();
+        if (!packed.allocate(size)) {
+            return trace_.fail(130, REG_NO_RECORD_BUFFER);
+        }
+        std::memcpy(packed.get(), record_, size);
+        if (const unsigned int rc = frames_.packAndWrite(stream, packed, previous, writeFailed, inPlace)) {
+            return rc;
+        }
+        if (const unsigned int kept = packed.release()) {
+            return trace_.fail(135, REG_FREE_RECORD_FAILED, kept);
+        }
+        return 0;
+    }
+
+    GenRegBin& engine_;
+    FunctionTrace& trace_;
+    GenRegBinFrames frames_;
+    unsigned long operation_;
+    unsigned long mask_;
+    void* record_;
+    void* key_;
+    RecordBuffer& work_;
+};
+
+class BinAdd final : public BinUpdate {
+public:
+    using BinUpdate::BinUpdate;
+
+private:
+    unsigned int copyAll() noexcept override {
+        OSSFileInfo info = {};
+        if (const unsigned int rc = ossFileGetInfoV9(frames_.registryPath(), &info)) {
+            return trace_.fail(90, REG_FILE_SIZE_FAILED, rc);
+        }
+        const bool deferred = frames_.has(REG_FEATURE_DEFERRED_COMMIT);
+        if (deferred) {
+            // The verification compares records, of which the copy itself may need none.
+            if (const unsigned int rc = frames_.checkMatch()) {
+                return rc;
+            }
+        }
+        const bool inPlace = duplicatesAllowed() && !deferred;
+        if (info.size > 0 && !inPlace) {
+            if (const unsigned int rc = walk(record_, !duplicatesAllowed())) {
+                return rc;
+            }
+        }
+        std::FILE* const target = inPlace ? frames_.registry() : frames_.copy();
+        if (!posix::flushStream(target)) {  // which the seek would do, and blame itself
+            return trace_.fail(138, REG_COPY_WRITE_FAILED, ossErrorMapSystem(errno));
+        }
+        if (std::fseek(target, 0, SEEK_END) != 0) {
+            return trace_.fail(140, REG_SEEK_END_FAILED);
+        }
+        return writeRecord(target, nullptr, REG_RECORD_WRITE_FAILED, inPlace);
+    }
+
+    unsigned int takeMatch(const Frame& /*frame*/) noexcept override { return trace_.fail(120, REG_DUPLICATE); }
+};
+
+class BinChange final : public BinUpdate {
+public:
+    using BinUpdate::BinUpdate;
+
+private:
+    unsigned int copyAll() noexcept override {
+        if (const unsigned int rc = walk(key_, true)) {
+            return rc;
+        }
+        if (equal_) {
+            return trace_.failMildly(155, REG_UNCHANGED);
+        }
+        return changed_ > 0 ? 0 : trace_.failMildly(150, REG_NOT_FOUND);
+    }
+
+    // The new record is written in place of an equal one too: bytes outside the comparison reach the file where the
+    // commit is not deferred.
+    unsigned int takeMatch(const Frame& frame) noexcept override {
+        if (frames_.match(EVERY_FIELD, work_.get(), record_) != 0) {
+            equal_ = true;
+        } else if (changed_ > 0 && !duplicatesAllowed()) {
+            return trace_.fail(120, REG_SEVERAL_MATCH);
+        } else {
+            ++changed_;
+        }
+        return writeRecord(frames_.copy(), &frame, REG_COPY_WRITE_FAILED, false);
+    }
+
+    unsigned long changed_ = 0;
+    bool equal_ = false;
+};
+
+class BinDelete final : public BinUpdate {
+public:
+    using BinUpdate::BinUpdate;
+
+private:
+    unsigned int copyAll() noexcept override {
+        if (const unsigned int rc = walk(key_, true)) {
+            return rc;
+        }
+        return dropped_ > 0 ? 0 : trace_.failMildly(150, REG_NOT_FOUND);
+    }
+
+    unsigned int takeMatch(const Frame& /*frame*/) noexcept override {
+        if (dropped_ > 0 && !duplicatesAllowed()) {
+            return trace_.fail(120, REG_SEVERAL_MATCH);
+        }
+        ++dropped_;
+        return 0;
+    }
+
+    unsigned long dropped_ = 0;
+};
+
+template <typename Update>
+unsigned int runUpdate(GenRegBin& engine, FunctionTrace& trace, unsigned long operation, unsigned long mask,
+                       void* record, void* key) noexcept {
+    RecordBuffer work{TAG};
+    unsigned long size = 0;
+    void* const validated = operation == REG_OP_DELETE ? key : record;
+    if (const unsigned int rc = GenRegTransaction::prepare(engine, trace, mask, validated, work, &size)) {
+        return rc;
+    }
+    Update steps{engine, trace, operation, mask, record, key, work};
+    const bool change = operation == REG_OP_CHANGE;
+    const UpdatePlan plan = {operation, true, true, change ? key : validated, change ? record : nullptr};
+    return GenRegTransaction::update(engine, trace, plan, steps, work);
+}
+
+}  // namespace
+
+unsigned int GenRegBin::Add(unsigned long matchType, void* record) noexcept {
+    OperationTrace trace{Function::BinAdd};
+    if (const unsigned int rc = CheckFuncPtrs()) {
+        return trace.fail(5, REG_CALLBACK_MISSING, rc);
+    }
+    return runUpdate<BinAdd>(*this, trace, REG_OP_ADD, matchType, record, nullptr);
+}
+
+unsigned int GenRegBin::Change(unsigned long matchType, void* key, void* newRecord) noexcept {
+    OperationTrace trace{Function::BinChange};
+    return runUpdate<BinChange>(*this, trace, REG_OP_CHANGE, matchType, newRecord, key);
+}
+
+unsigned int GenRegBin::Delete(unsigned long matchType, void* key) noexcept {
+    OperationTrace trace{Function::BinDelete};
+    return runUpdate<BinDelete>(*this, trace, REG_OP_DELETE, matchType, nullptr, key);
+}

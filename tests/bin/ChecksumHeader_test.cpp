@@ -1,0 +1,202 @@
+// The checksum header in front of the records.
+#include <genreg/Checksum.h>
+#include <sys/syscall.h>
+
+#include <cerrno>
+
+#include "support/BinRegistry.h"
+
+namespace {
+bool syncsFail = false;
+}
+
+// Stands before the system's own for everything that this program loads.
+extern "C" __attribute__((visibility("default"))) int fsync(int descriptor) {
+    if (syncsFail) {
+        errno = EIO;
+        return -1;
+    }
+    return static_cast<int>(::syscall(SYS_fsync, descriptor));
+}
+
+namespace {
+
+class ChecksumHeader : public BinRegistry {
+protected:
+    const BinItem a_ = binItem("a", 1), b_ = binItem("b", 2), c_ = binItem("c", 3), d_ = binItem("d", 4);
+
+    static std::string stamped(const std::string& body) {
+        std::string header = std::to_string(static_cast<int>(sqlzChecksumXOR(body.data(), body.size())));
+        header.resize(32, '\0');
+        return header + body;
+    }
+    static std::string stamped(const std::vector<BinItem>& items) { return stamped(binFile(items)); }
+
+    // The ways in which the header is used: what is committed how, and by whom.
+    template <typename Body>
+    static void eachCommit(Body body) {
+        for (const unsigned long features : {0UL, DEFERRED, DEFERRED | DUPLICATES, DUPLICATES}) {
+            SCOPED_TRACE(features);
+            body(PACKED | CHECKSUM | features);
+        }
+    }
+    static unsigned int add(BinItems& items, BinItem item) { return items.Add(ITEM_NAME, &item); }
+    static unsigned int remove(BinItems& items, BinItem item) { return items.Delete(ITEM_NAME, &item); }
+    static unsigned int find(BinItems& items, BinItem item) { return items.Get(ITEM_NAME, &item, &item); }
+    // The values that a scan gives, or "code" where it ends otherwise than at its end.
+    static std::string scan(BinItems& items) {
+        std::string values;
+        BinItem item = {};
+        unsigned int rc = items.OpenScan();
+        while (rc == 0) {
+            rc = items.GetNext(0, &item, &item);
+            values += rc == 0 ? std::to_string(item.value) : "";
+        }
+        (void)items.CloseScan();
+        return rc == REG_NO_MORE_RECORDS ? values : genregCodeName(rc);
+    }
+};
+
+TEST_F(ChecksumHeader, OneObjectStampsReadsAndGoesOn) {
+    eachCommit([&](unsigned long features) {
+        contents(binFile({a_, b_}));
+        BinItems items(file(), features);
+        const long descriptors = openDescriptors();
+        ASSERT_EQ(remove(items, a_), 0U);
+        EXPECT_TRUE(contents() == stamped({b_}));
+        EXPECT_EQ(find(items, b_), 0U);
+        EXPECT_EQ(scan(items), "2");
+        ASSERT_EQ(add(items, c_), 0U);
+        ASSERT_EQ(add(items, d_), 0U);
+        EXPECT_TRUE(contents() == stamped({b_, c_, d_}));
+        EXPECT_EQ(remove(items, c_), 0U);
+        EXPECT_EQ(remove(items, c_), REG_NOT_FOUND);
+        EXPECT_TRUE(contents() == stamped({b_, d_}));
+        EXPECT_EQ(scan(items), "24");
+        std::filesystem::remove(file() + ".tmp");
+        expectAtRest(descriptors);
+    });
+}
+
+TEST_F(ChecksumHeader, AFreshObjectAndAnotherProcessGoOnWhereOneStopped) {
+    eachCommit([&](unsigned long features) {
+        contents(stamped({a_, b_}));
+        BinItems known(file(), features);
+        ASSERT_EQ(add(known, c_), 0U);
+        EXPECT_EQ(inChild([&] {
+                      BinItems fresh(file(), features);
+                      return find(fresh, c_) == 0 && scan(fresh) == "123" && remove(fresh, a_) == 0 &&
+                                     add(fresh, d_) == 0
+                                 ? 0
+                                 : 1;
+                  }),
+                  0);
+        EXPECT_TRUE(contents() == stamped({b_, c_, d_}));
+        EXPECT_EQ(scan(known), "234");
+        EXPECT_EQ(remove(known, c_), 0U);
+        EXPECT_TRUE(contents() == stamped({b_, d_}));
+    });
+}
+
+TEST_F(ChecksumHeader, EveryFlippedBitOfTheBodyIsNoticedByWhoeverOpensTheFile) {
+    const std::string good = stamped({a_, b_, c_});
+    BinItems known(file(), PACKED | CHECKSUM);
+    contents(good);
+    ASSERT_EQ(remove(known, c_), 0U);
+    ASSERT_EQ(add(known, c_), 0U);
+    ASSERT_TRUE(contents() == good);
+    for (std::size_t bit = 256; bit < good.size() * 8; ++bit) {
+        std::string bad = good;
+        bad[bit / 8] = static_cast<char>(bad[bit / 8] ^ 1 << bit % 8);
+        contents(bad);
+        BinItems fresh(file(), PACKED | CHECKSUM);
+        for (BinItems* items : {&known, &fresh}) {
+            ASSERT_EQ(find(*items, a_), REG_OPEN_FAILED) << bit;
+            ASSERT_EQ(items->OpenReg(REG_OP_READ), REG_CHECKSUM_DIFFERS);
+            ASSERT_EQ(items->CloseReg(REG_OP_READ), 0U);
+            ASSERT_EQ(scan(*items), "REG_CHECKSUM_DIFFERS");
+            ASSERT_EQ(add(*items, d_), REG_OPEN_FAILED);
+        }
+        ASSERT_TRUE(contents() == bad);
+    }
+    contents(good);
+    EXPECT_EQ(find(known, a_), 0U);
+}
+
+TEST_F(ChecksumHeader, ABodyWhoseChecksumIsZeroIsGoneOnFrom) {
+    eachCommit([&](unsigned long features) {
+        contents("");
+        BinItems items(file(), features);
+        ASSERT_EQ(add(items, a_), 0U);
+        ASSERT_EQ(remove(items, a_), 0U);
+        EXPECT_TRUE(contents() == stamped(""));  // "0"
+        EXPECT_EQ(find(items, a_), REG_NOT_FOUND);
+        BinItems fresh(file(), features);
+        EXPECT_EQ(scan(fresh), "");
+        ASSERT_EQ(add(fresh, b_), 0U);
+        ASSERT_EQ(add(items, c_), 0U);
+        EXPECT_TRUE(contents() == stamped({b_, c_}));
+        EXPECT_EQ(remove(fresh, c_), 0U);
+    });
+}
+
+TEST_F(ChecksumHeader, AShortFileHasNoHeader) {
+    for (const auto& [body, values] : {std::pair{std::string(), ""}, {binFile({a_}), "1"}}) {
+        ASSERT_LT(body.size(), 32U);
+        contents(body);
+        BinItems items(file(), PACKED | CHECKSUM);
+        EXPECT_EQ(scan(items), values);
+        EXPECT_EQ(add(items, b_), 0U);
+        EXPECT_TRUE(contents() == stamped(body + binFile({b_})));
+    }
+    // An object that knows of a header wants to see it.
+    contents(stamped({a_}));
+    BinItems known(file(), PACKED | CHECKSUM);
+    ASSERT_EQ(add(known, b_), 0U);
+    contents(binFile({a_}));
+    EXPECT_EQ(known.OpenReg(REG_OP_READ), REG_READ_FAILED);
+    EXPECT_EQ(known.CloseReg(REG_OP_READ), 0U);
+}
+
+// The length of the first frame reads as a digit, an end of text and more.
+TEST_F(ChecksumHeader, FramesThatLookLikeAHeaderAreFrames) {
+    const std::string lookalike = binFrame(std::string(0x31, 'x'));
+    ASSERT_EQ(lookalike.substr(0, 2), std::string("1\0", 2));
+    contents(lookalike);
+    BinItems items(file(), CHECKSUM);
+    BinItem found = {};
+    EXPECT_EQ(items.Get(0, &found, &found), 0U);
+    EXPECT_EQ(std::string(found.name, sizeof found.name), std::string(16, 'x'));
+    // The same beginning without the frames is a header that does not fit.
+    contents(lookalike + "y");
+    EXPECT_EQ(items.Get(0, &found, &found), REG_OPEN_FAILED);
+}
+
+TEST_F(ChecksumHeader, AMissingFileIsMadeAfreshByAnObjectThatKnewAHeader) {
+    eachCommit([&](unsigned long features) {
+        contents(stamped({a_, b_}));
+        BinItems items(file(), features);
+        ASSERT_EQ(remove(items, a_), 0U);
+        std::filesystem::remove(file());
+        EXPECT_EQ(find(items, b_), REG_MISSING);
+        ASSERT_EQ(add(items, c_), 0U);
+        EXPECT_EQ(find(items, c_), 0U);
+        BinItems fresh(file(), features);
+        EXPECT_EQ(scan(fresh), "3");
+        ASSERT_EQ(remove(fresh, c_), 0U);
+    });
+}
+
+TEST_F(ChecksumHeader, AnAppendThatCannotBeMadeDurableLeavesFileAndHeaderAsTheyWere) {
+    const std::string before = stamped({a_});
+    contents(before);
+    BinItems items(file(), PACKED | CHECKSUM | DUPLICATES);
+    syncsFail = true;
+    EXPECT_EQ(add(items, b_), REG_CLOSE_FAILED);
+    syncsFail = false;
+    EXPECT_TRUE(contents() == before);
+    EXPECT_EQ(add(items, c_), 0U);
+    EXPECT_TRUE(contents() == stamped({a_, c_}));
+}
+
+}  // namespace

@@ -1,0 +1,194 @@
+// Finding records, at once and in a scan.
+#include "support/BinRegistry.h"
+
+namespace {
+
+class BinLookup : public BinRegistry {
+protected:
+    BinItem key_ = binItem("b", 0);
+    BinItem result_ = MARK;
+
+    static inline const BinItem MARK = binItem("untouched", 77, "mark");
+
+    [[nodiscard]] bool untouched() const { return std::memcmp(&result_, &MARK, sizeof MARK) == 0; }
+    [[nodiscard]] bool zeroed() const {
+        const BinItem nothing = {};
+        return std::memcmp(&result_, &nothing, sizeof nothing) == 0;
+    }
+    unsigned int get(BinItems& items, unsigned long mask = ITEM_NAME) {
+        result_ = MARK;
+        return items.Get(mask, &key_, &result_);
+    }
+    unsigned int next(BinItems& items, unsigned long mask) {
+        result_ = MARK;
+        return items.GetNext(mask, &key_, &result_);
+    }
+};
+
+TEST_F(BinLookup, FirstMatchInFileOrderOrNothing) {
+    eachWay([&](unsigned long features, BinItems::Slots slots) {
+        const bool packed = (features & PACKED) != 0;
+        BinItems items(file(), features, slots);
+        const long descriptors = openDescriptors();
+        std::filesystem::remove(file());
+        EXPECT_EQ(get(items), REG_MISSING);
+        EXPECT_TRUE(untouched());
+        contents("");
+        EXPECT_EQ(get(items), REG_NOT_FOUND);
+        EXPECT_TRUE(zeroed());
+        contents(binFile({binItem("a", 1), binItem("b", 2, "first"), binItem("b", 3)}, packed));
+        ASSERT_EQ(get(items), 0U);
+        EXPECT_STREQ(result_.text, "first");
+        key_.value = 4;
+        EXPECT_EQ(get(items, ITEM_NAME | ITEM_VALUE), REG_NOT_FOUND);
+        EXPECT_TRUE(zeroed());
+        expectAtRest(descriptors);
+    });
+}
+
+TEST_F(BinLookup, FailuresSayWhatIsWrongAndCloseEverything) {
+    const std::string good = binFile({binItem("a", 1), binItem("b", 2)});
+    struct Case {
+        unsigned int code;
+        char resultIs;  // untouched or zeroed
+        std::string bytes;
+        std::function<void(BinItems&)> prepare;
+    };
+    const std::vector<Case> cases = {
+        {REG_NO_VALIDATE_RECORD, 'u', good, [](BinItems& items) { items.validateRecord = nullptr; }},
+        {REG_RECORD_REFUSED, 'u', good, [](BinItems& items) { items.knobs().validateResult = 9; }},
+        {REG_NO_GET_MAX_RECORD_SIZE, 'u', good, [](BinItems& items) { items.getMaxRecordSize = nullptr; }},
+        {REG_RECORD_TOO_SMALL, 'u', good, [](BinItems& items) { items.knobs().maxSize = 2; }},
+        {REG_RECORD_SIZE_REFUSED, 'u', good, [](BinItems& items) { items.knobs().maxSize = REG_MAX_RECORD_SIZE + 1; }},
+        {REG_NO_UNPACK_RECORD, 'z', good, [](BinItems& items) { items.unpackRecord = nullptr; }},
+        {REG_UNPACK_FAILED, 'z', good, [](BinItems& items) { items.knobs().unpackResult = 9; }},
+        {REG_NO_MATCH_RECORD, 'u', good, [](BinItems& items) { items.matchRecord = nullptr; }},
+        {REG_READ_FAILED, 'u', binFile({binItem("a", 1)}) + "\3\1", [](BinItems&) {}},
+        {REG_READ_FAILED, 'u', good.substr(0, good.size() - 1), [](BinItems&) {}},
+    };
+    for (const auto slots : {BinItems::Slots::Given, BinItems::Slots::All}) {
+        for (const Case& tried : cases) {
+            key_ = binItem(tried.code == REG_NO_UNPACK_RECORD ? "absent" : "b", 0);
+            SCOPED_TRACE(::testing::Message() << std::hex << tried.code << ", slots " << static_cast<int>(slots));
+            BinItems::knobs() = {};
+            contents(tried.bytes);
+            BinItems items(file(), PACKED, slots);
+            const long descriptors = openDescriptors();
+            tried.prepare(items);
+            EXPECT_EQ(get(items), tried.code);
+            EXPECT_TRUE(tried.resultIs == 'z' ? zeroed() : untouched());
+            expectAtRest(descriptors);
+            ASSERT_EQ(items.OpenScan(), 0U);
+            EXPECT_EQ(next(items, ITEM_NAME), tried.code);
+            EXPECT_TRUE(tried.resultIs == 'z' ? zeroed() : untouched());
+            EXPECT_EQ(items.CloseScan(), 0U);
+        }
+    }
+}
+
+TEST_F(BinLookup, AMissingMatchSlotIsNoticedAtTheFirstRecordOnly) {
+    contents("");
+    BinItems items(file(), PACKED);
+    items.matchRecord = nullptr;
+    EXPECT_EQ(get(items), REG_NOT_FOUND);
+}
+
+TEST_F(BinLookup, ARecordBelowEightBytesIsFoundButNotHandedOut) {
+    BinItems::knobs().maxSize = 7;
+    contents(binFrame("abcdefg"));
+    BinItems items(file());
+    items.matchRecord = [](unsigned long, void*, void*) { return 1U; };
+    const long descriptors = openDescriptors();
+    EXPECT_EQ(get(items), REG_RECORD_SIZE_REFUSED);
+    EXPECT_TRUE(untouched());
+    expectAtRest(descriptors);
+    items.matchRecord = [](unsigned long, void*, void*) { return 2U; };  // only 1 is a match
+    EXPECT_EQ(get(items), REG_NOT_FOUND);
+}
+
+TEST_F(BinLookup, ShortAndLongFramesReadAsTheRecordsTheyHold) {
+    BinItem longer[2] = {binItem("b", 5, "with more behind it"), binItem("more", 6)};
+    contents(binFile({binItem("a", -1, std::string(63, 'x'))}, false) + binFrame("b") + binFrame("") +
+             binFrame(std::string(reinterpret_cast<const char*>(longer), sizeof longer)));
+    BinItems items(file());
+    ASSERT_EQ(get(items), 0U);
+    const BinItem expected = binItem("b", 0);  // nothing is left of the record before
+    EXPECT_EQ(std::memcmp(&result_, &expected, sizeof expected), 0);
+    key_.value = 5;
+    ASSERT_EQ(get(items, ITEM_NAME | ITEM_VALUE), 0U);
+    EXPECT_STREQ(result_.text, "with more behind it");
+}
+
+TEST_F(BinLookup, AnImageWhoseLengthsLieIsRefused) {
+    const std::string image = binImage(binItem("b", 2, "text"), "tail");
+    for (std::size_t i = 0; i < image.size(); ++i) {
+        for (const char flip : {'\x01', '\x10', '\x80'}) {
+            std::string damaged = image;
+            damaged[i] = static_cast<char>(damaged[i] ^ flip);
+            contents(binFrame(damaged) + binFile({binItem("b", 3)}));
+            BinItems items(file(), PACKED, BinItems::Slots::All);
+            const unsigned int rc = get(items, 0);
+            if (BinImage(damaged.data(), damaged.size()).whole) {
+                EXPECT_EQ(rc, 0U) << "byte " << i;
+            } else {
+                EXPECT_EQ(rc, REG_UNPACK_FAILED) << "byte " << i;
+                EXPECT_TRUE(zeroed());
+            }
+        }
+    }
+}
+
+TEST_F(BinLookup, AScanGivesEachMatchOnceAndThenItsEnd) {
+    const std::vector<BinItem> all = {binItem("b", 1), binItem("a", 2), binItem("b", 3), binItem("c", 4)};
+    eachWay([&](unsigned long features, BinItems::Slots slots) {
+        contents(binFile(all, (features & PACKED) != 0));
+        BinItems items(file(), features, slots);
+        EXPECT_EQ(next(items, 0), REG_SCAN_NOT_OPEN);
+        ASSERT_EQ(items.OpenScan(), 0U);
+        for (const int round : {1, 2}) {
+            SCOPED_TRACE(round);
+            ASSERT_EQ(next(items, ITEM_NAME), 0U);
+            EXPECT_EQ(result_.value, 1);
+            ASSERT_EQ(next(items, ITEM_NAME), 0U);
+            EXPECT_EQ(result_.value, 3);
+            EXPECT_EQ(next(items, ITEM_NAME), REG_NO_MORE_RECORDS);
+            EXPECT_TRUE(zeroed());
+            EXPECT_EQ(next(items, 0), REG_NO_MORE_RECORDS);
+            EXPECT_TRUE(untouched());
+            EXPECT_EQ(items.Rewind(), 0U);
+        }
+        EXPECT_EQ(items.CloseScan(), 0U);
+    });
+}
+
+TEST_F(BinLookup, AGetInsideAScanLeavesItsPlaceAndItsEnd) {
+    contents(binFile({binItem("a", 1), binItem("b", 2), binItem("c", 3)}));
+    BinItems items(file(), PACKED | REG_FEATURE_GET_IN_SCAN);
+    ASSERT_EQ(items.OpenScan(), 0U);
+    ASSERT_EQ(next(items, 0), 0U);
+    ASSERT_EQ(next(items, 0), 0U);
+    EXPECT_EQ(get(items), 0U);  // lies behind the scan's place
+    ASSERT_EQ(next(items, 0), 0U);
+    EXPECT_EQ(result_.value, 3);
+    EXPECT_EQ(next(items, 0), REG_NO_MORE_RECORDS);
+    EXPECT_EQ(get(items), 0U);
+    EXPECT_EQ(next(items, 0), REG_NO_MORE_RECORDS);
+    EXPECT_EQ(items.unsetFeature(REG_FEATURE_GET_IN_SCAN), 0U);
+    EXPECT_EQ(get(items), REG_OPEN_FAILED);
+    EXPECT_EQ(items.CloseScan(), 0U);
+}
+
+TEST_F(BinLookup, AScanKeepsReadingTheVersionThatItOpened) {
+    contents(binFile({binItem("a", 1), binItem("b", 2)}));
+    BinItems reader(file(), PACKED);
+    ASSERT_EQ(reader.OpenScan(), 0U);
+    ASSERT_EQ(next(reader, 0), 0U);
+    BinItems writer(file(), PACKED | DEFERRED);
+    ASSERT_EQ(writer.Delete(ITEM_NAME, &key_), 0U);
+    ASSERT_EQ(next(reader, 0), 0U);
+    EXPECT_STREQ(result_.name, "b");
+    EXPECT_EQ(reader.CloseScan(), 0U);
+    EXPECT_EQ(get(reader), REG_NOT_FOUND);
+}
+
+}  // namespace

@@ -1,0 +1,149 @@
+// The verification, called on a registry and a temporary copy that were written by hand.
+#include "support/BinRegistry.h"
+
+namespace {
+
+class BinVerification : public BinRegistry {
+protected:
+    const BinItem a_ = binItem("a", 1), b_ = binItem("b", 2), c_ = binItem("c", 3), d_ = binItem("d", 4);
+    const BinItem b9_ = binItem("b", 9), x_ = binItem("x", 1);
+    const std::string broken_ = std::string("\x9\0\0\0rest", 8);  // a frame that is cut short
+
+    static std::string image(const std::vector<BinItem>& items) { return binFile(items); }
+
+    unsigned int verify(BinItems& items, const std::string& before, const std::string& after, unsigned long operation,
+                        unsigned long mask, const BinItem& record, const BinItem& key) {
+        contents(before);
+        (void)write("items.reg.tmp", after);
+        BinItem recordGiven = record;
+        BinItem keyGiven = key;
+        const bool added = operation == REG_OP_ADD;
+        const bool deleted = operation == REG_OP_DELETE;
+        return items.Verify(operation, mask, deleted ? nullptr : &recordGiven, added ? nullptr : &keyGiven);
+    }
+};
+
+TEST_F(BinVerification, EveryDifferenceHasItsCodeAndOnlyWhatWasCountedIsCommitted) {
+    struct Case {
+        unsigned int code;
+        bool committed;
+        std::string before, after;
+    };
+    const auto tryAll = [&](unsigned long operation, unsigned long features, unsigned long mask, const BinItem& record,
+                            const BinItem& key, const std::vector<Case>& cases) {
+        for (std::size_t i = 0; i < cases.size(); ++i) {
+            for (const auto slots : {BinItems::Slots::Given, BinItems::Slots::All}) {
+                SCOPED_TRACE(::testing::Message() << "operation " << operation << ", features " << features << ", case "
+                                                  << i << ", slots " << static_cast<int>(slots));
+                const Case& tried = cases[i];
+                BinItems items(file(), PACKED | DEFERRED | features, slots);
+                const long descriptors = openDescriptors();
+                EXPECT_EQ(verify(items, tried.before, tried.after, operation, mask, record, key), tried.code);
+                EXPECT_TRUE(contents() == (tried.committed ? tried.after : tried.before));
+                EXPECT_EQ(exists(".tmp"), !tried.committed);
+                expectAtRest(descriptors);
+            }
+        }
+    };
+    const std::string abc = image({a_, b_, c_});
+    const std::string ab = image({a_, b_});
+    tryAll(REG_OP_CHANGE, 0, ITEM_NAME, b9_, b_,
+           {{0, true, abc, image({a_, b9_, c_})},
+            {REG_VERIFY_SEVERAL_CHANGED, true, image({b_, b_}), image({b9_, b9_})},
+            {REG_VERIFY_KEY_DIFFERS, false, abc, image({b9_, b_, c_})},
+            {REG_VERIFY_WRONG_RECORD, false, abc, image({a_, x_, c_})},
+            {REG_VERIFY_LENGTH_DIFFERS, false, abc, image({a_, b9_})},
+            {0, true, abc, image({a_, b9_, c_, x_})},  // kept: a longer new file passes
+            {REG_VERIFY_NO_DIFFERENCE, false, abc, abc},
+            {REG_VERIFY_NO_DIFFERENCE, false, ab, abc},
+            {REG_READ_FAILED, false, ab + broken_, image({a_, b9_})},
+            {REG_VERIFY_READ_FAILED, false, ab, image({a_, b9_}) + broken_}});
+    tryAll(REG_OP_CHANGE, DUPLICATES, ITEM_NAME, b9_, b_, {{0, true, image({b_, a_, b_}), image({b9_, a_, b9_})}});
+    tryAll(REG_OP_ADD, 0, ITEM_NAME, c_, c_,
+           {{0, true, ab, abc},
+            {0, true, "", image({c_})},
+            {REG_VERIFY_DIFFERS_EARLY, true, ab, image({a_, x_, c_})},
+            {REG_VERIFY_DIFFERS_EARLY, false, ab, image({a_, x_})},
+            {REG_VERIFY_DIFFERS_EARLY, false, ab, image({a_, x_}) + broken_},
+            {REG_VERIFY_DIFFERS_EARLY, false, ab + broken_, image({a_, x_})},
+            {REG_VERIFY_NOTHING_ADDED, false, ab, ab},
+            {REG_VERIFY_NOTHING_ADDED, false, ab, image({a_})},
+            {REG_VERIFY_OTHER_ADDED, false, ab, image({a_, b_, x_})},
+            {REG_VERIFY_SEVERAL_ADDED, false, ab, image({a_, b_, c_, c_})},
+            {REG_VERIFY_READ_FAILED, false, ab, ab + broken_},
+            {REG_VERIFY_READ_FAILED, false, ab, abc + broken_}});
+    tryAll(REG_OP_DELETE, 0, ITEM_NAME, b_, b_,
+           {{0, true, abc, image({a_, c_})},
+            {0, true, ab, image({a_})},
+            {REG_VERIFY_SEVERAL_CHANGED, true, image({b_, a_, b9_}), image({a_})},
+            {REG_VERIFY_SEVERAL_CHANGED, true, image({a_, b_, b9_}), image({a_})},
+            {REG_VERIFY_LOST_RECORD, false, abc, image({b_, c_})},
+            {REG_VERIFY_WRONG_RECORD, false, abc, image({a_})},
+            {REG_VERIFY_OLD_ENDED, false, ab, image({a_, x_})},
+            {REG_VERIFY_OLD_ENDED, false, ab, abc},
+            {REG_VERIFY_WRONG_RECORD, false, abc, image({a_, c_, d_})},
+            {REG_VERIFY_NO_DIFFERENCE, false, abc, abc},
+            {REG_READ_FAILED, false, ab + broken_, image({a_, c_})},
+            {REG_READ_FAILED, false, ab + broken_, image({a_})}});
+    tryAll(REG_OP_DELETE, DUPLICATES, ITEM_NAME, b_, b_,
+           {{0, true, image({b_, b9_, a_, b_}), image({a_})}, {0, true, image({b_, b_}), ""}});
+}
+
+TEST_F(BinVerification, AnImageThatCannotBeUnpackedStopsIt) {
+    const std::string ab = image({a_, b_});
+    std::string lying = image({a_, b_, c_});
+    lying[ab.size() + 4] = 60;
+    BinItems items(file(), PACKED | DEFERRED, BinItems::Slots::All);
+    EXPECT_EQ(verify(items, ab, lying, REG_OP_ADD, ITEM_NAME, c_, c_), REG_UNPACK_FAILED);
+    EXPECT_EQ(verify(items, lying, ab, REG_OP_DELETE, ITEM_NAME, c_, c_), REG_UNPACK_FAILED);
+    EXPECT_EQ(verify(items, lying, lying, REG_OP_CHANGE, ITEM_NAME, c_, c_), REG_UNPACK_FAILED);
+    BinItems::knobs().unpackResult = 9;
+    BinItems given(file(), PACKED | DEFERRED);
+    EXPECT_EQ(verify(given, ab, ab, REG_OP_CHANGE, ITEM_NAME, b_, b_), REG_UNPACK_FAILED);
+    EXPECT_EQ(contents(), ab);
+}
+
+TEST_F(BinVerification, WhatItCannotBeginWithIsToldAndClosed) {
+    const auto fails = [&](unsigned int code, const std::function<void(BinItems&)>& prepare) {
+        BinItems::knobs() = {};
+        BinItems items(file(), PACKED | DEFERRED);
+        const long descriptors = openDescriptors();
+        prepare(items);
+        EXPECT_EQ(verify(items, image({a_}), image({a_, b_}), REG_OP_ADD, ITEM_NAME, b_, b_), code) << code;
+        EXPECT_EQ(contents(), image({a_}));
+        expectAtRest(descriptors);
+    };
+    fails(REG_CALLBACK_MISSING, [](BinItems& items) { items.packRecord = nullptr; });
+    fails(REG_CALLBACK_MISSING, [](BinItems& items) { items.validateRecord = nullptr; });
+    fails(REG_NO_MATCH_RECORD, [](BinItems& items) { items.matchRecord = nullptr; });
+    fails(REG_RECORD_TOO_SMALL, [](BinItems& items) { items.knobs().maxSize = 2; });
+    fails(REG_RECORD_SIZE_REFUSED, [](BinItems& items) { items.knobs().maxSize = REG_MAX_RECORD_SIZE + 1; });
+    BinItems::knobs() = {};
+    contents("");
+    std::filesystem::remove(file() + ".tmp");
+    BinItems items(file(), PACKED | DEFERRED);
+    BinItem added = a_;
+    EXPECT_EQ(items.Verify(REG_OP_ADD, ITEM_NAME, &added, nullptr), REG_OPEN_FAILED);
+}
+
+// In the order in which the checks are made.
+TEST(BinSlots, TheFirstMissingOneIsNamed) {
+    BinItems items("/nowhere/items.reg", REG_FEATURE_PACKED);
+    EXPECT_EQ(items.CheckFuncPtrs(), 0U);
+    items.matchRecord = nullptr;
+    items.getPackedRecordSize = nullptr;
+    items.getRecordSize = nullptr;
+    EXPECT_EQ(items.CheckFuncPtrs(), 0U);
+    items.unpackRecord = nullptr;
+    EXPECT_EQ(items.CheckFuncPtrs(), REG_NO_UNPACK_RECORD);
+    items.packRecord = nullptr;
+    EXPECT_EQ(items.CheckFuncPtrs(), REG_NO_PACK_RECORD);
+    EXPECT_EQ(items.unsetFeature(REG_FEATURE_PACKED), 0U);
+    EXPECT_EQ(items.CheckFuncPtrs(), 0U);
+    items.getMaxRecordSize = nullptr;
+    EXPECT_EQ(items.CheckFuncPtrs(), REG_NO_GET_MAX_RECORD_SIZE);
+    items.validateRecord = nullptr;
+    EXPECT_EQ(items.CheckFuncPtrs(), REG_NO_VALIDATE_RECORD);
+}
+
+}  // namespace
