@@ -1,0 +1,256 @@
+#include "genreg/global/InfoTransaction.h"
+
+#include <memory>
+
+#include "genreg/core/FunctionTrace.h"
+#include "genreg/global/Fields.h"
+
+namespace genreg {
+namespace {
+
+constexpr unsigned long SERVICE_BIT = 0x1;
+constexpr unsigned long VERSION_BIT = 0x2;
+constexpr unsigned long THIRD_BIT = 0x4;
+static_assert(INSTANCE_SERVICE == SERVICE_BIT && SERVICE_SERVICE == SERVICE_BIT);
+static_assert(INSTANCE_VERSION_CODE == VERSION_BIT && SERVICE_VERSION_CODE == VERSION_BIT);
+static_assert(INSTANCE_NAME == THIRD_BIT && SERVICE_PATH == THIRD_BIT);
+
+const GlobalRegField& fieldOf(const InfoSchema& schema, unsigned long bit) noexcept {
+    const RecordType& type = *recordTypeOf(schema.recordType);
+    unsigned long index = 0;
+    while (type.fields[index].bit != bit) {
+        ++index;
+    }
+    return type.fields[index];
+}
+
+// Sets a field that is worth recording: an empty text and a number of 0 are left out.
+void putText(const GlobalRegField& field, const char* text, GlobalRegRecord* record) noexcept {
+    if (text[0] != '\0') {
+        setText(memberOf(*record, field), field.capacity, text);
+        record->fieldMask |= field.bit;
+    }
+}
+void putValue(const GlobalRegField& field, unsigned long value, GlobalRegRecord* record) noexcept {
+    if (value != 0) {
+        setValue(*record, field, value);
+        record->fieldMask |= field.bit;
+    }
+}
+
+// The member's bytes, read and written as the field's type.
+unsigned long memberValue(const char* member, unsigned long size) noexcept {
+    if (size == sizeof(unsigned long)) {
+        unsigned long value = 0;
+        std::memcpy(&value, member, sizeof value);
+        return value;
+    }
+    unsigned int number = static_cast<unsigned char>(*member);
+    if (size == sizeof number) {
+        std::memcpy(&number, member, sizeof number);
+    }
+    return number;
+}
+
+void recordFromInfo(const InfoSchema& schema, const void* info, GlobalRegRecord* record) noexcept {
+    *record = {};
+    record->recordType = schema.recordType;
+    for (const InfoMember& member : schema.members) {
+        const GlobalRegField& field = fieldOf(schema, member.bit);
+        const char* source = static_cast<const char*>(info) + member.offset;
+        if (field.kind == GLOBALREG_FIELD_TEXT) {
+            putText(field, source, record);
+        } else if (member.flag != 0) {
+            putValue(field, (memberValue(source, sizeof member.flag) & member.flag) != 0 ? 1 : 0, record);
+        } else {
+            putValue(field, memberValue(source, field.capacity), record);
+        }
+    }
+}
+
+void infoFromRecord(const InfoSchema& schema, const GlobalRegRecord& record, void* info) noexcept {
+    for (const InfoMember& member : schema.members) {
+        const GlobalRegField& field = fieldOf(schema, member.bit);
+        char* target = static_cast<char*>(info) + member.offset;
+        if (field.kind == GLOBALREG_FIELD_TEXT) {
+            setText(target, field.capacity, memberOf(record, field));
+        } else if (member.flag != 0) {
+            // kept: a flag is only ever set; callers zero the word first.
+            unsigned long flags = memberValue(target, sizeof flags);
+            flags |= valueOf(record, field) == 1 ? member.flag : 0;
+            std::memcpy(target, &flags, sizeof flags);
+        } else if (field.kind == GLOBALREG_FIELD_FLAG && (record.fieldMask & field.bit) == 0) {
+            *target = member.absent;
+        } else {
+            std::memcpy(target, memberOf(record, field), field.capacity);
+        }
+    }
+}
+
+// A key text longer than its member is cut as it was on writing, so that it is found again.
+GlobalRegRecord keyRecord(const InfoSchema& schema, const InfoKey& wanted) noexcept {
+    GlobalRegRecord key = {};
+    key.recordType = schema.recordType;
+    const auto put = [&](unsigned long bit, const char* text) {
+        if (text != nullptr) {
+            const GlobalRegField& field = fieldOf(schema, bit);
+            setText(memberOf(key, field), field.capacity, text);
+            key.fieldMask |= bit;
+        }
+    };
+    put(SERVICE_BIT, wanted.service);
+    putValue(fieldOf(schema, VERSION_BIT), wanted.versionCode, &key);
+    put(THIRD_BIT, wanted.third);
+    return key;
+}
+
+// Which part of the key a record or key lacks; 0 when none.
+unsigned int missingKeyPart(const InfoSchema& schema, const GlobalRegRecord& record) noexcept {
+    if (valueOf(record, fieldOf(schema, VERSION_BIT)) == 0) {
+        return REG_INFO_VERSION_MISSING;
+    }
+    if (textOf(record, fieldOf(schema, SERVICE_BIT)).empty()) {
+        return REG_INFO_SERVICE_MISSING;
+    }
+    if ((schema.key & THIRD_BIT) != 0 && textOf(record, fieldOf(schema, THIRD_BIT)).empty()) {
+        return REG_INFO_INSTANCE_MISSING;
+    }
+    return 0;
+}
+
+}  // namespace
+
+unsigned int setInfo(const InfoSchema& schema, const void* info) noexcept {
+    OperationTrace trace{schema.set};
+    if (info == nullptr) {
+        return trace.fail(10, schema.infoNull);
+    }
+    GlobalRegRecord record;
+    recordFromInfo(schema, info, &record);
+    if (const unsigned int missing = missingKeyPart(schema, record); missing != 0) {
+        return trace.fail(20, missing);
+    }
+    GlobalReg registry;
+    registry.SetChangeLoggingFuncID(static_cast<unsigned int>(schema.set));
+    const CauseMark mark;
+    const unsigned int added = registry.Add(schema.key, &record);
+    if (added == 0) {
+        return trace.exit(0);
+    }
+    if (added != REG_DUPLICATE) {
+        return trace.fail(30, schema.addFailed);
+    }
+    mark.restore();
+    GlobalRegRecord key = record;
+    const unsigned int changed = registry.Change(schema.key, &key, &record);
+    if (changed == 0 || changed == REG_UNCHANGED) {
+        return trace.exit(changed);
+    }
+    return trace.fail(40, schema.changeFailed);
+}
+
+unsigned int getInfo(const InfoSchema& schema, const InfoKey& wanted, void* info) noexcept {
+    OperationTrace trace{schema.get};
+    if (info == nullptr) {
+        return trace.fail(10, schema.infoNull);
+    }
+    GlobalReg registry;
+    GlobalRegRecord key = keyRecord(schema, wanted);
+    GlobalRegRecord found;
+    const unsigned int result = registry.Get(key.fieldMask, &key, &found);
+    if (result == REG_NOT_FOUND) {
+        return trace.exit(result);
+    }
+    if (result != 0) {
+        return trace.fail(20, schema.getFailed);
+    }
+    infoFromRecord(schema, found, info);
+    return trace.exit(0);
+}
+
+unsigned int removeInfo(const InfoSchema& schema, const InfoKey& wanted) noexcept {
+    OperationTrace trace{schema.remove};
+    GlobalRegRecord key = keyRecord(schema, wanted);
+    if (const unsigned int missing = missingKeyPart(schema, key); missing != 0) {
+        return trace.fail(10, missing);
+    }
+    // kept: the change log is not told the caller of a removal.
+    GlobalReg registry;
+    const unsigned int result = registry.Delete(schema.key, &key);
+    if (result == 0 || result == REG_NOT_FOUND) {
+        return trace.exit(result);
+    }
+    return trace.fail(20, schema.removeFailed);
+}
+
+unsigned int openInstanceList(const char* service, void** handle, bool useDefaultPath) noexcept {
+    OperationTrace trace{Function::OssOpenInstanceList};
+    if (handle == nullptr) {
+        return trace.fail(10, REG_LIST_HANDLE_NULL);
+    }
+    std::unique_ptr<GlobalReg> list(new GlobalReg(useDefaultPath));
+    if (list == nullptr) {
+        return trace.fail(20, REG_NO_LIST);
+    }
+    if (service == nullptr) {
+        return trace.fail(30, REG_LIST_SERVICE_NULL);
+    }
+    if (const unsigned int result = list->OpenScan(); result != 0) {
+        return trace.fail(40, result);
+    }
+    GlobalRegList::setService(list.get(), service);
+    *handle = list.release();
+    return trace.exit(0);
+}
+
+unsigned int openServiceList(void** handle) noexcept {
+    OperationTrace trace{Function::OssOpenServiceList};
+    if (handle == nullptr) {
+        return trace.fail(10, REG_LIST_HANDLE_NULL);
+    }
+    std::unique_ptr<GlobalReg> list(new GlobalReg());
+    if (list == nullptr) {
+        return trace.fail(20, REG_NO_LIST);
+    }
+    if (list->OpenScan() != 0) {
+        return trace.fail(30, REG_OPEN_SERVICE_LIST_FAILED);
+    }
+    *handle = list.release();
+    return trace.exit(0);
+}
+
+unsigned int nextInfo(const InfoSchema& schema, void* handle, void* info) noexcept {
+    OperationTrace trace{schema.next};
+    if (handle == nullptr) {
+        return trace.fail(10, REG_LIST_HANDLE_NULL);
+    }
+    if (info == nullptr) {
+        return trace.fail(20, schema.infoNull);
+    }
+    auto* list = static_cast<GlobalReg*>(handle);
+    GlobalRegRecord key = keyRecord(schema, {GlobalRegList::service(list), 0, nullptr});
+    GlobalRegRecord found;
+    const unsigned int result = list->GetNext(key.fieldMask, &key, &found);
+    if (result == REG_NO_MORE_RECORDS) {
+        return trace.exit(result);
+    }
+    if (result != 0) {
+        return trace.fail(30, schema.nextFailed);
+    }
+    infoFromRecord(schema, found, info);
+    return trace.exit(0);
+}
+
+unsigned int closeInfoList(const InfoSchema& schema, void* handle) noexcept {
+    OperationTrace trace{schema.close};
+    if (handle == nullptr) {
+        return trace.fail(10, REG_LIST_HANDLE_NULL);
+    }
+    const std::unique_ptr<GlobalReg> list(static_cast<GlobalReg*>(handle));
+    if (list->CloseScan() != 0) {
+        return trace.fail(20, REG_CLOSE_LIST_FAILED);
+    }
+    return trace.exit(0);
+}
+
+}  // namespace genreg

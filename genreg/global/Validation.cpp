@@ -1,0 +1,70 @@
+// Whether a record may be written, or a key looked for.
+
+#include <genreg/GlobalReg.h>
+
+#include "genreg/core/FunctionTrace.h"
+#include "genreg/global/Fields.h"
+
+namespace genreg {
+namespace {
+
+constexpr unsigned int HIGHEST_RECORD_TYPE = GLOBALREG_VARIABLE;
+
+// A number with a rule is a yes or no; a negative one is refused as well.
+bool isRefused(const GlobalRegRecord& record, const GlobalRegField& field) noexcept {
+    return field.kind == GLOBALREG_FIELD_TEXT ? textOf(record, field).empty() : valueOf(record, field) > 1;
+}
+
+unsigned int checkContents(const GlobalRegRecord& record, const RecordType& type) noexcept {
+    for (const GlobalRegField& field : type.fields) {
+        if ((record.fieldMask & field.bit) != 0 && field.refusedCode != 0 && isRefused(record, field)) {
+            return field.refusedCode;
+        }
+    }
+    return 0;
+}
+
+unsigned int checkPresence(unsigned long mask, const GlobalRegRecord& record, const RecordType& type) noexcept {
+    for (const GlobalRegField& field : type.fields) {
+        if ((mask & ~record.fieldMask & field.bit) != 0 && field.missingCode != 0) {
+            return field.missingCode;
+        }
+    }
+    return 0;
+}
+
+}  // namespace
+}  // namespace genreg
+
+using namespace genreg;
+
+unsigned int GlobalReg::ValidateRecord(unsigned long mask, void* record) noexcept {
+    FunctionTrace trace{Function::GlobalValidateRecord};
+    if (mask == 0) {
+        return trace.exit(0);
+    }
+    auto& checked = *static_cast<GlobalRegRecord*>(record);
+    // kept: type 3 passes, for which no rule exists.
+    if (checked.recordType == 0 || checked.recordType > HIGHEST_RECORD_TYPE) {
+        return trace.fail(10, REG_RECORD_TYPE_INVALID);
+    }
+    if (checked.fieldMask == 0) {
+        return trace.fail(20, REG_FIELD_MASK_EMPTY);
+    }
+    // A reader's note about absent fields does not travel into a write. A record without one is not written to: another
+    // thread may be reading the same key.
+    if (checked.missingFieldMask != 0) {
+        checked.missingFieldMask = 0;
+    }
+    const RecordType* type = recordTypeOf(checked.recordType);
+    if (type == nullptr) {
+        return trace.exit(0);
+    }
+    if (const unsigned int refused = checkContents(checked, *type); refused != 0) {
+        return trace.fail(30, refused);
+    }
+    if (const unsigned int missing = checkPresence(mask, checked, *type); missing != 0) {
+        return trace.fail(40, missing);
+    }
+    return trace.exit(0);
+}
