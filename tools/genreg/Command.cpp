@@ -1,0 +1,213 @@
+#include "Command.h"
+
+#include <fmt/core.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <map>
+#include <vector>
+
+#include "Text.h"
+
+namespace tool {
+namespace {
+
+constexpr std::string_view DESCRIPTION = "Reads and edits registry files, safely among several processes.";
+constexpr std::string_view FOOTER =
+    "Exit: 0 done or nothing to change, 1 not found or differs, 2 usage, 3 missing or unreadable, 4 locked,\n"
+    "5 conflict, 6 invalid value, 7 damaged, 8 the update failed, 70 a defect of the tool.";
+
+struct Parser {
+    CLI::App app{std::string(DESCRIPTION), "genreg"};
+    std::string color = "auto";
+    const Command* chosen = nullptr;
+    Action action;
+    std::vector<std::pair<unsigned int, CLI::Option*>> acting;  // options that not every command takes
+};
+
+void declareGlobals(Parser& parser, Context& context) {
+    CLI::App& app = parser.app;
+    Options& options = context.options;
+    parser.acting.emplace_back(USES_REGISTRY, app.add_option("--registry", options.registry,
+                                                             "the registry to work on, where FILE is not given")
+                                                  ->type_name("PATH"));
+    parser.acting.emplace_back(
+        USES_REGISTRY, app.add_flag("--default-path", options.defaultPath, "the global registry in its default place"));
+    app.add_flag("--json", context.output.style.json, "one JSON object per line, for programs");
+    parser.acting.emplace_back(USES_DRY_RUN,
+                               app.add_flag("-n,--dry-run", options.dryRun, "change nothing; show what would change"));
+    parser.acting.emplace_back(USES_DIFF, app.add_flag("--diff", options.diff, "show what was changed"));
+    app.add_option("--wait", options.waitSeconds, "how long to wait for the lock (10; 0 fails at once)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.0, 1e6).description(""));
+    parser.acting.emplace_back(
+        USES_IF_VALUE, app.add_option("--if-value", options.ifValue, "only if this is the value now")->type_name("V"));
+    parser.acting.emplace_back(USES_ALL,
+                               app.add_flag("--all", options.all, "every record that matches, not just a single one"));
+    parser.acting.emplace_back(USES_YES, app.add_flag("-y,--yes", options.yes, "do not ask"));
+    app.add_flag("-q", context.output.style.quiet, "no remarks on standard error");
+    app.add_flag("-v", context.output.style.verbose, "say more on standard error");
+    app.add_option("--color", parser.color, "auto, always or never (auto heeds NO_COLOR)")
+        ->type_name("WHEN")
+        ->check(CLI::IsMember({"auto", "always", "never"}).description(""));
+}
+
+void declareCommand(CLI::App& above, const Command& command, const std::string& word, Parser& parser) {
+    CLI::App* sub = above.add_subcommand(word, std::string(command.summary));
+    const Action action = command.declare(*sub);
+    sub->final_callback([&parser, &command, action] {
+        parser.chosen = &command;
+        parser.action = action;
+    });
+}
+
+void declareCommands(Parser& parser, std::span<const CommandGroup> groups, std::span<const Command> commands) {
+    std::map<std::string_view, CLI::App*> parents;
+    for (const CommandGroup& group : groups) {
+        CLI::App* parent = parser.app.add_subcommand(std::string(group.name), std::string(group.summary));
+        parent->require_subcommand(1);
+        parents[group.name] = parent;
+    }
+    for (const Command& command : commands) {
+        const std::size_t blank = command.name.find(' ');
+        CLI::App& above = blank == std::string_view::npos ? parser.app : *parents.at(command.name.substr(0, blank));
+        declareCommand(above, command, std::string(command.name.substr(blank + 1)), parser);
+    }
+}
+
+// The innermost command that was recognised.
+const CLI::App& innermost(const CLI::App& app) {
+    const auto chosen = app.get_subcommands();
+    return chosen.empty() ? app : innermost(*chosen.front());
+}
+
+std::string fullName(const CLI::App& app) {
+    return app.get_parent() == nullptr ? app.get_name() : fullName(*app.get_parent()) + " " + app.get_name();
+}
+
+// The same behind "genreg: ", which every message begins with.
+std::string shortName(const CLI::App& app) {
+    const std::string name = fullName(app);
+    const std::size_t blank = name.find(' ');
+    return blank == std::string::npos ? "" : name.substr(blank + 1) + ": ";
+}
+
+std::vector<std::string> optionNames(const CLI::App& root, const CLI::App& command) {
+    std::vector<std::string> names;
+    for (const CLI::App* app : {&root, &command}) {
+        for (const CLI::Option* option : app->get_options()) {
+            for (const std::string& name : option->get_lnames()) {
+                names.push_back("--" + name);
+            }
+        }
+    }
+    return names;
+}
+
+std::vector<std::string> commandNames(const CLI::App& app) {
+    std::vector<std::string> names;
+    for (const CLI::App* sub : app.get_subcommands([](const CLI::App*) { return true; })) {
+        names.push_back(sub->get_name());
+    }
+    return names;
+}
+
+// Answers a word that nothing takes with the one that was probably meant.
+Failure unknownWord(const CLI::App& root, const CLI::App& command, const std::string& word) {
+    const bool isOption = word.size() > 1 && word[0] == '-';
+    const std::vector<std::string> known = isOption ? optionNames(root, command) : commandNames(command);
+    const std::string help = fmt::format("{} --help", fullName(command));
+    const std::string shown = printable(word);
+    if (!isOption && known.empty()) {
+        return usageFailure(fmt::format("{}one argument too many: \"{}\"", shortName(command), shown), help);
+    }
+    const std::string meant = nearest(word.substr(0, word.find('=')), known);
+    std::string hint = meant.empty() ? help : isOption ? meant : fullName(command) + " " + meant;
+    if (isOption && meant.empty()) {
+        hint += fmt::format("; a value that begins with \"-\" stands behind \"--\"");
+    }
+    return usageFailure(fmt::format("there is no {} \"{}\"", isOption ? "option" : "command", shown), hint);
+}
+
+Failure parseFailure(const CLI::App& root, const CLI::ParseError& error) {
+    const CLI::App& command = innermost(root);
+    for (const std::string& word : root.remaining(true)) {
+        if (word != "--") {
+            return unknownWord(root, command, word);
+        }
+    }
+    if (!commandNames(command).empty()) {
+        std::string list;
+        for (const std::string& name : commandNames(command)) {
+            list += (list.empty() ? "" : ", ") + name;
+        }
+        return usageFailure(fmt::format("{}which command? {}", shortName(command), list),
+                            fmt::format("{} --help", fullName(command)));
+    }
+    return usageFailure(fmt::format("{}{}", shortName(command), printable(error.what())),
+                        fmt::format("{} --help", fullName(command)));
+}
+
+void chooseColor(const std::string& when, Output& output) {
+    const char* noColor = std::getenv("NO_COLOR");
+    const bool wanted = noColor == nullptr || *noColor == '\0';
+    output.style.color = when == "always" || (when == "auto" && wanted && output.isTerminal());
+    output.style.errorColor = when == "always" || (when == "auto" && wanted && isatty(STDERR_FILENO) != 0);
+}
+
+void refuseIdleOptions(const Parser& parser) {
+    for (const auto& [use, option] : parser.acting) {
+        if (option->count() != 0 && (parser.chosen->uses & use) == 0) {
+            throw usageFailure(
+                fmt::format("{} means nothing to \"genreg {}\"", option->get_name(), parser.chosen->name),
+                fmt::format("genreg {} --help", parser.chosen->name));
+        }
+    }
+}
+
+}  // namespace
+
+std::string Context::file(const std::string& given) const {
+    if (!given.empty() && options.registry) {
+        throw usageFailure("FILE and --registry name two files; one is enough");
+    }
+    std::string path = options.registry.value_or(given);
+    if (path.empty()) {
+        throw usageFailure("which file?", fmt::format("genreg {} FILE", operation));
+    }
+    return path;
+}
+
+int run(Context& context, std::span<const CommandGroup> groups, std::span<const Command> commands, int count,
+        char** arguments) {
+    context.argumentCount = count;
+    context.arguments = arguments;
+    Parser parser;
+    parser.app.fallthrough();
+    parser.app.require_subcommand(1);
+    parser.app.footer(std::string(FOOTER));
+    declareGlobals(parser, context);
+    declareCommands(parser, groups, commands);
+    // A command line that cannot be parsed is answered in the form asked for all the same.
+    for (int i = 1; i < count && std::string_view(arguments[i]) != "--"; ++i) {
+        context.output.style.json = context.output.style.json || std::string_view(arguments[i]) == "--json";
+    }
+    try {
+        parser.app.parse(count, arguments);
+    } catch (const CLI::CallForHelp&) {
+        const CLI::App& command = innermost(parser.app);
+        std::string text = command.help(command.get_parent() == nullptr ? "" : fullName(*command.get_parent()));
+        text.erase(text.find_last_not_of('\n') + 1);
+        context.output.line(text);
+        return EXIT_DONE;
+    } catch (const CLI::ParseError& error) {
+        chooseColor(parser.color, context.output);
+        throw parseFailure(parser.app, error);
+    }
+    chooseColor(parser.color, context.output);
+    context.operation = parser.chosen->name;
+    refuseIdleOptions(parser);
+    return parser.action(context);
+}
+
+}  // namespace tool

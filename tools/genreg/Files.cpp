@@ -1,0 +1,93 @@
+#include "Files.h"
+
+#include <fmt/core.h>
+#include <genreg/Codes.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include "Failure.h"
+#include "Text.h"
+
+namespace tool {
+namespace {
+
+struct Closer {
+    void operator()(std::FILE* stream) const noexcept { (void)std::fclose(stream); }
+};
+
+Failure missing(const std::string& path, const std::string& doing) {
+    Failure failure = systemFailure(ENOENT, path, doing);
+    failure.code = REG_MISSING;
+    failure.message = fmt::format("{}: cannot {}: there is no such file", printable(path), doing);
+    failure.hint = "check the path; an add creates a missing file";
+    return failure;
+}
+
+Failure notRegular(const std::string& path, const std::string& doing, bool directory) {
+    Failure failure = systemFailure(directory ? EISDIR : EINVAL, path, doing);
+    failure.kind = "unreadable";
+    failure.exitStatus = EXIT_UNREADABLE;
+    if (!directory) {
+        failure.message = fmt::format("{}: cannot {}: it is no regular file", printable(path), doing);
+        failure.hint = "name a regular file";
+    }
+    return failure;
+}
+
+}  // namespace
+
+bool judgeFile(const std::string& path, const std::string& doing, bool mustExist) {
+    std::error_code error;
+    const auto status = std::filesystem::status(path, error);
+    if (status.type() == std::filesystem::file_type::not_found) {
+        if (mustExist) {
+            throw missing(path, doing);
+        }
+        return false;
+    }
+    if (status.type() == std::filesystem::file_type::none) {
+        throw systemFailure(error.value(), path, doing);
+    }
+    if (status.type() != std::filesystem::file_type::regular) {
+        throw notRegular(path, doing, status.type() == std::filesystem::file_type::directory);
+    }
+    return true;
+}
+
+std::string readFile(const std::string& path, const std::string& doing) {
+    judgeFile(path, doing, true);
+    const std::unique_ptr<std::FILE, Closer> stream(std::fopen(path.c_str(), "re"));
+    if (stream == nullptr) {
+        throw systemFailure(errno, path, doing);
+    }
+    std::string bytes;
+    char piece[65536];
+    while (const std::size_t got = std::fread(piece, 1, sizeof piece, stream.get())) {
+        bytes.append(piece, got);
+    }
+    if (std::ferror(stream.get()) != 0) {
+        throw systemFailure(errno, path, doing);
+    }
+    return bytes;
+}
+
+ScratchFolder::ScratchFolder() {
+    std::error_code error;
+    const auto parent = std::filesystem::temp_directory_path(error);
+    std::string name = (error ? std::filesystem::path("/tmp") : parent) / "genreg.XXXXXX";
+    if (mkdtemp(name.data()) == nullptr) {
+        throw systemFailure(errno, name, "make a private folder for the rehearsal");
+    }
+    path_ = name;
+}
+
+ScratchFolder::~ScratchFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+}  // namespace tool

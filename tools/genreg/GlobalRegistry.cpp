@@ -1,0 +1,136 @@
+#include "GlobalRegistry.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+
+#include "Failure.h"
+#include "RecordFields.h"
+
+namespace tool {
+namespace {
+
+constexpr char PATH_VARIABLE[] = "RVN_GLOBAL_REG_PATHNAME";
+constexpr unsigned long EVERY_FIELD = ~0UL;
+
+unsigned int match(unsigned long mask, void* record, void* key) {
+    if (mask == 0) {
+        return 1;
+    }
+    const auto& found = *static_cast<const GlobalRegRecord*>(record);
+    const auto& wanted = *static_cast<const GlobalRegRecord*>(key);
+    if (found.recordType != wanted.recordType) {
+        return 0;
+    }
+    // The key's own fields must be there; where all are asked for, no other may.
+    const unsigned long compared = mask & kindOf(found.recordType).known;
+    const unsigned long presence =
+        mask == EVERY_FIELD ? found.fieldMask ^ wanted.fieldMask : wanted.fieldMask & ~found.fieldMask;
+    return (presence & compared) == 0 && sameValues(found, wanted, compared) ? 1 : 0;
+}
+
+// Asks for the fields of the key alone: a field that is to be removed is in the mask and not in the record.
+unsigned int validate(unsigned long mask, void* record) {
+    if (mask == 0 || record == nullptr) {
+        return 0;
+    }
+    const RecordKind* kind = findKind(static_cast<const GlobalRegRecord*>(record)->recordType);
+    return kind == nullptr ? static_cast<unsigned int>(REG_RECORD_TYPE_INVALID)
+                           : GlobalReg::ValidateRecord(mask & kind->keyFields, record);
+}
+
+}  // namespace
+
+std::string globalRegistryPath(const Context& context) {
+    const Options& options = context.options;
+    if (options.registry && options.defaultPath) {
+        throw usageFailure("--registry and --default-path name two registries; one is enough");
+    }
+    if (options.registry) {
+        (void)setenv(PATH_VARIABLE, options.registry->c_str(), 1);
+    }
+    char path[REG_PATH_SIZE] = "";
+    unsigned short length = sizeof path;
+    const unsigned int code = GetGlobalRegPathnameInternal(path, &length, options.defaultPath);
+    if (code != 0) {
+        throw libraryFailure(code, options.registry.value_or("global.reg"), "find the global registry");
+    }
+    if (*path == '\0') {
+        Failure failure = usageFailure("the path of the global registry is empty");
+        failure.hint = std::string("unset ") + PATH_VARIABLE + ", or --registry PATH";
+        throw failure;
+    }
+    // The change log names the path by the same rules, which know nothing of the options.
+    (void)setenv(PATH_VARIABLE, path, 1);
+    return path;
+}
+
+std::string fileOrGlobalRegistry(const Context& context, const std::string& given) {
+    if (given.empty()) {
+        return globalRegistryPath(context);
+    }
+    if (context.options.defaultPath) {
+        throw usageFailure("FILE and --default-path name two files; one is enough");
+    }
+    return context.file(given);
+}
+
+bool isSameFile(const std::string& a, const std::string& b) {
+    std::error_code error;
+    return std::filesystem::equivalent(a, b, error) && !error;
+}
+
+GlobalRegistry::GlobalRegistry(const Context& context, const std::string& path, bool rehearsal) : path_(path) {
+    const unsigned int code = setRegistryPaths(path.c_str());
+    if (code != 0) {
+        throw libraryFailure(code, path, "use the registry");
+    }
+    matchRecord = match;
+    validateRecord = validate;
+    packedMayMatch = nullptr;
+    SetCommandLine(context.argumentCount, context.arguments);
+    if (rehearsal) {
+        (void)unsetFeature(REG_FEATURE_CHANGE_LOG | REG_FEATURE_NOTIFY);
+    }
+}
+
+std::vector<GlobalRegRecord> GlobalRegistry::read(const std::string& doing) {
+    unsigned int code = OpenScan();
+    if (code != 0) {
+        throw libraryFailure(code, path_, doing);
+    }
+    std::vector<GlobalRegRecord> records;
+    const auto record = std::make_unique<GlobalRegRecord>();
+    while ((code = GetNext(0, nullptr, record.get())) == 0) {
+        records.push_back(*record);
+    }
+    if (code != REG_NO_MORE_RECORDS) {
+        throw libraryFailure(code, path_, doing);
+    }
+    code = CloseScan();
+    if (code != 0) {
+        throw libraryFailure(code, path_, doing);
+    }
+    return records;
+}
+
+unsigned int GlobalRegistry::add(GlobalRegRecord record) {
+    return Add(kindOf(record.recordType).keyFields, &record);
+}
+
+unsigned int GlobalRegistry::change(GlobalRegRecord found, GlobalRegRecord record) {
+    return Change(EVERY_FIELD, &found, &record);
+}
+
+unsigned int GlobalRegistry::remove(GlobalRegRecord found) {
+    return Delete(EVERY_FIELD, &found);
+}
+
+unsigned int GlobalRegistry::removeMatching(GlobalRegRecord key, bool severalAllowed) {
+    if (severalAllowed) {
+        (void)setFeature(REG_FEATURE_ALLOW_DUPLICATES);
+    }
+    return Delete(key.fieldMask, &key);
+}
+
+}  // namespace tool

@@ -1,0 +1,79 @@
+// The bytes of a binary registry, read without the library: whole, or as far as a damaged file lets one.
+#pragma once
+
+#include <genreg/GlobalRegFields.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Output.h"
+
+namespace tool {
+
+struct RecordItem {
+    unsigned long bit;
+    const GlobalRegField* field;  // null for an item of a later release
+    std::size_t offset;           // of its length field within the image
+    std::string bytes;
+};
+
+// A record of the global registry as its packed image tells it.
+struct RecordImage {
+    unsigned int type = 0;
+    unsigned long fieldMask = 0;
+    unsigned long missingFieldMask = 0;
+    std::vector<RecordItem> items;  // up to the damage, if there is one
+    int checksum = 0;
+    std::optional<std::size_t> damage;  // offset within the image of what does not fit
+};
+
+[[nodiscard]] RecordImage decodeImage(std::string_view image);
+
+[[nodiscard]] std::string versionText(unsigned long code);
+// "instance", "service", "variable"; "unknown" for anything else.
+[[nodiscard]] std::string recordTypeName(unsigned int type);
+// For people. A text is quoted where it would not read as one word.
+[[nodiscard]] std::string itemText(const RecordItem& item);
+// Sets members[name] to the value: text, dotted version, number; an item of a later release is "<name>_b64".
+void putItem(Json& members, const std::string& name, const RecordItem& item);
+// The field's name, or the bit of an item of a later release: "0x400".
+[[nodiscard]] std::string itemName(const RecordItem& item);
+
+// A stretch of the file: a frame, sound or with a record inside that does not fit; or bytes that are no frame.
+struct RegistryPart {
+    std::size_t offset = 0;
+    std::size_t size = 0;
+    bool framed = false;
+    std::string_view payload;  // of a frame
+    std::string damage;        // what is wrong; empty when nothing is
+    std::size_t damageOffset = 0;
+};
+
+enum class RegistryContent {
+    GLOBAL,     // packed records of the global registry
+    VARIABLES,  // binary variable/value records
+    OTHER,      // records of a schema that is not known here: any payload is sound
+};
+
+struct RegistryHeader {
+    int stated;
+    int computed;
+};
+
+// Views into the bytes that were given.
+struct RegistryBytes {
+    RegistryContent content = RegistryContent::OTHER;
+    bool bigEndian = false;
+    std::optional<RegistryHeader> header;
+    std::vector<RegistryPart> parts;
+
+    [[nodiscard]] const RegistryPart* firstDamage() const;
+};
+
+// Takes the file apart. Behind damage it goes on at the next sound record. `expectGlobal`: what decides when nothing in
+// the file says whose records they are.
+[[nodiscard]] RegistryBytes takeApart(std::string_view bytes, bool expectGlobal);
+
+}  // namespace tool

@@ -1,0 +1,106 @@
+#include "RegistryReport.h"
+
+#include <fcntl.h>
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+
+#include "RecordFields.h"
+#include "Text.h"
+
+namespace tool {
+namespace {
+
+constexpr char MONITOR_LOCK_PATH[] = "/var/rvn/.fmcd.lock";
+constexpr char CHANGE_LOG_PATH[] = "/tmp/globalreg.debug";
+
+struct Closer {
+    void operator()(std::FILE* stream) const noexcept { (void)std::fclose(stream); }
+};
+
+std::string programOf(long pid) {
+    std::ifstream stream(fmt::format("/proc/{}/comm", pid));
+    std::string name;
+    std::getline(stream, name);
+    return name.empty() ? "?" : name;
+}
+
+}  // namespace
+
+Json recordsObject(const RecordFile& file) {
+    Json object{{"frames", file.records.size() + file.unknown.size() + file.damaged.size()}};
+    for (const unsigned int type : {GLOBALREG_SERVICE, GLOBALREG_INSTANCE, GLOBALREG_VARIABLE}) {
+        object[std::string(kindOf(type).name)] =
+            std::count_if(file.records.begin(), file.records.end(),
+                          [&](const FoundRecord& found) { return found.record.recordType == type; });
+    }
+    object["other"] = file.unknown.size();
+    object["damaged"] = file.damaged.size();
+    return object;
+}
+
+std::string recordsText(const Json& records) {
+    return fmt::format("{} in all: {} service, {} instance, {} variable, {} of another type, {} damaged",
+                       records["frames"].dump(), records["service"].dump(), records["instance"].dump(),
+                       records["variable"].dump(), records["other"].dump(), records["damaged"].dump());
+}
+
+Json monitorObject() {
+    Json object{{"path", MONITOR_LOCK_PATH}, {"installed", false}, {"held", false}, {"pid", nullptr}};
+    object["program"] = nullptr;
+    std::error_code error;
+    object["installed"] = std::filesystem::exists(MONITOR_LOCK_PATH, error);
+    const std::unique_ptr<std::FILE, Closer> stream(std::fopen(MONITOR_LOCK_PATH, "re"));
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    if (stream == nullptr || fcntl(fileno(stream.get()), F_GETLK, &lock) != 0) {
+        // Not to be told, where the file is there.
+        object["held"] = object["installed"].get<bool>() ? Json(nullptr) : Json(false);
+    } else if (lock.l_type != F_UNLCK) {
+        object["held"] = true;
+        // A lock that belongs to an open file names no process.
+        if (lock.l_pid > 0) {
+            object["pid"] = lock.l_pid;
+            object.erase("program");
+            putText(object, "program", programOf(lock.l_pid));
+        }
+    }
+    return object;
+}
+
+std::string monitorText(const Json& monitor) {
+    const std::string path = monitor["path"];
+    if (!monitor["installed"].get<bool>()) {
+        return fmt::format("none: there is no {}", path);
+    }
+    if (monitor["held"].is_null()) {
+        return fmt::format("unknown: {} cannot be read", path);
+    }
+    if (!monitor["held"].get<bool>()) {
+        return fmt::format("none: nobody holds {}", path);
+    }
+    return monitor["pid"].is_null() ? fmt::format("a process that cannot be named holds {}", path)
+                                    : fmt::format("pid {} ({}) holds {}", monitor["pid"].dump(),
+                                                  printable(monitor.value("program", std::string("?"))), path);
+}
+
+Json changeLogObject() {
+    std::error_code error;
+    const bool regular =
+        std::filesystem::symlink_status(CHANGE_LOG_PATH, error).type() == std::filesystem::file_type::regular;
+    const auto size = std::filesystem::file_size(CHANGE_LOG_PATH, error);
+    return {{"path", CHANGE_LOG_PATH}, {"on", regular}, {"size", regular && !error ? Json(size) : Json(nullptr)}};
+}
+
+std::string changeLogText(const Json& log) {
+    const std::string path = log["path"];
+    return log["on"].get<bool>() ? fmt::format("on: {}, {} bytes", path, log["size"].dump())
+                                 : fmt::format("off: there is no regular file {}", path);
+}
+
+}  // namespace tool

@@ -1,0 +1,23 @@
+// What `status` tells about a binary registry and about the surroundings of the global one.
+#pragma once
+
+#include <string>
+
+#include "Output.h"
+#include "RecordDiff.h"
+
+namespace tool {
+
+// Null for a text file. "frames", a count for each type, "other" for frames of a type that there is not, "damaged".
+[[nodiscard]] Json recordsObject(const RecordFile& file);
+[[nodiscard]] std::string recordsText(const Json& records);
+
+// The process that is told of changes: whether its lock file is there, and who holds it.
+[[nodiscard]] Json monitorObject();
+[[nodiscard]] std::string monitorText(const Json& monitor);
+
+// The opt-in log of changes.
+[[nodiscard]] Json changeLogObject();
+[[nodiscard]] std::string changeLogText(const Json& log);
+
+}  // namespace tool

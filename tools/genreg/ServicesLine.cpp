@@ -1,0 +1,182 @@
+#include "ServicesLine.h"
+
+#include <fmt/core.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <bit>
+#include <charconv>
+#include <cstring>
+#include <iterator>
+
+#include "Answers.h"
+#include "Text.h"
+
+namespace tool {
+namespace {
+
+constexpr std::string_view BLANKS = " \t\r";
+constexpr std::size_t MOST_ALIASES = std::size(decltype(GenRegServicesRecord::aliasTable){}) - 1;
+constexpr unsigned int LARGEST_PORT = 65535;
+constexpr std::string_view PROTOCOLS_WITH_ALIASES[] = {"udp", "tcp", "ddp", "divert", "sctp"};
+
+// Ports are stored in network byte order.
+unsigned int swapped(unsigned int port) {
+    return std::endian::native == std::endian::little ? ((port >> 8U) & 0xffU) | ((port & 0xffU) << 8U) : port;
+}
+
+std::unique_ptr<GenRegServicesRecord> parsed(std::string_view line) {
+    auto record = std::make_unique<GenRegServicesRecord>();
+    const bool read = GenRegServices::ParseLine(record.get(), std::string(line).c_str()) == 0 &&
+                      (record->flags & SERVICES_HAS_NAME) != 0 && record->protocol != nullptr;
+    return read ? std::move(record) : nullptr;
+}
+
+void checkWord(std::string_view what, const std::string& word) {
+    refuseControl(what, word);
+    if (word.empty()) {
+        throw invalid(REG_RECORD_REFUSED, fmt::format("the {} is empty", what), "name it or leave it out");
+    }
+    if (word.find_first_of(" \t#/") != std::string::npos) {
+        throw invalid(
+            REG_RECORD_REFUSED,
+            fmt::format("the {} \"{}\" holds a blank, \"#\" or \"/\", which end it in a line", what, printable(word)),
+            "choose one without them");
+    }
+}
+
+void checkAliases(const std::string& protocol, const std::vector<std::string>& aliases) {
+    for (const std::string& alias : aliases) {
+        checkWord("alias", alias);
+    }
+    if (aliases.size() > MOST_ALIASES) {
+        throw invalid(REG_BUFFER_TOO_SMALL,
+                      fmt::format("{} aliases; a line has at most {}", aliases.size(), MOST_ALIASES), "name fewer");
+    }
+    const bool known = std::ranges::find(PROTOCOLS_WITH_ALIASES, protocol) != std::end(PROTOCOLS_WITH_ALIASES);
+    if (!aliases.empty() && !known) {
+        throw invalid(REG_RECORD_REFUSED,
+                      fmt::format("aliases are read for {} only, not for {}", fmt::join(PROTOCOLS_WITH_ALIASES, ", "),
+                                  printable(protocol)),
+                      "leave the aliases out");
+    }
+}
+
+std::string newLine(const Service& service) {
+    GenRegServicesRecord record{};
+    std::string name = service.name;
+    std::string protocol = service.protocol;
+    std::string comment = service.comment.value_or("");
+    std::vector<std::string> words = service.aliases.value_or(std::vector<std::string>());
+    record.flags = SERVICES_HAS_NAME | (comment.empty() ? 0 : SERVICES_HAS_COMMENT);
+    record.name = name.data();
+    record.protocol = protocol.data();
+    record.port = swapped(service.port);
+    record.comment = comment.data();
+    for (std::size_t i = 0; i < words.size() && i < MOST_ALIASES; ++i) {
+        record.aliasTable[i] = words[i].data();
+    }
+    record.aliases = words.empty() ? nullptr : record.aliasTable;
+    char line[REG_LINE_SIZE] = {};
+    // One that does not fit is answered by a text that is too long for any line.
+    return GenRegServices::FormatLine(&record, line) == 0 ? std::string(line, std::strcspn(line, "\n"))
+                                                          : std::string(REG_LINE_SIZE, ' ');
+}
+
+}  // namespace
+
+std::string ServicesLine::text() const {
+    return lead + name + beforePort + port + protocol + beforeAliases + aliases + comment.bytes() + end;
+}
+
+ServicesLine takeServiceApart(std::string_view line) {
+    ServicesLine parts;
+    if (line.ends_with('\r')) {
+        parts.end = "\r";
+        line.remove_suffix(1);
+    }
+    parts.comment = takeComment(line, BLANKS);
+    parts.lead = takeBlanks(line, BLANKS);
+    parts.name = takeUntil(line, BLANKS);
+    parts.beforePort = takeBlanks(line, BLANKS);
+    std::string_view service = takeUntil(line, BLANKS);
+    parts.port = takeUntil(service, "/");
+    parts.protocol = service;
+    parts.beforeAliases = takeBlanks(line, BLANKS);
+    parts.aliases = line;
+    return parts;
+}
+
+std::string Service::rewrite(std::string_view line) const {
+    if (line.empty()) {
+        return newLine(*this);
+    }
+    ServicesLine parts = takeServiceApart(line);
+    const auto record = parsed(line);
+    if (record == nullptr || portOf(*record) != port) {
+        parts.port = std::to_string(port);
+    }
+    if (aliases && (record == nullptr || aliasesOf(*record) != *aliases)) {
+        if (aliases->empty()) {
+            parts.beforeAliases.clear();
+        } else if (parts.aliases.empty()) {
+            parts.beforeAliases = "\t";
+        }
+        parts.aliases = fmt::format("{}", fmt::join(*aliases, " "));
+    }
+    if (comment) {
+        parts.comment.set(*comment, "\t");
+    }
+    return parts.text();
+}
+
+bool Service::isReadFrom(std::string_view line) const {
+    const auto record = parsed(line);
+    if (record == nullptr || record->name != name || record->protocol != protocol || portOf(*record) != port ||
+        (aliases && aliasesOf(*record) != *aliases)) {
+        return false;
+    }
+    const auto shown = takeServiceApart(line).comment.shown();
+    return !comment || shown == (comment->empty() ? std::nullopt : comment);
+}
+
+std::vector<std::string> aliasesOf(const GenRegServicesRecord& record) {
+    std::vector<std::string> aliases;
+    for (char* const* alias = record.aliases; alias != nullptr && *alias != nullptr; ++alias) {
+        aliases.emplace_back(*alias);
+    }
+    return aliases;
+}
+
+unsigned int portOf(const GenRegServicesRecord& record) {
+    return swapped(record.port);
+}
+
+Service checkedService(const std::string& name, const std::string& portAndProtocol,
+                       const std::optional<std::vector<std::string>>& aliases,
+                       const std::optional<std::string>& comment) {
+    Service service{name, 0, {}, aliases, comment};
+    checkWord("name", name);
+    refuseControl("comment", comment.value_or(""));
+    const std::size_t slash = portAndProtocol.find('/');
+    if (slash == std::string::npos) {
+        throw invalid(REG_SERVICE_PROTOCOL_MISSING,
+                      fmt::format("\"{}\" lacks its protocol", printable(portAndProtocol)),
+                      fmt::format("{}/tcp", printable(portAndProtocol)));
+    }
+    service.protocol = portAndProtocol.substr(slash + 1);
+    checkWord("protocol", service.protocol);
+    const char* const digits = portAndProtocol.data();
+    const auto [end, error] = std::from_chars(digits, digits + slash, service.port);
+    if (error != std::errc() || end != digits + slash || service.port == 0 || service.port > LARGEST_PORT) {
+        throw invalid(REG_SERVICE_PORT_MISSING,
+                      fmt::format("\"{}\" is no port", printable(portAndProtocol.substr(0, slash))),
+                      fmt::format("ports are 1 to {}", LARGEST_PORT));
+    }
+    if (aliases) {
+        checkAliases(service.protocol, *aliases);
+    }
+    return service;
+}
+
+}  // namespace tool

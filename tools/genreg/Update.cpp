@@ -1,0 +1,141 @@
+#include "Update.h"
+
+#include <fmt/core.h>
+#include <genreg/LockStatus.h>
+
+#include <ctime>
+#include <fstream>
+
+#include "Files.h"
+#include "Text.h"
+
+namespace tool {
+namespace {
+
+constexpr double MILLISECONDS = 1000;
+
+std::string holder(const GenRegLockNote& note) {
+    if (note.pid == 0) {
+        return "another process";
+    }
+    return fmt::format("pid {} ({}) for {}", note.pid, printable(note.program),
+                       duration(static_cast<long long>(std::time(nullptr)) - note.since));
+}
+
+void replaceAll(std::string& text, const std::string& from, const std::string& to) {
+    for (std::size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
+        text.replace(at, from.size(), to);
+    }
+}
+
+// Runs the change on a copy of the file, companions left out, and tells what differs then.
+Difference rehearse(const Change& change) {
+    const ScratchFolder folder;
+    std::string name = std::filesystem::path(change.path).filename();
+    const std::string copy = folder.path() / name;
+    Difference difference{change.path, change.path, {}, {}};
+    if (judgeFile(change.path, change.doing, false)) {
+        difference.before = readFile(change.path, change.doing);
+        std::ofstream stream(copy, std::ios::binary);
+        stream << difference.before << std::flush;
+        if (!stream) {
+            throw systemFailure(errno, copy, "copy the file for the rehearsal");
+        }
+    }
+    try {
+        (void)change.make(copy);
+    } catch (Failure& failure) {
+        // The user knows nothing of the copy.
+        replaceAll(failure.message, copy, change.path);
+        replaceAll(failure.hint, copy, change.path);
+        failure.path = change.path;
+        throw;
+    }
+    difference.after = judgeFile(copy, change.doing, false) ? readFile(copy, change.doing) : std::string();
+    return difference;
+}
+
+void tell(Context& context, const Change& change, bool changed, const std::optional<Difference>& difference) {
+    Output& output = context.output;
+    if (!changed) {
+        output.note("unchanged", change.path, fmt::format("{}: nothing to change", change.doing));
+    } else if (context.options.dryRun) {
+        output.note("dry-run", change.path, fmt::format("{}: this would change; nothing was written", change.doing));
+    } else {
+        output.detail(fmt::format("{}: {}: done", printable(change.path), change.doing));
+    }
+    if (output.style.json) {
+        Json object{{"operation", context.operation}};
+        putText(object, "path", change.path);
+        object.update(change.result);
+        object["changed"] = changed;
+        object["dry_run"] = context.options.dryRun;
+        if (difference) {
+            object["difference"] = changed ? change.objects(*difference) : std::vector<Json>();
+        }
+        output.json(object);
+    } else if (difference && changed) {
+        change.print(output, *difference);
+    }
+}
+
+}  // namespace
+
+RegistryFile::RegistryFile(const std::string& path) {
+    const unsigned int code = setRegistryPaths(path.c_str());
+    if (code != 0) {
+        throw libraryFailure(code, path, "find the companions of the file");
+    }
+    (void)GetAndSetRealRegistryPaths();
+}
+
+LockPatience::LockPatience(Context& context, GenRegFile& object, std::string path)
+    : context_(context), path_(std::move(path)) {
+    object.SetLockWait(static_cast<long>(context.options.waitSeconds * MILLISECONDS), tell, this);
+}
+
+void LockPatience::tell(void* self, const char* lockPath, unsigned long waitedMilliseconds) {
+    auto& patience = *static_cast<LockPatience*>(self);
+    if (patience.told_ || static_cast<double>(waitedMilliseconds) < MILLISECONDS) {
+        return;
+    }
+    patience.told_ = true;
+    GenRegLockNote note{};
+    (void)genregLockStatus(lockPath, &note);
+    patience.context_.output.note(
+        "waiting", patience.path_,
+        fmt::format("locked by {}; waiting up to {:g} s", holder(note), patience.context_.options.waitSeconds));
+}
+
+Failure updateFailure(const Context& context, unsigned int code, const std::string& path, const std::string& doing) {
+    Failure failure = libraryFailure(code, path, doing);
+    if (failure.exitStatus == EXIT_LOCKED) {
+        GenRegLockNote note{};
+        (void)genregLockStatus(RegistryFile(path).lockFilePath().c_str(), &note);
+        const double waited = context.options.waitSeconds;
+        failure.message = fmt::format("{} is locked by {}; {}", printable(path), holder(note),
+                                      waited > 0 ? fmt::format("gave up after {:g} s", waited) : "did not wait");
+        failure.hint = fmt::format("genreg lock status {}, or --wait 60", printable(path));
+    }
+    return failure;
+}
+
+int carryOut(Context& context, const Change& change) {
+    std::optional<Difference> difference;
+    bool changed = true;
+    if (context.options.dryRun || context.options.diff) {
+        difference = rehearse(change);
+        changed = !difference->empty();
+    }
+    if (!context.options.dryRun) {
+        const bool created = !judgeFile(change.path, change.doing, false);
+        changed = change.make(change.path);
+        if (created && changed) {
+            context.output.note("created", change.path, "the file is new");
+        }
+    }
+    tell(context, change, changed, difference);
+    return EXIT_DONE;
+}
+
+}  // namespace tool

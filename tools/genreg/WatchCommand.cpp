@@ -1,0 +1,268 @@
+#include <fmt/chrono.h>
+#include <fmt/core.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+#include <memory>
+#include <optional>
+
+#include "Commands.h"
+#include "Files.h"
+#include "GlobalPath.h"
+#include "RegistryChanges.h"
+#include "Text.h"
+#include "Watching.h"
+
+extern char** environ;
+
+namespace tool {
+namespace {
+
+constexpr int MEND_MILLISECONDS = 1000;      // how often a directory that went away is looked for
+constexpr int PATIENCE_MILLISECONDS = 5000;  // for a command that was asked to end
+
+struct Arguments {
+    std::string command;
+    bool follow = false;
+};
+
+// A command of --exec as it runs: a process group of its own, the change on its standard input.
+class Reaction {
+public:
+    Reaction(const Context& context, const std::string& command, const std::vector<std::string>& variables,
+             const std::string& input) {
+        const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(std::tmpfile(), std::fclose);
+        if (stream == nullptr || std::fwrite(input.data(), 1, input.size(), stream.get()) != input.size() ||
+            std::fflush(stream.get()) != 0) {
+            throw systemFailure(errno, command, "hand the change to the command");
+        }
+        std::rewind(stream.get());
+        start(command, variables, fileno(stream.get()), context.output.descriptor());
+    }
+
+    // Waits for its end; hurries it when the end of all is asked for. The exit status as a shell tells it.
+    int await(const WatchSignals& signals) const {
+        int ended = 0;
+        int left = PATIENCE_MILLISECONDS;
+        while (waitpid(child_, &ended, WNOHANG) == 0) {
+            if (!signals.endAsked()) {
+                (void)signals.wait(-1, -1, -1);
+                continue;
+            }
+            (void)kill(-child_, left > 0 ? SIGTERM : SIGKILL);
+            (void)signals.wait(-1, -1, left > 0 ? 100 : -1);
+            left -= 100;
+        }
+        return WIFSIGNALED(ended) ? 128 + WTERMSIG(ended) : WEXITSTATUS(ended);
+    }
+
+private:
+    void start(const std::string& command, const std::vector<std::string>& variables, int input, int output) {
+        std::vector<char*> environment;
+        for (const std::string& variable : variables) {
+            environment.push_back(const_cast<char*>(variable.c_str()));
+        }
+        for (char** inherited = environ; *inherited != nullptr; ++inherited) {
+            if (!std::string_view(*inherited).starts_with("GENREG_")) {
+                environment.push_back(*inherited);
+            }
+        }
+        environment.push_back(nullptr);
+        const char* words[] = {"sh", "-c", command.c_str(), nullptr};
+
+        sigset_t defaults;
+        sigemptyset(&defaults);
+        for (const int signal : {SIGPIPE, SIGXFSZ, SIGINT, SIGTERM, SIGHUP, SIGCHLD}) {
+            sigaddset(&defaults, signal);
+        }
+        sigset_t none;
+        sigemptyset(&none);
+        posix_spawnattr_t attributes;
+        posix_spawnattr_init(&attributes);
+        posix_spawnattr_setsigdefault(&attributes, &defaults);
+        posix_spawnattr_setsigmask(&attributes, &none);
+        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
+        if (output >= 0) {
+            posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+        }
+        const int error =
+            posix_spawn(&child_, "/bin/sh", &actions, &attributes, const_cast<char**>(words), environment.data());
+        posix_spawn_file_actions_destroy(&actions);
+        posix_spawnattr_destroy(&attributes);
+        if (error != 0) {
+            throw systemFailure(error, command, "run it");
+        }
+    }
+
+    pid_t child_ = 0;
+};
+
+std::string now() {
+    return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(std::time(nullptr)));
+}
+
+// The registry, and what it leads to where it is a link.
+std::vector<std::string> placesOf(const std::string& path) {
+    std::error_code error;
+    const std::string real = std::filesystem::weakly_canonical(path, error);
+    return error || real == path ? std::vector{path} : std::vector{path, real};
+}
+
+class Watcher {
+public:
+    Watcher(Context& context, const Arguments& arguments, WatchSignals& signals, std::string path)
+        : context_(context), arguments_(arguments), signals_(signals), path_(std::move(path)), news_(placesOf(path_)) {
+        if (auto records = read()) {
+            records_ = std::move(*records);
+        }
+    }
+
+    void begin() const {
+        context_.output.note("watching", path_,
+                             fmt::format("watching {} records{}; ^C or SIGTERM ends it", records_.size(),
+                                         arguments_.follow ? "" : fmt::format(" as the monitor, pid {}", getpid())));
+    }
+
+    void run() {
+        Output& output = context_.output;
+        bool mended = true;
+        bool read = true;
+        while (!signals_.endAsked() && read) {
+            read = signals_.wait(news_.descriptor(), output.descriptor(), mended ? -1 : MEND_MILLISECONDS);
+            const bool concerned = news_.take();
+            const bool look = signals_.takeLook();
+            const bool wasMended = mended;
+            mended = news_.mend();
+            if (concerned || look || !wasMended) {
+                tellChanges();
+            }
+        }
+    }
+
+private:
+    // None while the file is damaged, or being written by somebody who does not replace it: what was read before
+    // stands until it can be read again. A missing file has no records.
+    std::optional<RegistryRecords> read() {
+        try {
+            if (!judgeFile(path_, "watch it", false)) {
+                return RegistryRecords();
+            }
+            const std::string bytes = readFile(path_, "watch it");
+            const RegistryBytes parts = takeApart(bytes, true);
+            const RegistryPart* damage = parts.firstDamage();
+            if (damage == nullptr) {
+                refused_.clear();
+                return recordsOf(parts);
+            }
+            tellOnce(fmt::format("damaged at offset {}: {}; see genreg dump", damage->damageOffset, damage->damage));
+        } catch (const Failure& failure) {
+            if (failure.kind == "missing") {
+                return RegistryRecords();
+            }
+            tellOnce(failure.message);
+        }
+        return std::nullopt;
+    }
+
+    void tellOnce(const std::string& message) {
+        if (message != refused_) {
+            refused_ = message;
+            context_.output.note("unreadable", path_, message);
+        }
+    }
+
+    void tellChanges() {
+        auto records = read();
+        if (!records) {
+            return;
+        }
+        const std::vector<RegistryChange> changes = changesBetween(records_, *records);
+        records_ = std::move(*records);
+        Output& output = context_.output;
+        for (const RegistryChange& change : changes) {
+            Json object{{"time", now()}};
+            object.update(changeObject(change));
+            if (output.style.json) {
+                output.json(object);
+            } else {
+                output.line(fmt::format("{}  {}", object["time"].get<std::string>(), changeText(change)));
+            }
+            output.flush();
+            if (!arguments_.command.empty() && !signals_.endAsked()) {
+                react(change, object);
+            }
+        }
+    }
+
+    void react(const RegistryChange& change, const Json& object) {
+        Json input{{"schema", 1}};
+        input.update(object);
+        std::vector<std::string> variables{fmt::format("GENREG_ACTION={}", change.action()),
+                                           fmt::format("GENREG_TYPE={}", object["type"].get<std::string>()),
+                                           fmt::format("GENREG_PATH={}", path_)};
+        for (const auto& [name, value] : object["key"].items()) {
+            variables.push_back(fmt::format("GENREG_{}={}", variableName(name), value.get<std::string>()));
+        }
+        const Reaction reaction(context_, arguments_.command, variables,
+                                input.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n");
+        if (const int status = reaction.await(signals_); status != 0 && !signals_.endAsked()) {
+            context_.output.note("command", path_, fmt::format("\"{}\" ended with {}", arguments_.command, status));
+        }
+    }
+
+    // SERVICE, VERSION, NAME; with _b64 behind it where the value is no UTF-8 and so told in that form.
+    static std::string variableName(const std::string& field) {
+        const std::string suffix = field.ends_with("_b64") ? "_b64" : "";
+        return (field.starts_with("service") ? "SERVICE" : field == "versionCode" ? "VERSION" : "NAME") + suffix;
+    }
+
+    Context& context_;
+    const Arguments& arguments_;
+    WatchSignals& signals_;
+    std::string path_;
+    DirectoryNews news_;  // from before the first reading on
+    RegistryRecords records_;
+    std::string refused_;
+};
+
+int watch(Context& context, const Arguments& arguments) {
+    const std::string path = globalFile(context);
+    WatchSignals signals(!arguments.follow);
+    std::optional<MonitorLock> lock;
+    if (!arguments.follow) {
+        lock.emplace();
+    }
+    Watcher watcher(context, arguments, signals, path);
+    watcher.begin();
+    watcher.run();
+    return EXIT_DONE;
+}
+
+Action declareWatch(CLI::App& parser) {
+    auto arguments = std::make_shared<Arguments>();
+    parser.add_option("--exec", arguments->command, "run this for each change, which is on its standard input as JSON")
+        ->type_name("CMD");
+    parser.add_flag("--follow", arguments->follow, "only look on: no lock, no privilege");
+    return [arguments](Context& context) { return watch(context, *arguments); };
+}
+
+constexpr Command COMMANDS[] = {
+    {"watch", "print each change of the global registry; unless --follow, as the monitor that writers wake",
+     USES_REGISTRY, declareWatch},
+};
+
+}  // namespace
+
+std::span<const Command> watchCommands() {
+    return COMMANDS;
+}
+
+}  // namespace tool
