@@ -1,0 +1,59 @@
+#!/bin/sh
+# Installs the build, moves the prefix away, and builds an outside program against what was moved: by pkg-config alone,
+# and by the CMake package. usage: package_test.sh BUILD_DIR CMAKE COMPILER
+set -eu
+
+build=$1 cmake=$2 compiler=$3
+here=$(cd "$(dirname "$0")" && pwd)
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+
+fail() {
+    echo "package: $*" >&2
+    exit 1
+}
+
+# The program prints a value of this registry, and has to find it in each of its builds.
+printf '# a comment\nCOLOUR = blue\n' > "$scratch/colours"
+try() {
+    program=$1
+    shift
+    said=$("$@" "$program" "$scratch/colours") || fail "$program fails with $?"
+    [ "$said" = "COLOUR is blue" ] || fail "$program says '$said'"
+}
+
+unset LD_LIBRARY_PATH
+"$cmake" --install "$build" --prefix "$scratch/first" > "$scratch/install.log"
+mv "$scratch/first" "$scratch/moved"
+pc=$(find "$scratch/moved" -name RVNgenreg.pc)
+[ -n "$pc" ] || fail "no RVNgenreg.pc was installed"
+
+PKG_CONFIG_PATH=$(dirname "$pc")
+export PKG_CONFIG_PATH
+# Unquoted: the flags are words.
+# shellcheck disable=SC2046
+"$compiler" -std=c++20 "$here/outside.cpp" $(pkg-config --cflags --libs RVNgenreg) -o "$scratch/by-pkg-config"
+try "$scratch/by-pkg-config" env
+
+mkdir "$scratch/project"
+cp "$here/outside.cpp" "$scratch/project/"
+cat > "$scratch/project/CMakeLists.txt" << 'END'
+cmake_minimum_required(VERSION 3.25)
+project(outside LANGUAGES CXX)
+find_package(RVNgenreg 1 REQUIRED)
+add_executable(outside outside.cpp)
+target_link_libraries(outside PRIVATE RVN::genreg)
+END
+"$cmake" -S "$scratch/project" -B "$scratch/by-cmake" -DCMAKE_PREFIX_PATH="$scratch/moved" \
+    -DCMAKE_CXX_COMPILER="$compiler" > "$scratch/configure.log" || fail "$(cat "$scratch/configure.log")"
+"$cmake" --build "$scratch/by-cmake" > "$scratch/build.log" || fail "$(cat "$scratch/build.log")"
+try "$scratch/by-cmake/outside" env
+
+# The tool stands beside the libraries and finds them from where it was moved to.
+if [ -x "$build/tools/genreg/genreg" ]; then
+    "$scratch/moved/bin/genreg" --help > /dev/null || fail "the moved tool does not start"
+fi
+
+# Headers hold what a client may include; sources and their headers stay at home.
+[ -z "$(find "$scratch/moved/include" -mindepth 1 -maxdepth 1 ! -name genreg ! -name osse ! -name install)" ] ||
+    fail "include/ holds more than genreg, osse and install"
