@@ -1,0 +1,92 @@
+#include "prove/support/Cases.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+namespace prove {
+namespace {
+
+constexpr unsigned long MOST_TOLD = 20;
+
+}  // namespace
+
+Cases::Cases(std::string name, int argc, char** argv)
+    : name_(std::move(name)), argc_(argc), argv_(argv), out_(::fdopen(::dup(STDOUT_FILENO), "w")) {
+    const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (out_ == nullptr || nowhere == -1 || ::dup2(nowhere, STDOUT_FILENO) == -1) {
+        std::perror("standard output");
+        std::abort();
+    }
+    (void)::close(nowhere);
+    (void)std::setvbuf(out_, nullptr, _IOLBF, BUFSIZ);
+}
+
+Cases::~Cases() {
+    (void)std::fclose(out_);
+}
+
+bool Cases::has(const std::string& option) const {
+    for (int i = 1; i < argc_; ++i) {
+        if (option == argv_[i]) {
+            return true;
+        }
+    }
+    return false;
+}
+
+unsigned long Cases::seed() {
+    if (!seedTold_) {
+        seedTold_ = true;
+        seed_ = static_cast<unsigned long>(std::chrono::system_clock::now().time_since_epoch().count()) % 1'000'000'000;
+        for (int i = 1; i + 1 < argc_; ++i) {
+            if (std::strcmp(argv_[i], "--seed") == 0) {
+                seed_ = std::strtoul(argv_[i + 1], nullptr, 10);
+            }
+        }
+        note("seed " + std::to_string(seed_) + " (--seed " + std::to_string(seed_) + " draws the same again)");
+    }
+    return seed_;
+}
+
+bool Cases::check(bool good, const std::string& what) {
+    ++cases_;
+    if (!good && ++failed_ <= MOST_TOLD) {
+        (void)std::fprintf(out_, "%s: FAILED: %s\n", name_.c_str(), what.c_str());
+    }
+    return good;
+}
+
+void Cases::add(unsigned long cases, unsigned long failed) noexcept {
+    cases_ += cases;
+    failed_ += failed;
+}
+
+void Cases::skip(const std::string& what, const std::string& reason) {
+    (void)std::fprintf(out_, "%s: skipped: %s: %s\n", name_.c_str(), what.c_str(), reason.c_str());
+}
+
+void Cases::note(const std::string& text) {
+    (void)std::fprintf(out_, "%s: %s\n", name_.c_str(), text.c_str());
+}
+
+int Cases::finish() {
+    if (cases_ == 0) {
+        note("nothing was tried");
+    }
+    (void)std::fprintf(out_, "RIG %s %lu %lu\n", name_.c_str(), cases_, failed_);
+    (void)std::fflush(out_);
+    return failed_ == 0 && cases_ > 0 ? 0 : 1;
+}
+
+std::string hex(unsigned int code) {
+    char text[16];
+    (void)std::snprintf(text, sizeof text, "0x%08x", code);
+    return text;
+}
+
+}  // namespace prove

@@ -1,0 +1,52 @@
+// What a rig counts, and how it tells: each failure in a sentence (the first twenty), each part that could not be tried
+// with its reason, figures worth knowing, and as its last line "RIG <name> <cases> <failed>".
+#pragma once
+
+#include <cstdio>
+#include <string>
+
+namespace prove {
+
+class Cases {
+public:
+    // Takes --quick, --seed N and --NAME for each further switch that the rig asks for with `has`. The standard output
+    // of the process goes nowhere from here on (the library prints into it); the rig's own words go where it went
+    // before.
+    Cases(std::string name, int argc, char** argv);
+    ~Cases();
+    Cases(const Cases&) = delete;
+    Cases& operator=(const Cases&) = delete;
+
+    [[nodiscard]] bool quick() const { return has("--quick"); }
+    [[nodiscard]] bool has(const std::string& option) const;
+    // As given, else by the clock; printed by the first call.
+    [[nodiscard]] unsigned long seed();
+
+    // Counts a case; a bad one is told. Yields `good`.
+    bool check(bool good, const std::string& what);
+    // Counts cases that were judged elsewhere.
+    void add(unsigned long cases, unsigned long failed) noexcept;
+    // What could not be tried here, and why.
+    void skip(const std::string& what, const std::string& reason);
+    // A figure or a fact for the reader.
+    void note(const std::string& text);
+    [[nodiscard]] unsigned long failed() const noexcept { return failed_; }
+
+    // Prints the last line; yields the exit code.
+    [[nodiscard]] int finish();
+
+private:
+    std::string name_;
+    int argc_;
+    char** argv_;
+    std::FILE* out_;
+    bool seedTold_ = false;
+    unsigned long seed_ = 0;
+    unsigned long cases_ = 0;
+    unsigned long failed_ = 0;
+};
+
+// A code as people write it.
+[[nodiscard]] std::string hex(unsigned int code);
+
+}  // namespace prove

@@ -1,0 +1,185 @@
+#include "Scenarios.h"
+
+#include <algorithm>
+
+namespace prove {
+
+unsigned int Operation::perform(Registry& registry) const {
+    switch (kind) {
+        case REG_OP_ADD:
+            return registry.add(row);
+        case REG_OP_CHANGE:
+            return registry.change(row);
+        default:
+            return registry.remove(row.name);
+    }
+}
+
+Rows Operation::appliedTo(Rows rows) const {
+    if (kind == REG_OP_ADD) {
+        rows.push_back(row);
+    } else if (kind == REG_OP_CHANGE) {
+        std::replace_if(
+            rows.begin(), rows.end(), [this](const Row& old) { return old.name == row.name; }, row);
+    } else {
+        std::erase_if(rows, [this](const Row& old) { return old.name == row.name; });
+    }
+    return rows;
+}
+
+bool Scenario::appendsInPlace() const {
+    return operation.kind == REG_OP_ADD && (features & REG_FEATURE_ALLOW_DUPLICATES) != 0 &&
+           (features & REG_FEATURE_DEFERRED_COMMIT) == 0;
+}
+
+Contents Scenario::after(const Contents& contents, const Operation& change) const {
+    Contents result = contents;
+    result.present = true;
+    result.rows = change.appliedTo(contents.rows);
+    if ((features & REG_FEATURE_CHECKSUM_HEADER) != 0 && !appendsInPlace()) {
+        result.stamped = true;  // an append in place keeps a file without a header as it is
+    }
+    return result;
+}
+
+std::string Scenario::bytes(const Contents& contents) const {
+    const std::string body = contents.preamble + form->bytes(contents.rows);
+    return contents.stamped ? checksumHeader(body) + body : body;
+}
+
+namespace {
+
+constexpr unsigned long DEFERRED = REG_FEATURE_DEFERRED_COMMIT;
+constexpr unsigned long DUPLICATES = REG_FEATURE_ALLOW_DUPLICATES;
+constexpr unsigned long CHECKSUM = REG_FEATURE_CHECKSUM_HEADER;
+
+constexpr const char* PREAMBLE = "# a comment stays as it stands\n\n\tno equal sign \\\n";
+
+struct NamedOperation {
+    const char* name;
+    Operation operation;
+    Operation again;
+};
+
+const NamedOperation OPERATIONS[] = {
+    {"add", {REG_OP_ADD, {"delta", 4}}, {REG_OP_ADD, {"epsilon", 5}}},
+    {"change", {REG_OP_CHANGE, {"beta", 22}}, {REG_OP_CHANGE, {"gamma", 33}}},
+    {"delete", {REG_OP_DELETE, {"beta", 0}}, {REG_OP_DELETE, {"gamma", 0}}},
+};
+const NamedOperation& ADD = OPERATIONS[0];
+const NamedOperation& CHANGE = OPERATIONS[1];
+
+Rows fewRows(bool duplicates) {
+    Rows rows = {{"alpha", 1}, {"beta", 2}, {"gamma", 3}};
+    if (duplicates) {
+        rows.push_back({"beta", 7});
+    }
+    return rows;
+}
+
+// More than any buffer between a record and the file holds.
+Rows manyRows() {
+    constexpr int COUNT = 6000;
+    Rows rows = fewRows(false);
+    for (int i = 0; i < COUNT; ++i) {
+        rows.push_back({"filler" + std::to_string(i), i});
+    }
+    return rows;
+}
+
+std::string featureText(unsigned long features) {
+    std::string text = (features & DEFERRED) != 0 ? "deferred" : "direct";
+    text += (features & DUPLICATES) != 0 ? "+duplicates" : "";
+    return text + ((features & CHECKSUM) != 0 ? "+checksum" : "");
+}
+
+Scenario make(const Form& form, const NamedOperation& named, unsigned long features) {
+    Scenario scenario;
+    scenario.name = std::string(form.name) + " " + named.name + " " + featureText(features);
+    scenario.form = &form;
+    scenario.features = features;
+    scenario.before.stamped = (features & CHECKSUM) != 0;
+    scenario.before.preamble = form.binary ? "" : PREAMBLE;
+    scenario.before.rows = fewRows((features & DUPLICATES) != 0);
+    scenario.operation = named.operation;
+    // A change through the information functions is an add that is refused and a change: two updates, of which the
+    // second deletes what the first has set aside. An add shows what a single update does.
+    scenario.again = form.choosesFeatures ? named.again : ADD.again;
+    return scenario;
+}
+
+std::vector<unsigned long> featuresOf(const Form& form) {
+    if (!form.choosesFeatures) {
+        return {DEFERRED};
+    }
+    std::vector<unsigned long> sets = {0, DEFERRED, DUPLICATES, DEFERRED | DUPLICATES};
+    if (form.binary) {
+        const std::vector<unsigned long> plain = sets;
+        for (const unsigned long set : plain) {
+            sets.push_back(set | CHECKSUM);
+        }
+    }
+    return sets;
+}
+
+// What is special about where the file lies, or in which state it is found.
+void addSpecialCases(const Form& form, unsigned long features, std::vector<Scenario>& list) {
+    Scenario missing = make(form, ADD, features);
+    missing.name += ", no file";
+    missing.before = {};
+    missing.before.present = false;
+    list.push_back(missing);
+
+    Scenario nowhere = missing;
+    nowhere.name += ", no directory";
+    nowhere.missingDirectory = true;
+    list.push_back(nowhere);
+
+    Scenario stale = make(form, form.choosesFeatures ? CHANGE : ADD, features);
+    stale.name += ", stale copies";
+    stale.staleCopies = true;
+    list.push_back(stale);
+
+    if ((features & CHECKSUM) != 0) {
+        for (const NamedOperation& named : OPERATIONS) {
+            Scenario first = make(form, named, features);
+            first.name += ", not stamped yet";
+            first.before.stamped = false;
+            list.push_back(first);
+        }
+    }
+}
+
+void addLargeAndLinked(const Form& form, std::vector<Scenario>& list) {
+    for (const NamedOperation& named : OPERATIONS) {
+        Scenario large = make(form, named, DEFERRED);
+        large.name += ", large";
+        large.before.rows = manyRows();
+        list.push_back(large);
+    }
+    Scenario linked = make(form, CHANGE, DEFERRED);
+    linked.name += ", through a link";
+    linked.linked = true;
+    list.push_back(linked);
+}
+
+}  // namespace
+
+std::vector<Scenario> scenarios() {
+    std::vector<Scenario> list;
+    for (const Form* form : {&TEXT_FORM, &BINARY_FORM, &PACKED_FORM, &INSTANCE_FORM, &SERVICE_FORM}) {
+        for (const unsigned long features : featuresOf(*form)) {
+            const bool quickFeatures = features == DUPLICATES || features == (DEFERRED | DUPLICATES | CHECKSUM) ||
+                                       (features == DEFERRED && (form == &TEXT_FORM || form == &INSTANCE_FORM));
+            for (const NamedOperation& named : OPERATIONS) {
+                list.push_back(make(*form, named, features));
+                list.back().quick = quickFeatures && form != &PACKED_FORM;
+            }
+            addSpecialCases(*form, features, list);
+        }
+        addLargeAndLinked(*form, list);
+    }
+    return list;
+}
+
+}  // namespace prove

@@ -1,0 +1,50 @@
+// The updates that every rig tries, written once as data: which registry, which operation, what it must give.
+#pragma once
+
+#include <genreg/Constants.h>
+
+#include <string>
+#include <vector>
+
+#include "Records.h"
+
+namespace prove {
+
+struct Operation {
+    unsigned long kind;  // REG_OP_ADD, REG_OP_CHANGE, REG_OP_DELETE
+    Row row;             // REG_OP_DELETE: only its name counts
+
+    // Asks the library; its code.
+    [[nodiscard]] unsigned int perform(Registry& registry) const;
+    // What the rows are afterwards, reckoned apart from the library.
+    [[nodiscard]] Rows appliedTo(Rows rows) const;
+};
+
+// What stands in a registry file: its rows, and how they are laid out.
+struct Contents {
+    bool present = true;  // false: there is no file
+    bool stamped = false;
+    std::string preamble;  // text that belongs to no row, before the first
+    Rows rows;
+};
+
+struct Scenario {
+    std::string name;
+    const Form* form;
+    unsigned long features;  // of 0x1, 0x2 and 0x100
+    Contents before;
+    Operation operation;
+    Operation again;                // what a later update does; unlike the first, so that both show
+    bool staleCopies = false;       // a temporary copy and a set-aside one lie there
+    bool missingDirectory = false;  // the registry's directory does not exist either
+    bool linked = false;            // the registry's name is a symbolic link to its file
+    bool quick = false;             // part of --quick
+
+    [[nodiscard]] bool appendsInPlace() const;
+    [[nodiscard]] Contents after(const Contents& contents, const Operation& change) const;
+    [[nodiscard]] std::string bytes(const Contents& contents) const;
+};
+
+std::vector<Scenario> scenarios();
+
+}  // namespace prove
