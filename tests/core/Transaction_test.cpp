@@ -5,6 +5,7 @@
 
 #include <csignal>
 
+#include "support/Descriptors.h"
 #include "support/VarValFile.h"
 
 namespace {
@@ -165,9 +166,8 @@ TEST_F(TransactionTest, TheNewFileKeepsPermissionBitsAndOwner) {
 }
 
 TEST_F(TransactionTest, NoOutcomeLeavesADescriptorBehind) {
-    const auto open = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
     std::filesystem::create_directory(path("directory"));
-    const auto before = open();
+    const long before = openDescriptors();
     for (const unsigned long features : UPDATE_WAYS) {
         (void)write("reg", "x = 1\nx = 1\n");
         VarValFile file{reg(), features};
@@ -186,7 +186,7 @@ TEST_F(TransactionTest, NoOutcomeLeavesADescriptorBehind) {
         (void)scan.OpenScan();
         (void)scan.OpenScan();
     }
-    EXPECT_EQ(open(), before);
+    EXPECT_EQ(openDescriptors(), before);
 }
 
 TEST_F(TransactionTest, AnUpdateThatCannotBeWrittenLeavesTheOldFile) {

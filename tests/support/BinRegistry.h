@@ -5,6 +5,7 @@
 
 #include "posix/Scratch.h"
 #include "support/BinSchema.h"
+#include "support/Descriptors.h"
 
 class BinRegistry : public Scratch {
 protected:
@@ -20,11 +21,6 @@ protected:
     [[nodiscard]] std::string contents() const { return read(file()); }
     void contents(const std::string& bytes) const { (void)write("items.reg", bytes); }
     [[nodiscard]] bool exists(const std::string& suffix) const { return std::filesystem::exists(file() + suffix); }
-
-    [[nodiscard]] static long openDescriptors() {
-        const std::filesystem::directory_iterator all("/proc/self/fd");
-        return std::distance(begin(all), end(all));
-    }
 
     // Nothing is open, nothing is locked, no backup is left.
     void expectAtRest(long descriptors) const {

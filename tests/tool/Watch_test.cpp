@@ -80,7 +80,7 @@ TEST_F(Watch, AFollowerTellsBeforeAndAfter) {
     EXPECT_EQ(changes[0]["before"], nullptr);
     EXPECT_EQ(changes[0]["after"]["startAtBoot"], 1);
     EXPECT_EQ(changes[1]["key"].dump(), "{\"service\":\"RVN\",\"versionCode\":\"9.7.0.2\",\"instanceName\":\"inst2\"}");
-    EXPECT_EQ(changes[1]["changed"], nlohmann::json({"startAtBoot"}));
+    EXPECT_EQ(changes[1]["changed"].dump(), "[\"startAtBoot\"]");
     EXPECT_EQ(changes[1]["before"]["startAtBoot"], 1);
     EXPECT_EQ(changes[2]["after"], nullptr);
 }

@@ -24,7 +24,9 @@ int main(int count, char** arguments) {
         // Said before it runs: the last name printed is the input that stopped the run.
         std::printf("%s\n", entry.path().filename().c_str());
         std::fflush(stdout);
-        (void)LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+        // An input without a byte has a place all the same, as libFuzzer's has.
+        const std::uint8_t nothing = 0;
+        (void)LLVMFuzzerTestOneInput(bytes.empty() ? &nothing : bytes.data(), bytes.size());
         ++replayed;
     }
     std::printf("%d inputs replayed\n", replayed);
