@@ -1,4 +1,5 @@
-// Failing allocations: each piece of memory that an update asks for is refused in turn, once and from then on for good.
+// Failing allocations: each piece of memory that an update or a look-up asks for is refused in turn, once and from then
+// on for good.
 //
 // After each: the same as after a failing call (the new contents or the old, nothing left open, the same object works
 // again), the failure is told as one of memory, and the object leaves no memory behind. The rig stands in for the
@@ -218,9 +219,11 @@ private:
 int main(int argc, char** argv) {
     prove::Rig rig{"failing_allocations", argc, argv};
     FailingAllocations allocations(rig);
-    for (const Scenario& scenario : prove::scenarios()) {
-        if ((!rig.quick() || scenario.quick) && rig.wants(scenario.name)) {
-            allocations.run(scenario);
+    for (const auto& list : {prove::updates(), prove::readings()}) {
+        for (const Scenario& scenario : list) {
+            if ((!rig.quick() || scenario.quick) && rig.wants(scenario.name)) {
+                allocations.run(scenario);
+            }
         }
     }
     allocations.report();

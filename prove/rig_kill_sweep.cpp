@@ -209,7 +209,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     Sweep sweep(rig);
-    for (const Scenario& scenario : prove::scenarios()) {
+    for (const Scenario& scenario : prove::updates()) {
         if ((!rig.quick() || scenario.quick) && rig.wants(scenario.name)) {
             sweep.run(scenario);
         }

@@ -192,7 +192,7 @@ void cutsByRule(Cases& cases) {
     ByRule rule(cases, folder);
     unsigned long tried = 0;
     const Scenario* control = nullptr;
-    const std::vector<Scenario> all = prove::scenarios();
+    const std::vector<Scenario> all = prove::updates();
     for (const Scenario& scenario : all) {
         if (cases.quick() && !scenario.quick) {
             continue;
@@ -335,7 +335,7 @@ void cutsByTrial(Cases& cases) {
     for (const char* options : OPTIONS) {
         ByTrial trial(cases, folder, options);
         const Scenario* control = nullptr;
-        const std::vector<Scenario> all = prove::scenarios();
+        const std::vector<Scenario> all = prove::updates();
         for (const Scenario& scenario : all) {
             if (!triedOnImage(scenario, cases.quick())) {
                 continue;

@@ -43,6 +43,10 @@ struct Instances {
     static Row row(const Info& info) { return {info.instanceName, std::atoi(info.instancePath)}; }
 
     static unsigned int set(Info* info) { return ossSetInstanceInfo(info); }
+    static unsigned int get(char* name, Info* info) {
+        char service[] = "copies";
+        return ossGetInstanceInfo(service, VERSION, name, info);
+    }
     static unsigned int remove(char* name) {
         char service[] = "copies";
         return ossRemoveInstanceInfo(service, VERSION, name);
@@ -72,6 +76,7 @@ struct Services {
     static Row row(const Info& info) { return {info.service, info.fixpackNumber}; }
 
     static unsigned int set(Info* info) { return ossSetServiceInfo(info); }
+    static unsigned int get(char* name, Info* info) { return ossGetServiceInfo(name, VERSION, nullptr, info); }
     static unsigned int remove(char* name) { return ossRemoveServiceInfo(name, VERSION); }
     static unsigned int openList(void** handle) { return ossOpenServiceList(handle); }
     static unsigned int next(void* handle, Info* info) { return ossGetNextService(handle, info); }
@@ -96,6 +101,25 @@ public:
     }
     unsigned int read(Rows* rows) override {
         rows->clear();
+        return list([rows](const auto& info) { rows->push_back(Functions::row(info)); });
+    }
+    unsigned int look(const std::string& name, Row* found, long* count) override {
+        char key[64] = {};
+        put(key, name);
+        typename Functions::Info info = {};
+        if (const unsigned int rc = Functions::get(key, &info)) {
+            return rc;
+        }
+        *found = Functions::row(info);
+        *count = 0;
+        return list([count](const auto&) { ++*count; });
+    }
+    unsigned int unlock() override { return 0; }  // each call has an object of its own, which is gone
+
+private:
+    // Visits what the list tells of.
+    template <typename Visit>
+    unsigned int list(Visit visit) {
         void* list = nullptr;
         if (const unsigned int rc = Functions::openList(&list)) {
             return rc;
@@ -103,12 +127,11 @@ public:
         typename Functions::Info info = {};
         unsigned int rc = 0;
         while ((rc = Functions::next(list, &info)) == 0) {
-            rows->push_back(Functions::row(info));
+            visit(info);
         }
         const unsigned int closed = Functions::closeList(list);
         return rc == REG_NO_MORE_RECORDS ? closed : rc;
     }
-    unsigned int unlock() override { return 0; }  // each call has an object of its own, which is gone
 };
 
 template <typename Functions>

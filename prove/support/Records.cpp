@@ -146,6 +146,24 @@ public:
     }
     unsigned int read(Rows* rows) override {
         rows->clear();
+        return scan([rows](const Record& record) { rows->push_back(record.row()); });
+    }
+    unsigned int look(const std::string& name, Row* found, long* count) override {
+        Record key(Row{name, 0});
+        Record record;
+        if (const unsigned int rc = object_.Get(BY_NAME, &key, &record)) {
+            return rc;
+        }
+        *found = record.row();
+        *count = 0;
+        return scan([count](const Record&) { ++*count; });
+    }
+    unsigned int unlock() override { return object_.UnLock(); }
+
+private:
+    // Visits the record of each row.
+    template <typename Visit>
+    unsigned int scan(Visit visit) {
         if (const unsigned int rc = object_.OpenScan()) {
             return rc;
         }
@@ -158,15 +176,13 @@ public:
                 break;
             }
             if (record.holdsRow()) {
-                rows->push_back(record.row());
+                visit(record);
             }
         }
         const unsigned int closed = object_.CloseScan();
         return rc == REG_NO_MORE_RECORDS ? closed : rc;
     }
-    unsigned int unlock() override { return object_.UnLock(); }
 
-private:
     Schema object_;
 };
 

@@ -27,6 +27,8 @@ public:
     virtual unsigned int remove(const std::string& name) = 0;
     // All rows, through a scan. The code of what ended it, or 0.
     virtual unsigned int read(Rows* rows) = 0;
+    // A look-up of the first row of that name, then a scan that counts them all. Takes no memory of its own.
+    virtual unsigned int look(const std::string& name, Row* found, long* count) = 0;
     // The lock, for an object that could not give it back.
     virtual unsigned int unlock() = 0;
 };

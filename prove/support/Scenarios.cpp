@@ -10,6 +10,12 @@ unsigned int Operation::perform(Registry& registry) const {
             return registry.add(row);
         case REG_OP_CHANGE:
             return registry.change(row);
+        case REG_OP_READ: {
+            Row found;
+            long scanned = 0;
+            const unsigned int rc = registry.look(row.name, &found, &scanned);
+            return rc == 0 && (found != row || scanned != count) ? WRONG_ANSWER : rc;
+        }
         default:
             return registry.remove(row.name);
     }
@@ -21,7 +27,7 @@ Rows Operation::appliedTo(Rows rows) const {
     } else if (kind == REG_OP_CHANGE) {
         std::replace_if(
             rows.begin(), rows.end(), [this](const Row& old) { return old.name == row.name; }, row);
-    } else {
+    } else if (kind == REG_OP_DELETE) {
         std::erase_if(rows, [this](const Row& old) { return old.name == row.name; });
     }
     return rows;
@@ -34,6 +40,9 @@ bool Scenario::appendsInPlace() const {
 
 Contents Scenario::after(const Contents& contents, const Operation& change) const {
     Contents result = contents;
+    if (change.kind == REG_OP_READ) {
+        return result;
+    }
     result.present = true;
     result.rows = change.appliedTo(contents.rows);
     if ((features & REG_FEATURE_CHECKSUM_HEADER) != 0 && !appendsInPlace()) {
@@ -165,7 +174,7 @@ void addLargeAndLinked(const Form& form, std::vector<Scenario>& list) {
 
 }  // namespace
 
-std::vector<Scenario> scenarios() {
+std::vector<Scenario> updates() {
     std::vector<Scenario> list;
     for (const Form* form : {&TEXT_FORM, &BINARY_FORM, &PACKED_FORM, &INSTANCE_FORM, &SERVICE_FORM}) {
         for (const unsigned long features : featuresOf(*form)) {
@@ -178,6 +187,29 @@ std::vector<Scenario> scenarios() {
             addSpecialCases(*form, features, list);
         }
         addLargeAndLinked(*form, list);
+    }
+    return list;
+}
+
+std::vector<Scenario> readings() {
+    std::vector<Scenario> list;
+    for (const Form* form : {&TEXT_FORM, &BINARY_FORM, &PACKED_FORM, &INSTANCE_FORM, &SERVICE_FORM}) {
+        for (const unsigned long checksum : {0UL, CHECKSUM}) {
+            if (checksum != 0 && !(form->binary && form->choosesFeatures)) {
+                continue;
+            }
+            for (const bool large : {false, true}) {
+                Scenario scenario = make(*form, ADD, DEFERRED | checksum);
+                scenario.name = std::string(form->name) + " read " + featureText(scenario.features);
+                if (large) {
+                    scenario.name += ", large";
+                    scenario.before.rows = manyRows();
+                }
+                scenario.operation = {REG_OP_READ, {"gamma", 3}, static_cast<long>(scenario.before.rows.size())};
+                scenario.quick = !large;
+                list.push_back(scenario);
+            }
+        }
     }
     return list;
 }

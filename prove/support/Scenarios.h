@@ -1,4 +1,4 @@
-// The updates that every rig tries, written once as data: which registry, which operation, what it must give.
+// The operations that the rigs try, written once as data: which registry, which operation, what it must give.
 #pragma once
 
 #include <genreg/Constants.h>
@@ -10,11 +10,14 @@
 
 namespace prove {
 
-struct Operation {
-    unsigned long kind;  // REG_OP_ADD, REG_OP_CHANGE, REG_OP_DELETE
-    Row row;             // REG_OP_DELETE: only its name counts
+constexpr unsigned int WRONG_ANSWER = 1;
 
-    // Asks the library; its code.
+struct Operation {
+    unsigned long kind;  // REG_OP_ADD, REG_OP_CHANGE, REG_OP_DELETE; REG_OP_READ: a look-up, then a scan
+    Row row;             // REG_OP_DELETE: only its name counts. REG_OP_READ: what the look-up finds
+    long count = 0;      // REG_OP_READ: how many the scan finds
+
+    // Asks the library; its code, or WRONG_ANSWER where it told of other rows than there are.
     [[nodiscard]] unsigned int perform(Registry& registry) const;
     // What the rows are afterwards, reckoned apart from the library.
     [[nodiscard]] Rows appliedTo(Rows rows) const;
@@ -40,11 +43,14 @@ struct Scenario {
     bool linked = false;            // the registry's name is a symbolic link to its file
     bool quick = false;             // part of --quick
 
+    [[nodiscard]] bool reads() const { return operation.kind == REG_OP_READ; }
     [[nodiscard]] bool appendsInPlace() const;
     [[nodiscard]] Contents after(const Contents& contents, const Operation& change) const;
     [[nodiscard]] std::string bytes(const Contents& contents) const;
 };
 
-std::vector<Scenario> scenarios();
+std::vector<Scenario> updates();
+// Look-ups and scans, each with an update behind it by the same object.
+std::vector<Scenario> readings();
 
 }  // namespace prove
