@@ -59,6 +59,15 @@ inline int openHigh(const char* path, int flags, unsigned long permissions = 0) 
     return high;
 }
 
+// Lets a descriptor stand for what `from` stands for, close-on-exec; `from` stays open.
+inline int replaceDescriptor(int from, int descriptor) noexcept {
+#if defined(__APPLE__)
+    return ::dup2(from, descriptor) == -1 ? -1 : ::fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+#else
+    return retried([&] { return ::dup3(from, descriptor, O_CLOEXEC); }) == -1 ? -1 : 0;
+#endif
+}
+
 // The value of the variable, or null when it is unset, empty, or set for a program that runs with rights which are not
 // its user's.
 inline const char* trustedEnvironment(const char* name) noexcept {

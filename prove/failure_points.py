@@ -32,7 +32,7 @@ CALLERS = {
 HANDED_IN = re.compile(r"ensureDirectoryOf\(trace, (\d+)")
 
 POINT = re.compile(r"\btrace_?\.(?:fail|failMildly|ignore)\((\d+)")
-OWN = re.compile(r"Trace trace\{Function::(\w+)\}")
+OWN = re.compile(r"Trace trace\{Function::(\w+)[,}]")
 BORROWED = re.compile(r"FunctionTrace& trace\b|Trace trace\{")
 LOG_LINE = re.compile(r"\S+ \d+ \d+ (.+)\(0x[0-9A-F]+\) sev=.* probe=(\d+)")
 

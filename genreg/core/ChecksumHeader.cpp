@@ -19,12 +19,18 @@ constexpr unsigned long FRAME_LENGTH = 4;
 // Room to spare, as the stamped copy needs it for its header.
 constexpr unsigned long SPARE = 100;
 
-unsigned int readAll(int descriptor, unsigned long size, RecordBuffer& content) noexcept {
+// *platformCode, where it is wanted: why reading failed, 0 when the file was just too short.
+unsigned int readAll(int descriptor, unsigned long size, RecordBuffer& content,
+                     unsigned int* platformCode = nullptr) noexcept {
     if (!content.allocate(size + SPARE)) {
         return REG_NO_CHECKSUM_BUFFER;
     }
     std::size_t got = 0;
-    if (posix::readAt(descriptor, content.get(), size, 0, &got) != 0 || got != size) {
+    const unsigned int rc = posix::readAt(descriptor, content.get(), size, 0, &got);
+    if (platformCode != nullptr) {
+        *platformCode = rc;
+    }
+    if (rc != 0 || got != size) {
         return REG_CHECKSUM_READ_FAILED;
     }
     return 0;
@@ -104,9 +110,10 @@ unsigned int verifyChecksumHeader(int descriptor, unsigned long size) noexcept {
 }
 
 unsigned int stampChecksumHeader(int descriptor, unsigned long size, bool inserted, unsigned long* bodySize,
-                                 unsigned int* checksum) noexcept {
+                                 unsigned int* checksum, unsigned int* platformCode) noexcept {
+    *platformCode = 0;
     RecordBuffer content{"GenRegFile"};
-    if (const unsigned int rc = readAll(descriptor, size, content)) {
+    if (const unsigned int rc = readAll(descriptor, size, content, platformCode)) {
         return rc;
     }
     const unsigned long skipped = inserted ? 0 : CHECKSUM_HEADER_SIZE;
@@ -115,14 +122,17 @@ unsigned int stampChecksumHeader(int descriptor, unsigned long size, bool insert
     }
     const char* const body = static_cast<const char*>(content.get()) + skipped;
     const unsigned long length = size - skipped;
+    *bodySize = length;
     const unsigned int sum = sqlzChecksumXOR(body, length);
     char header[CHECKSUM_HEADER_SIZE];
     printChecksum(sum, header);
-    if (posix::writeAt(descriptor, header, sizeof header, 0) != 0 ||
-        (inserted && posix::writeAt(descriptor, body, length, CHECKSUM_HEADER_SIZE) != 0)) {
+    *platformCode = posix::writeAt(descriptor, header, sizeof header, 0);
+    if (*platformCode == 0 && inserted) {
+        *platformCode = posix::writeAt(descriptor, body, length, CHECKSUM_HEADER_SIZE);
+    }
+    if (*platformCode != 0) {
         return REG_COPY_WRITE_FAILED;
     }
-    *bodySize = length;
     *checksum = sum;
     return 0;
 }

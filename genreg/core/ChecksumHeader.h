@@ -23,9 +23,10 @@ enum class HeaderFit {
 [[nodiscard]] unsigned int verifyChecksumHeader(int descriptor, unsigned long size) noexcept;
 
 // Stamps a file: with `inserted` the whole file is its body and moves behind the new header, else the first 32 bytes
-// are the header's already. 0; REG_NO_CHECKSUM_BUFFER; REG_CHECKSUM_READ_FAILED; REG_COPY_WRITE_FAILED. *bodySize and
-// *checksum are set on success.
+// are the header's already. 0; REG_NO_CHECKSUM_BUFFER; REG_CHECKSUM_READ_FAILED; REG_COPY_WRITE_FAILED: then *bodySize
+// is set, as on success. *checksum is set on success, *platformCode (0 or what the system said) always.
 [[nodiscard]] unsigned int stampChecksumHeader(int descriptor, unsigned long size, bool inserted,
-                                               unsigned long* bodySize, unsigned int* checksum) noexcept;
+                                               unsigned long* bodySize, unsigned int* checksum,
+                                               unsigned int* platformCode) noexcept;
 
 }  // namespace genreg

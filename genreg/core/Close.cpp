@@ -28,16 +28,17 @@ unsigned int stampInPlace(const char* path, unsigned long size) noexcept {
     }
     unsigned long bodySize = 0;
     unsigned int checksum = 0;
-    const unsigned int rc = genreg::stampChecksumHeader(patch, size, false, &bodySize, &checksum);
+    unsigned int platformCode = 0;
+    const unsigned int rc = genreg::stampChecksumHeader(patch, size, false, &bodySize, &checksum, &platformCode);
     (void)posix::closeDescriptor(patch);
-    return rc;
+    return platformCode != 0 ? platformCode : rc;
 }
 
 }  // namespace
 
 // Ends an append in place: what was appended is stamped and made durable, or the file is cut back to where it was.
 unsigned int GenRegFile::finishAppend(bool keep) noexcept {
-    FunctionTrace trace{Function::CloseReg};
+    FunctionTrace trace{Function::CloseReg, FunctionTrace::Part()};
     const int descriptor = posix::descriptorOf(regFp);
     posix::FileStatus status = {};
     unsigned int rc = !posix::flushStream(regFp) || std::ferror(regFp) != 0 ? ossErrorMapSystem(EIO) : 0;
@@ -57,7 +58,7 @@ unsigned int GenRegFile::finishAppend(bool keep) noexcept {
         }
         if (rc == 0 && regCreated_) {
             if (const unsigned int unsynced = genreg::syncDirectoryOf(regPath)) {
-                trace.ignore(15, unsynced, unsynced);
+                trace.ignore(20, unsynced, unsynced);
             }
         }
     }
@@ -68,7 +69,7 @@ unsigned int GenRegFile::finishAppend(bool keep) noexcept {
     if (stamps) {
         (void)stampInPlace(regPath, regSize_);  // it may tell of what was just cut off
     }
-    return rc == 0 ? 0 : trace.fail(20, REG_CLOSE_FILE_FAILED, rc);
+    return rc == 0 ? 0 : trace.fail(30, REG_CLOSE_FILE_FAILED, rc);
 }
 
 // Closes the stream and with it the lock; false when that failed, errno telling why. In a child forked meanwhile the
@@ -76,31 +77,32 @@ unsigned int GenRegFile::finishAppend(bool keep) noexcept {
 bool GenRegFile::closeRegistryStream() noexcept {
     std::FILE* const stream = regFp;
     regFp = nullptr;
-    const bool inherited = regStreamOnHandle_ && regHandle_.getFileHandle() < 0;
+    const bool onHandle = regStreamOnHandle_;
     regStreamOnHandle_ = false;
-    if (inherited) {
+    if (onHandle && regHandle_.getFileHandle() < 0) {
         return true;
     }
-    (void)regHandle_.unlock();  // the handle forgets the descriptor before the stream closes it
+    // The handle forgets the descriptor before the stream closes it. One that a client put here is not the handle's,
+    // whose number may be a descriptor of somebody else's by now.
+    if (onHandle) {
+        (void)regHandle_.unlock();
+    }
     return posix::closeStream(stream);
 }
 
+// The platform's code, when closing failed.
 unsigned int GenRegFile::closeRegistryFile() noexcept {
-    FunctionTrace trace{Function::CloseReg};
     if (regFp == nullptr) {
         return 0;
     }
     regAppends_ = false;
-    if (!closeRegistryStream()) {
-        return trace.fail(30, REG_CLOSE_FILE_FAILED, ossErrorMapSystem(errno));
-    }
-    return 0;
+    return closeRegistryStream() ? 0 : ossErrorMapSystem(errno);
 }
 
 // Closes the copy; one that was written is on the medium afterwards. A buffered stream may close without complaint
 // after a write was lost: only its error flag tells.
 unsigned int GenRegFile::closeTemporaryCopy(bool written) noexcept {
-    FunctionTrace trace{Function::CloseReg};
+    FunctionTrace trace{Function::CloseReg, FunctionTrace::Part()};
     if (tmpFp == nullptr) {
         return 0;
     }
@@ -121,43 +123,43 @@ unsigned int GenRegFile::closeTemporaryCopy(bool written) noexcept {
     }
     std::free(tmpBuffer_);
     tmpBuffer_ = nullptr;
-    return rc == 0 ? 0 : trace.fail(50, REG_CLOSE_TMP_FAILED, rc);
+    return rc == 0 ? 0 : trace.fail(70, REG_CLOSE_TMP_FAILED, rc);
 }
 
 unsigned int GenRegFile::stampTemporaryCopy(unsigned int* checksum) noexcept {
-    FunctionTrace trace{Function::CloseReg};
+    FunctionTrace trace{Function::CloseReg, FunctionTrace::Part()};
     if (!posix::flushStream(tmpFp) || std::ferror(tmpFp) != 0) {
-        return trace.fail(40, REG_CLOSE_TMP_FAILED, ossErrorMapSystem(errno));
+        return trace.fail(45, REG_CLOSE_TMP_FAILED, ossErrorMapSystem(errno));
     }
     const int descriptor = posix::descriptorOf(tmpFp);
     posix::FileStatus status = {};
     if (const unsigned int rc = posix::statusOf(descriptor, &status)) {
-        return trace.fail(42, REG_CHECKSUM_READ_FAILED, rc);
+        return trace.fail(50, REG_CHECKSUM_READ_FAILED, rc);
     }
     unsigned long bodySize = 0;
-    const unsigned int rc =
-        genreg::stampChecksumHeader(descriptor, status.size, checksumHeaderPending != 0, &bodySize, checksum);
-    if (rc != 0) {
-        return trace.fail(44, rc);
+    unsigned int platformCode = 0;
+    const unsigned int rc = genreg::stampChecksumHeader(descriptor, status.size, checksumHeaderPending != 0, &bodySize,
+                                                        checksum, &platformCode);
+    if (rc == 0 || rc == REG_COPY_WRITE_FAILED) {
+        // Kept: programs that watch the standard output of an update know this line, which tells of the reading alone.
+        (void)std::printf("Copy file into buffer done %d\n", static_cast<int>(bodySize));
     }
-    // Kept: programs that watch the standard output of an update know this line.
-    (void)std::printf("Copy file into buffer done %d\n", static_cast<int>(bodySize));
-    return 0;
+    return rc == 0 ? 0 : trace.fail(60, rc, platformCode);
 }
 
 unsigned int GenRegFile::commit(unsigned int checksum) noexcept {
-    FunctionTrace trace{Function::CloseReg};
+    FunctionTrace trace{Function::CloseReg, FunctionTrace::Part()};
     if (const unsigned int rc = ossFileDelete(bkpPath); rc != 0 && rc != FILE_MISSING) {
-        trace.ignore(60, REG_BACKUP_FAILED, rc);
+        trace.ignore(80, REG_BACKUP_FAILED, rc);
     }
     if (const unsigned int rc = posix::linkFile(regPath, bkpPath)) {
-        return trace.fail(70, REG_BACKUP_FAILED, rc);
+        return trace.fail(90, REG_BACKUP_FAILED, rc);
     }
     if (const unsigned int rc = ossFileRename(tmpPath, regPath)) {
-        return trace.fail(80, REG_RENAME_FAILED, rc);
+        return trace.fail(100, REG_RENAME_FAILED, rc);
     }
     if (const unsigned int rc = genreg::syncDirectoryOf(regPath)) {
-        trace.ignore(85, rc, rc);  // the change stands
+        trace.ignore(110, rc, rc);  // the change stands
     }
     unsigned int result = ossFileDelete(bkpPath);
     if (result == FILE_MISSING) {
@@ -168,7 +170,7 @@ unsigned int GenRegFile::commit(unsigned int checksum) noexcept {
         checksumHeaderPending = 0;
     }
     if (result != 0) {
-        trace.ignore(90, REG_DELETE_BACKUP_FAILED, result);
+        trace.ignore(120, REG_DELETE_BACKUP_FAILED, result);
         return trace.exit(result);
     }
     return 0;
@@ -179,16 +181,17 @@ unsigned int GenRegFile::CloseReg(unsigned long op) noexcept {
     if ((state & REG_STATE_SCAN_OPEN) != 0) {
         return trace.fail(10, REG_SCAN_OPEN);
     }
+    trace.input(1, sizeof op, &op);
     const bool writes = op == REG_OP_CHANGE || op == REG_OP_ADD || op == REG_OP_DELETE;
     if (regFp != nullptr && regAppends_ && tmpFp == nullptr) {
-        if (const unsigned int rc = finishAppend(writes)) {
+        if (const unsigned int rc = finishAppend(op != REG_OP_READ)) {
             (void)closeRegistryFile();
             return trace.exit(rc);
         }
     }
     if (const unsigned int rc = closeRegistryFile()) {
         (void)closeTemporaryCopy(false);
-        return trace.exit(rc);
+        return trace.fail(40, REG_CLOSE_FILE_FAILED, rc);
     }
     unsigned int checksum = 0;
     const bool copied = tmpFp != nullptr;

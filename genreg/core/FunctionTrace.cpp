@@ -73,10 +73,8 @@ void FunctionTrace::ignore(unsigned int probe, unsigned int code, unsigned int p
     report(probe, code, platformCode, OSS_SEVERITY_INFO, nullptr);
 }
 
-void FunctionTrace::input(unsigned int probe, unsigned long size, const void* value) noexcept {
-    if (gtraceIsAttached() && gtraceIsEnabled()) {
-        _gtraceVar(static_cast<unsigned int>(function_), ossThreadID(), probe, size, value);
-    }
+void FunctionTrace::noteInput(unsigned int probe, unsigned long size, const void* value) noexcept {
+    _gtraceVar(static_cast<unsigned int>(function_), ossThreadID(), probe, size, value);
 }
 
 void FunctionTrace::errorText(unsigned int probe, const char* text) noexcept {

@@ -17,13 +17,17 @@ namespace genreg {
 
 class FunctionTrace {
 public:
+    // A part of a function that is traced already: its failures are the function's, its entry and exit are not.
+    struct Part {};
+
     explicit FunctionTrace(Function function) noexcept : function_(function) {
         if (gtraceIsAttached() && gtraceIsEnabled()) {
             enter();
         }
     }
+    FunctionTrace(Function function, Part /*tag*/) noexcept : function_(function), whole_(false) {}
     ~FunctionTrace() noexcept {
-        if (gtraceIsAttached() && gtraceIsEnabled()) {
+        if (gtraceIsAttached() && gtraceIsEnabled() && whole_) {
             leave();
         }
     }
@@ -45,16 +49,22 @@ public:
     }
 
     // What was worked on, and what went wrong; nothing when tracing is detached.
-    void input(unsigned int probe, unsigned long size, const void* value) noexcept;
+    void input(unsigned int probe, unsigned long size, const void* value) noexcept {
+        if (gtraceIsAttached() && gtraceIsEnabled()) {
+            noteInput(probe, size, value);
+        }
+    }
     void errorText(unsigned int probe, const char* text) noexcept;
 
 private:
     void enter() noexcept;
     void leave() noexcept;
+    void noteInput(unsigned int probe, unsigned long size, const void* value) noexcept;
     void report(unsigned int probe, unsigned int code, unsigned int platformCode, unsigned int severity,
                 const char* text) noexcept;
 
     Function function_;
+    bool whole_ = true;
     unsigned int result_ = 0;
 };
 

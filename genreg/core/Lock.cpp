@@ -104,21 +104,25 @@ unsigned int GenRegFile::lockWithin(const OSSFileLockRequest& request) noexcept 
 
 unsigned int GenRegFile::Lock(unsigned long flags, unsigned long /*reserved*/) noexcept {
     OperationTrace trace{Function::Lock};
-    if ((flags & (REG_LOCK_EXCLUSIVE | REG_LOCK_SHARED)) == 0 || (flags & (REG_LOCK_WAIT | REG_LOCK_NOWAIT)) == 0) {
+    trace.input(1, sizeof flags, &flags);
+    if ((flags & (REG_LOCK_EXCLUSIVE | REG_LOCK_SHARED)) == 0) {
         return trace.fail(10, REG_INVALID_ARGUMENT);
     }
+    if ((flags & (REG_LOCK_WAIT | REG_LOCK_NOWAIT)) == 0) {
+        return trace.fail(20, REG_INVALID_ARGUMENT);
+    }
     if ((state & REG_STATE_CONFIGURED) == 0) {
-        return trace.fail(20, REG_NOT_CONFIGURED);
+        return trace.fail(30, REG_NOT_CONFIGURED);
     }
     if ((state & REG_STATE_LOCKED) != 0) {
-        return trace.fail(30, REG_ALREADY_LOCKED);
+        return trace.fail(40, REG_ALREADY_LOCKED);
     }
     // Were a link taken for the file, the lock would keep nobody out and the commit would replace the link.
     if (const unsigned int rc = moveToRealFile()) {
-        return trace.fail(35, REG_OPEN_LOCK_FAILED, rc);
+        return trace.fail(50, REG_OPEN_LOCK_FAILED, rc);
     }
     if ((flags & REG_LOCK_CREATE_DIR) != 0) {
-        if (const unsigned int rc = genreg::ensureDirectoryOf(trace, 40, regPath)) {
+        if (const unsigned int rc = genreg::ensureDirectoryOf(trace, 60, regPath)) {
             return rc;
         }
     }
@@ -135,7 +139,7 @@ unsigned int GenRegFile::Lock(unsigned long flags, unsigned long /*reserved*/) n
         OSS_REQUEST_VERSION, lockPath, OSS_OPEN_PLAIN, exclusive ? OSS_ACCESS_READ_WRITE : OSS_ACCESS_READ, 0,
         permissions};
     if (const unsigned int rc = lockFile.open(&lockOpenRequest)) {
-        return trace.fail(60, REG_OPEN_LOCK_FAILED, rc);
+        return trace.fail(80, REG_OPEN_LOCK_FAILED, rc);
     }
     const bool waits = (flags & REG_LOCK_NOWAIT) == 0;
     const OSSFileLockRequest request = {OSS_REQUEST_VERSION, exclusive ? OSS_LOCK_EXCLUSIVE : OSS_LOCK_SHARED,
@@ -143,10 +147,10 @@ unsigned int GenRegFile::Lock(unsigned long flags, unsigned long /*reserved*/) n
     const bool watched = waits && (lockWaitLimit_ >= 0 || lockNotice_ != nullptr);
     const unsigned int rc = watched ? lockWithin(request) : lockFile.lock(&request);
     if (rc == OSS_WOULD_BLOCK) {
-        return trace.fail(70, REG_LOCK_HELD, rc);
+        return trace.fail(90, REG_LOCK_HELD, rc);
     }
     if (rc != 0) {
-        return trace.fail(80, rc, rc);
+        return trace.fail(100, rc, rc);
     }
     state |= REG_STATE_LOCKED;
     if (exclusive) {

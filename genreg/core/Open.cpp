@@ -49,7 +49,7 @@ OSSFileOpenRequest requestFor(const char* path, unsigned int access, unsigned lo
 // Opens and locks the registry file: for appending when an add finds it absent or may append in place, else for
 // reading.
 unsigned int GenRegFile::openRegistryFile(unsigned long op) noexcept {
-    FunctionTrace trace{Function::OpenReg};
+    FunctionTrace trace{Function::OpenReg, FunctionTrace::Part()};
     const bool inPlace = op == REG_OP_ADD && (features & REG_FEATURE_ALLOW_DUPLICATES) != 0 &&
                          (features & REG_FEATURE_DEFERRED_COMMIT) == 0;
     regCreated_ = false;
@@ -61,7 +61,7 @@ unsigned int GenRegFile::openRegistryFile(unsigned long op) noexcept {
     } else {
         rc = regHandle_.open(&request);
         if (rc == FILE_MISSING && op != REG_OP_ADD) {
-            return trace.failMildly(40, REG_MISSING);
+            return trace.failMildly(50, REG_MISSING);
         }
         regCreated_ = rc == FILE_MISSING;
     }
@@ -71,13 +71,13 @@ unsigned int GenRegFile::openRegistryFile(unsigned long op) noexcept {
         rc = regHandle_.open(&request);
     }
     if (rc != 0) {
-        return trace.fail(50, REG_OPEN_FILE_FAILED, rc);
+        return trace.fail(60, REG_OPEN_FILE_FAILED, rc);
     }
     const OSSFileLockRequest lock = {OSS_REQUEST_VERSION, regAppends_ ? OSS_LOCK_EXCLUSIVE : OSS_LOCK_SHARED, OSS_WAIT};
     rc = regHandle_.lock(&lock);
     if (rc != 0) {
         (void)regHandle_.close();
-        return trace.fail(60, REG_LOCK_FILE_FAILED, rc);
+        return trace.fail(70, REG_LOCK_FILE_FAILED, rc);
     }
     const StreamMode mode = streamMode(regAppends_ ? 'a' : 'r', fileKind == REG_KIND_BINARY);
     posix::FileStatus status = {};
@@ -91,7 +91,7 @@ unsigned int GenRegFile::openRegistryFile(unsigned long op) noexcept {
     }
     if (rc != 0) {
         (void)regHandle_.close();
-        return trace.fail(70, REG_OPEN_FILE_FAILED, rc);
+        return trace.fail(80, REG_OPEN_FILE_FAILED, rc);
     }
     regStreamOnHandle_ = true;
     regSize_ = status.size;
@@ -100,49 +100,75 @@ unsigned int GenRegFile::openRegistryFile(unsigned long op) noexcept {
 
 // Where the records of a file with the checksum feature begin.
 unsigned int GenRegFile::judgeHeader(int descriptor, unsigned long size, unsigned long* body) noexcept {
-    FunctionTrace trace{Function::OpenReg};
     *body = 0;
     genreg::HeaderFit fit = genreg::HeaderFit::None;
     const bool bigEndian = (features & REG_FEATURE_BIG_ENDIAN) != 0;
     if (const unsigned int rc = genreg::judgeChecksumHeader(descriptor, size, bigEndian, &fit)) {
-        return trace.fail(80, rc);
+        return rc;
     }
     if (fit == genreg::HeaderFit::Misfits) {
-        return trace.fail(90, REG_CHECKSUM_DIFFERS);
+        return REG_CHECKSUM_DIFFERS;
     }
     *body = fit == genreg::HeaderFit::Fits ? genreg::CHECKSUM_HEADER_SIZE : 0;
     return 0;
 }
 
-unsigned int GenRegFile::openTemporaryCopy(unsigned long op) noexcept {
-    FunctionTrace trace{Function::OpenReg};
+// The copy that is about to be verified and committed. The bits of the registry may have changed since it was written.
+unsigned int GenRegFile::readTemporaryCopy() noexcept {
+    FunctionTrace trace{Function::OpenReg, FunctionTrace::Part()};
+    const bool binary = fileKind == REG_KIND_BINARY;
+    tmpBody_ = 0;
+    int descriptor = -1;
+    // Kept from truncating.
+    if (const unsigned int rc = posix::openToRead(tmpPath, &descriptor)) {
+        return trace.fail(130, REG_OPEN_TMP_FAILED, rc);
+    }
+    tmpFp = posix::openStream(descriptor, streamMode('r', binary).text);
+    if (tmpFp == nullptr) {
+        const unsigned int rc = ossErrorMapSystem(errno);
+        (void)posix::closeDescriptor(descriptor);
+        return trace.fail(140, REG_OPEN_TMP_FAILED, rc);
+    }
+    posix::FileStatus registry = {};
+    posix::FileStatus copy = {};
+    unsigned int rc = posix::statusOf(posix::descriptorOf(regFp), &registry);
+    rc = rc == 0 ? posix::statusOf(descriptor, &copy) : rc;
+    if (rc != 0) {
+        return trace.fail(150, REG_FILE_INFO_FAILED, rc);
+    }
+    if (registry.permissions != copy.permissions) {
+        rc = posix::carryAttributes(posix::descriptorOf(regFp), descriptor);
+        if (rc != 0) {
+            return trace.fail(160, REG_SET_PERMISSIONS_FAILED, rc);
+        }
+    }
+    if (!binary || (features & REG_FEATURE_CHECKSUM_HEADER) == 0) {
+        return 0;
+    }
+    rc = judgeHeader(descriptor, copy.size, &tmpBody_);
+    if (rc != 0) {
+        return trace.fail(170, rc);
+    }
+    const bool behindHeader = tmpBody_ == 0 || std::fseek(tmpFp, static_cast<long>(tmpBody_), SEEK_SET) == 0;
+    return behindHeader ? 0 : trace.fail(180, REG_OPEN_TMP_FAILED, ossErrorMapSystem(errno));
+}
+
+unsigned int GenRegFile::createTemporaryCopy() noexcept {
+    FunctionTrace trace{Function::OpenReg, FunctionTrace::Part()};
     const bool binary = fileKind == REG_KIND_BINARY;
     const bool stamped = binary && (features & REG_FEATURE_CHECKSUM_HEADER) != 0;
     tmpBody_ = 0;
     int descriptor = -1;
-    if (op == REG_OP_FINISH) {
-        // Kept from truncating: this is the copy that is about to be verified.
-        if (const unsigned int rc = posix::openToRead(tmpPath, &descriptor)) {
-            return trace.fail(140, REG_OPEN_TMP_FAILED, rc);
-        }
-    } else {
-        // A copy that could not be set aside goes; one that cannot be removed either stops the fresh one below.
-        if (const unsigned int rc = posix::createFresh(tmpPath, !stamped, &descriptor)) {
-            return trace.fail(140, REG_OPEN_TMP_FAILED, rc);
-        }
+    // A copy that could not be set aside goes; one that cannot be removed either stops the fresh one below.
+    if (const unsigned int rc = posix::createFresh(tmpPath, !stamped, &descriptor)) {
+        return trace.fail(210, REG_OPEN_TMP_FAILED, rc);
     }
-    const StreamMode mode = streamMode(op == REG_OP_FINISH ? 'r' : 'a', binary);
-    tmpFp = posix::openStream(descriptor, stamped && op != REG_OP_FINISH ? "w+b" : mode.text);
+    tmpFp = posix::openStream(descriptor, stamped ? "w+b" : streamMode('a', binary).text);
     if (tmpFp == nullptr) {
         const unsigned int rc = ossErrorMapSystem(errno);
         (void)posix::closeDescriptor(descriptor);
-        if (op != REG_OP_FINISH) {
-            (void)ossFileDelete(tmpPath);
-        }
-        return trace.fail(150, REG_OPEN_TMP_FAILED, rc);
-    }
-    if (op == REG_OP_FINISH) {
-        return 0;
+        (void)ossFileDelete(tmpPath);
+        return trace.fail(220, REG_OPEN_TMP_FAILED, rc);
     }
     const std::size_t buffer = streamBuffer(regSize_);
     tmpBuffer_ = static_cast<char*>(std::malloc(buffer));
@@ -150,12 +176,12 @@ unsigned int GenRegFile::openTemporaryCopy(unsigned long op) noexcept {
         (void)std::setvbuf(tmpFp, tmpBuffer_, _IOFBF, buffer);
     }
     if (const unsigned int rc = posix::carryAttributes(posix::descriptorOf(regFp), descriptor)) {
-        return trace.fail(160, REG_SET_PERMISSIONS_FAILED, rc);
+        return trace.fail(230, REG_SET_PERMISSIONS_FAILED, rc);
     }
     if (stamped && checksumHeaderPending == 0) {
         const char reserved[genreg::CHECKSUM_HEADER_SIZE] = {};
         if (!posix::writeUnlocked(tmpFp, reserved, sizeof reserved)) {
-            return trace.fail(170, REG_OPEN_TMP_FAILED);
+            return trace.fail(240, REG_OPEN_TMP_FAILED, ossErrorMapSystem(errno));
         }
     }
     return 0;
@@ -166,11 +192,12 @@ unsigned int GenRegFile::OpenReg(unsigned long op) noexcept {
     if ((state & REG_STATE_SCAN_OPEN) != 0) {
         return trace.fail(10, REG_SCAN_OPEN);
     }
+    trace.input(1, sizeof op, &op);
     if (const unsigned int rc = moveToRealFile()) {
-        return trace.fail(15, REG_OPEN_FILE_FAILED, rc);
+        return trace.fail(20, REG_OPEN_FILE_FAILED, rc);
     }
     if (op == REG_OP_ADD) {
-        if (const unsigned int rc = genreg::ensureDirectoryOf(trace, 20, regPath)) {
+        if (const unsigned int rc = genreg::ensureDirectoryOf(trace, 30, regPath)) {
             return rc;
         }
     }
@@ -184,16 +211,16 @@ unsigned int GenRegFile::OpenReg(unsigned long op) noexcept {
         checksumHeaderPending = 1;  // a file made this moment has no header, whatever its predecessor had
     } else if (stamped && checksumHeaderPending == 0) {
         if (const unsigned int rc = genreg::verifyChecksumHeader(registry, regSize_)) {
-            return trace.fail(100, rc);
+            return trace.fail(90, rc);
         }
         regBody_ = genreg::CHECKSUM_HEADER_SIZE;
     } else if (stamped) {
         if (const unsigned int rc = judgeHeader(registry, regSize_, &regBody_)) {
-            return trace.exit(rc);
+            return trace.fail(100, rc);
         }
     }
     if (regBody_ != 0 && !regAppends_ && std::fseek(regFp, static_cast<long>(regBody_), SEEK_SET) != 0) {
-        return trace.fail(105, REG_READ_FAILED);
+        return trace.fail(110, REG_READ_FAILED);
     }
     const bool inPlace =
         regAppends_ && (features & REG_FEATURE_ALLOW_DUPLICATES) != 0 && (features & REG_FEATURE_DEFERRED_COMMIT) == 0;
@@ -201,24 +228,14 @@ unsigned int GenRegFile::OpenReg(unsigned long op) noexcept {
         return 0;
     }
     if (op == REG_OP_FINISH) {
-        if (const unsigned int rc = openTemporaryCopy(op)) {
-            return trace.exit(rc);
-        }
-        if (!stamped) {
-            return 0;
-        }
-        posix::FileStatus status = {};
-        if (const unsigned int rc = posix::statusOf(posix::descriptorOf(tmpFp), &status)) {
-            return trace.fail(130, REG_FILE_INFO_FAILED, rc);
-        }
-        return trace.exit(judgeHeader(posix::descriptorOf(tmpFp), status.size, &tmpBody_));
+        return trace.exit(readTemporaryCopy());
     }
     if (const unsigned int rc = ossFileDelete(corPath); rc != 0 && rc != FILE_MISSING) {
-        return trace.fail(110, REG_DELETE_CORRUPT_FAILED, rc);
+        return trace.fail(190, REG_DELETE_CORRUPT_FAILED, rc);
     }
     if (const unsigned int rc = ossFileRename(tmpPath, corPath); rc != 0 && rc != FILE_MISSING) {
-        trace.ignore(120, REG_SET_ASIDE_FAILED, rc);
+        trace.ignore(200, REG_SET_ASIDE_FAILED, rc);
         (void)ossFileDelete(tmpPath);
     }
-    return trace.exit(openTemporaryCopy(op));
+    return trace.exit(createTemporaryCopy());
 }

@@ -84,12 +84,12 @@ unsigned int GenRegFile::getRegistryTmpPath(char* buffer, unsigned long size) no
 }
 
 unsigned int GenRegFile::GetAndSetRealRegistryPaths() noexcept {
-    const FunctionTrace trace{Function::GetAndSetRealRegistryPaths};
     (void)moveToRealFile();
     return 0;
 }
 
 unsigned int GenRegFile::moveToRealFile() noexcept {
+    const FunctionTrace trace{Function::GetAndSetRealRegistryPaths};
     char real[REG_PATH_SIZE];
     unsigned int unread = 0;
     if (!followLink(regPath, real, &unread)) {

@@ -56,10 +56,12 @@ unsigned int GenRegFile::OpenScan() noexcept {
     regBody_ = 0;
     if (fileKind == REG_KIND_BINARY && (features & REG_FEATURE_CHECKSUM_HEADER) != 0) {
         rc = judgeHeader(posix::descriptorOf(regFp), regSize_, &regBody_);
-        if (rc == 0 && regBody_ != 0 && std::fseek(regFp, static_cast<long>(regBody_), SEEK_SET) != 0) {
-            rc = trace.fail(50, REG_OPEN_FILE_FAILED, ossErrorMapSystem(errno));
-        }
         if (rc != 0) {
+            (void)closeRegistryFile();
+            return trace.fail(50, rc);
+        }
+        if (regBody_ != 0 && std::fseek(regFp, static_cast<long>(regBody_), SEEK_SET) != 0) {
+            rc = trace.fail(60, REG_OPEN_FILE_FAILED, ossErrorMapSystem(errno));
             (void)closeRegistryFile();
             return trace.exit(rc);
         }
@@ -73,7 +75,7 @@ unsigned int GenRegFile::CloseScan() noexcept {
     dropScanInput();
     const unsigned int rc = closeRegistryFile();
     state &= ~(REG_STATE_SCAN_OPEN | REG_STATE_SCAN_AT_END);
-    return trace.exit(rc);
+    return rc == 0 ? 0 : trace.fail(10, REG_CLOSE_FILE_FAILED, rc);
 }
 
 unsigned int GenRegFile::Rewind() noexcept {

@@ -72,8 +72,10 @@ unsigned int GenRegTransaction::update(GenRegFile& file, FunctionTrace& trace, c
         result.note(trace.fail(200, REG_CLOSE_FAILED, rc));
     }
     if (deferred && closeMode != REG_OP_READ && result.none()) {
-        if (const unsigned int rc = steps.verify()) {
-            result.note(trace.fail(210, REG_VERIFY_FAILED, rc));
+        if (const unsigned int rc = steps.prepareVerify()) {
+            result.note(rc);
+        } else if (const unsigned int failed = steps.verify()) {
+            result.note(trace.fail(210, REG_VERIFY_FAILED, failed));
         }
     }
     const bool abandoned = closeMode == REG_OP_READ || result.code() == REG_UNCHANGED;
@@ -84,6 +86,9 @@ unsigned int GenRegTransaction::update(GenRegFile& file, FunctionTrace& trace, c
     }
     if (const unsigned int rc = file.UnLock()) {
         result.note(trace.fail(230, REG_UNLOCK_FAILED, rc));
+    }
+    if (const unsigned int rc = steps.release()) {
+        result.note(trace.fail(235, REG_FREE_RECORD_FAILED, rc));
     }
     if (const unsigned int rc = buffer.release()) {
         result.note(trace.fail(240, REG_FREE_RECORD_FAILED, rc));

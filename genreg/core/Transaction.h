@@ -21,8 +21,12 @@ class UpdateSteps {
 public:
     // Copies the registry, with the change applied. Sets *closeMode to REG_OP_READ to abandon the copy.
     [[nodiscard]] virtual unsigned int copy(unsigned long* closeMode) noexcept = 0;
+    // Gets ready what the verification is given; its failure is the result.
+    [[nodiscard]] virtual unsigned int prepareVerify() noexcept { return 0; }
     // Compares and commits, under REG_FEATURE_DEFERRED_COMMIT.
     [[nodiscard]] virtual unsigned int verify() noexcept = 0;
+    // Gives back the memory of the steps.
+    [[nodiscard]] virtual unsigned int release() noexcept { return 0; }
 
 protected:
     ~UpdateSteps() = default;

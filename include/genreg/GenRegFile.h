@@ -117,7 +117,8 @@ private:
     // GetAndSetRealRegistryPaths; the platform's code when nobody can tell whether the path is a link.
     unsigned int moveToRealFile() noexcept;
     unsigned int openRegistryFile(unsigned long op) noexcept;
-    unsigned int openTemporaryCopy(unsigned long op) noexcept;
+    unsigned int createTemporaryCopy() noexcept;
+    unsigned int readTemporaryCopy() noexcept;
     unsigned int judgeHeader(int descriptor, unsigned long size, unsigned long* body) noexcept;
     unsigned int finishAppend(bool keep) noexcept;
     bool closeRegistryStream() noexcept;

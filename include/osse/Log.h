@@ -1,7 +1,7 @@
 // The diagnostic log. RVN_DIAG_LOG names a file that gets one line per failure, written in one call:
 //   2026-01-31T12:00:00.123456Z pid thread name(0x082A0010) sev=3 code=0x900001bf rc=0x90000102 probe=60 text
 // (rc from ossLogRC only; the time is UTC). What cannot be printed is written as a dot; a line has 2048 bytes at most.
-// Unset: nothing is written. The variable is read once, at load, and ignored in a set-user-ID program; the file is
+// Unset: nothing is written. The variable is asked at each failure, and ignored in a set-user-ID program; the file is
 // opened at the first failure and kept, never through a link, and only if it is a regular file.
 // Logging keeps errno, never fails, takes no lock, and serves any thread.
 #pragma once

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <new>
 
@@ -72,8 +73,15 @@ const char* Line::finish(std::size_t* length) noexcept {
 }
 
 void LineFile::attach(const char* variable) noexcept {
-    if (const char* path = platform::trustedEnvironment(variable); path != nullptr) {
-        path_ = ::strdup(path);
+    const char* const wanted = platform::trustedEnvironment(variable);
+    const char* known = path_.load(std::memory_order_acquire);
+    const bool same = wanted == nullptr || known == nullptr ? wanted == known : std::strcmp(wanted, known) == 0;
+    if (same) {
+        return;
+    }
+    char* const path = wanted != nullptr ? ::strdup(wanted) : nullptr;
+    if (!path_.compare_exchange_strong(known, path, std::memory_order_acq_rel)) {
+        std::free(path);  // another thread was first
     }
 }
 
@@ -93,31 +101,43 @@ bool LineFile::isStill(const Opened& opened) noexcept {
 }
 
 int LineFile::descriptor() noexcept {
+    const char* const path = path_.load(std::memory_order_acquire);
+    if (path == nullptr) {
+        return -1;
+    }
     const Opened* known = opened_.load(std::memory_order_acquire);
-    return known != nullptr && isStill(*known) ? known->descriptor : reopen(known);
+    return known != nullptr && known->path == path && isStill(*known) ? known->descriptor : reopen(path, known);
 }
 
-int LineFile::reopen(const Opened* previous) noexcept {
+int LineFile::reopen(const char* path, const Opened* previous) noexcept {
     // Not blocking: a pipe without a reader must not hold up the program that fails.
-    const int target =
-        platform::openHigh(path_, O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK, LINE_FILE_PERMISSIONS);
+    int target =
+        platform::openHigh(path, O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK, LINE_FILE_PERMISSIONS);
     if (target == -1) {
         return -1;
     }
     struct stat status;
-    const bool regular = ::fstat(target, &status) == 0 && S_ISREG(status.st_mode);
-    const Opened* opened =
-        regular ? new (std::nothrow) Opened{target, status.st_dev, status.st_ino, previous} : nullptr;
-    if (opened == nullptr) {
+    if (::fstat(target, &status) != 0 || !S_ISREG(status.st_mode)) {
         platform::closeQuietly(target);
         return -1;
     }
-    if (opened_.compare_exchange_strong(previous, opened, std::memory_order_acq_rel)) {
+    // Where the variable names another file now the descriptor goes there, so that none is left for the one before.
+    const bool taken =
+        previous != nullptr && isStill(*previous) && platform::replaceDescriptor(target, previous->descriptor) == 0;
+    if (taken) {
+        platform::closeQuietly(target);
+        target = previous->descriptor;
+    }
+    const auto* const opened = new (std::nothrow) Opened{target, status.st_dev, status.st_ino, path, previous};
+    if (opened != nullptr && opened_.compare_exchange_strong(previous, opened, std::memory_order_acq_rel)) {
         return target;
     }
-    delete opened;  // another thread was first, and `previous` now is what it opened
-    platform::closeQuietly(target);
-    return previous->descriptor;
+    if (!taken) {
+        platform::closeQuietly(target);
+    }
+    const bool beaten = opened != nullptr;  // another thread was first, and `previous` now is what it opened
+    delete opened;
+    return beaten ? previous->descriptor : -1;
 }
 
 }  // namespace osse

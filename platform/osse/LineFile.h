@@ -37,14 +37,15 @@ private:
 // for good. Programs that close every descriptor they know nothing of exist; so each line first asks whether the
 // descriptor still is the file, and opens it again when it is not.
 //
-// Initialised as a constant, attached once at load. Failures are swallowed; the caller keeps errno.
+// Initialised as a constant. Failures are swallowed; the caller keeps errno.
 class LineFile {
 public:
     constexpr LineFile() noexcept = default;
 
-    // The path stands in the environment variable; unset, the file stays detached.
+    // The path stands in the environment variable; unset, the file is detached. Asked again it goes where the variable
+    // now says.
     void attach(const char* variable) noexcept;
-    [[nodiscard]] bool isAttached() const noexcept { return path_ != nullptr; }
+    [[nodiscard]] bool isAttached() const noexcept { return path_.load(std::memory_order_acquire) != nullptr; }
     void append(Line& line) noexcept;
 
 private:
@@ -52,14 +53,15 @@ private:
         int descriptor;
         dev_t device;
         ino_t inode;
+        const char* path;
         const Opened* previous;  // kept: another thread may be looking at it
     };
 
     [[nodiscard]] static bool isStill(const Opened& opened) noexcept;
     [[nodiscard]] int descriptor() noexcept;
-    [[nodiscard]] int reopen(const Opened* previous) noexcept;
+    [[nodiscard]] int reopen(const char* path, const Opened* previous) noexcept;
 
-    const char* path_ = nullptr;
+    std::atomic<const char*> path_ = nullptr;  // one that is replaced is kept: another thread may be reading it
     std::atomic<const Opened*> opened_ = nullptr;
 };
 

@@ -21,16 +21,13 @@ constinit std::atomic<unsigned int> tablesTaken = 0;
 
 constinit osse::LineFile logFile;
 
-[[gnu::constructor]] void attachLog() {
-    logFile.attach("RVN_DIAG_LOG");
-}
-
 void writeLine(unsigned int functionId, unsigned int code, const unsigned int* platformCode, unsigned int probe,
                unsigned int severity, const char* text) noexcept {
+    const platform::ErrnoKeeper keeper;
+    logFile.attach("RVN_DIAG_LOG");
     if (!logFile.isAttached()) {
         return;
     }
-    const platform::ErrnoKeeper keeper;
     osse::Line line(ossThreadID());
     line.add(" ");
     line.addFunction(functionId);

@@ -24,9 +24,27 @@ unsigned int isLocked(const char* path, bool* locked) noexcept {
     return code;
 }
 
+// Closing any descriptor of the file would cost this process, should it be the monitor, its own classic lock on it. So
+// the numbers of the standard streams are taken before the file is opened, and what was opened is never closed.
 unsigned int openMonitorLock(const char* path, int* descriptor) noexcept {
-    *descriptor = platform::openHigh(path, O_RDWR | O_CREAT, MONITOR_LOCK_PERMISSIONS);
-    return resultOf(*descriptor);
+    int taken[platform::FIRST_FREE_DESCRIPTOR];
+    int count = 0;
+    int filler = platform::retried([] { return ::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
+    while (filler != -1 && filler < platform::FIRST_FREE_DESCRIPTOR) {
+        taken[count++] = filler;
+        filler = ::dup(filler);
+    }
+    if (filler != -1) {
+        platform::closeQuietly(filler);
+    }
+    *descriptor = platform::retried([&] {
+        return ::open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOCTTY, static_cast<mode_t>(MONITOR_LOCK_PERMISSIONS));
+    });
+    const unsigned int code = resultOf(*descriptor);
+    while (count > 0) {
+        platform::closeQuietly(taken[--count]);
+    }
+    return code;
 }
 
 unsigned int recordLockHolder(int descriptor, long* holder) noexcept {

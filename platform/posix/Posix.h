@@ -112,7 +112,8 @@ void sleepMilliseconds(long milliseconds) noexcept;
 
 // --- streams -----------------------------------------------------------------------------------------------------
 
-// A stdio stream that owns the descriptor, or null (the descriptor is then still the caller's).
+// A stdio stream that owns the descriptor, or null (the descriptor is then still the caller's). In a forked child it
+// leads nowhere: nothing that the child does with it, or its exit does, reaches the file.
 [[nodiscard]] std::FILE* openStream(int descriptor, const char* mode) noexcept;
 [[nodiscard]] int descriptorOf(std::FILE* stream) noexcept;
 

@@ -1,4 +1,9 @@
-// Streams over open files.
+// Streams over open files, and what becomes of them in a forked child.
+//
+// A forked child has a copy of every stream: of what it holds back, and of its descriptor, behind which lies the same
+// open file as in the parent. At its exit the child would write the former out once more, into a registry that is
+// committed long since, or move the parent's place in a file that it reads. So the child's descriptors of our streams
+// lead nowhere.
 //
 // The C library's own flush gives up a write that a signal interrupts, and drops what the stream held back. So what a
 // stream holds back is written out here, where the library lets us at it (glibc), and handed to stdio elsewhere.
@@ -7,11 +12,84 @@
 #include <stdio_ext.h>
 #endif
 
+#include <pthread.h>
+
+#include <atomic>
+
 #include "../System.h"
 #include "Posix.h"
 
 namespace posix {
 namespace {
+
+// Device and inode tell in the child whether the number still means the file that it was entered for.
+struct OpenStream {
+    std::atomic<bool> taken = false;
+    std::atomic<int> descriptor = -1;  // set last, cleared first
+    dev_t device = 0;
+    ino_t inode = 0;
+};
+
+// Streams beyond these are not guarded.
+constexpr std::size_t MOST_STREAMS = 256;
+constinit OpenStream openStreams[MOST_STREAMS];
+
+void guard(int descriptor) noexcept {
+    struct stat status;
+    if (::fstat(descriptor, &status) != 0) {
+        return;
+    }
+    for (OpenStream& entry : openStreams) {
+        bool taken = false;
+        if (!entry.taken.load(std::memory_order_relaxed) && entry.taken.compare_exchange_strong(taken, true)) {
+            entry.device = status.st_dev;
+            entry.inode = status.st_ino;
+            entry.descriptor.store(descriptor, std::memory_order_release);
+            return;
+        }
+    }
+}
+
+void unguard(int descriptor) noexcept {
+    for (OpenStream& entry : openStreams) {
+        if (entry.descriptor.load(std::memory_order_relaxed) == descriptor) {
+            entry.descriptor.store(-1, std::memory_order_release);
+            entry.taken.store(false, std::memory_order_release);
+            return;
+        }
+    }
+}
+
+// Nothing here but calls that are safe in a signal handler: the child may have been forked from any state. A descriptor
+// that another handler has closed is taken again, lest the stream writes to whatever gets its number next.
+void afterForkInChild() noexcept {
+    const platform::ErrnoKeeper keeper;
+    int nowhere = -1;
+    for (OpenStream& entry : openStreams) {
+        const int descriptor = entry.descriptor.load(std::memory_order_acquire);
+        if (descriptor == -1) {
+            continue;
+        }
+        struct stat now;
+        const bool open = ::fstat(descriptor, &now) == 0;
+        if (open && (now.st_dev != entry.device || now.st_ino != entry.inode)) {
+            continue;
+        }
+        nowhere = nowhere == -1 ? platform::openHigh("/dev/null", O_RDWR) : nowhere;
+        if (nowhere == descriptor) {
+            nowhere = -1;  // it got the number itself, and stays
+        } else if (nowhere == -1 || platform::replaceDescriptor(nowhere, descriptor) == -1) {
+            (void)platform::closeOnce(descriptor);
+        }
+    }
+    if (nowhere != -1) {
+        (void)platform::closeOnce(nowhere);
+    }
+}
+
+[[gnu::constructor]] void watchForks() {
+    (void)::pthread_atfork(nullptr, nullptr, afterForkInChild);
+}
 
 #if defined(__GLIBC__)
 
@@ -57,7 +135,11 @@ bool drain(std::FILE*) noexcept {
 }  // namespace
 
 std::FILE* openStream(int descriptor, const char* mode) noexcept {
-    return ::fdopen(descriptor, mode);
+    std::FILE* const stream = ::fdopen(descriptor, mode);
+    if (stream != nullptr) {
+        guard(descriptor);
+    }
+    return stream;
 }
 
 int descriptorOf(std::FILE* stream) noexcept {
@@ -84,6 +166,7 @@ bool flushStream(std::FILE* stream) noexcept {
 }
 
 bool closeStream(std::FILE* stream) noexcept {
+    unguard(::fileno(stream));
     return std::fclose(stream) == 0 || errno == EINTR;
 }
 

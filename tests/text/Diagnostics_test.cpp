@@ -100,7 +100,7 @@ TEST_F(DiagnosticsTest, TheLastCauseIsTheInnermostFailureOfTheLastOperation) {
     EXPECT_EQ(file.change("a", "2"), REG_OPEN_FAILED);
     EXPECT_EQ(cause().code, REG_MISSING);
     EXPECT_STREQ(ecfGetFunctionName(cause().function), "OpenReg");
-    EXPECT_EQ(cause().probe, 40u);
+    EXPECT_EQ(cause().probe, 50u);
     VarValFile elsewhere{path("none/reg")};
     EXPECT_EQ(elsewhere.change("a", "2"), REG_LOCK_FAILED);
     EXPECT_EQ(cause().code, REG_OPEN_LOCK_FAILED);

@@ -1,0 +1,73 @@
+// Transactions whose streams other hands have touched, and what their closing half makes of them.
+#include <cstdlib>
+
+#include "support/VarValFile.h"
+
+namespace {
+
+class StreamsTest : public RegistryTest {
+protected:
+    [[nodiscard]] static unsigned long permissionsOf(const std::string& path) {
+        struct stat status = {};
+        EXPECT_EQ(::stat(path.c_str(), &status), 0);
+        return status.st_mode & 07777;
+    }
+};
+
+TEST_F(StreamsTest, AChildForkedWhileACopyIsWrittenAddsNothingToIt) {
+    (void)write("reg", "old\n");
+    VarValFile file{reg(), 0};
+    ASSERT_EQ(file.OpenReg(REG_OP_CHANGE), 0U);
+    EXPECT_GE(std::fputs("new\n", file.tmpFp), 0);
+    int gate[2];
+    ASSERT_EQ(::pipe(gate), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        char byte = 0;
+        std::exit(::read(gate[0], &byte, 1) == 1 ? 0 : 1);
+    }
+    EXPECT_EQ(file.CloseReg(REG_OP_CHANGE), 0U);
+    EXPECT_EQ(::write(gate[1], "x", 1), 1);
+    EXPECT_EQ(waitFor(child), 0);
+    EXPECT_EQ(content(), "new\n");
+    ::close(gate[0]);
+    ::close(gate[1]);
+}
+
+TEST_F(StreamsTest, AClientsOwnStreamTakesNobodysLockWithIt) {
+    (void)write("reg", "x = 1\n");
+    VarValFile closer{reg()};
+    ASSERT_EQ(closer.OpenReg(REG_OP_READ), 0U);
+    ASSERT_EQ(closer.CloseReg(REG_OP_READ), 0U);
+    VarValFile holder{reg()};
+    ASSERT_EQ(holder.Lock(REG_LOCK_EXCLUSIVE | REG_LOCK_NOWAIT, 0), 0U);
+    closer.regFp = std::fopen(reg().c_str(), "r");
+    EXPECT_EQ(closer.CloseReg(REG_OP_READ), 0U);
+    VarValFile other{reg()};
+    EXPECT_EQ(other.Lock(REG_LOCK_EXCLUSIVE | REG_LOCK_NOWAIT, 0), REG_LOCK_HELD);
+}
+
+TEST_F(StreamsTest, TheCommitKeepsTheBitsThatTheRegistryHasByThen) {
+    (void)write("reg", "x = 1\n");
+    (void)write("reg.tmp", "x = 2\n");
+    ASSERT_EQ(::chmod(reg().c_str(), 0640), 0);
+    ASSERT_EQ(::chmod(tmp().c_str(), 0600), 0);
+    VarValFile file{reg(), REG_FEATURE_DEFERRED_COMMIT};
+    ASSERT_EQ(file.OpenReg(REG_OP_FINISH), 0U);
+    ASSERT_EQ(file.CloseReg(REG_OP_FINISH), 0U);
+    EXPECT_EQ(content(), "x = 2\n");
+    EXPECT_EQ(permissionsOf(reg()), 0640U);
+}
+
+TEST_F(StreamsTest, OnlyAbandoningDropsWhatWasAppendedInPlace) {
+    for (const unsigned long op : {REG_OP_ADD, REG_OP_CHANGE, REG_OP_DELETE, REG_OP_FINISH, REG_OP_READ}) {
+        (void)write("reg", "x = 1\n");
+        VarValFile file{reg(), REG_FEATURE_ALLOW_DUPLICATES};
+        ASSERT_EQ(file.OpenReg(REG_OP_ADD), 0U);
+        EXPECT_GE(std::fputs("y = 2\n", file.regFp), 0);
+        EXPECT_EQ(file.CloseReg(op), 0U);
+        EXPECT_EQ(content(), op == REG_OP_READ ? "x = 1\n" : "x = 1\ny = 2\n") << op;
+    }
+}
+
+}  // namespace
