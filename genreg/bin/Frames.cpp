@@ -181,7 +181,8 @@ unsigned int GenRegBinFrames::packAndWrite(std::FILE* stream, RecordBuffer& reco
         return rc;
     }
     const auto pack = [&](void** block) { return engine_.packRecord(block, image); };
-    if (const unsigned int rc = record.handTo(pack, maxRecordSize())) {
+    // A block that the schema puts in place need hold no more than the image.
+    if (const unsigned int rc = record.handTo(pack, 0)) {
         return trace_.fail(540, REG_PACK_FAILED, rc);
     }
     return write(stream, record.get(), genreg::ANY_SIZE, writeFailed, inPlace);

@@ -17,9 +17,6 @@ unsigned int GenRegBin::ReadRecord(std::FILE* stream, void** buffer, unsigned lo
     if (stream == nullptr || buffer == nullptr || length == nullptr) {
         return trace.fail(5, REG_NULL_POINTER);
     }
-    if (getMaxRecordSize == nullptr) {
-        return trace.fail(7, REG_NO_GET_MAX_RECORD_SIZE);
-    }
     if (stream == regFp) {
         GenRegTransaction::handOverStream(*this);
     }
@@ -35,6 +32,9 @@ unsigned int GenRegBin::ReadRecord(std::FILE* stream, void** buffer, unsigned lo
     if (got < sizeof head || position < 0 || posix::statusOf(posix::descriptorOf(stream), &status) != 0 ||
         static_cast<unsigned long>(position) + *length > status.size) {
         return trace.fail(20, REG_FRAME_TRUNCATED);
+    }
+    if (getMaxRecordSize == nullptr) {
+        return trace.fail(25, REG_NO_GET_MAX_RECORD_SIZE);
     }
     unsigned long largest = 0;
     (void)getMaxRecordSize(&largest);

@@ -44,6 +44,7 @@ public:
     }
 
     unsigned int verify() noexcept override { return engine_.Verify(operation_, mask_, record_, key_); }
+    unsigned int release() noexcept override { return packed_.release(); }
 
 protected:
     ~BinUpdate() = default;
@@ -90,19 +91,12 @@ protected:
         if (!frames_.has(REG_FEATURE_PACKED)) {
             return frames_.write(stream, record_, genreg::ANY_SIZE, writeFailed, inPlace);
         }
-        RecordBuffer packed{TAG};
         const unsigned long size = frames_.maxRecordSize();
-        if (!packed.allocate(size)) {
+        if (!packed_.ensure(size)) {
             return trace_.fail(130, REG_NO_RECORD_BUFFER);
         }
-        std::memcpy(packed.get(), record_, size);
-        if (const unsigned int rc = frames_.packAndWrite(stream, packed, previous, writeFailed, inPlace)) {
-            return rc;
-        }
-        if (const unsigned int kept = packed.release()) {
-            return trace_.fail(135, REG_FREE_RECORD_FAILED, kept);
-        }
-        return 0;
+        std::memcpy(packed_.get(), record_, size);
+        return frames_.packAndWrite(stream, packed_, previous, writeFailed, inPlace);
     }
 
     GenRegBin& engine_;
@@ -113,6 +107,7 @@ protected:
     void* record_;
     void* key_;
     RecordBuffer& work_;
+    RecordBuffer packed_{TAG};  // the caller's record, as it was written last
 };
 
 class BinAdd final : public BinUpdate {
@@ -177,6 +172,22 @@ private:
             ++changed_;
         }
         return writeRecord(frames_.copy(), &frame, REG_COPY_WRITE_FAILED, false);
+    }
+
+    // What reached the file is what the file is held against: packing leaves out what the record does not promise.
+    unsigned int prepareVerify() noexcept override {
+        if (!frames_.has(REG_FEATURE_PACKED)) {
+            return 0;
+        }
+        unsigned long size = 0;
+        if (const unsigned int rc = frames_.payloadSize(packed_.get(), &size)) {
+            return rc;
+        }
+        return frames_.unpack({static_cast<const char*>(packed_.get()), size}, work_);
+    }
+    unsigned int verify() noexcept override {
+        void* const written = frames_.has(REG_FEATURE_PACKED) ? work_.get() : record_;
+        return engine_.Verify(operation_, mask_, written, key_);
     }
 
     unsigned long changed_ = 0;

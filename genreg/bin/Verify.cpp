@@ -62,8 +62,10 @@ private:
 
     // REG_UNPACK_FAILED, REG_NO_UNPACK_RECORD.
     [[nodiscard]] unsigned int unpack(const Side& side, RecordBuffer& record) noexcept {
-        const unsigned int rc = frames_.check(side.frame);
-        return rc != 0 ? rc : frames_.unpack(side.frame, record);
+        unsigned int rc = frames_.check(side.frame);
+        rc = rc != 0 ? rc : frames_.unpack(side.frame, record);
+        const bool unreadNew = rc == REG_READ_FAILED && &side == &new_;
+        return unreadNew ? trace_.fail(165, REG_VERIFY_READ_FAILED, rc) : rc;
     }
 
     // Whether the two frames hold equal records; both are unpacked when they do not for certain.
