@@ -33,13 +33,24 @@ void trimCommand(char* command) noexcept {
     }
 }
 
+// Whether ParseLine takes the line: a comment, or one with all the fields.
+bool surelyParses(const char* line, const char* end) noexcept {
+    constexpr int COLONS = 3;
+    const auto stops = [&](const char* at) { return at == end || *at == '#' || *at == '\0'; };
+    int colons = 0;
+    for (const char* at = line; !stops(at) && colons < COLONS; ++at) {
+        colons += *at == ':' ? 1 : 0;
+    }
+    return stops(line) || *line == ':' || colons == COLONS;
+}
+
 // Whether a line may hold the entry with this id, judged by what stands before its first ":".
 bool lineMayHold(unsigned long matchType, const char* line, unsigned long length, const void* key) noexcept {
     const auto& sought = *static_cast<const GenRegInitTabRecord*>(key);
     if ((matchType & INITTAB_MATCH_ID) == 0 || (sought.flags & INITTAB_HAS_ENTRY) == 0 || sought.id == nullptr) {
         return true;
     }
-    return genreg::beginsWithField(line, line + length, sought.id, ":#\n");
+    return genreg::beginsWithField(line, line + length, sought.id, ":#\n") || !surelyParses(line, line + length);
 }
 
 }  // namespace

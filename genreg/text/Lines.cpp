@@ -22,7 +22,9 @@ bool GenRegTextLines::mayMatch(unsigned long mask, const TextLine& line, const v
     if (line.tooLong()) {
         return false;
     }
-    if (engine_.lineMayMatch == nullptr) {
+    const bool spokenFor = engine_.lineMayMatch != nullptr && engine_.parseLine == engine_.judgedParse_ &&
+                           engine_.matchRecord == engine_.judgedMatch_;
+    if (!spokenFor || key == nullptr) {
         return true;
     }
     return isContinued(line) || engine_.lineMayMatch(mask, line.raw, line.length, key);

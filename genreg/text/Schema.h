@@ -101,6 +101,8 @@ public:
         engine.parseLine = Schema::ParseLine;
         engine.formatLine = Schema::FormatLine;
         engine.lineMayMatch = lineMayMatch;
+        engine.judgedParse_ = engine.parseLine;
+        engine.judgedMatch_ = engine.matchRecord;
         engine.getMaxRecordSize = Schema::GetMaxRecordSize;
         engine.getRecordSize = Schema::GetRecordSize;
         engine.features |= features;

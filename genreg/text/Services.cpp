@@ -107,6 +107,27 @@ void appendComment(LineText& text, const GenRegServicesRecord& record) noexcept 
     text.append(record.comment != nullptr ? record.comment : "");
 }
 
+// Whether ParseLine takes the line, of which the blanks in front are left out: it has a second field, and no room for
+// more aliases than there may be. Where quotes could matter, no.
+bool surelyParses(const char* at, const char* end) noexcept {
+    constexpr long LENGTH_OF_TOO_MANY = 2 * static_cast<long>(MOST_ALIASES);
+    const auto stops = [&] { return at == end || *at == '#' || *at == '\n' || *at == '\0'; };
+    const auto blank = [&] { return genreg::isBlank(*at) || *at == '\r'; };
+    if (stops()) {
+        return true;
+    }
+    const bool roomForTooMany = end - at > LENGTH_OF_TOO_MANY;
+    for (; !stops() && !blank(); ++at) {
+        if (*at == '"') {
+            return false;
+        }
+    }
+    while (!stops() && blank()) {
+        ++at;
+    }
+    return !stops() && !roomForTooMany;
+}
+
 // Whether a line may hold this service, judged by its first field alone. Comment lines are matched by their text,
 // whatever the mask asks for.
 bool lineMayHold(unsigned long mask, const char* line, unsigned long length, const void* key) noexcept {
@@ -116,7 +137,7 @@ bool lineMayHold(unsigned long mask, const char* line, unsigned long length, con
     }
     const char* const end = line + length;
     const char* const name = std::find_if(line, end, [](char c) { return !genreg::isBlank(c) && c != '\r'; });
-    return genreg::beginsWithField(name, end, sought.name, " \t\r\n#");
+    return genreg::beginsWithField(name, end, sought.name, " \t\r\n#") || !surelyParses(name, end);
 }
 
 }  // namespace

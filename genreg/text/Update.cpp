@@ -208,7 +208,9 @@ private:
         TextLine line = {};
         while (lines_.next(input, &line)) {
             goesOn = joined && line.endsInBackslash();
-            if (!duplicatesAllowed() && matches(line, record_)) {
+            // Parsed whether or not it matters: a line that is refused is logged.
+            const bool parsed = lines_.mayMatch(mask_, line, record_) && lines_.parse(work_, line);
+            if (parsed && !duplicatesAllowed() && lines_.match(mask_, work_, record_) == 1) {
                 trace_.errorText(125, "Match found; duplicate record");
                 return abandon(trace_.fail(120, REG_DUPLICATE), closeMode);
             }

@@ -59,6 +59,32 @@ Layout newLayout() noexcept {
     return {"", 0, " ", blanks, " ", blanks};
 }
 
+// Whether ParseLine takes the line, of which the blanks in front are left out. Where quotes could matter, no.
+bool surelyParses(const char* at, const char* end) noexcept {
+    const auto stops = [&] { return at == end || *at == '#' || *at == '\n' || *at == '\0'; };
+    if (stops()) {
+        return true;
+    }
+    for (; !stops() && *at != '='; ++at) {
+        if (*at == '"') {
+            return false;
+        }
+    }
+    if (stops()) {
+        return false;
+    }
+    do {
+        ++at;
+    } while (at < end && (isBlank(*at) || *at == '\r'));
+    if (stops() || *at != '"') {
+        return true;
+    }
+    do {
+        ++at;
+    } while (!stops() && *at != '"');
+    return !stops();
+}
+
 // Whether a line may hold this variable, judged by its first word alone. The words of a name may stand any blanks
 // apart, and quotes change what a blank means: where either could matter the answer is yes.
 bool lineMayHold(unsigned long mask, const char* line, unsigned long length, const void* key) noexcept {
@@ -71,13 +97,16 @@ bool lineMayHold(unsigned long mask, const char* line, unsigned long length, con
     while (at < end && (isBlank(*at) || *at == '\r')) {
         ++at;
     }
+    const char* const first = at;
     const char* want = variable;
-    for (; at < end && *want != '\0' && *want != ' '; ++at, ++want) {
-        if (*at != *want) {
-            return *at == '"';
-        }
+    while (at < end && *want != '\0' && *want != ' ' && *at == *want) {
+        ++at;
+        ++want;
     }
-    return *want != '\0' || at == end || std::strchr(" \t\r\n=\"", *at) != nullptr;
+    const bool wordHolds = *want == '\0' || *want == ' ';
+    const bool may =
+        at == end || *at == '"' || (wordHolds && (*want == ' ' || std::strchr(" \t\r\n=", *at) != nullptr));
+    return may || !surelyParses(first, end);
 }
 
 }  // namespace
@@ -172,14 +201,14 @@ unsigned int GenRegVarVal::FormatLine(void* record, char* line) noexcept {
 
 unsigned int GenRegVarVal::MatchRecord(unsigned long mask, void* record, void* key) noexcept {
     FunctionTrace trace{Function::VarValMatchRecord};
-    if (record == nullptr || key == nullptr) {
+    if (record == nullptr || (key == nullptr && (mask & (VARVAL_MATCH_VARIABLE | VARVAL_MATCH_VALUE)) != 0)) {
         return trace.exit(0);
     }
     const auto& stored = *static_cast<const GenRegVarValRecord*>(record);
-    const auto& sought = *static_cast<const GenRegVarValRecord*>(key);
+    const auto* const sought = static_cast<const GenRegVarValRecord*>(key);
     const bool matches = (stored.contains & VARVAL_HAS_PAIR) != 0 &&
-                         ((mask & VARVAL_MATCH_VARIABLE) == 0 || sameText(stored.variable, sought.variable)) &&
-                         ((mask & VARVAL_MATCH_VALUE) == 0 || sameText(stored.value, sought.value));
+                         ((mask & VARVAL_MATCH_VARIABLE) == 0 || sameText(stored.variable, sought->variable)) &&
+                         ((mask & VARVAL_MATCH_VALUE) == 0 || sameText(stored.value, sought->value));
     return trace.exit(matches ? 1 : 0);
 }
 

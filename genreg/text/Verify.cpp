@@ -53,14 +53,13 @@ public:
         if (const unsigned int rc = checkTail()) {
             return rc;
         }
-        if (count_ > 1 && !lines_.has(REG_FEATURE_ALLOW_DUPLICATES)) {
-            return trace_.fail(250, REG_VERIFY_SEVERAL_CHANGED);
-        }
         if (count_ == 0) {
             return trace_.fail(260, REG_VERIFY_NO_DIFFERENCE);
         }
         *closeMode = REG_OP_FINISH;
-        return 0;
+        // Kept: more changes than one are reported, and committed all the same.
+        const bool several = count_ > 1 && !lines_.has(REG_FEATURE_ALLOW_DUPLICATES);
+        return several ? trace_.fail(250, REG_VERIFY_SEVERAL_CHANGED) : 0;
     }
 
 private:

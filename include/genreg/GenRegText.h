@@ -12,8 +12,9 @@ using GenRegParseLine = unsigned int (*)(void* record, const char* line);
 // Writes the record's line into a buffer of REG_LINE_SIZE bytes, which on entry holds the line as it stands in the file
 // (empty for a new one). The engine adds a newline when it is missing.
 using GenRegFormatLine = unsigned int (*)(void* record, char* line);
-// An addition, null unless a schema fills it: false when no record of this physical line (its newline included, no
-// terminator) can match the key under the mask. It only saves parsing and must agree with MatchRecord.
+// An addition, null unless a schema fills it: false when the schema's ParseLine takes this physical line (its newline
+// included, no terminator) and its MatchRecord does not match it with the key, which is not null, under the mask. It
+// only saves parsing, and is asked only while both slots are the schema's own.
 using GenRegLineMayMatch = bool (*)(unsigned long mask, const char* line, unsigned long length, const void* key);
 
 class GENREG_EXPORT GenRegText : public GenRegFile {
@@ -55,6 +56,10 @@ protected:
     GenRegLineMayMatch lineMayMatch = nullptr;
 
 private:
+    // The slots that lineMayMatch speaks for.
+    GenRegParseLine judgedParse_ = nullptr;
+    GenRegMatchRecord judgedMatch_ = nullptr;
+
     friend class GenRegTextLines;   // the loops of the operations, in the library
     friend class GenRegTextSchema;  // the construction of its schemas
 };

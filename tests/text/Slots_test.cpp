@@ -1,0 +1,67 @@
+// Schemas of a client's own, made from one of the library's by putting other functions into its slots.
+#include "support/VarValFile.h"
+
+namespace {
+
+using SlotsTest = RegistryTest;
+
+int parsed = 0;
+
+unsigned int countingParse(void* record, const char* line) {
+    ++parsed;
+    return GenRegVarVal::ParseLine(record, line);
+}
+
+unsigned int anyCase(unsigned long /*mask*/, void* record, void* key) {
+    const auto* const a = static_cast<const GenRegVarValRecord*>(record)->variable;
+    const auto* const b = static_cast<const GenRegVarValRecord*>(key)->variable;
+    return a != nullptr && b != nullptr && ::strcasecmp(a, b) == 0 ? 1 : 0;
+}
+
+TEST_F(SlotsTest, AReplacedSlotIsAskedAboutEveryLine) {
+    (void)write("reg", "# c\nOther = 0\nPort = 1\n");
+    GenRegVarValRecord found;
+    VarValFile folded{reg()};
+    folded.matchRecord = anyCase;
+    EXPECT_EQ(folded.get("port", &found), 0U);
+    EXPECT_STREQ(found.value, "1");
+    VarValFile counted{reg()};
+    counted.parseLine = countingParse;
+    parsed = 0;
+    EXPECT_EQ(counted.get("Port", &found), 0U);
+    EXPECT_EQ(parsed, 4) << "each line, and once more the one that is handed out";
+}
+
+TEST_F(SlotsTest, ANullKeyMatchesNothingUnlessNothingIsCompared) {
+    (void)write("reg", "a = 1\n");
+    GenRegVarValRecord record = VarValFile::pair("a", "2");
+    VarValFile file{reg()};
+    EXPECT_EQ(file.Change(VARVAL_MATCH_VARIABLE, nullptr, &record), REG_NOT_FOUND);
+    EXPECT_EQ(content(), "a = 1\n");
+    EXPECT_EQ(file.Change(0, nullptr, &record), 0U);
+    EXPECT_EQ(content(), "a = 2\n");
+}
+
+TEST_F(SlotsTest, ALineThatIsRefusedIsLoggedWhereverItStands) {
+    const auto refusals = [&](const char* name, auto operation) {
+        const std::string log = path(name);
+        const char* const before = ::getenv("RVN_DIAG_LOG");
+        const std::string kept = before != nullptr ? before : "";
+        ::setenv("RVN_DIAG_LOG", log.c_str(), 1);
+        VarValFile file{reg()};
+        EXPECT_EQ(operation(file), 0U);
+        (void)(before != nullptr ? ::setenv("RVN_DIAG_LOG", kept.c_str(), 1) : ::unsetenv("RVN_DIAG_LOG"));
+        const std::string lines = read(log);
+        int count = 0;
+        for (std::size_t at = 0; (at = lines.find("code=0x90000215", at)) != std::string::npos; ++at) {
+            ++count;
+        }
+        return count;
+    };
+    (void)write("reg", "junk line\nb = \"open\nc # = 1\nd = \"x\" # y\n\n # =\na = 1\n");
+    GenRegVarValRecord found;
+    EXPECT_EQ(refusals("get", [&](VarValFile& file) { return file.get("a", &found); }), 3);
+    EXPECT_EQ(refusals("add", [](VarValFile& file) { return file.add("z", "1"); }), 3);
+}
+
+}  // namespace
