@@ -62,12 +62,14 @@ struct Difference {
     unsigned long type;
     unsigned long bit;  // 0: the type itself
 };
+constexpr unsigned long NO_DIFFERENCE = ~0UL;
 
 template <class Fields>
 bool matches(unsigned long mask, unsigned int recordType, Fields fields, const GlobalRegRecord& key,
              Difference* difference) noexcept {
-    *difference = {recordType, 0};
+    *difference = {recordType, NO_DIFFERENCE};
     if (key.recordType != 0 && key.recordType != recordType) {
+        difference->bit = 0;
         return false;
     }
     const RecordType* type = recordTypeOf(recordType);
@@ -101,10 +103,8 @@ unsigned int GlobalReg::MatchRecord(unsigned long mask, void* fileRecord, void* 
     FunctionTrace trace{Function::GlobalMatchRecord};
     const auto& record = *static_cast<const GlobalRegRecord*>(fileRecord);
     Difference difference;
-    if (matches(mask, record.recordType, RecordFields(record), *static_cast<const GlobalRegRecord*>(keyRecord),
-                &difference)) {
-        return trace.exit(1);
-    }
+    const bool matched = matches(mask, record.recordType, RecordFields(record),
+                                 *static_cast<const GlobalRegRecord*>(keyRecord), &difference);
     trace.input(10, sizeof difference, &difference);
-    return trace.exit(0);
+    return trace.exit(matched ? 1 : 0);
 }

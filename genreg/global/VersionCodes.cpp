@@ -72,6 +72,7 @@ unsigned int ossVersionCodeToString(unsigned long code, char* buffer, unsigned l
         return trace.fail(30, REG_VERSION_BUFFER_TOO_SMALL);
     }
     std::memcpy(buffer, text, length + 1);
+    buffer[size - 1] = '\0';  // kept: also in a buffer that is larger than the text
     return trace.exit(0);
 }
 

@@ -4,6 +4,7 @@
 
 #include "global/Records.h"
 #include "global/World.h"
+#include "posix/Scratch.h"
 
 namespace {
 
@@ -121,25 +122,32 @@ TEST_F(Notification, ThreadsShareTheDescriptor) {
     EXPECT_EQ(descriptorsOfLock(), 1);
 }
 
-// The process that is the monitor itself may change the registry: its own lock survives.
+// The process that is the monitor itself may change the registry: its own lock survives, with closed standard streams
+// too, whose numbers an open would take.
 TEST_F(Notification, TheMonitorKeepsItsOwnLock) {
-    const int file = ::open(LOCK, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-    struct flock lock = {};
-    lock.l_type = F_WRLCK;
-    ASSERT_EQ(::fcntl(file, F_SETLK, &lock), 0);
-    EXPECT_EQ(fmcNotify(), 0U);
-    EXPECT_EQ(GlobalReg::Notify(), 0U);
-    const pid_t child = ::fork();
-    if (child == 0) {
-        struct flock query = {};
-        query.l_type = F_WRLCK;
-        const int own = ::open(LOCK, O_RDWR);
-        ::_exit(::fcntl(own, F_GETLK, &query) == 0 && query.l_type == F_WRLCK ? 0 : 1);
+    for (const bool closed : {false, true}) {
+        EXPECT_EQ(inChild([closed] {
+                      const int file = ::fcntl(::open(LOCK, O_RDWR | O_CREAT, 0644), F_DUPFD, 50);
+                      struct flock lock = {};
+                      lock.l_type = F_WRLCK;
+                      const bool held = ::fcntl(file, F_SETLK, &lock) == 0;
+                      if (closed) {
+                          (void)::close(0);
+                      }
+                      const bool told = fmcNotify() == 0 && GlobalReg::Notify() == 0;
+                      return held && told && inChild([] {
+                                                 struct flock query = {};
+                                                 query.l_type = F_WRLCK;
+                                                 const int own = ::open(LOCK, O_RDWR);
+                                                 const bool asked = ::fcntl(own, F_GETLK, &query) == 0;
+                                                 return asked && query.l_type == F_WRLCK ? 0 : 1;
+                                             }) == 0
+                                 ? 0
+                                 : 1;
+                  }),
+                  0)
+            << closed;
     }
-    int status = -1;
-    ::waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
-    ::close(file);
 }
 
 // An unprivileged process can neither open root's lock file nor signal root's monitor.

@@ -2,6 +2,7 @@
 #include <genreg/VersionCodes.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 
 namespace {
@@ -52,11 +53,15 @@ TEST(VersionCodes, WhatIsNoVersionIsRefused) {
 }
 
 TEST(VersionCodes, TheBufferIsRespected) {
-    char text[9] = "########";
+    char text[9];
+    std::memset(text, '#', sizeof text);
     EXPECT_EQ(ossVersionCodeToString(0x0009000700000002, text, 7), 0x9000025eU);
-    EXPECT_STREQ(text, "########");
+    EXPECT_EQ(std::string(text, sizeof text), "#########");
     EXPECT_EQ(ossVersionCodeToString(0x0009000700000002, text, 8), 0U);
     EXPECT_STREQ(text, "9.7.0.2");
+    EXPECT_EQ(ossVersionCodeToString(1, text, 9), 0U);
+    EXPECT_STREQ(text, "0.0.0.1");
+    EXPECT_EQ(text[8], '\0') << "the last byte, however short the text";
     EXPECT_EQ(ossVersionCodeToString(1, nullptr, 8), 0x9000025cU);
 }
 
