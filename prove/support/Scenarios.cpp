@@ -164,6 +164,7 @@ void addLargeAndLinked(const Form& form, std::vector<Scenario>& list) {
         Scenario large = make(form, named, DEFERRED);
         large.name += ", large";
         large.before.rows = manyRows();
+        large.large = true;
         list.push_back(large);
     }
     Scenario linked = make(form, CHANGE, DEFERRED);
@@ -204,6 +205,7 @@ std::vector<Scenario> readings() {
                 if (large) {
                     scenario.name += ", large";
                     scenario.before.rows = manyRows();
+                    scenario.large = true;
                 }
                 scenario.operation = {REG_OP_READ, {"gamma", 3}, static_cast<long>(scenario.before.rows.size())};
                 scenario.quick = !large;

@@ -41,6 +41,7 @@ struct Scenario {
     bool staleCopies = false;       // a temporary copy and a set-aside one lie there
     bool missingDirectory = false;  // the registry's directory does not exist either
     bool linked = false;            // the registry's name is a symbolic link to its file
+    bool large = false;             // more records than any buffer holds
     bool quick = false;             // part of --quick
 
     [[nodiscard]] bool reads() const { return operation.kind == REG_OP_READ; }
