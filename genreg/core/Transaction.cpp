@@ -173,7 +173,7 @@ GenRegInput* GenRegTransaction::scanInput(GenRegFile& file) noexcept {
             (void)posix::statusOf(descriptor, &status);  // a stream that a client put there
         }
         file.scanInput_ = new (std::nothrow)
-            GenRegInput(descriptor, position < 0 ? 0 : static_cast<unsigned long>(position), status.size);
+            GenRegInput(descriptor, position < 0 ? file.regBody_ : static_cast<unsigned long>(position), status.size);
     }
     return file.scanInput_;
 }
