@@ -16,13 +16,19 @@ constexpr unsigned long MOST_TOLD = 20;
 }  // namespace
 
 Cases::Cases(std::string name, int argc, char** argv)
-    : name_(std::move(name)), argc_(argc), argv_(argv), out_(::fdopen(::dup(STDOUT_FILENO), "w")) {
+    : name_(std::move(name)),
+      argc_(argc),
+      argv_(argv),
+      out_(::fdopen(::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3), "w")) {
     const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (out_ == nullptr || nowhere == -1 || ::dup2(nowhere, STDOUT_FILENO) == -1) {
         std::perror("standard output");
         std::abort();
     }
     (void)::close(nowhere);
+    // A first print makes system calls that later ones do not; this is it, and not one in the middle of an operation.
+    (void)std::printf("\n");
+    (void)std::fflush(stdout);
     (void)std::setvbuf(out_, nullptr, _IOLBF, BUFSIZ);
 }
 
@@ -55,10 +61,16 @@ unsigned long Cases::seed() {
 
 bool Cases::check(bool good, const std::string& what) {
     ++cases_;
-    if (!good && ++failed_ <= MOST_TOLD) {
-        (void)std::fprintf(out_, "%s: FAILED: %s\n", name_.c_str(), what.c_str());
+    if (!good) {
+        fail(what);
     }
     return good;
+}
+
+void Cases::fail(const std::string& what) {
+    if (++failed_ <= MOST_TOLD) {
+        (void)std::fprintf(out_, "%s: FAILED: %s\n", name_.c_str(), what.c_str());
+    }
 }
 
 void Cases::add(unsigned long cases, unsigned long failed) noexcept {

@@ -24,12 +24,15 @@ public:
 
     // Counts a case; a bad one is told. Yields `good`.
     bool check(bool good, const std::string& what);
+    // Counts a failure of a case that is counted already, and tells it.
+    void fail(const std::string& what);
     // Counts cases that were judged elsewhere.
     void add(unsigned long cases, unsigned long failed) noexcept;
     // What could not be tried here, and why.
     void skip(const std::string& what, const std::string& reason);
     // A figure or a fact for the reader.
     void note(const std::string& text);
+    [[nodiscard]] unsigned long counted() const noexcept { return cases_; }
     [[nodiscard]] unsigned long failed() const noexcept { return failed_; }
 
     // Prints the last line; yields the exit code.

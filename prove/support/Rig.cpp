@@ -1,8 +1,6 @@
 #include "Rig.h"
 
-#include <fcntl.h>
 #include <genreg/Codes.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -12,8 +10,6 @@
 
 namespace prove {
 namespace {
-
-constexpr unsigned long MOST_FAILURES_PRINTED = 40;
 
 std::string makeScratch(const std::string& name) {
     const char* const given = std::getenv("TMPDIR");
@@ -26,58 +22,40 @@ std::string makeScratch(const std::string& name) {
     return pattern;
 }
 
-// The standard output, for whoever holds the stream; all others now write to nowhere.
-std::FILE* takeStandardOutput() {
-    (void)std::fflush(stdout);
-    std::FILE* const output = ::fdopen(::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3), "w");
-    const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
-    (void)::dup2(nowhere, STDOUT_FILENO);
-    (void)::close(nowhere);
-    // A first print makes system calls that later ones do not; this is it, and not one in the middle of an operation.
-    (void)std::printf("\n");
-    (void)std::fflush(stdout);
-    return output;
-}
-
 }  // namespace
 
-Rig::Rig(std::string name, int argc, char** argv) : name_(std::move(name)) {
+Rig::Rig(const std::string& name, int argc, char** argv) : cases_(name, argc, argv) {
     for (int i = 1; i < argc; ++i) {
         const std::string option = argv[i];
-        if (option == "--quick") {
-            quick_ = true;
-        } else if (option == "--verbose") {
+        if (option == "--verbose") {
             verbose_ = true;
         } else if (option == "--only" && i + 1 < argc) {
             only_ = argv[++i];
-        } else {
-            (void)std::fprintf(stderr, "usage: rig_%s [--quick] [--verbose] [--only TEXT]\n", name_.c_str());
+        } else if (option != "--quick") {
+            (void)std::fprintf(stderr, "usage: rig_%s [--quick] [--verbose] [--only TEXT]\n", name.c_str());
             std::exit(2);
         }
     }
-    scratch_ = makeScratch(name_);
-    output_ = takeStandardOutput();
+    scratch_ = makeScratch(name);
 }
 
 Rig::~Rig() {
     std::error_code ignored;
     std::filesystem::remove_all(scratch_, ignored);
-    (void)std::fclose(output_);
 }
 
 void Rig::begin(std::string name) {
     case_ = std::move(name);
     caseFailed_ = false;
-    ++cases_;
+    cases_.add(1, 0);
 }
 
 void Rig::fail(const std::string& what) {
     if (!caseFailed_) {
         caseFailed_ = true;
-        ++failed_;
-    }
-    if (verbose_ || failed_ <= MOST_FAILURES_PRINTED) {
-        (void)std::fprintf(stderr, "%s: %s\n", case_.c_str(), what.c_str());
+        cases_.fail(case_ + ": " + what);
+    } else {
+        tell(case_ + ": " + what);
     }
 }
 
@@ -88,21 +66,10 @@ bool Rig::check(bool holds, const std::string& what) {
     return holds;
 }
 
-void Rig::tell(const std::string& line) const {
+void Rig::tell(const std::string& line) {
     if (verbose_) {
-        (void)std::fprintf(output_, "%s\n", line.c_str());
+        cases_.note(line);
     }
-}
-
-void Rig::remark(const std::string& line) {
-    remarks_ += line + "\n";
-}
-
-int Rig::finish() {
-    (void)std::fprintf(output_, "%s", remarks_.c_str());
-    (void)std::fprintf(output_, "RIG %s %lu %lu\n", name_.c_str(), cases_, failed_);
-    (void)std::fflush(output_);
-    return failed_ == 0 && cases_ > 0 ? 0 : 1;
 }
 
 std::string codeText(unsigned int code) {
