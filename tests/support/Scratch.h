@@ -23,6 +23,7 @@ protected:
     }
     ~Scratch() override { std::filesystem::remove_all(folder_); }
 
+    [[nodiscard]] std::string folder() const { return folder_; }
     // Names are those of the folder; a full path is taken as it is.
     [[nodiscard]] std::string path(const std::string& name) const { return folder_ / name; }
     [[nodiscard]] bool exists(const std::string& name) const { return std::filesystem::exists(path(name)); }
