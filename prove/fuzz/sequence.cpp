@@ -7,8 +7,8 @@
 #include <cstring>
 #include <memory>
 
+#include "BinModel.h"
 #include "Fuzz.h"
-#include "tests/support/BinSchema.h"
 
 namespace {
 

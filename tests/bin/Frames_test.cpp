@@ -71,46 +71,33 @@ TEST_F(Frames, RefusedWritesLeaveTheFileAlone) {
 
 TEST_F(Frames, FailingStreamsAreTold) {
     BinItems items(file());
-    BinItem item = binItem("a", 1);
-    std::FILE* full = std::fopen("/dev/full", "w");
-    (void)std::setvbuf(full, nullptr, _IONBF, 0);
-    EXPECT_EQ(items.WriteRecord(full, &item), REG_FRAME_LENGTH_WRITE_FAILED);
-    (void)std::fclose(full);
-    full = std::fopen("/dev/full", "w");
+    std::string record(1000, 'r');
+    BinItems::knobs().recordSize = record.size();
     char fewBytes[256];  // they take the length, not the payload
-    (void)std::setvbuf(full, fewBytes, _IOFBF, sizeof fewBytes);
-    std::string large(1000, 'r');
-    BinItems::knobs().recordSize = large.size();
-    EXPECT_EQ(items.WriteRecord(full, large.data()), REG_FRAME_PAYLOAD_WRITE_FAILED);
-    (void)std::fclose(full);
-    std::FILE* unreadable = std::fopen("/dev/null", "w");
+    for (const auto& [buffer, code] : {std::pair{static_cast<char*>(nullptr), REG_FRAME_LENGTH_WRITE_FAILED},
+                                       {fewBytes, REG_FRAME_PAYLOAD_WRITE_FAILED}}) {
+        std::FILE* const full = std::fopen("/dev/full", "w");
+        (void)std::setvbuf(full, buffer, buffer == nullptr ? _IONBF : _IOFBF, sizeof fewBytes);
+        EXPECT_EQ(items.WriteRecord(full, record.data()), code);
+        (void)std::fclose(full);
+    }
+    std::FILE* const unreadable = std::fopen("/dev/null", "w");
     EXPECT_EQ(items.ReadRecord(unreadable, &buffer_, &length_), REG_FRAME_LENGTH_READ_FAILED);
     (void)std::fclose(unreadable);
 }
 
 TEST_F(Frames, WhatRunsPastTheEndIsTruncatedAndTheLengthIsToldAllTheSame) {
-    for (const unsigned long order : {0UL, BIG_ENDIAN_LENGTHS}) {
-        BinItems items(file(), order);
-        const std::string whole = binFrame("payload", order != 0);
-        for (std::size_t cut = 0; cut < whole.size(); ++cut) {
-            SCOPED_TRACE(cut);
-            holds(whole.substr(0, cut));
-            EXPECT_EQ(readFrom(items), cut == 0 ? REG_NO_MORE_RECORDS : REG_FRAME_TRUNCATED);
-            if (cut == 0 || cut >= 4) {
-                EXPECT_EQ(length_, cut == 0 ? 0U : 7U);
-            }
-        }
-        holds(
-            "\xff\xff\xff\xff"
-            "abc");
-        EXPECT_EQ(readFrom(items), REG_FRAME_TRUNCATED);
-        EXPECT_EQ(length_, 0xffffffffUL);
-    }
-    // Missing bytes of the length count as zero.
+    const std::string whole = binFrame("payload");
     BinItems items(file());
-    holds("\3\1");
+    for (std::size_t cut = 0; cut < whole.size(); ++cut) {
+        SCOPED_TRACE(cut);
+        holds(whole.substr(0, cut));
+        EXPECT_EQ(readFrom(items), cut == 0 ? REG_NO_MORE_RECORDS : REG_FRAME_TRUNCATED);
+        EXPECT_EQ(length_, cut == 0 ? 0U : 7U);  // missing bytes of the length count as zero
+    }
+    holds(std::string("\xff\xff\xff\xff") + "abc");
     EXPECT_EQ(readFrom(items), REG_FRAME_TRUNCATED);
-    EXPECT_EQ(length_, 259U);
+    EXPECT_EQ(length_, 0xffffffffUL);
 }
 
 TEST_F(Frames, OnlyALargerFrameReplacesTheCallersBuffer) {
@@ -129,7 +116,7 @@ TEST_F(Frames, OnlyALargerFrameReplacesTheCallersBuffer) {
 }
 
 TEST_F(Frames, ReadRecordAndGetNextShareTheScansPosition) {
-    contents(binFile({binItem("a", 1), binItem("b", 2), binItem("c", 3)}));
+    contents(binFile({a_, b_, c_}));
     BinItems items(file(), PACKED);
     ASSERT_EQ(items.OpenScan(), 0U);
     BinItem key = {};
@@ -137,9 +124,9 @@ TEST_F(Frames, ReadRecordAndGetNextShareTheScansPosition) {
     ASSERT_EQ(items.GetNext(0, &key, &result), 0U);
     long long behindFirst = 0;
     ASSERT_EQ(items.getRegFilePosition(&behindFirst), 0U);
-    EXPECT_EQ(behindFirst, static_cast<long long>(binFile({binItem("a", 1)}).size()));
+    EXPECT_EQ(behindFirst, static_cast<long long>(binFile({a_}).size()));
     ASSERT_EQ(items.ReadRecord(items.regFp, &buffer_, &length_), 0U);
-    EXPECT_EQ(payload(), binImage(binItem("b", 2)));
+    EXPECT_EQ(payload(), binImage(b_));
     ASSERT_EQ(items.GetNext(0, &key, &result), 0U);
     EXPECT_STREQ(result.name, "c");
     EXPECT_EQ(items.CloseScan(), 0U);
@@ -150,10 +137,6 @@ TEST(ByteOrder, BigEndianBytes) {
     unsigned int value = 5;
     EXPECT_EQ(toBigEndianUint32(bytes, 0x80ff0103U), 0U);
     EXPECT_EQ(std::memcmp(bytes, "\x80\xff\x01\x03", 4), 0);
-    EXPECT_EQ(fromBigEndianUint32(nullptr, &value), REG_NULL_POINTER);
-    EXPECT_EQ(fromBigEndianUint32(bytes, nullptr), REG_NULL_POINTER);
-    EXPECT_EQ(toBigEndianUint32(nullptr, 1), REG_NULL_POINTER);
-    EXPECT_EQ(value, 5U);
     EXPECT_EQ(fromBigEndianUint32(bytes, &value), 0U);
     EXPECT_EQ(value, 0x80ff0103U);
 }

@@ -51,7 +51,7 @@ TEST_F(StreamsTest, TheCommitKeepsTheBitsThatTheRegistryHasByThen) {
     (void)write("reg", "x = 1\n");
     (void)write("reg.tmp", "x = 2\n");
     ASSERT_EQ(::chmod(reg().c_str(), 0640), 0);
-    ASSERT_EQ(::chmod(tmp().c_str(), 0600), 0);
+    ASSERT_EQ(::chmod(path("reg.tmp").c_str(), 0600), 0);
     VarValFile file{reg(), REG_FEATURE_DEFERRED_COMMIT};
     ASSERT_EQ(file.OpenReg(REG_OP_FINISH), 0U);
     ASSERT_EQ(file.CloseReg(REG_OP_FINISH), 0U);

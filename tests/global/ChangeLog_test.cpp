@@ -4,44 +4,41 @@
 #include <ctime>
 
 #include "global/Records.h"
-#include "global/World.h"
 
 namespace {
 
 constexpr char LOG[] = "/tmp/globalreg.debug";
 
-class ChangeLog : public PrivateWorldTest {
+class LogFile : public GlobalRegistry {
 protected:
-    void SetUp() override {
-        PrivateWorldTest::SetUp();
-        if (!IsSkipped()) {
-            createFile(LOG);
-        }
-    }
+    void SetUp() override { write(LOG, ""); }
+
     // What follows "REC=" in the line of this change.
-    static std::string logged(unsigned long action, GlobalRegRecord first, GlobalRegRecord* second = nullptr) {
-        createFile(LOG);
+    [[nodiscard]] std::string logged(unsigned long action, GlobalRegRecord first,
+                                     GlobalRegRecord* second = nullptr) const {
+        write(LOG, "");
         GlobalReg registry;
         EXPECT_EQ(GlobalReg::Log(&registry, action, &first, second), 0U);
-        const std::string line = contentsOf(LOG);
-        const std::size_t at = line.find(";REC=");
-        EXPECT_EQ(line.back(), '\n');
-        return at == std::string::npos ? line : line.substr(at + 5, line.size() - at - 6);
+        const auto lines = Scratch::lines(LOG);
+        EXPECT_EQ(lines.size(), 1U);
+        return lines.at(0).substr(lines.at(0).find(";REC=") + 5);
     }
-    static std::string commandLine(int count, std::vector<std::string> arguments) {
+    [[nodiscard]] std::string commandLine(int count, std::vector<std::string> arguments) const {
         std::vector<char*> pointers;
         for (std::string& argument : arguments) {
             pointers.push_back(argument.data());
         }
-        createFile(LOG);
+        write(LOG, "");
         GlobalReg registry;
         registry.SetCommandLine(count, pointers.data());
         EXPECT_EQ(GlobalReg::Log(&registry, 4, nullptr, nullptr), 0U);
-        const std::string line = contentsOf(LOG);
+        const std::string line = read(LOG);
         const std::size_t from = line.find(";CL=") + 4;
         return line.substr(from, line.find(";REC=") - from);
     }
 };
+
+using ChangeLog = InPrivateWorld<LogFile>;
 
 TEST_F(ChangeLog, TheLineHasThisForm) {
     GlobalRegRecord record = recordOf(GLOBALREG_INSTANCE, INSTANCE_SERVICE | INSTANCE_VERSION_CODE);
@@ -56,17 +53,18 @@ TEST_F(ChangeLog, TheLineHasThisForm) {
     const auto line = [&](const std::string& time, const std::string& caller, const std::string& action) {
         return "TS=\"" + time + "\";CALLER=" + caller + ";PID=" + std::to_string(::getpid()) +
                ";U=" + std::to_string(::getuid()) + ";BL=" + level.buildLevel +
-               ";FP=" + std::to_string(level.fixpackNumber) + ";PATH=" + path() + ";ACT=" + action +
-               ";CL=N/A;REC=I,service,9.7.0.2,,,,,,,,\n";
+               ";FP=" + std::to_string(level.fixpackNumber) + ";PATH=" + GlobalRegistry::registry() + ";ACT=" + action +
+               ";CL=N/A;REC=I,service,9.7.0.2,,,,,,,,";
     };
-    const std::string log = contentsOf(LOG);
-    const std::string first = log.substr(4, 24);
-    const std::string second = log.substr(log.find('\n') + 5, 24);
-    EXPECT_EQ(log, line(first, "UNKNOWN", "Add") + line(second, "ossSetInstanceInfo", "Unknown"));
-    std::tm time = {};
-    ASSERT_NE(::strptime(first.c_str(), "%a %b %e %H:%M:%S %Y", &time), nullptr) << first;
-    time.tm_isdst = -1;
-    EXPECT_NEAR(static_cast<double>(std::mktime(&time)), static_cast<double>(std::time(nullptr)), 60);
+    const auto log = lines(LOG);
+    ASSERT_EQ(log.size(), 2U);
+    const std::string time = log[0].substr(4, 24);
+    EXPECT_EQ(log[0], line(time, "UNKNOWN", "Add"));
+    EXPECT_EQ(log[1], line(log[1].substr(4, 24), "ossSetInstanceInfo", "Unknown"));
+    std::tm parts = {};
+    ASSERT_NE(::strptime(time.c_str(), "%a %b %e %H:%M:%S %Y", &parts), nullptr) << time;
+    parts.tm_isdst = -1;
+    EXPECT_NEAR(static_cast<double>(std::mktime(&parts)), static_cast<double>(std::time(nullptr)), 60);
 }
 
 TEST_F(ChangeLog, EveryTypeHasItsForm) {
@@ -94,7 +92,6 @@ TEST_F(ChangeLog, EveryTypeHasItsForm) {
 TEST_F(ChangeLog, TheCommandLineEndsAtWhatDoesNotFit) {
     EXPECT_EQ(commandLine(0, {"x"}), "N/A");
     EXPECT_EQ(commandLine(-1, {}), "N/A");
-    EXPECT_EQ(commandLine(1, {"genreg"}), "\"genreg\"");
     EXPECT_EQ(commandLine(3, {"a", "", "b c"}), "\"a  b c\"");
     const std::string fits(1019, 'x');
     EXPECT_EQ(commandLine(1, {fits}), '"' + fits + '"');
@@ -105,19 +102,20 @@ TEST_F(ChangeLog, TheCommandLineEndsAtWhatDoesNotFit) {
 TEST_F(ChangeLog, OnlyAPlainFileThatIsThereIsWritten) {
     GlobalReg registry;
     GlobalRegRecord record = recordOf(GLOBALREG_SERVICE, 1);
-    std::filesystem::remove(LOG);
-    EXPECT_EQ(GlobalReg::Log(&registry, REG_OP_ADD, &record, nullptr), 0U);
-    EXPECT_FALSE(std::filesystem::exists(LOG)) << "never created";
+    const auto log = [&] { return GlobalReg::Log(&registry, REG_OP_ADD, &record, nullptr); };
+    remove(LOG);
+    EXPECT_EQ(log(), 0U);
+    EXPECT_FALSE(exists(LOG)) << "never created";
 
-    createFile("/tmp/target");
-    std::filesystem::create_symlink("/tmp/target", LOG);
-    EXPECT_EQ(GlobalReg::Log(&registry, REG_OP_ADD, &record, nullptr), 0U);
-    EXPECT_EQ(contentsOf("/tmp/target"), "");
+    write("/tmp/target", "");
+    link("/tmp/target", LOG);
+    EXPECT_EQ(log(), 0U);
+    EXPECT_EQ(read("/tmp/target"), "");
 
     for (const char* kind : {"fifo", "directory"}) {
-        std::filesystem::remove(LOG);
+        remove(LOG);
         ASSERT_EQ(*kind == 'f' ? ::mkfifo(LOG, 0666) : ::mkdir(LOG, 0777), 0);
-        EXPECT_EQ(GlobalReg::Log(&registry, REG_OP_ADD, &record, nullptr), 0U) << kind;
+        EXPECT_EQ(log(), 0U) << kind;
     }
 }
 

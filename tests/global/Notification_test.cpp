@@ -1,10 +1,10 @@
 // The signal to the monitor.
+#include <fcntl.h>
+
 #include <csignal>
 #include <thread>
 
 #include "global/Records.h"
-#include "global/World.h"
-#include "posix/Scratch.h"
 
 namespace {
 
@@ -20,6 +20,14 @@ int descriptorsOfLock() {
     return count;
 }
 
+// Locks the file as a monitor does; its descriptor, or -1.
+int holdLock() {
+    const int file = ::open(LOCK, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    return ::fcntl(file, F_SETLK, &lock) == 0 ? file : -1;
+}
+
 // A process that holds the monitor's lock and ends with the signal's number.
 class Monitor {
 public:
@@ -28,7 +36,7 @@ public:
         EXPECT_EQ(::pipe(ready), 0);
         child_ = ::fork();
         if (child_ == 0) {
-            hold(ready[1]);
+            waitForSignal(ready[1]);
         }
         char byte = 0;
         EXPECT_EQ(::read(ready[0], &byte, 1), 1);
@@ -37,31 +45,23 @@ public:
     }
     ~Monitor() {
         if (child_ > 0) {
-            ::kill(child_, SIGKILL);
-            ::waitpid(child_, nullptr, 0);
+            (void)signalReceived();
         }
     }
-    // The signal that it ended with, 0 when it got none within the time.
+    // The hangup, or 0 when it got none so far.
     int signalReceived() {
         ::kill(child_, SIGTERM);
-        int status = 0;
-        ::waitpid(child_, &status, 0);
-        child_ = -1;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        return waitFor(std::exchange(child_, -1));
     }
 
 private:
-    [[noreturn]] static void hold(int ready) {
+    [[noreturn]] static void waitForSignal(int ready) {
         sigset_t signals;
         sigemptyset(&signals);
         sigaddset(&signals, SIGHUP);
         sigaddset(&signals, SIGTERM);
         sigprocmask(SIG_BLOCK, &signals, nullptr);
-        const int file = ::open(LOCK, O_RDWR | O_CREAT, 0644);
-        struct flock lock = {};
-        lock.l_type = F_WRLCK;
-        const bool held = ::fcntl(file, F_SETLK, &lock) == 0;
-        if (!held || ::write(ready, "", 1) != 1) {
+        if (holdLock() == -1 || ::write(ready, "", 1) != 1) {
             ::_exit(99);
         }
         int signal = 0;
@@ -71,22 +71,22 @@ private:
     pid_t child_ = -1;
 };
 
-using Notification = PrivateWorldTest;
+using Notification = InPrivateWorld<GlobalRegistry>;
 
 TEST_F(Notification, WithoutAMonitorThereIsNothingToDo) {
     EXPECT_EQ(GlobalReg::Notify(), 0U);
     EXPECT_EQ(fmcNotify(), 0U);
-    EXPECT_FALSE(std::filesystem::exists(LOCK)) << "never created";
+    EXPECT_FALSE(exists(LOCK)) << "never created";
     ASSERT_EQ(::mkdir(LOCK, 0755), 0);
     EXPECT_EQ(fmcNotify(), 0U);
-    std::filesystem::remove(LOCK);
-    std::ofstream(LOCK) << "a note";
+    remove(LOCK);
+    write(LOCK, "a note");
     EXPECT_EQ(GlobalReg::Notify(), 0U) << "there, but nobody holds it";
-    EXPECT_EQ(contentsOf(LOCK), "a note");
+    EXPECT_EQ(read(LOCK), "a note");
 }
 
 TEST_F(Notification, OneDescriptorServesAllChanges) {
-    createFile(LOCK);
+    write(LOCK, "");
     {
         Monitor monitor;
         for (int round = 0; round < 50; ++round) {
@@ -96,7 +96,7 @@ TEST_F(Notification, OneDescriptorServesAllChanges) {
         EXPECT_EQ(monitor.signalReceived(), SIGHUP);
     }
     // A monitor that was installed anew has a new file, which the old descriptor says nothing of.
-    std::filesystem::remove(LOCK);
+    remove(LOCK);
     Monitor monitor;
     OSSServiceInfo_t info = {};
     info.versionCode = VERSION_9_7_0_2;
@@ -107,7 +107,7 @@ TEST_F(Notification, OneDescriptorServesAllChanges) {
 }
 
 TEST_F(Notification, ThreadsShareTheDescriptor) {
-    createFile(LOCK);
+    write(LOCK, "");
     std::vector<std::thread> threads;
     for (int index = 0; index < 4; ++index) {
         threads.emplace_back([] {
@@ -127,23 +127,12 @@ TEST_F(Notification, ThreadsShareTheDescriptor) {
 TEST_F(Notification, TheMonitorKeepsItsOwnLock) {
     for (const bool closed : {false, true}) {
         EXPECT_EQ(inChild([closed] {
-                      const int file = ::fcntl(::open(LOCK, O_RDWR | O_CREAT, 0644), F_DUPFD, 50);
-                      struct flock lock = {};
-                      lock.l_type = F_WRLCK;
-                      const bool held = ::fcntl(file, F_SETLK, &lock) == 0;
+                      const int file = holdLock();
                       if (closed) {
-                          (void)::close(0);
+                          (void)::close(STDIN_FILENO);
                       }
-                      const bool told = fmcNotify() == 0 && GlobalReg::Notify() == 0;
-                      return held && told && inChild([] {
-                                                 struct flock query = {};
-                                                 query.l_type = F_WRLCK;
-                                                 const int own = ::open(LOCK, O_RDWR);
-                                                 const bool asked = ::fcntl(own, F_GETLK, &query) == 0;
-                                                 return asked && query.l_type == F_WRLCK ? 0 : 1;
-                                             }) == 0
-                                 ? 0
-                                 : 1;
+                      const bool told = file != -1 && fmcNotify() == 0 && GlobalReg::Notify() == 0;
+                      return told && inChild([] { return holdLock() == -1 ? 0 : 1; }) == 0 ? 0 : 1;
                   }),
                   0)
             << closed;
@@ -154,13 +143,7 @@ TEST_F(Notification, TheMonitorKeepsItsOwnLock) {
 TEST_F(Notification, FailuresHaveTheirCodes) {
     Monitor monitor;
     const auto asNobody = [](unsigned int (*notify)(), unsigned int expected) {
-        const pid_t child = ::fork();
-        if (child == 0) {
-            ::_exit(::setuid(65534) == 0 && notify() == expected ? 0 : 1);
-        }
-        int status = -1;
-        ::waitpid(child, &status, 0);
-        return status;
+        return inChild([&] { return ::setuid(65534) == 0 && notify() == expected ? 0 : 1; });
     };
     EXPECT_EQ(asNobody(GlobalReg::Notify, 0x900003f3), 0);
     EXPECT_EQ(asNobody(fmcNotify, 0x9000010d), 0) << "the platform's code of the open that was refused";

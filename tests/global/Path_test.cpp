@@ -1,10 +1,8 @@
 // Where the registry lies, and what an object makes of it.
 #include <install/Install.h>
-#include <osse/Errors.h>
 #include <pwd.h>
 
 #include "global/Records.h"
-#include "global/World.h"
 
 namespace {
 
@@ -42,11 +40,6 @@ TEST(Path, TheLengthTellsWhatIsNeeded) {
     EXPECT_EQ(tooSmall.path, "####") << "nothing is copied";
     EXPECT_EQ(ask(true, 20).path, DEFAULT_PATH);
     EXPECT_EQ(ask(true, 20).length, 20);
-
-    unsigned short length = 30;
-    EXPECT_EQ(GetGlobalRegPathname(nullptr, &length), 0x90000259U);
-    EXPECT_EQ(length, 30);
-
     const Variable huge("RVN_GLOBAL_REG_PATHNAME", std::string(65600, 'x').c_str());
     EXPECT_EQ(ask(false, 65535).code, 0x90000258U) << "a length beyond what the argument can tell";
     EXPECT_EQ(ask(false, 65535).length, 65535);
@@ -54,16 +47,12 @@ TEST(Path, TheLengthTellsWhatIsNeeded) {
 
 TEST(Path, WithoutAToolTheDefaultCounts) {
     const Variable path("RVN_GLOBAL_REG_PATHNAME", nullptr);
-    char buffer[64];
     for (const char* value : {static_cast<const char*>(nullptr), ""}) {
         const Variable instance("RVNINSTANCE", value);
-        unsigned short length = sizeof buffer;
-        EXPECT_EQ(GetGlobalRegPathname(buffer, &length), 0U);
-        EXPECT_STREQ(buffer, DEFAULT_PATH);
+        EXPECT_EQ(ask(false).path, DEFAULT_PATH);
     }
     const Variable instance("RVNINSTANCE", "nobody-of-this-name");
-    const Answer failed = ask(false);
-    EXPECT_NE(failed.code, 0U) << "the platform's own code for a user that does not exist";
+    EXPECT_NE(ask(false).code, 0U) << "the platform's own code for a user that does not exist";
     EXPECT_EQ(ask(true).path, DEFAULT_PATH);
 }
 
@@ -78,47 +67,32 @@ const passwd* userUnder(const std::string& place) {
 }
 
 // The tool of an instance vouches for its directory only when it runs as root.
-using PathOfAnInstance = PrivateWorldTest;
+using PathOfAnInstance = InPrivateWorld<Scratch>;
 TEST_F(PathOfAnInstance, AToolOfRootLeadsToIt) {
     const passwd* user = userUnder("/var/");
     if (user == nullptr) {
         GTEST_SKIP() << "nobody has a home in /var";
     }
     const std::string home = user->pw_dir;
-    const Variable path("RVN_GLOBAL_REG_PATHNAME", nullptr);
     const Variable instance("RVNINSTANCE", user->pw_name);
     std::filesystem::create_directories(home + "/rvnhome/adm");
-    const std::string tool = home + "/rvnhome/adm/rvntool";
-    createFile(tool);
+    const std::string tool = write(home + "/rvnhome/adm/rvntool", "");
     EXPECT_EQ(ask(false).path, DEFAULT_PATH);
     ASSERT_EQ(::chmod(tool.c_str(), 04755), 0);
     EXPECT_EQ(ask(false).path, home + "/rvnhome/global.reg");
     EXPECT_EQ(ask(true).path, DEFAULT_PATH);
 }
 
-std::string lockPathOf(GlobalReg& registry) {
-    char path[1024];
-    return registry.getRegistryLockPath(path, sizeof path) == 0 ? path : "?";
-}
-
-TEST(GlobalRegObject, CompanionsLieBesideTheRegistry) {
-    {
-        const Variable path("RVN_GLOBAL_REG_PATHNAME", "/some/where/global.reg");
-        GlobalReg registry;
-        EXPECT_EQ(lockPathOf(registry), "/some/where/.global.reg.lock");
-    }
-    const Variable path("RVN_GLOBAL_REG_PATHNAME", "global.reg");
-    Slots registry;
-    EXPECT_EQ(lockPathOf(registry), ".global.reg.lock");
-    EXPECT_EQ(registry.features, 0x65U);
-    EXPECT_TRUE((registry.state & REG_STATE_CONFIGURED) != 0);
-    EXPECT_EQ(registry.GetChangeLoggingFuncID(), 0U);
-    EXPECT_EQ(registry.CheckFuncPtrs(), 0U);
-}
-
 TEST(GlobalRegObject, WithoutAUsablePathThereIsNoFile) {
+    const auto lockPathOf = [](GlobalReg& registry) {
+        char path[1024];
+        return std::string(registry.getRegistryLockPath(path, sizeof path) == 0 ? path : "?");
+    };
     const Variable path("RVN_GLOBAL_REG_PATHNAME", "/some/where/global.reg");
     Slots registry;
+    EXPECT_EQ(lockPathOf(registry), "/some/where/.global.reg.lock");
+    EXPECT_EQ(registry.features, 0x65U);
+    EXPECT_EQ(registry.CheckFuncPtrs(), 0U);
     for (const std::string& bad : {std::string(), std::string(1018, 'x'), std::string(1100, 'x')}) {
         ::setenv("RVN_GLOBAL_REG_PATHNAME", bad.c_str(), 1);
         registry.init(false);

@@ -1,43 +1,13 @@
-// Records and packed images for the tests of the global registry.
+// Records of the global registry, and what its packing makes of them.
 #pragma once
 
 #include <genreg/genreg.h>
-#include <gtest/gtest.h>
 #include <osse/Memory.h>
 
-#include <algorithm>
 #include <cstring>
 #include <memory>
-#include <string>
 
-constexpr unsigned long VERSION_9_7_0_2 = 0x0009000700000002;
-
-// A packed image, written by hand.
-class Image {
-public:
-    Image(unsigned int type, unsigned long mask, unsigned long missing) {
-        number(type, 4).number(mask, 8).number(missing, 8);
-    }
-    Image& number(unsigned long value, unsigned long size) {
-        for (unsigned long index = 0; index < size; ++index) {
-            bytes_.push_back(static_cast<char>(value >> (8 * index)));
-        }
-        return *this;
-    }
-    Image& item(const std::string& contents) {
-        number(contents.size(), 2);
-        bytes_ += contents;
-        return *this;
-    }
-    Image& text(const std::string& contents) { return item(contents + '\0'); }
-    [[nodiscard]] std::string end(unsigned int checksum = 0) {
-        number(checksum, 4);
-        return bytes_;
-    }
-
-private:
-    std::string bytes_;
-};
+#include "support/GlobalRegistry.h"
 
 template <std::size_t size>
 void put(char (&member)[size], const std::string& text) {

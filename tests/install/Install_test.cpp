@@ -2,20 +2,15 @@
 #include <install/Install.h>
 #include <osse/Errors.h>
 
-#include <cstdlib>
 #include <cstring>
 
-#include "../posix/Scratch.h"
+#include "support/Scratch.h"
 
 namespace {
 
 class InstallTest : public Scratch {
 protected:
-    InstallTest() {
-        std::filesystem::create_directory(path("adm"));
-        ::setenv("RVN_INSTALL_PATH_OVERRIDE", path("").c_str(), 1);
-    }
-    ~InstallTest() override { ::unsetenv("RVN_INSTALL_PATH_OVERRIDE"); }
+    InstallTest() { std::filesystem::create_directory(path("adm")); }
 
     [[nodiscard]] static SqleLevelInfo level() {
         SqleLevelInfo info;
@@ -23,15 +18,18 @@ protected:
         EXPECT_EQ(sqleGetLevelInfo(SQLE_LEVEL_INFO_VERSION, &info), 0u);
         return info;
     }
+
+private:
+    const Variable override_{"RVN_INSTALL_PATH_OVERRIDE", path("").c_str()};
 };
 
 TEST_F(InstallTest, EachLineOfTheLevelFileWinsByItself) {
     const SqleLevelInfo compiledIn = level();
-    (void)write("adm/level", "# level\nfixpack=7\nversion=10.1.0.0\nunknown=1");
+    write("adm/level", "# level\nfixpack=7\nversion=10.1.0.0\nunknown=1");
     EXPECT_STREQ(level().versionString, "10.1.0.0");
     EXPECT_STREQ(level().buildLevel, compiledIn.buildLevel);
     EXPECT_EQ(level().fixpackNumber, 7u);
-    (void)write("adm/level", "build=s20");
+    write("adm/level", "build=s20");
     EXPECT_STREQ(level().buildLevel, "s20");
     EXPECT_STREQ(level().versionString, compiledIn.versionString);
 }
@@ -41,13 +39,13 @@ TEST_F(InstallTest, LinesThatAreNotUnderstoodChangeNothing) {
     for (const std::string& text :
          {std::string("fixpack=-1\nfixpack=3x\nfixpack=\nfixpack=99999999999999999999999\n fixpack=4\n"),
           "version=\nversion=" + std::string(24, '9') + "\nbuild=a\x01z\nbuild\n=\n", std::string(5000, '=')}) {
-        (void)write("adm/level", text);
+        write("adm/level", text);
         const SqleLevelInfo found = level();
         EXPECT_STREQ(found.versionString, compiledIn.versionString) << text;
         EXPECT_STREQ(found.buildLevel, compiledIn.buildLevel) << text;
         EXPECT_EQ(found.fixpackNumber, compiledIn.fixpackNumber) << text;
     }
-    (void)write("adm/level", "version=" + std::string(23, '9'));
+    write("adm/level", "version=" + std::string(23, '9'));
     EXPECT_EQ(std::strlen(level().versionString), 23u);
 }
 

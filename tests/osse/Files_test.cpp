@@ -7,7 +7,7 @@
 
 #include <climits>
 
-#include "../posix/Scratch.h"
+#include "support/Scratch.h"
 
 namespace {
 

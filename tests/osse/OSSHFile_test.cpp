@@ -8,9 +8,8 @@
 #include <chrono>
 #include <mutex>
 #include <thread>
-#include <vector>
 
-#include "../posix/Scratch.h"
+#include "support/Scratch.h"
 
 namespace {
 
@@ -215,7 +214,7 @@ TEST_F(HandleTest, AccessDecidesWhatIsCreatedAndWhereWritesGo) {
     ASSERT_EQ(file.close(), 0u);
     ASSERT_EQ(openFor(file, file_, OSS_ACCESS_CREATE), 0u);
     EXPECT_EQ(::pwrite(file.getFileHandle(), "+", 1, 0), 1);
-    EXPECT_EQ(read(file_), "contents+");
+    EXPECT_EQ(read("file"), "contents+");
     EXPECT_EQ(file.close(), 0u);
     ::umask(umaskBefore);
 }

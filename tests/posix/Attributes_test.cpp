@@ -3,11 +3,8 @@
 #include <grp.h>
 #include <sys/xattr.h>
 
-#include <cerrno>
-#include <vector>
-
-#include "../../platform/posix/Posix.h"
-#include "Scratch.h"
+#include "platform/posix/Posix.h"
+#include "support/Scratch.h"
 
 namespace {
 
@@ -41,14 +38,12 @@ Bytes aclWithNamedUser() {
 
 class AttributesTest : public Scratch {
 protected:
-    AttributesTest() { reopen(); }
+    AttributesTest() : from_(::open(path("from").c_str(), O_RDWR | O_CREAT, 0644)) {
+        EXPECT_EQ(posix::createFresh(path("to").c_str(), false, &to_), 0u);
+    }
     ~AttributesTest() override {
         ::close(from_);
         ::close(to_);
-    }
-    void reopen() {
-        from_ = ::open(path("from").c_str(), O_RDWR | O_CREAT, 0644);
-        EXPECT_EQ(posix::createFresh(path("to").c_str(), false, &to_), 0u);
     }
     [[nodiscard]] static struct stat of(int descriptor) {
         struct stat status {};

@@ -1,13 +1,12 @@
 // Who holds a lock, and the signal to the holder.
-#include <fcntl.h>
 #include <osse/Errors.h>
 #include <osse/OSSHFile.h>
 #include <signal.h>
 
 #include <cerrno>
 
-#include "../../platform/posix/Posix.h"
-#include "Scratch.h"
+#include "platform/posix/Posix.h"
+#include "support/Scratch.h"
 
 namespace {
 
@@ -36,35 +35,6 @@ TEST_F(LocksTest, ALockOfTheSameProcessIsSeenAndStays) {
     EXPECT_LT(holder, 1);  // such a lock names no process
     EXPECT_EQ(posix::closeDescriptor(descriptor), 0u);
     EXPECT_EQ(handle.close(), 0u);
-}
-
-TEST_F(LocksTest, TheMonitorIsNamedByItsRecordLockAndWoken) {
-    int descriptor = -1;
-    ASSERT_EQ(posix::openMonitorLock(path("monitor").c_str(), &descriptor), 0u);
-    long holder = 99;
-    EXPECT_EQ(posix::recordLockHolder(descriptor, &holder), 0u);
-    EXPECT_EQ(holder, 0);
-    int ready[2];
-    ASSERT_EQ(::pipe(ready), 0);
-    const pid_t monitor = ::fork();
-    if (monitor == 0) {
-        ::signal(SIGHUP, SIG_DFL);
-        struct flock request = {};
-        request.l_type = F_WRLCK;
-        (void)!::write(ready[1], ::fcntl(descriptor, F_SETLK, &request) == 0 ? "+" : "-", 1);
-        ::pause();
-    }
-    char sign = 0;
-    ASSERT_EQ(::read(ready[0], &sign, 1), 1);
-    EXPECT_EQ(sign, '+');
-    EXPECT_EQ(posix::recordLockHolder(descriptor, &holder), 0u);
-    EXPECT_EQ(holder, monitor);
-    EXPECT_EQ(posix::sendHangup(holder), 0u);
-    EXPECT_EQ(waitFor(monitor), -SIGHUP);
-    EXPECT_EQ(posix::sendHangup(holder), ossErrorMapSystem(ESRCH));
-    EXPECT_EQ(posix::closeDescriptor(descriptor), 0u);
-    ::close(ready[0]);
-    ::close(ready[1]);
 }
 
 TEST(Process, NoSignalGoesToWholeGroups) {

@@ -4,7 +4,7 @@
 #include <cstdlib>
 
 #include "platform/posix/Posix.h"
-#include "posix/Scratch.h"
+#include "support/Scratch.h"
 
 namespace {
 
@@ -26,11 +26,11 @@ TEST_F(StreamsTest, AnExitingChildWritesNothingThatTheParentHoldsBack) {
     ASSERT_NE(stream, nullptr);
     EXPECT_GE(std::fputs("once\n", stream), 0);
     forkAndExit();
-    EXPECT_EQ(read(path("copy")), "");
+    EXPECT_EQ(read("copy"), "");
     EXPECT_TRUE(posix::flushStream(stream));
     forkAndExit();
     EXPECT_TRUE(posix::closeStream(stream));
-    EXPECT_EQ(read(path("copy")), "once\n");
+    EXPECT_EQ(read("copy"), "once\n");
 }
 
 TEST_F(StreamsTest, AnExitingChildLeavesTheParentsPlaceAlone) {

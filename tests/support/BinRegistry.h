@@ -1,11 +1,8 @@
 // A binary registry in a folder of its own, and what an operation may leave behind.
 #pragma once
 
-#include <filesystem>
-
-#include "posix/Scratch.h"
 #include "support/BinSchema.h"
-#include "support/Descriptors.h"
+#include "support/Scratch.h"
 
 class BinRegistry : public Scratch {
 protected:
@@ -17,10 +14,11 @@ protected:
 
     BinRegistry() { BinItems::knobs() = {}; }
 
+    const BinItem a_ = binItem("a", 1), b_ = binItem("b", 2), c_ = binItem("c", 3), d_ = binItem("d", 4);
+
     [[nodiscard]] std::string file() const { return path("items.reg"); }
-    [[nodiscard]] std::string contents() const { return read(file()); }
-    void contents(const std::string& bytes) const { (void)write("items.reg", bytes); }
-    [[nodiscard]] bool exists(const std::string& suffix) const { return std::filesystem::exists(file() + suffix); }
+    [[nodiscard]] std::string contents() const { return read("items.reg"); }
+    void contents(const std::string& bytes) const { write("items.reg", bytes); }
 
     // Nothing is open, nothing is locked, no backup is left.
     void expectAtRest(long descriptors) const {
@@ -28,7 +26,7 @@ protected:
         BinItems other(file());
         EXPECT_EQ(other.Lock(REG_LOCK_EXCLUSIVE | REG_LOCK_NOWAIT | REG_LOCK_CREATE_DIR, 0), 0U);
         EXPECT_EQ(other.UnLock(), 0U);
-        EXPECT_FALSE(std::filesystem::exists(path(".items.reg.bkp")));
+        EXPECT_FALSE(exists(".items.reg.bkp"));
     }
 
     // Runs the body for deferred commit x duplicates x packing, with the given slots and with all.

@@ -5,12 +5,9 @@
 #include <genreg/GenRegVarVal.h>
 #include <genreg/LineUtilities.h>
 
-#include <algorithm>
 #include <cstring>
-#include <string>
-#include <vector>
 
-#include "posix/Scratch.h"
+#include "support/Scratch.h"
 
 // Where the constructor of the registry object leaves its code.
 struct ConstructorCode {
@@ -84,26 +81,9 @@ constexpr unsigned long UPDATE_WAYS[] = {0, REG_FEATURE_DEFERRED_COMMIT, REG_FEA
 class RegistryTest : public Scratch {
 protected:
     [[nodiscard]] std::string reg() const { return path("reg"); }
-    [[nodiscard]] std::string content() const { return read(reg()); }
-    [[nodiscard]] std::string tmp() const { return reg() + ".tmp"; }
-    [[nodiscard]] std::string cor() const { return reg() + ".cor"; }
-    [[nodiscard]] std::string bkp() const { return path(".reg.bkp"); }
-
-    // The names in the directory, sorted, without the lock file: "reg reg.tmp".
-    [[nodiscard]] std::string names() const {
-        std::vector<std::string> found;
-        for (const auto& entry : std::filesystem::directory_iterator(path(""))) {
-            if (entry.path().filename() != ".reg.lock") {
-                found.push_back(entry.path().filename());
-            }
-        }
-        std::sort(found.begin(), found.end());
-        std::string all;
-        for (const std::string& name : found) {
-            all += (all.empty() ? "" : " ") + name;
-        }
-        return all;
-    }
+    [[nodiscard]] std::string content() const { return read("reg"); }
+    // "reg reg.tmp": without the lock file, which is always there.
+    [[nodiscard]] std::string names() const { return Scratch::names(".reg.lock"); }
 };
 
 // Runs checks in a forked child; whether they all held there. What failed is printed by the child.
@@ -114,16 +94,4 @@ bool holdsInChild(Body body) {
                std::fflush(nullptr);
                return ::testing::Test::HasFailure() ? 1 : 0;
            }) == 0;
-}
-
-// The same as an ordinary user, where the tests run as root.
-template <typename Body>
-bool holdsForOrdinaryUser(Body body) {
-    constexpr unsigned int NOBODY = 65534;
-    return holdsInChild([&] {
-        if (::geteuid() == 0) {
-            ASSERT_TRUE(::setgid(NOBODY) == 0 && ::setuid(NOBODY) == 0);
-        }
-        body();
-    });
 }

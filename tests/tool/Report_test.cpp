@@ -8,114 +8,113 @@
 
 namespace {
 
-using Report = Scratch;
+using Lines = std::vector<std::string>;
+
+class Report : public ToolTest {
+protected:
+    // What the difference between two files of these lines, applied to the first, makes of it.
+    Lines patched(const Lines& before, const Lines& after, std::size_t* edits) {
+        write("a", joined(before));
+        write("b", joined(after));
+        const Result result = genreg("diff a b --json");
+        EXPECT_EQ(result.status, before == after ? 0 : 1);
+        const auto told = objects(result.out);
+        *edits = told.size();
+        std::set<std::size_t> removed;
+        for (const Json& edit : told) {
+            if (edit["op"] == "remove") {
+                removed.insert(edit["line"].get<std::size_t>() - 1);
+            }
+        }
+        Lines lines;
+        for (std::size_t i = 0; i < before.size(); ++i) {
+            if (removed.count(i) == 0) {
+                lines.push_back(before[i]);
+            }
+        }
+        for (const Json& edit : told) {
+            if (edit["op"] == "insert") {
+                lines.insert(lines.begin() + edit["line"].get<std::ptrdiff_t>() - 1, edit["text"].get<std::string>());
+            }
+        }
+        return lines;
+    }
+
+private:
+    static std::string joined(const Lines& lines) {
+        std::string text;
+        for (const std::string& line : lines) {
+            text += line + "\n";
+        }
+        return text;
+    }
+};
 
 TEST_F(Report, StatusCountsLinesByKind) {
     write("f", "# c\n\n \t\na = 1\nb=2 # x\nno pair\nq = \"open\n");
-    std::filesystem::permissions(at("f"), std::filesystem::perms(0640));
-    const auto report = objects(genreg({"status", "f", "--json"}).out).at(0);
+    std::filesystem::permissions(path("f"), std::filesystem::perms(0640));
+    const Json report = object("status f");
     EXPECT_EQ(report["size"], read("f").size());
     EXPECT_EQ(report["mode"], "0640");
-    EXPECT_EQ(report["owner"], getuid());
-    EXPECT_EQ(report["lines"].dump(), "{\"total\":7,\"pairs\":2,\"comments\":1,\"blank\":2,\"other\":2}");
+    EXPECT_EQ(report["owner"], ::getuid());
+    EXPECT_EQ(report["lines"].dump(), R"({"total":7,"pairs":2,"comments":1,"blank":2,"other":2})");
     EXPECT_EQ(report["companions"].size(), 0U);
-    EXPECT_EQ(genreg({"--registry", "f", "status"}).out, genreg({"status", "f"}).out);
-    EXPECT_EQ(names(), std::vector<std::string>{"f"}) << "looking leaves nothing behind";
+    EXPECT_EQ(out("--registry f status"), out("status f"));
+    EXPECT_EQ(names(), "f") << "looking leaves nothing behind";
     write("binary", std::string("a\0b", 3));
-    EXPECT_EQ(objects(genreg({"status", "binary", "--json"}).out).at(0)["lines"], nullptr);
-}
-
-std::string joined(const std::vector<std::string>& lines) {
-    std::string text;
-    for (const std::string& line : lines) {
-        text += line + "\n";
-    }
-    return text;
-}
-
-// What the objects of a difference make of the old lines.
-std::vector<std::string> applied(const std::vector<std::string>& lines,
-                                 const std::vector<nlohmann::ordered_json>& edits) {
-    std::set<std::size_t> removed;
-    for (const auto& edit : edits) {
-        if (edit["op"] == "remove") {
-            removed.insert(edit["line"].get<std::size_t>() - 1);
-        }
-    }
-    std::vector<std::string> result;
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-        if (removed.count(i) == 0) {
-            result.push_back(lines[i]);
-        }
-    }
-    for (const auto& edit : edits) {
-        if (edit["op"] == "insert") {
-            const auto place = edit["line"].get<std::ptrdiff_t>() - 1;
-            result.insert(result.begin() + place, edit["text"].get<std::string>());
-        }
-    }
-    return result;
+    EXPECT_EQ(objects(genreg("status binary --json").out).at(0)["lines"], nullptr);
 }
 
 TEST_F(Report, ADifferenceAppliedToTheOneGivesTheOther) {
     std::mt19937 random(4711);
+    std::size_t edits = 0;
     for (int round = 0; round < 30; ++round) {
-        std::vector<std::string> before, after;
+        Lines before, after;
         for (auto* side : {&before, &after}) {
             for (auto count = random() % 30; count > 0; --count) {
                 side->push_back("line " + std::to_string(random() % 8));
             }
         }
-        write("a", joined(before));
-        write("b", joined(after));
-        const Result json = genreg({"diff", "a", "b", "--json"});
-        EXPECT_EQ(json.status, before == after ? 0 : 1);
-        EXPECT_EQ(applied(before, objects(json.out)), after);
+        EXPECT_EQ(patched(before, after, &edits), after);
     }
-}
-
-TEST_F(Report, ADifferenceOfLargeFilesIsFoundAndSmall) {
-    std::vector<std::string> before, after;
+    // Of large files it is found, and small.
+    Lines before, after;
     for (int i = 0; i < 20000; ++i) {
         before.push_back("line " + std::to_string(i));
         after.push_back(i % 1000 == 7 ? "other " + std::to_string(i) : before.back());
     }
     std::reverse(after.begin() + 10000, after.begin() + 10010);
-    write("a", joined(before));
-    write("b", joined(after));
-    const auto edits = objects(genreg({"diff", "a", "b", "--json"}).out);
-    EXPECT_LE(edits.size(), 60U);
-    EXPECT_EQ(applied(before, edits), after);
+    EXPECT_EQ(patched(before, after, &edits), after);
+    EXPECT_LE(edits, 60U);
 }
 
 TEST_F(Report, ADifferenceNamesAMissingNewlineAndWhatIsNoText) {
     write("a", "x\ny");
     write("b", "x\ny\n");
     write("c", std::string("\0", 1));
-    const Result result = genreg({"diff", "a", "b"});
+    const Result result = genreg("diff a b");
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.out, "--- a\n+++ b\n@@ -1,2 +1,2 @@\n x\n-y\n\\ No newline at end of file\n+y\n");
-    EXPECT_EQ(genreg({"diff", "a", "a"}).status, 0);
-    EXPECT_EQ(genreg({"diff", "a", "c"}).status, 1);
+    EXPECT_EQ(status("diff a a"), 0);
+    EXPECT_EQ(status("diff a c"), 1);
 }
 
 TEST_F(Report, EveryCodeIsExplainedInEveryForm) {
-    const auto all = objects(genreg({"explain", "--json"}).out);
+    const auto all = objects(out("explain --json"));
     std::map<std::string, int> exits;
     for (std::size_t i = 0; i < all.size(); ++i) {
-        const unsigned int code = genregCodeAt(i);
-        EXPECT_EQ(all[i]["name"], genregCodeName(code));
+        EXPECT_EQ(all[i]["name"], genregCodeName(genregCodeAt(i)));
         EXPECT_FALSE(all[i]["advice"].get<std::string>().empty());
         EXPECT_FALSE(all[i]["operations"].get<std::string>().empty());
         exits[all[i]["code"]] = all[i]["exit"];
     }
     EXPECT_EQ(genregCodeAt(all.size()), 0U);
-    const std::string once = genreg({"explain", "0x900001f6"}).out;
+    const std::string once = out("explain 0x900001f6");
     for (const char* form : {"900001f6", "0X900001F6", "2415919606", "REG_NOT_FOUND"}) {
-        EXPECT_EQ(genreg({"explain", form}).out, once) << form;
+        EXPECT_EQ(out("explain", {form}), once) << form;
     }
-    EXPECT_EQ(genreg({"explain", "0x9000ffff"}).status, 2);
-    EXPECT_NE(genreg({"explain", "0x9000011c"}).out.find("no space left"), std::string::npos);
+    EXPECT_EQ(status("explain 0x9000ffff"), 2);
+    EXPECT_NE(out("explain 0x9000011c").find("no space left"), std::string::npos);
     // What scripts rely on.
     const std::map<std::string, int> promised{
         {"0x900001f7", 0}, {"0x900001f6", 1}, {"0x900001be", 1}, {"0x90000513", 3}, {"0x900001bf", 3},

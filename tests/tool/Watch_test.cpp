@@ -1,74 +1,50 @@
-#include <genreg/InstanceInfo.h>
-
-#include <chrono>
-#include <csignal>
-#include <fstream>
 #include <functional>
 #include <thread>
 
-#include "GlobalImages.h"
 #include "Tool.h"
 
 namespace {
 
-std::string contents(const std::string& path) {
-    std::ifstream stream(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-// Until it holds; no test waits for ever.
-bool soon(const std::function<bool()>& holds) {
-    for (int i = 0; i < 2000; ++i) {
-        if (holds()) {
-            return true;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return false;
-}
-
-bool tells(const std::string& path, const std::string& text) {
-    return soon([&] { return contents(path).find(text) != std::string::npos; });
-}
-
-void set(const char* name, bool startAtBoot) {
-    OSSInstanceInfo_t info = {};
-    info.versionCode = VERSION_9702;
-    info.flags = startAtBoot ? INSTANCE_INFO_START_AT_BOOT : 0;
-    std::snprintf(info.service, sizeof info.service, "RVN");
-    std::snprintf(info.instanceName, sizeof info.instanceName, "%s", name);
-    ASSERT_EQ(ossSetInstanceInfo(&info), 0U);
-}
-
-class Watch : public Scratch {
+class Watch : public ToolTest {
 protected:
-    void SetUp() override { setenv("RVN_GLOBAL_REG_PATHNAME", at("global.reg").c_str(), 1); }
-    void TearDown() override { unsetenv("RVN_GLOBAL_REG_PATHNAME"); }
-
-    Running watch(const std::vector<std::string>& more) {
-        std::vector<std::string> words{"watch"};
-        words.insert(words.end(), more.begin(), more.end());
-        Running running = start(words);
-        EXPECT_TRUE(tells(running.err, "watching")) << contents(running.err);
+    Running watch(const std::string& options, const Words& more = {}) {
+        Running running = start("watch " + options, more);
+        EXPECT_TRUE(tells(running.err, "watching")) << read(running.err);
         return running;
+    }
+    void set(const std::string& fields) { EXPECT_EQ(status("instance set RVN 9.7.0.2 " + fields), 0); }
+    static std::string instanceFrame(const std::string& name) {
+        return frame(Image(1, 0x7).text("RVN").version().text(name).end());
+    }
+
+    // Until it holds; no test waits for ever.
+    static bool soon(const std::function<bool()>& holds) {
+        for (int i = 0; i < 2000; ++i) {
+            if (holds()) {
+                return true;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        return false;
+    }
+    [[nodiscard]] bool tells(const std::string& file, const std::string& text) const {
+        return soon([&] { return read(file).find(text) != std::string::npos; });
     }
 };
 
 TEST_F(Watch, AFollowerTellsBeforeAndAfter) {
-    set("inst1", false);
-    const Running table = watch({"--follow"});
-    const Running lines = watch({"--follow", "--json"});
-    set("inst2", true);
+    set("inst1");
+    const Running table = watch("--follow");
+    const Running lines = watch("--follow --json");
+    set("inst2 startAtBoot=1");
     EXPECT_TRUE(tells(lines.out, "\"inst2\""));
-    set("inst2", false);
+    set("inst2 startAtBoot=");
     EXPECT_TRUE(tells(lines.out, "\"change\""));
-    char service[] = "RVN";
-    char first[] = "inst1";
-    ASSERT_EQ(ossRemoveInstanceInfo(service, VERSION_9702, first), 0U);
+    EXPECT_EQ(status("instance remove RVN 9.7.0.2 inst1"), 0);
     EXPECT_TRUE(tells(lines.out, "\"delete\""));
     EXPECT_TRUE(tells(table.out, "delete   instance RVN 9.7.0.2 inst1"));
-    kill(table.pid, SIGINT);
-    kill(lines.pid, SIGTERM);
+    ::kill(table.pid, SIGINT);
+    ::kill(lines.pid, SIGTERM);
     const Result shown = finish(table);
     EXPECT_EQ(shown.status, 0);
     EXPECT_NE(shown.out.find("change   instance RVN 9.7.0.2 inst2  startAtBoot: 1 -> "), std::string::npos)
@@ -87,14 +63,14 @@ TEST_F(Watch, AFollowerTellsBeforeAndAfter) {
 
 TEST_F(Watch, ADamagedFileIsNoDeletion) {
     write("global.reg", instanceFrame("inst1"));
-    const Running running = watch({"--follow", "--json"});
+    const Running running = watch("--follow --json");
     write("global.reg", instanceFrame("inst1").substr(0, 20));
     EXPECT_TRUE(tells(running.err, "damaged at offset 0"));
     write("global.reg", instanceFrame("inst1") + instanceFrame("inst2"));
     EXPECT_TRUE(tells(running.out, "inst2"));
-    std::filesystem::remove(at("global.reg"));
-    EXPECT_TRUE(soon([&] { return objects(contents(running.out)).size() == 3; })) << contents(running.out);
-    kill(running.pid, SIGTERM);
+    remove("global.reg");
+    EXPECT_TRUE(soon([&] { return objects(read(running.out)).size() == 3; })) << read(running.out);
+    ::kill(running.pid, SIGTERM);
     const auto changes = objects(finish(running).out);
     EXPECT_EQ(changes.at(0)["action"], "add");
     EXPECT_EQ(changes.at(1)["action"], "delete");
@@ -102,49 +78,39 @@ TEST_F(Watch, ADamagedFileIsNoDeletion) {
 
 TEST_F(Watch, ACommandRunsForEachChange) {
     const Running running =
-        watch({"--follow", "--exec", "cat >> got; echo \"$GENREG_ACTION $GENREG_NAME\" >> names; exit 3"});
+        watch("--follow --exec", {"cat >> got; echo \"$GENREG_ACTION $GENREG_NAME\" >> names; exit 3"});
     write("global.reg", instanceFrame("inst1") + instanceFrame("inst2"));
-    EXPECT_TRUE(tells(at("names"), "add inst2"));
+    EXPECT_TRUE(tells("names", "add inst2"));
     EXPECT_TRUE(tells(running.err, "ended with 3"));
-    kill(running.pid, SIGTERM);
+    ::kill(running.pid, SIGTERM);
     EXPECT_EQ(finish(running).status, 0);
     EXPECT_EQ(read("names"), "add inst1\nadd inst2\n");
     EXPECT_EQ(objects(read("got")).at(1)["after"]["instanceName"], "inst2");
     // One that does not end is ended with the watcher.
-    const Running slow = watch({"--follow", "--exec", "echo $$ > pid; sleep 60"});
+    const Running slow = watch("--follow --exec", {"echo $$ > pid; sleep 60"});
     write("global.reg", instanceFrame("inst1"));
-    EXPECT_TRUE(tells(at("pid"), "\n"));
-    kill(slow.pid, SIGTERM);
+    EXPECT_TRUE(tells("pid", "\n"));
+    ::kill(slow.pid, SIGTERM);
     EXPECT_EQ(finish(slow).status, 0);
-    EXPECT_NE(kill(std::stoi(read("pid")), 0), 0);
+    EXPECT_NE(::kill(std::stoi(read("pid")), 0), 0);
 }
 
-class Monitor : private PrivateWorld, public Watch {
-protected:
-    void SetUp() override {
-        if (!isOwn()) {
-            GTEST_SKIP() << "no mount namespace of its own: not root, or forbidden";
-        }
-        Watch::SetUp();
-    }
-};
+using Monitor = InPrivateWorld<Watch>;
 
 TEST_F(Monitor, IsTheOneThatWritersWake) {
-    const Running monitor = watch({"--json"});
-    const Result second = genreg({"watch"});
-    EXPECT_EQ(second.status, 4);
-    EXPECT_NE(second.err.find("pid " + std::to_string(monitor.pid)), std::string::npos) << second.err;
-    set("inst1", true);
+    const Running monitor = watch("--json");
+    expectFailure(4, "pid " + std::to_string(monitor.pid), "watch");
+    set("inst1");
     EXPECT_TRUE(tells(monitor.out, "inst1"));
-    kill(monitor.pid, SIGHUP);
-    set("inst2", true);
+    ::kill(monitor.pid, SIGHUP);
+    set("inst2 startAtBoot=1");
     EXPECT_TRUE(tells(monitor.out, "inst2")) << "a signal does not end it";
-    kill(monitor.pid, SIGTERM);
+    ::kill(monitor.pid, SIGTERM);
     const Result told = finish(monitor);
     EXPECT_EQ(told.status, 0);
     EXPECT_EQ(objects(told.out).size(), 2U);
-    const Running next = watch({});
-    kill(next.pid, SIGINT);
+    const Running next = watch("");
+    ::kill(next.pid, SIGINT);
     EXPECT_EQ(finish(next).status, 0) << "the lock was given back";
 }
 

@@ -1,0 +1,106 @@
+// The global registry as a file of the test's own, and its frames written by hand.
+#pragma once
+
+#include <sched.h>
+#include <sys/mount.h>
+
+#include "support/Scratch.h"
+
+constexpr unsigned long VERSION_9_7_0_2 = 0x0009000700000002;
+
+inline std::string little(unsigned long value, unsigned long size) {
+    std::string bytes;
+    for (unsigned long index = 0; index < size; ++index) {
+        bytes += static_cast<char>(value >> (8 * index));
+    }
+    return bytes;
+}
+
+inline std::string frame(const std::string& image) {
+    return little(image.size(), 4) + image;
+}
+
+// A packed image, item by item.
+class Image {
+public:
+    explicit Image(unsigned int type, unsigned long mask, unsigned long missing = 0)
+        : bytes_(little(type, 4) + little(mask, 8) + little(missing, 8)) {}
+    Image& item(const std::string& contents) {
+        bytes_ += little(contents.size(), 2) + contents;
+        return *this;
+    }
+    Image& text(const std::string& contents) { return item(contents + '\0'); }
+    Image& number(unsigned long value, unsigned long size = 4) { return item(little(value, size)); }
+    Image& version() { return number(VERSION_9_7_0_2, 8); }
+    [[nodiscard]] std::string end(unsigned int checksum = 0) const { return bytes_ + little(checksum, 4); }
+
+private:
+    std::string bytes_;
+};
+
+class GlobalRegistry : public Scratch {
+protected:
+    [[nodiscard]] std::string registry() const { return path("global.reg"); }
+    [[nodiscard]] std::string bytes() const { return read("global.reg"); }
+    void writeFrames(std::initializer_list<std::string> images) const {
+        std::string all;
+        for (const std::string& image : images) {
+            all += frame(image);
+        }
+        write("global.reg", all);
+    }
+
+private:
+    const Variable variable_{"RVN_GLOBAL_REG_PATHNAME", registry().c_str()};
+};
+
+// /var and /tmp are this process's own and empty, but for the build where it lies there. Only root has such a world.
+class PrivateWorld {
+protected:
+    PrivateWorld() {
+        if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+            return;
+        }
+        const auto build = std::filesystem::path(RVN_TOOL).parent_path().parent_path().parent_path();
+        const std::string kept = "/mnt/build";
+        cover("/mnt");
+        std::filesystem::create_directory(kept);
+        own_ = ::mount(build.c_str(), kept.c_str(), nullptr, MS_BIND, nullptr) == 0;
+        cover("/tmp");
+        cover("/var");
+        std::filesystem::create_directories("/var/rvn");
+        if (!std::filesystem::exists(RVN_TOOL)) {
+            std::filesystem::create_directories(build);
+            own_ = own_ && ::mount(kept.c_str(), build.c_str(), nullptr, MS_BIND, nullptr) == 0;
+        }
+    }
+    ~PrivateWorld() {
+        for (; !covered_.empty(); covered_.pop_back()) {
+            ::umount2(covered_.back().c_str(), MNT_DETACH);
+        }
+    }
+
+    [[nodiscard]] bool isOwn() const { return own_ && covered_.size() == 3; }
+
+private:
+    void cover(const char* place) {
+        if (::mount("none", place, "tmpfs", 0, nullptr) == 0) {
+            covered_.emplace_back(place);
+        }
+    }
+
+    std::vector<std::string> covered_;
+    bool own_ = false;
+};
+
+// The fixture in a private world, in which its folder lies too.
+template <typename Fixture>
+class InPrivateWorld : private PrivateWorld, public Fixture {
+protected:
+    void SetUp() override {
+        if (!isOwn()) {
+            GTEST_SKIP() << "no mount namespace of its own: not root, or forbidden";
+        }
+        Fixture::SetUp();
+    }
+};
