@@ -31,7 +31,6 @@ TEST_F(Command, AMistypedWordIsAnsweredWithTheNearest) {
         {{"varval", "get", "f", "a", "--wait", "-1"}, "genreg varval get --help"},
         {{"varval", "set", "f", "a", "--zzzz"}, "stands behind \"--\""},
         {{"explain", "REG_NOTFOUND"}, "genreg explain REG_NOT_FOUND"},
-        {{"lock", "status"}, "genreg lock status FILE"},
         {{"status", "f", "--registry", "f"}, ""},
     };
     for (const auto& c : cases) {

@@ -180,7 +180,7 @@ TEST_F(Global, TheLogIsReadBack) {
     EXPECT_EQ(lines[0]["pid"], 4242);
     EXPECT_EQ(lines[0]["level"], "s100514");
     EXPECT_EQ(lines[0]["command_line"], nullptr);
-    EXPECT_EQ(lines[0]["record"]["startAtBoot"], "1");
+    EXPECT_EQ(lines[0]["record"]["startAtBoot"], 1);
     EXPECT_EQ(lines[0]["record"]["usage"], nullptr);
     EXPECT_EQ(lines[1]["command_line"], "x;REC= y");
     EXPECT_EQ(lines[1]["record"]["instancePath"], nullptr);

@@ -27,7 +27,7 @@ TEST_F(InitTab, EntriesAreReadAndEveryOtherLineStays) {
     const auto entries = objects(genreg({"inittab", "list", "f", "--json"}).out);
     ASSERT_EQ(entries.size(), 4U);
     EXPECT_EQ(entries[3].dump(),
-              "{\"schema\":1,\"line\":7,\"id\":\"x0\",\"run_levels\":\"2\",\"action\":\"once\",\"command\":\"/bin/x0\","
+              "{\"schema\":1,\"line\":8,\"id\":\"x0\",\"run_levels\":\"2\",\"action\":\"once\",\"command\":\"/bin/x0\","
               "\"comment\":\"gone soon\"}");
 
     EXPECT_EQ(genreg({"inittab", "add", "f", "rv", "35", "respawn", "/bin/rv -x", "--comment", "new"}).status, 0);

@@ -12,6 +12,7 @@
 #include <optional>
 
 #include "RecordFields.h"
+#include "RegistryBytes.h"
 #include "Text.h"
 
 namespace tool {
@@ -227,12 +228,30 @@ Json objectOf(const RecordChange& change) {
 }  // namespace
 
 bool isBinary(std::string_view bytes) {
-    return bytes.find('\0') != std::string_view::npos;
+    // A checksum header ends within so many bytes.
+    constexpr std::size_t LONGEST_START = 12;
+    const std::size_t null = bytes.find('\0');
+    return null < LENGTH_SIZE || (null <= LONGEST_START && bytes.substr(0, null).find('\n') == std::string_view::npos);
+}
+
+std::vector<BadFrame> RecordFile::bad(bool unknownToo) const {
+    std::vector<BadFrame> all = header;
+    all.insert(all.end(), damaged.begin(), damaged.end());
+    if (unknownToo) {
+        all.insert(all.end(), unknown.begin(), unknown.end());
+    }
+    return all;
 }
 
 RecordFile parseRecords(std::string_view bytes) {
     RecordFile file;
-    std::size_t at = 0;
+    const RegistryLayout layout = layoutOf(bytes);
+    if (layout.header && !layout.header->fits()) {
+        file.header.push_back({0, 0, REG_CHECKSUM_DIFFERS,
+                               fmt::format("the checksum header says {}, and the bytes behind it give {}",
+                                           layout.header->stated, layout.header->computed)});
+    }
+    std::size_t at = layout.start;
     while (at < bytes.size()) {
         const std::size_t left = bytes.size() - at;
         if (left < LENGTH_SIZE) {
@@ -240,7 +259,7 @@ RecordFile parseRecords(std::string_view bytes) {
                 {at, at, REG_FRAME_LENGTH_READ_FAILED, fmt::format("the file ends {} bytes into a length of 4", left)});
             break;
         }
-        const std::size_t length = numberAt<unsigned int>(bytes, at);
+        const std::size_t length = frameLength(bytes, at, layout.bigEndian);
         if (length > left - LENGTH_SIZE) {
             file.damaged.push_back(
                 {at, at, REG_FRAME_TRUNCATED,
@@ -261,10 +280,12 @@ Failure damageFailure(const std::string& path, const std::vector<BadFrame>& fram
     failure.code = first.code;
     failure.path = path;
     const std::string count =
-        frames.size() == 1 ? "a frame is damaged" : fmt::format("{} frames are damaged, the first", frames.size());
+        frames.size() == 1 ? "damaged" : fmt::format("damaged in {} places, the first", frames.size());
     const std::string frame = first.frame == first.offset ? "" : fmt::format(" (in the frame at {})", first.frame);
     failure.message = fmt::format("{}: {} at offset {}{}: {}", printable(path), count, first.offset, frame, first.why);
-    failure.hint = "keep a copy of the file, then compare it with its .bkp, .cor or a saved one";
+    failure.hint = fmt::format(
+        "keep a copy of the file; genreg dump {} shows the damage, genreg diff what a .bkp, .cor or saved one has",
+        shellWord(path));
     return failure;
 }
 
