@@ -97,6 +97,7 @@ struct FieldChange {
 struct RecordChange {
     const FoundRecord* before;  // null: inserted
     const FoundRecord* after;   // null: removed
+    const FoundRecord& shown;   // the one that is there, the new one of two
     std::vector<FieldChange> fields;
 };
 
@@ -155,17 +156,17 @@ std::string keyOf(const FoundRecord& found) {
 // Pairs the records of a key in their order.
 std::vector<RecordChange> compareRecords(const RecordFile& before, const RecordFile& after) {
     std::map<std::string, std::vector<const FoundRecord*>> waiting;
-    for (auto found = after.records.rbegin(); found != after.records.rend(); ++found) {
-        waiting[keyOf(*found)].push_back(&*found);
-    }
+    std::for_each(after.records.rbegin(), after.records.rend(),
+                  [&](const FoundRecord& found) { waiting[keyOf(found)].push_back(&found); });
     std::vector<RecordChange> changes;
     for (const FoundRecord& old : before.records) {
         auto& candidates = waiting[keyOf(old)];
         if (candidates.empty()) {
-            changes.push_back({&old, nullptr, {}});
+            changes.push_back({&old, nullptr, old, {}});
             continue;
         }
-        RecordChange change{&old, candidates.back(), changedFields(old, *candidates.back())};
+        const FoundRecord& now = *candidates.back();
+        RecordChange change{&old, &now, now, changedFields(old, now)};
         candidates.pop_back();
         if (!change.fields.empty()) {
             changes.push_back(std::move(change));
@@ -174,7 +175,7 @@ std::vector<RecordChange> compareRecords(const RecordFile& before, const RecordF
     for (const FoundRecord& found : after.records) {
         const auto& candidates = waiting[keyOf(found)];
         if (std::find(candidates.begin(), candidates.end(), &found) != candidates.end()) {
-            changes.push_back({nullptr, &found, {}});
+            changes.push_back({nullptr, &found, found, {}});
         }
     }
     return changes;
@@ -194,7 +195,7 @@ void printWhole(Output& output, const FoundRecord& found) {
 
 void print(Output& output, const RecordChange& change) {
     const bool isChange = change.before != nullptr && change.after != nullptr;
-    const FoundRecord& shown = change.after != nullptr ? *change.after : *change.before;
+    const FoundRecord& shown = change.shown;
     const std::string_view color = isChange ? "\x1b[33m" : change.before != nullptr ? "\x1b[31m" : "\x1b[32m";
     const char sign = isChange ? '~' : change.before != nullptr ? '-' : '+';
     output.line(fmt::format("{}{} {}{}", output.style.color ? color : "", sign, keyText(shown.record),
@@ -208,7 +209,7 @@ void print(Output& output, const RecordChange& change) {
 }
 
 Json objectOf(const RecordChange& change) {
-    const FoundRecord& shown = change.after != nullptr ? *change.after : *change.before;
+    const FoundRecord& shown = change.shown;
     if (change.before == nullptr || change.after == nullptr) {
         Json object{{"op", change.before == nullptr ? "insert" : "remove"}};
         object.update(recordObject(shown.record));

@@ -134,7 +134,7 @@ void print(Output& output, const Report& report) {
 
 // The records of a binary registry: counted, and what of them is damaged.
 struct Records {
-    Json counted = Json(nullptr);
+    Json counted = Json::object();
     std::optional<Failure> damage{};
 };
 

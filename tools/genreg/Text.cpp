@@ -113,7 +113,7 @@ std::string printable(std::string_view bytes) {
 }
 
 std::string shellWord(std::string_view bytes) {
-    const std::string text = printable(bytes);
+    std::string text = printable(bytes);
     const auto plain = [](char c) {
         return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
                static_cast<unsigned char>(c) >= 0x80 || std::strchr("%+,-./:=@_", c) != nullptr;
