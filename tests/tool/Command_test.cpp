@@ -30,7 +30,6 @@ TEST_F(Command, AMistypedWordIsAnsweredWithTheNearestAndNothingIsDone) {
         {"varval get f a --wait -1", "genreg varval get --help"},
         {"varval set f a --zzzz", "stands behind \"--\""},
         {"explain REG_NOTFOUND", "genreg explain REG_NOT_FOUND"},
-        {"lock status", "genreg lock status FILE"},
         {"status f --registry f", ""},
         // Options that mean nothing to the command.
         {"lock run -n f -- touch ran", "--dry-run"},

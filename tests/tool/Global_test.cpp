@@ -162,7 +162,7 @@ TEST_F(Global, TheLogIsReadBack) {
     EXPECT_EQ(told[0]["pid"], 4242);
     EXPECT_EQ(told[0]["level"], "s100514");
     EXPECT_EQ(told[0]["command_line"], nullptr);
-    EXPECT_EQ(told[0]["record"]["startAtBoot"], "1");
+    EXPECT_EQ(told[0]["record"]["startAtBoot"], 1);
     EXPECT_EQ(told[0]["record"]["usage"], nullptr);
     EXPECT_EQ(told[1]["command_line"], "x;REC= y");
     EXPECT_EQ(told[1]["record"]["instancePath"], nullptr);

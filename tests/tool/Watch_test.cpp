@@ -114,4 +114,41 @@ TEST_F(Monitor, IsTheOneThatWritersWake) {
     EXPECT_EQ(finish(next).status, 0) << "the lock was given back";
 }
 
+TEST_F(Watch, ADirectoryThatIsMovedAwayAndMadeAnewIsNoticed) {
+    std::filesystem::create_directory(path("d"));
+    const Running running = start("watch --follow --registry d/g");
+    EXPECT_TRUE(tells(running.err, "watching")) << read(running.err);
+    write("d/g", instanceFrame("inst1"));
+    EXPECT_TRUE(tells(running.out, "add      instance RVN 9.7.0.2 inst1"));
+    std::filesystem::rename(path("d"), path("e"));
+    EXPECT_TRUE(tells(running.out, "delete   instance RVN 9.7.0.2 inst1"));
+    std::filesystem::create_directory(path("d"));
+    write("d/g", instanceFrame("inst2"));
+    EXPECT_TRUE(tells(running.out, "add      instance RVN 9.7.0.2 inst2"));
+    ::kill(running.pid, SIGTERM);
+    EXPECT_EQ(finish(running).status, 0);
+}
+
+TEST_F(Watch, ACommandInheritsNothingOfTheTools) {
+    const Running running = watch("--follow --exec", {"ls -l /proc/self/fd > fds; touch done"});
+    set("inst1");
+    EXPECT_TRUE(soon([&] { return exists("done"); }));
+    ::kill(running.pid, SIGTERM);
+    EXPECT_EQ(finish(running).status, 0);
+    const std::string files = read("fds");
+    EXPECT_EQ(files.find(running.out), std::string::npos) << files;
+    EXPECT_EQ(files.find("(deleted)"), files.rfind("(deleted)")) << "the change, on standard input\n" << files;
+}
+
+TEST_F(Watch, AFullDiskEndsIt) {
+    Surroundings full;
+    full.standardOutput = "/dev/full";
+    const Running running = start("watch --follow", {}, full);
+    EXPECT_TRUE(tells(running.err, "watching")) << read(running.err);
+    set("inst1");
+    const Result ended = finish(running);
+    EXPECT_EQ(ended.status, 8);
+    EXPECT_NE(ended.err.find("no space left"), std::string::npos) << ended.err;
+}
+
 }  // namespace

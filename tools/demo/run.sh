@@ -17,15 +17,30 @@ trap 'exit 130' INT TERM
 cd "$DEMO"
 FAILURES=0
 
-# A monitor's lock and the change log have fixed places. As root, the whole of this runs where those places are its own.
+# The monitor's lock and the change log have fixed places, in /var and /tmp. As root, the whole of this runs where both
+# folders are its own, but for the tool and this script.
+# shellcheck disable=SC2016 # for the inner shell
+PRIVATE_PLACES='
+    mount -t tmpfs none /var && mkdir -p /var/rvn /var/machine || exit 1
+    mount --bind /tmp /var/machine && mount -t tmpfs none /tmp || exit 1
+    for file in "$0" "$1"; do
+        top=${file#/tmp/}
+        top=${top%%/*}
+        if [ "${file#/tmp/}" = "$file" ] || [ -e "/tmp/$top" ]; then
+            continue
+        fi
+        if [ -d "/var/machine/$top" ]; then mkdir "/tmp/$top"; else : > "/tmp/$top"; fi
+        mount --bind "/var/machine/$top" "/tmp/$top" || exit 1
+    done
+'
 if [ -z "${GENREG_DEMO_PRIVATE-}" ] && [ "$(id -u)" -eq 0 ] && command -v unshare > /dev/null &&
-    unshare -m --propagation private sh -c 'mount -t tmpfs none /var' 2> /dev/null; then
+    unshare -m --propagation private sh -c "$PRIVATE_PLACES" "$SELF" "$TOOL" 2> /dev/null; then
     trap - EXIT
     cd /
     rm -rf "$DEMO"
     export GENREG_DEMO_PRIVATE=yes
-    exec unshare -m --propagation private sh -c 'mount -t tmpfs none /var && mkdir -p /var/rvn && exec "$0" "$1"' \
-        "$SELF" "$TOOL"
+    # shellcheck disable=SC2016 # for the inner shell, too
+    exec unshare -m --propagation private sh -c "$PRIVATE_PLACES"' exec "$0" "$1"' "$SELF" "$TOOL"
 fi
 PRIVATE=${GENREG_DEMO_PRIVATE:-no}
 export RVN_GLOBAL_REG_PATHNAME="$DEMO/global.reg"
@@ -92,9 +107,8 @@ watching() {
     done
     cat monitor
     LOGGED=no
-    if [ "$(genreg log status --json | grep -c '"on":false')" -eq 1 ] && genreg log on; then
+    if [ "$PRIVATE" = yes ] && genreg log on; then
         LOGGED=yes
-        trap 'kill $MONITOR 2> /dev/null; "$TOOL" log off -y -q; rm -rf "$DEMO"' EXIT
     fi
 }
 
@@ -148,7 +162,7 @@ registering() {
         genreg log show | tail -n 3 | sed -E 's/^(.{24}) +([A-Za-z]+) .* (instance .*)$/\1  \2  \3/'
         account "lines of the change log about this registry" 49 "$(grep -c "$RVN_GLOBAL_REG_PATHNAME" log)"
     else
-        say "(Somebody else uses the change log; it is left alone.)"
+        say "(The change log of the machine is left alone.)"
     fi
 
     title "In the file, a record is its fields one after another"
@@ -166,16 +180,51 @@ registering() {
     trap 'rm -rf "$DEMO"' EXIT
 }
 
-reading() {
-    title "A real file is read"
-    if [ -r /etc/os-release ]; then
-        cp /etc/os-release os-release
+# copy OF AS: a real file of the machine, or what standard input has in its stead.
+copy() {
+    if [ -r "$1" ]; then
+        cp "$1" "$2"
+        cat > /dev/null
+        say "$2 is a copy of the machine's $1."
     else
-        printf 'NAME="Example"\nVERSION_ID="1"\n' > os-release
+        cat > "$2"
+        say "There is no $1 here; $2 stands in for it."
     fi
+}
+
+real() {
+    title "Copies of real files are read and edited"
+    copy /etc/os-release os-release << 'END'
+NAME="Example"
+VERSION_ID="1"
+HOME_URL="https://example.org/"
+END
     show varval list os-release
     show varval get os-release NAME
+    show varval set os-release NAME 'Our own build'
+    show varval add os-release BUILD_ID 42
+    show varval delete os-release HOME_URL
+    show varval get os-release BUILD_ID --type int
 
+    copy /etc/ssl/openssl.cnf openssl.cnf << 'END'
+dir		= ./demoCA		# Where everything is kept
+default_days	= 365			# how long to certify for
+default_md	= default		# use public key default MD
+dir		= ./demoCA		# TSA root directory
+END
+    cp openssl.cnf openssl.cnf.before
+    show varval get openssl.cnf default_days --type int
+    show varval set openssl.cnf default_days 730
+    show varval delete openssl.cnf default_md
+    show varval add openssl.cnf reviewed yes --comment 'by the administrator'
+    say "A name that stands on several lines is not guessed at:"
+    show varval set openssl.cnf dir /srv/ca
+    say "All in all:"
+    show diff openssl.cnf.before openssl.cnf
+    account "lines with a comment: one less and one more" "$(grep -c '#' openssl.cnf.before)" "$(grep -c '#' openssl.cnf)"
+}
+
+reading() {
     title "Values have types, and what does not fit is refused"
     cat > settings << 'END'
 # The server's settings
@@ -322,6 +371,7 @@ registering
 
 title "The same for text files"
 echo "genreg edits configuration files that several programs change at once. Here is what that means."
+real
 reading
 editing
 together

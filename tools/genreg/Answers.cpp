@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <iostream>
 
+#include "Files.h"
 #include "Text.h"
 
 namespace tool {
@@ -50,6 +51,23 @@ void refuseControl(std::string_view what, std::string_view text) {
                   "leave the byte out");
 }
 
+void needFile(const std::string& path, const std::string& doing) {
+    try {
+        (void)judgeFile(path, doing, true);
+    } catch (Failure& failure) {
+        if (failure.code == REG_MISSING) {
+            failure.hint += "; an add creates a missing file";
+        }
+        throw;
+    }
+}
+
+Failure hiddenBytes(const std::string& path, const std::string& doing, std::size_t line) {
+    return answer("invalid", EXIT_INVALID, 0, path,
+                  fmt::format("cannot {}: line {} holds a NUL byte, and what follows it would be lost", doing, line),
+                  "take the NUL byte out of the file first");
+}
+
 void nameFile(Failure& failure, const std::string& path, const std::string& doing) {
     failure.path = path;
     failure.message = fmt::format("{}: cannot {}: {}", printable(path), doing, failure.message);
@@ -68,16 +86,15 @@ Failure otherValue(const std::string& path, const std::string& name, const std::
                   fmt::format("look at it ({}), then decide anew", look));
 }
 
-void confirmDeletion(const std::string& path, std::size_t count, const std::string& noun, const std::string& name) {
+void confirm(const std::string& path, const std::string& what) {
     if (isatty(STDIN_FILENO) == 0 || isatty(STDERR_FILENO) == 0) {
-        throw usageFailure(
-            fmt::format("{}: this deletes {} {} and there is nobody to ask", printable(path), count, noun), "-y");
+        throw usageFailure(fmt::format("{}: {}: there is nobody to ask", printable(path), what), "-y");
     }
-    fmt::print(stderr, "genreg: {}: delete {} {} of {}? [y/N] ", printable(path), count, noun, printable(name));
+    toStandardError(fmt::format("genreg: {}: {}? [y/N] ", printable(path), what));
     std::string reply;
     std::getline(std::cin, reply);
     if (reply != "y" && reply != "yes") {
-        throw answer("refused", EXIT_NEGATIVE, 0, path, "nothing was deleted", "");
+        throw answer("refused", EXIT_NEGATIVE, 0, path, "nothing was changed", "");
     }
 }
 

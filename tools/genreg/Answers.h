@@ -18,6 +18,12 @@ namespace tool {
 // Throws a Failure where the text holds a byte that may not stand in a line; tabs are another matter.
 void refuseControl(std::string_view what, std::string_view text);
 
+// As judgeFile for a file of lines or variables that must be there, which an add would create.
+void needFile(const std::string& path, const std::string& doing);
+
+// A line is text up to its first NUL byte; rewriting it would drop what stands behind.
+[[nodiscard]] Failure hiddenBytes(const std::string& path, const std::string& doing, std::size_t line);
+
 // Completes a failure that refusingFor caught.
 void nameFile(Failure& failure, const std::string& path, const std::string& doing);
 
@@ -26,8 +32,8 @@ void nameFile(Failure& failure, const std::string& path, const std::string& doin
 [[nodiscard]] Failure otherValue(const std::string& path, const std::string& name, const std::string& found,
                                  const std::string& expected, const std::string& look);
 
-// Asks before several are deleted. Throws where there is nobody to ask, or the answer is no.
-void confirmDeletion(const std::string& path, std::size_t count, const std::string& noun, const std::string& name);
+// Asks before something is lost ("remove the file"). Throws where there is nobody to ask, or the answer is no.
+void confirm(const std::string& path, const std::string& what);
 
 // Runs the check of words of the command line; what it refuses is told with the file and what was to be done.
 template <typename Check>

@@ -76,7 +76,7 @@ EntryRequest editOf(const Arguments& arguments, const char* verb) {
     });
     EntryRequest request = requestOf(arguments);
     request.edit.rewrite = [wanted](std::string_view record) { return wanted.rewrite(record); };
-    request.addWords = fmt::format("{} {}", arguments.name, arguments.value);
+    request.addWords = fmt::format("{} {}", shellWord(arguments.name), shellWord(arguments.value));
     request.result["value"] = wanted.value;
     return request;
 }

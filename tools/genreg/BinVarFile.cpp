@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "RegistryBytes.h"
+
 namespace tool {
 namespace {
 
@@ -121,10 +123,12 @@ std::string BinVar::rewrite(std::string_view record) const {
 }
 
 std::string binVarLines(std::string_view bytes) {
-    constexpr std::size_t FRAME_SIZE = sizeof(unsigned int) + IMAGE_SIZE;
     std::string lines;
-    for (; bytes.size() >= FRAME_SIZE; bytes.remove_prefix(FRAME_SIZE)) {
-        const GenRegBinVarValRecord record = recordOf(bytes.substr(FRAME_SIZE - IMAGE_SIZE));
+    for (const RegistryPart& part : takeApart(bytes, false).parts) {
+        if (!part.framed || !part.damage.empty()) {
+            continue;
+        }
+        const GenRegBinVarValRecord record = recordOf(part.payload);
         const std::string comment = textOf(record.comment);
         lines += textOf(record.variable) + " = " + std::to_string(record.value);
         lines += (comment.empty() ? "" : " # ") + comment + "\n";
@@ -145,7 +149,7 @@ BinVarFile::BinVarFile(const std::string& path, bool severalAllowed, unsigned in
     packsAlike = packsAsItWas;
     getRecordSize = recordSize;
     getMaxRecordSize = largestRecordSize;
-    (void)setFeature(REG_FEATURE_PACKED);
+    features |= REG_FEATURE_PACKED | layoutFeatures(path);
     if (!severalAllowed) {
         (void)unsetFeature(REG_FEATURE_ALLOW_DUPLICATES);
     }

@@ -23,7 +23,7 @@ struct BinVar {
     [[nodiscard]] std::string rewrite(std::string_view record) const;
 };
 
-// The bytes of a file, sound as the engine leaves it, as a line "name = value # comment" for each record.
+// The bytes of a file as a line "name = value # comment" for each sound record.
 [[nodiscard]] std::string binVarLines(std::string_view bytes);
 
 class BinVarFile final : public GenRegBinVarVal, public EntryFile {

@@ -64,13 +64,13 @@ constexpr CodeClass REFUSED{
 constexpr CodeClass DAMAGED{"damaged",
                             EXIT_DAMAGED,
                             "every operation that reads the file",
-                            "keep a copy of the file, then compare it with its .bkp, .cor or a saved one",
+                            "keep a copy of the file; genreg dump shows the damage, genreg diff what a saved one has",
                             false,
                             false};
 constexpr CodeClass UNPACKING{"damaged",
                               EXIT_DAMAGED,
                               "every operation that reads the file",
-                              "keep a copy of the file, then compare it with its .bkp, .cor or a saved one",
+                              "keep a copy of the file; genreg dump shows the damage, genreg diff what a saved one has",
                               true,
                               false};
 constexpr CodeClass WRITING{"write-failed",

@@ -17,6 +17,8 @@ constexpr std::string_view FOOTER =
     "Exit: 0 done or nothing to change, 1 not found or differs, 2 usage, 3 missing or unreadable, 4 locked,\n"
     "5 conflict, 6 invalid value, 7 damaged, 8 the update failed, 70 a defect of the tool.";
 
+constexpr double MOST_SECONDS = 1e6;
+
 struct Parser {
     CLI::App app{std::string(DESCRIPTION), "genreg"};
     std::string color = "auto";
@@ -24,6 +26,13 @@ struct Parser {
     Action action;
     std::vector<std::pair<unsigned int, CLI::Option*>> acting;  // options that not every command takes
 };
+
+// NaN, which compares with nothing, is out of the range as well.
+std::string secondsProblem(const std::string& text) {
+    double seconds = 0;
+    const bool fits = CLI::detail::lexical_cast(text, seconds) && seconds >= 0 && seconds <= MOST_SECONDS;
+    return fits ? "" : fmt::format("{} is no number of seconds from 0 to {}", text, MOST_SECONDS);
+}
 
 void declareGlobals(Parser& parser, Context& context) {
     CLI::App& app = parser.app;
@@ -39,7 +48,7 @@ void declareGlobals(Parser& parser, Context& context) {
     parser.acting.emplace_back(USES_DIFF, app.add_flag("--diff", options.diff, "show what was changed"));
     app.add_option("--wait", options.waitSeconds, "how long to wait for the lock (10; 0 fails at once)")
         ->type_name("SECONDS")
-        ->check(CLI::Range(0.0, 1e6).description(""));
+        ->check(secondsProblem);
     parser.acting.emplace_back(
         USES_IF_VALUE, app.add_option("--if-value", options.ifValue, "only if this is the value now")->type_name("V"));
     parser.acting.emplace_back(USES_ALL,
@@ -85,11 +94,17 @@ std::string fullName(const CLI::App& app) {
     return app.get_parent() == nullptr ? app.get_name() : fullName(*app.get_parent()) + " " + app.get_name();
 }
 
-// The same behind "genreg: ", which every message begins with.
-std::string shortName(const CLI::App& app) {
+// "varval set"; empty for the tool itself.
+std::string operationOf(const CLI::App& app) {
     const std::string name = fullName(app);
     const std::size_t blank = name.find(' ');
-    return blank == std::string::npos ? "" : name.substr(blank + 1) + ": ";
+    return blank == std::string::npos ? "" : name.substr(blank + 1);
+}
+
+// The same behind "genreg: ", which every message begins with.
+std::string shortName(const CLI::App& app) {
+    const std::string name = operationOf(app);
+    return name.empty() ? "" : name + ": ";
 }
 
 std::vector<std::string> optionNames(const CLI::App& root, const CLI::App& command) {
@@ -167,15 +182,10 @@ void refuseIdleOptions(const Parser& parser) {
 
 }  // namespace
 
-std::string Context::file(const std::string& given) const {
-    if (!given.empty() && options.registry) {
-        throw usageFailure("FILE and --registry name two files; one is enough");
-    }
-    std::string path = options.registry.value_or(given);
-    if (path.empty()) {
-        throw usageFailure("which file?", fmt::format("genreg {} FILE", operation));
-    }
-    return path;
+CLI::Option* addOptionalFile(CLI::App& parser, std::string& file, const std::string& help) {
+    return parser.add_option("FILE", file, help)->check([](const std::string& text) {
+        return text.empty() ? "the name is empty" : "";
+    });
 }
 
 int run(Context& context, std::span<const CommandGroup> groups, std::span<const Command> commands, int count,
@@ -202,6 +212,7 @@ int run(Context& context, std::span<const CommandGroup> groups, std::span<const 
         return EXIT_DONE;
     } catch (const CLI::ParseError& error) {
         chooseColor(parser.color, context.output);
+        context.operation = operationOf(innermost(parser.app));
         throw parseFailure(parser.app, error);
     }
     chooseColor(parser.color, context.output);

@@ -31,9 +31,6 @@ struct Context {
     std::string operation;  // the command's name
     int argumentCount = 0;  // the command line, as main got it
     char** arguments = nullptr;
-
-    // The file that the user named, or the one of --registry. Usage failure when there is neither.
-    [[nodiscard]] std::string file(const std::string& given) const;
 };
 
 // Answers the exit status; failures are thrown.
@@ -59,6 +56,10 @@ struct CommandGroup {
     std::string_view name;
     std::string_view summary;
 };
+
+// Declares a FILE that need not be given. An empty one is refused: a script whose variable is empty does not mean the
+// registry that is meant when there is none.
+CLI::Option* addOptionalFile(CLI::App& parser, std::string& file, const std::string& help);
 
 // Parses the command line and runs what it asks for. Throws Failure; answers the exit status.
 int run(Context& context, std::span<const CommandGroup> groups, std::span<const Command> commands, int count,

@@ -4,11 +4,13 @@
 #include <filesystem>
 #include <memory>
 
+#include "BinVarFile.h"
 #include "Commands.h"
 #include "Diff.h"
 #include "Files.h"
 #include "GlobalRegistry.h"
 #include "RecordDiff.h"
+#include "RegistryBytes.h"
 #include "Text.h"
 #include "Update.h"
 
@@ -34,71 +36,43 @@ std::string otherSide(const Context& context, const std::string& path) {
             return companion;
         }
     }
-    const std::string global = globalRegistryPath(context);
+    std::string global = globalRegistryPath(context);
     const bool comparable = isBinary(readFile(path, "compare")) && isThere(global) && !isSameFile(global, path);
     if (!comparable) {
         throw usageFailure(
             fmt::format("{}: no .tmp, .bkp or .cor stands beside it; compare it with what?", printable(path)),
-            fmt::format("genreg diff {} OTHER", printable(path)));
+            fmt::format("genreg diff {} OTHER", shellWord(path)));
     }
     return global;
 }
 
 // Refuses to call a comparison complete that could not read everything.
 void refuseDamage(const std::string& path, const RecordFile& file) {
-    std::vector<BadFrame> bad = file.damaged;
-    bad.insert(bad.end(), file.unknown.begin(), file.unknown.end());
+    const std::vector<BadFrame> bad = file.bad(true);
     if (!bad.empty()) {
         throw damageFailure(path, bad);
     }
 }
 
-int compareBinary(Context& context, const Difference& difference) {
-    Output& output = context.output;
-    const RecordFile before = parseRecords(difference.before);
-    const RecordFile after = parseRecords(difference.after);
-    if (before.records.empty() && after.records.empty()) {
-        if (difference.empty()) {
-            return EXIT_DONE;
-        }
-        output.note("differs", difference.oldName,
-                    fmt::format("differs from {}; they are no text files", printable(difference.newName)));
-        return EXIT_NEGATIVE;
+void refuseDamage(const std::string& path, const RegistryBytes& file) {
+    if (!file.isSound()) {
+        throw damageFailure(path, file);
     }
-    bool differs = false;
-    if (output.style.json) {
-        const std::vector<Json> objects = recordDifferenceObjects(difference);
-        std::for_each(objects.begin(), objects.end(), [&](const Json& object) { output.json(object); });
-        differs = !objects.empty();
-    } else {
-        differs = printRecordDifference(output, difference);
-    }
-    refuseDamage(difference.oldName, before);
-    refuseDamage(difference.newName, after);
-    if (!differs && !difference.empty()) {
-        output.note("same", difference.oldName,
-                    fmt::format("has the records of {}; their order or what readers skip differs",
-                                printable(difference.newName)));
-    }
-    return differs ? EXIT_NEGATIVE : EXIT_DONE;
 }
 
-int compare(Context& context, const Arguments& arguments) {
+int differing(Context& context, const Difference& difference, const std::string& why) {
+    context.output.note("differs", difference.oldName,
+                        fmt::format("differs from {}; {}", printable(difference.newName), why));
+    return EXIT_NEGATIVE;
+}
+
+int compareLinesOf(Context& context, const Difference& difference) {
     Output& output = context.output;
-    const std::string other = arguments.after.empty() ? otherSide(context, arguments.before) : arguments.after;
-    const Difference difference{arguments.before, other, readFile(arguments.before, "compare"),
-                                readFile(other, "compare")};
-    const auto comparable = [](const std::string& bytes) { return bytes.empty() || isBinary(bytes); };
-    if (comparable(difference.before) && comparable(difference.after)) {
-        return compareBinary(context, difference);
-    }
     if (difference.empty()) {
         output.detail("no difference");
         return EXIT_DONE;
     }
-    if (isBinary(difference.before) || isBinary(difference.after)) {
-        output.note("differs", arguments.before, fmt::format("differs from {}; one of them is text", printable(other)));
-    } else if (output.style.json) {
+    if (output.style.json) {
         for (const Json& object : differenceObjects(difference)) {
             output.json(object);
         }
@@ -108,13 +82,82 @@ int compare(Context& context, const Arguments& arguments) {
     return EXIT_NEGATIVE;
 }
 
+int sameRecords(Context& context, const Difference& difference) {
+    if (!difference.empty()) {
+        context.output.note("same", difference.oldName,
+                            fmt::format("has the records of {}; their order or what readers skip differs",
+                                        printable(difference.newName)));
+    }
+    return EXIT_DONE;
+}
+
+int compareRecordsOf(Context& context, const Difference& difference) {
+    Output& output = context.output;
+    bool differs = false;
+    if (output.style.json) {
+        const std::vector<Json> objects = recordDifferenceObjects(difference);
+        std::for_each(objects.begin(), objects.end(), [&](const Json& object) { output.json(object); });
+        differs = !objects.empty();
+    } else {
+        differs = printRecordDifference(output, difference);
+    }
+    refuseDamage(difference.oldName, parseRecords(difference.before));
+    refuseDamage(difference.newName, parseRecords(difference.after));
+    return differs ? EXIT_NEGATIVE : sameRecords(context, difference);
+}
+
+int compareVariables(Context& context, const Difference& difference) {
+    const Difference lines{difference.oldName, difference.newName, binVarLines(difference.before),
+                           binVarLines(difference.after)};
+    return lines.empty() ? sameRecords(context, difference) : compareLinesOf(context, lines);
+}
+
+int compareBinary(Context& context, const Difference& difference) {
+    const RegistryBytes before = takeApart(difference.before, false);
+    const RegistryBytes after = takeApart(difference.after, false);
+    // What is too damaged to tell goes with the other side.
+    const auto is = [](const RegistryBytes& file, RegistryContent content) {
+        return file.parts.empty() || file.content == content ||
+               (file.content == RegistryContent::OTHER && !file.isSound());
+    };
+    const auto both = [&](RegistryContent content) { return is(before, content) && is(after, content); };
+    if (both(RegistryContent::GLOBAL)) {
+        return compareRecordsOf(context, difference);
+    }
+    int status = EXIT_DONE;
+    if (both(RegistryContent::VARIABLES)) {
+        status = compareVariables(context, difference);
+    } else if (!difference.empty()) {
+        status = differing(context, difference,
+                           before.content == after.content ? "their records are of a kind not known here"
+                                                           : "their records are of different kinds");
+    }
+    refuseDamage(difference.oldName, before);
+    refuseDamage(difference.newName, after);
+    return status;
+}
+
+int compare(Context& context, const Arguments& arguments) {
+    const std::string other = arguments.after.empty() ? otherSide(context, arguments.before) : arguments.after;
+    const Difference difference{arguments.before, other, readFile(arguments.before, "compare"),
+                                readFile(other, "compare")};
+    const auto comparable = [](const std::string& bytes) { return bytes.empty() || isBinary(bytes); };
+    if (comparable(difference.before) && comparable(difference.after)) {
+        return compareBinary(context, difference);
+    }
+    if (isBinary(difference.before) || isBinary(difference.after)) {
+        return differing(context, difference, "one of them is text");
+    }
+    return compareLinesOf(context, difference);
+}
+
 Action declareDiff(CLI::App& parser) {
     auto arguments = std::make_shared<Arguments>();
     parser.add_option("A", arguments->before, "a registry file, or a companion or copy of it")->required();
     parser.add_option("B", arguments->after,
                       "the other one; when there is none, the .tmp, .bkp or .cor beside A, else the global registry");
     parser.footer(
-        "Files that hold a NUL byte are compared record by record: - only in A, + only in B, ~ fields old -> new.\n"
+        "Binary registries are compared record by record: - only in A, + only in B, ~ fields old -> new.\n"
         "Exits 7 when a frame of either is damaged; the sound ones are compared all the same.");
     return [arguments](Context& context) { return compare(context, *arguments); };
 }

@@ -124,12 +124,12 @@ private:
                           {"offset", 0},
                           {"checksum", stated},
                           {"computed", computed},
-                          {"fits", stated == computed}});
+                          {"fits", parts_.header->fits()}});
             return;
         }
         output_.line(fmt::format(
             "{}  checksum header: {}{}", place(0), stated,
-            stated == computed ? ", fits" : fmt::format("  <-- DAMAGED: the bytes behind it give {}", computed)));
+            parts_.header->fits() ? ", fits" : fmt::format("  <-- DAMAGED: the bytes behind it give {}", computed)));
         if (raw_) {
             printBytes(
                 output_,
@@ -243,19 +243,12 @@ private:
     }
 
     void refuseDamage() {
-        const RegistryPart* first = parts_.firstDamage();
-        const bool headerDiffers = parts_.header && parts_.header->stated != parts_.header->computed;
-        if (first == nullptr && !headerDiffers) {
+        if (parts_.isSound()) {
             return;
         }
         output_.flush();
-        Failure failure = libraryFailure(first == nullptr ? REG_CHECKSUM_DIFFERS : REG_FRAME_TRUNCATED, path_, "read");
-        if (first != nullptr) {
-            const auto count = std::count_if(parts_.parts.begin(), parts_.parts.end(),
-                                             [](const RegistryPart& part) { return !part.damage.empty(); });
-            failure.message = fmt::format("{} is damaged in {} place{}, the first at offset {}: {}", printable(path_),
-                                          count, count == 1 ? "" : "s", first->damageOffset, first->damage);
-        }
+        Failure failure = damageFailure(path_, parts_);
+        failure.hint = "keep a copy of the file, then compare it with its .bkp, .cor or a saved one (genreg diff)";
         throw failure;
     }
 
@@ -271,14 +264,18 @@ int dump(Context& context, const Arguments& arguments) {
     judgeFile(path, "dump it", true);
     std::error_code ignored;
     if (std::filesystem::file_size(path, ignored) > LARGEST_FILE && !ignored) {
-        throw systemFailure(EFBIG, path, "dump it");
+        Failure failure = systemFailure(EFBIG, path, "dump it");
+        failure.kind = "unreadable";
+        failure.exitStatus = EXIT_UNREADABLE;
+        failure.hint = "dump a part of it: head -c 1G FILE > PART";
+        throw failure;
     }
     return Dump(context, path, arguments.raw, arguments.file.empty()).tell();
 }
 
 Action declareDump(CLI::App& parser) {
     auto arguments = std::make_shared<Arguments>();
-    parser.add_option("FILE", arguments->file, "a binary registry; without one, the global registry");
+    addOptionalFile(parser, arguments->file, "a binary registry; without one, the global registry");
     parser.add_flag("--raw", arguments->raw, "show the bytes of every frame, too");
     return [arguments](Context& context) { return dump(context, *arguments); };
 }

@@ -27,7 +27,7 @@ public:
 
 private:
     [[nodiscard]] std::string hint(const std::string& command, const std::string& path) const {
-        return fmt::format("genreg {} {} {}", form_.group, command, printable(path));
+        return fmt::format("genreg {} {} {}", form_.group, command, shellWord(path));
     }
     [[nodiscard]] std::string look() const { return fmt::format("genreg {} get", form_.group); }
 
@@ -139,24 +139,29 @@ int EntryCommand::get(bool every) const {
 
 int EntryCommand::update(bool (EntryCommand::*make)(const std::string& path) const) const {
     Change change{request_.file, doing_, request_.result, [&](const std::string& path) { return (this->*make)(path); }};
-    if (form_.shown != nullptr) {
-        const auto asText = [shown = form_.shown](const Difference& difference) {
-            return Difference{difference.oldName, difference.newName, shown(difference.before),
-                              shown(difference.after)};
-        };
-        change.print = [asText](Output& output, const Difference& difference) {
-            printDifference(output, asText(difference));
-        };
-        change.objects = [asText](const Difference& difference) { return differenceObjects(asText(difference)); };
+    if (form_.shown == nullptr) {
+        return carryOutOnText(context_, change);
     }
+    const auto asText = [shown = form_.shown](const Difference& difference) {
+        return Difference{difference.oldName, difference.newName, shown(difference.before), shown(difference.after)};
+    };
+    change.print = [asText](Output& output, const Difference& difference) {
+        printDifference(output, asText(difference));
+    };
+    change.objects = [asText](const Difference& difference) { return differenceObjects(asText(difference)); };
     return carryOut(context_, change);
 }
 
 bool EntryCommand::set(const std::string& path) const {
-    judgeFile(path, doing_, true);
+    needFile(path, doing_);
     const auto file = form_.open(path, context_.options.all);
-    const std::string otherwise = fmt::format("add it: {} {}", hint("add", path), printable(request_.addWords));
+    const std::string otherwise = fmt::format("add it: {} {}", hint("add", path), request_.addWords);
     const std::vector<Entry> matches = concerned(path, file->read(doing_), otherwise);
+    for (const Entry& entry : matches) {
+        if (entry.hidesBytes) {
+            throw hiddenBytes(path, doing_, entry.number);
+        }
+    }
     EntryEdit edit = request_.edit;
     const bool asAsked =
         std::all_of(matches.begin(), matches.end(), [&](const Entry& entry) { return edit.isAsAsked(entry.raw); });
@@ -194,7 +199,7 @@ bool EntryCommand::add(const std::string& path) const {
 }
 
 bool EntryCommand::remove(const std::string& path) const {
-    judgeFile(path, doing_, true);
+    needFile(path, doing_);
     const auto file = form_.open(path, context_.options.all);
     const std::vector<Entry> matches = concerned(path, file->read(doing_), hint("list", path));
     const LockPatience patience(context_, file->engine(), path);
@@ -212,7 +217,7 @@ void EntryCommand::askBeforeDeleting() const {
     const auto entries = entriesOf(form_, request_.file, doing_);
     const std::size_t count = concerned(request_.file, entries, hint("list", request_.file)).size();
     if (count > 1) {
-        confirmDeletion(request_.file, count, fmt::format("{}s", form_.place), request_.name);
+        confirm(request_.file, fmt::format("delete {} {}s of {}", count, form_.place, printable(request_.name)));
     }
 }
 
@@ -226,7 +231,7 @@ void Entry::setNumber(const char* what, std::size_t counted) {
 }
 
 std::vector<Entry> entriesOf(const EntryForm& form, const std::string& file, const std::string& doing) {
-    judgeFile(file, doing, true);
+    needFile(file, doing);
     return form.open(file, true)->read(doing);
 }
 

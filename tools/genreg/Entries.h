@@ -24,7 +24,8 @@ struct Entry {
     std::string name;                // what finds it, as people write it
     std::string value;               // what --if-value compares and "get" prints
     std::vector<std::string> cells;  // of the table
-    Json members;
+    Json members = Json::object();
+    bool hidesBytes = false;  // of a line: behind a NUL byte, which ends it for every reader
 
     // Gives it its number; "line" or "record" says of what.
     void setNumber(const char* what, std::size_t counted);
@@ -86,7 +87,7 @@ struct EntryRequest {
     unsigned long mask = 0;  // the fields that find it
     EntryEdit edit;
     Json result = Json::object();  // what --json tells of an update
-    std::string addWords;          // of the command line that adds it
+    std::string addWords;          // of the command line that adds it, quoted for a shell
     // Refuses entries that the name does not tell apart; may be empty.
     std::function<void(const std::vector<Entry>&)> tellApart;
 };

@@ -23,7 +23,7 @@ std::string clause(unsigned int code) {
     if (!text.empty() && text.back() == '.') {
         text.pop_back();
     }
-    if (text.size() > 1 && text[0] >= 'A' && text[0] <= 'Z' && text[1] >= 'a' && text[1] <= 'z') {
+    if (text.size() > 1 && text[0] >= 'A' && text[0] <= 'Z' && ((text[1] >= 'a' && text[1] <= 'z') || text[1] == ' ')) {
         text[0] = static_cast<char>(text[0] - 'A' + 'a');
     }
     return text;
@@ -67,7 +67,7 @@ Failure libraryFailure(unsigned int code, std::string path, const std::string& d
     const unsigned int platformCode = cause.platformCode != 0 && (inner || cause.code == code) ? cause.platformCode : 0;
     int systemError = 0;
     const bool known = isSystemError(platformCode != 0 ? platformCode : deciding, &systemError);
-    if (known && platformCode != 0) {
+    if (known && platformCode != 0 && platformCode != deciding) {
         why += ": " + systemWords(systemError);
     }
     if (known && systemError == ENOENT && meaning->exitStatus == EXIT_UNREADABLE) {

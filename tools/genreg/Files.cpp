@@ -23,7 +23,6 @@ Failure missing(const std::string& path, const std::string& doing) {
     Failure failure = systemFailure(ENOENT, path, doing);
     failure.code = REG_MISSING;
     failure.message = fmt::format("{}: cannot {}: there is no such file", printable(path), doing);
-    failure.hint = "check the path; an add creates a missing file";
     return failure;
 }
 
@@ -75,12 +74,36 @@ std::string readFile(const std::string& path, const std::string& doing) {
     return bytes;
 }
 
+std::vector<FileLine> fileLines(std::string_view bytes, bool continued) {
+    std::vector<FileLine> lines;
+    for (std::size_t number = 1; !bytes.empty();) {
+        std::size_t end = 0;
+        const std::size_t first = number;
+        do {
+            const std::size_t newline = bytes.find('\n', end);
+            end = newline == std::string_view::npos ? bytes.size() : newline + 1;
+            ++number;
+        } while (continued && end < bytes.size() && end > 1 && bytes[end - 2] == '\\');
+        lines.push_back({first, bytes.substr(0, end)});
+        bytes.remove_prefix(end);
+    }
+    return lines;
+}
+
 ScratchFolder::ScratchFolder() {
+    sigset_t ending;
+    sigemptyset(&ending);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+        sigaddset(&ending, signal);
+    }
+    (void)sigprocmask(SIG_BLOCK, &ending, &signals_);
     std::error_code error;
     const auto parent = std::filesystem::temp_directory_path(error);
     std::string name = (error ? std::filesystem::path("/tmp") : parent) / "genreg.XXXXXX";
     if (mkdtemp(name.data()) == nullptr) {
-        throw systemFailure(errno, name, "make a private folder for the rehearsal");
+        const int systemError = errno;
+        (void)sigprocmask(SIG_SETMASK, &signals_, nullptr);
+        throw systemFailure(systemError, name, "make a private folder for the rehearsal");
     }
     path_ = name;
 }
@@ -88,6 +111,7 @@ ScratchFolder::ScratchFolder() {
 ScratchFolder::~ScratchFolder() {
     std::error_code ignored;
     std::filesystem::remove_all(path_, ignored);
+    (void)sigprocmask(SIG_SETMASK, &signals_, nullptr);
 }
 
 }  // namespace tool

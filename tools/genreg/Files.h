@@ -1,19 +1,31 @@
 // Files as the commands see them: read whole, judged before the library opens them, copied for a rehearsal.
 #pragma once
 
+#include <signal.h>
+
 #include <filesystem>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace tool {
 
 // The bytes of a regular file. Throws a Failure for what is missing, unreadable or no regular file.
 [[nodiscard]] std::string readFile(const std::string& path, const std::string& doing);
 
+// A line with its newline, and the number of the first line of the file that it takes.
+struct FileLine {
+    std::size_t number;
+    std::string_view bytes;
+};
+// The lines as an engine takes them. continued: a backslash before the newline goes on with the next line.
+[[nodiscard]] std::vector<FileLine> fileLines(std::string_view bytes, bool continued);
+
 // Refuses, in words, what the library would stumble over: a directory, a device, a pipe (whose opening would wait for
 // ever). Answers whether the file exists; a missing one is refused only when it must exist.
 bool judgeFile(const std::string& path, const std::string& doing, bool mustExist);
 
-// A private folder, removed with everything in it at the end.
+// A private folder, removed with everything in it at the end. Signals that would end the tool wait until then.
 class ScratchFolder {
 public:
     ScratchFolder();
@@ -24,6 +36,7 @@ public:
     [[nodiscard]] const std::filesystem::path& path() const noexcept { return path_; }
 
 private:
+    sigset_t signals_{};  // blocked before
     std::filesystem::path path_;
 };
 

@@ -15,13 +15,11 @@ struct GlobalPath {
     bool toolVouches = false;  // it is a set-user-ID program of root in a place that makes its folder the registry's
 };
 
-// As the library resolves it, --registry and --default-path heeded. Throws a Failure when there is no answer.
+// As the library resolves it, --registry and --default-path heeded. Throws a Failure when there is no answer, or one
+// that the library does not take.
 [[nodiscard]] GlobalPath globalPath(const Context& context);
 
 // Its path; or the file that the user named instead.
 [[nodiscard]] std::string globalFile(const Context& context, const std::string& given = {});
-
-// Makes the path the one that the library resolves to from now on.
-void useGlobalPath(const std::string& path);
 
 }  // namespace tool

@@ -1,11 +1,14 @@
 #include "GlobalRegistry.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
 
 #include "Failure.h"
+#include "GlobalPath.h"
 #include "RecordFields.h"
+#include "RegistryBytes.h"
 
 namespace tool {
 namespace {
@@ -42,37 +45,12 @@ unsigned int validate(unsigned long mask, void* record) {
 }  // namespace
 
 std::string globalRegistryPath(const Context& context) {
-    const Options& options = context.options;
-    if (options.registry && options.defaultPath) {
-        throw usageFailure("--registry and --default-path name two registries; one is enough");
+    std::string path = globalPath(context).path;
+    // The change log names the path by the library's rules, which know nothing of the options.
+    if (setenv(PATH_VARIABLE, path.c_str(), 1) != 0) {
+        throw systemFailure(ENOMEM, path, "use it as the global registry");
     }
-    if (options.registry) {
-        (void)setenv(PATH_VARIABLE, options.registry->c_str(), 1);
-    }
-    char path[REG_PATH_SIZE] = "";
-    unsigned short length = sizeof path;
-    const unsigned int code = GetGlobalRegPathnameInternal(path, &length, options.defaultPath);
-    if (code != 0) {
-        throw libraryFailure(code, options.registry.value_or("global.reg"), "find the global registry");
-    }
-    if (*path == '\0') {
-        Failure failure = usageFailure("the path of the global registry is empty");
-        failure.hint = std::string("unset ") + PATH_VARIABLE + ", or --registry PATH";
-        throw failure;
-    }
-    // The change log names the path by the same rules, which know nothing of the options.
-    (void)setenv(PATH_VARIABLE, path, 1);
     return path;
-}
-
-std::string fileOrGlobalRegistry(const Context& context, const std::string& given) {
-    if (given.empty()) {
-        return globalRegistryPath(context);
-    }
-    if (context.options.defaultPath) {
-        throw usageFailure("FILE and --default-path name two files; one is enough");
-    }
-    return context.file(given);
 }
 
 bool isSameFile(const std::string& a, const std::string& b) {
@@ -88,6 +66,7 @@ GlobalRegistry::GlobalRegistry(const Context& context, const std::string& path, 
     matchRecord = match;
     validateRecord = validate;
     packedMayMatch = nullptr;
+    features |= layoutFeatures(path);
     SetCommandLine(context.argumentCount, context.arguments);
     if (rehearsal) {
         (void)unsetFeature(REG_FEATURE_CHANGE_LOG | REG_FEATURE_NOTIFY);

@@ -11,10 +11,8 @@
 
 namespace tool {
 
-// The global registry that the options and the surroundings choose. Throws a Failure.
+// The global registry that the options and the surroundings choose, for updates of it. Throws a Failure.
 [[nodiscard]] std::string globalRegistryPath(const Context& context);
-// The file that the user named; the global registry when there is none.
-[[nodiscard]] std::string fileOrGlobalRegistry(const Context& context, const std::string& given);
 // Whether both paths lead to one file.
 [[nodiscard]] bool isSameFile(const std::string& a, const std::string& b);
 

@@ -165,8 +165,8 @@ EntryRequest editOf(const Arguments& arguments, const char* verb) {
     EntryRequest request = requestOf(arguments);
     request.edit.rewrite = [arguments](std::string_view line) { return rewritten(arguments, line); };
     request.edit.readsAsAsked = [arguments](std::string_view line) { return isReadFrom(arguments, line); };
-    request.addWords =
-        fmt::format("{} '{}' '{}' '{}'", arguments.id, arguments.runLevels, arguments.action, arguments.command);
+    request.addWords = fmt::format("{} {} {} {}", shellWord(arguments.id), shellWord(arguments.runLevels),
+                                   shellWord(arguments.action), shellWord(arguments.command));
     putText(request.result, "run_levels", arguments.runLevels);
     putText(request.result, "action", arguments.action);
     putText(request.result, "command", arguments.command);

@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "Entries.h"
+#include "Files.h"
 
 namespace tool {
 
@@ -42,16 +43,17 @@ public:
         std::vector<Entry> entries;
         const auto record = std::make_unique<Record>();
         unsigned int code = 0;
-        for (std::size_t number = 1; (code = this->GetNext(0, nullptr, record.get())) == 0; ++number) {
+        for (std::size_t number = 0; (code = this->GetNext(0, nullptr, record.get())) == 0; ++number) {
             if (record->parseCode == 0 && Form::isEntry(record->base)) {
                 Entry entry = Form::describe(record->base, record->raw);
-                entry.setNumber("line", number);
+                entry.number = number;
                 entry.raw = record->raw;
                 entries.push_back(std::move(entry));
             }
         }
         check(code == REG_NO_MORE_RECORDS ? 0 : code, doing);
         check(this->CloseScan(), doing);
+        readBytes(entries, doing);
         return entries;
     }
 
@@ -73,6 +75,18 @@ public:
     }
 
 private:
+    // What the records do not tell: the lines' numbers in the file, and whether a NUL byte hides the rest of one.
+    void readBytes(std::vector<Entry>& entries, const std::string& doing) const {
+        const std::string bytes = readFile(path_, doing);
+        const auto lines = fileLines(bytes, (this->features & REG_FEATURE_LINE_CONTINUATION) != 0);
+        for (Entry& entry : entries) {
+            // The file may be another one by now.
+            const bool known = entry.number < lines.size();
+            entry.hidesBytes = known && lines[entry.number].bytes.find('\0') != std::string_view::npos;
+            entry.setNumber("line", known ? lines[entry.number].number : entry.number + 1);
+        }
+    }
+
     static constexpr unsigned long EVERY_FIELD = ~0UL;
 
     LineFile(const std::string& path, bool severalAllowed, unsigned int code)

@@ -4,11 +4,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
+#include <span>
+#include <utility>
 
 #include "Commands.h"
 #include "Files.h"
+#include "GlobalPath.h"
 #include "LockReport.h"
 #include "Text.h"
 #include "Update.h"
@@ -29,7 +33,7 @@ struct Arguments {
 };
 
 int status(Context& context, const std::string& given) {
-    const std::string path = context.file(given);
+    const std::string path = globalFile(context, given);
     judgeFile(path, "tell who holds the lock", true);
     const RegistryFile file(path);
     const Json lock = lockObject(file);
@@ -126,8 +130,22 @@ int runCommand(const Context& context, const std::vector<std::string>& command) 
     return await(child);
 }
 
+// The parser takes the first word for FILE. When all of them stand behind "--" there is no FILE.
+Arguments split(const Context& context, const Arguments& parsed) {
+    const std::span<char*> all(context.arguments, static_cast<std::size_t>(context.argumentCount));
+    const auto sign = std::find(all.begin(), all.end(), std::string_view("--"));
+    Arguments arguments = parsed;
+    if (sign != all.end() && static_cast<std::size_t>(all.end() - sign - 1) == parsed.command.size() + 1) {
+        arguments.command.insert(arguments.command.begin(), std::exchange(arguments.file, {}));
+    }
+    if (arguments.command.empty()) {
+        throw usageFailure("which command is to run under the lock?", "genreg lock run [FILE] -- CMD");
+    }
+    return arguments;
+}
+
 int lockAndRun(Context& context, const Arguments& arguments) {
-    const std::string path = context.file(arguments.file);
+    const std::string path = globalFile(context, arguments.file);
     judgeFile(path, "lock it", true);
     RegistryFile file(path);
     const LockPatience patience(context, file, path);
@@ -145,21 +163,21 @@ int lockAndRun(Context& context, const Arguments& arguments) {
 
 Action declareStatus(CLI::App& parser) {
     auto file = std::make_shared<std::string>();
-    parser.add_option("FILE", *file, "the registry file");
+    addOptionalFile(parser, *file, "the registry file; the global registry when there is none");
     return [file](Context& context) { return status(context, *file); };
 }
 
 Action declareRun(CLI::App& parser) {
     auto arguments = std::make_shared<Arguments>();
-    parser.add_option("FILE", arguments->file, "the registry file")->required();
-    parser.add_option("CMD", arguments->command, "the command and its arguments, behind \"--\"")->required();
-    return [arguments](Context& context) { return lockAndRun(context, *arguments); };
+    addOptionalFile(parser, arguments->file, "the registry file; the global registry when there is none");
+    parser.add_option("CMD", arguments->command, "the command and its arguments, behind \"--\"");
+    return [arguments](Context& context) { return lockAndRun(context, split(context, *arguments)); };
 }
 
 constexpr Command COMMANDS[] = {
     {"lock status", "who holds the lock, since when; exits 0 when it is free, 4 when it is held", USES_REGISTRY,
      declareStatus},
-    {"lock run", "run a command under the lock; exits with its status", 0, declareRun},
+    {"lock run", "run a command under the lock; exits with its status", USES_REGISTRY, declareRun},
 };
 
 }  // namespace

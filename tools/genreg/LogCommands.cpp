@@ -1,13 +1,13 @@
 #include <fmt/core.h>
 #include <osse/Files.h>
-#include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
-#include <iostream>
 #include <memory>
 #include <optional>
 
+#include "Answers.h"
 #include "ChangeLogLine.h"
 #include "Commands.h"
 #include "Diff.h"
@@ -64,28 +64,14 @@ int logOn(Context& context) {
     return EXIT_DONE;
 }
 
-void askToRemove(const Context& context) {
-    if (context.options.yes) {
-        return;
-    }
-    const std::string what = fmt::format("remove {} and the lines in it", LOG_PATH);
-    if (isatty(STDIN_FILENO) == 0) {
-        throw usageFailure(fmt::format("{}: nobody is here to ask", what), "genreg log off -y");
-    }
-    fmt::print(stderr, "{}? (y/n) ", what);
-    std::string answer;
-    std::getline(std::cin, answer);
-    if (answer != "y" && answer != "yes") {
-        throw usageFailure("the log stays on");
-    }
-}
-
 int logOff(Context& context) {
     if (!isOn()) {
         context.output.note("unchanged", LOG_PATH, "the log is off already");
         return EXIT_DONE;
     }
-    askToRemove(context);
+    if (!context.options.yes) {
+        confirm(LOG_PATH, "remove it and the lines in it");
+    }
     std::error_code error;
     if (!std::filesystem::remove(LOG_PATH, error)) {
         throw systemFailure(error ? error.value() : ENOENT, LOG_PATH, "remove it");
@@ -114,10 +100,18 @@ int logStatus(Context& context) {
     return EXIT_DONE;
 }
 
+bool isNumber(const std::string& text, int* number) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *number);
+    return error == std::errc() && end == text.data() + text.size();
+}
+
 Json recordObject(const LoggedRecord& record) {
     Json object{{"type", recordTypeName(record.type)}};
     for (const auto& [field, text] : record.fields) {
-        if (text) {
+        int number = 0;
+        if (text && field->kind == GLOBALREG_FIELD_NUMBER && isNumber(*text, &number)) {
+            object[field->name] = number;
+        } else if (text) {
             putText(object, field->name, *text);
         } else {
             object[field->name] = nullptr;
@@ -225,7 +219,7 @@ constexpr Command COMMANDS[] = {
     {"log show", "the lines of the change log", 0,
      [](CLI::App& parser) -> Action {
          auto file = std::make_shared<std::string>();
-         parser.add_option("FILE", *file, "a saved log, instead of the one being written");
+         addOptionalFile(parser, *file, "a saved log, instead of the one being written");
          return [file](Context& context) { return showLog(context, *file); };
      }},
 };

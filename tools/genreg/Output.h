@@ -2,11 +2,12 @@
 //
 // The library may print diagnostics on descriptor 1. The tool therefore moves its own output to a descriptor of its own
 // before anything else happens, and leaves the null device in place of the old one. What cannot be written is a
-// failure: finish() must be called last and throws.
+// failure: finish() must be called last and throws. What cannot be said on standard error is lost, and that is all.
 #pragma once
 
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,6 +26,13 @@ struct OutputStyle {
     bool errorColor = false;  // on standard error
 };
 
+// Never fails: it runs inside the library's callbacks, and where a failure is being reported.
+void toStandardError(std::string_view text) noexcept;
+
+// Opens the null device for standard input and standard error where they are closed, so that no file that is opened
+// later takes their place. Before anything else is opened.
+void fillClosedStandardFiles() noexcept;
+
 class Output {
 public:
     Output() noexcept;
@@ -33,6 +41,8 @@ public:
     Output& operator=(const Output&) = delete;
 
     OutputStyle style;
+    // Whether an update changed its file, once that is known: a result that cannot be written must not hide it.
+    std::optional<bool> changed;
 
     // The descriptor that standard output was; -1 when there is none.
     [[nodiscard]] int descriptor() const noexcept;
@@ -43,6 +53,8 @@ public:
     // One object on one line, "schema" first.
     void json(const Json& members);
     void flush();
+    // Writes out what there is, and throws as finish() does; more may follow.
+    void deliver();
     // Writes out what is left. Throws a Failure when standard output did not take everything; a reader that went away
     // ends the process like any other program of a pipeline.
     void finish();
@@ -54,6 +66,8 @@ public:
     void report(const Failure& failure);
 
 private:
+    void refuseFailure();
+
     std::FILE* stream_ = nullptr;
     int error_ = 0;
 };

@@ -9,6 +9,7 @@
 #include "Commands.h"
 #include "GlobalPath.h"
 #include "Text.h"
+#include "Update.h"
 
 namespace tool {
 namespace {
@@ -34,6 +35,9 @@ std::string resolvedPath(bool defaultPath) {
     char path[REG_PATH_SIZE] = "";
     unsigned short length = sizeof path;
     const unsigned int code = GetGlobalRegPathnameInternal(path, &length, defaultPath);
+    if (code == REG_PATH_BUFFER_TOO_SMALL) {
+        throw libraryFailure(REG_PATH_TOO_LONG, PATH_VARIABLE, "use the path that it names");
+    }
     if (code != 0) {
         Failure failure = libraryFailure(code, "the global registry", "find it");
         const char* instance = std::getenv(INSTANCE_VARIABLE);
@@ -152,15 +156,20 @@ constexpr Command COMMANDS[] = {
 
 GlobalPath globalPath(const Context& context) {
     GlobalPath found;
+    if (context.options.registry && context.options.defaultPath) {
+        throw usageFailure("--registry and --default-path name two registries; one is enough");
+    }
     if (context.options.registry) {
         found.path = *context.options.registry;
         found.rule = "option";
         if (found.path.empty()) {
             throw usageFailure("--registry names no file");
         }
+        (void)RegistryFile(found.path);
         return found;
     }
     found.path = resolvedPath(context.options.defaultPath);
+    (void)RegistryFile(found.path);
     if (std::getenv(PATH_VARIABLE) != nullptr) {
         found.rule = "environment";
     } else if (context.options.defaultPath) {
@@ -179,12 +188,6 @@ std::string globalFile(const Context& context, const std::string& given) {
         throw usageFailure("FILE and an option name two files; one is enough");
     }
     return given.empty() ? globalPath(context).path : given;
-}
-
-void useGlobalPath(const std::string& path) {
-    if (setenv(PATH_VARIABLE, path.c_str(), 1) != 0) {
-        throw systemFailure(ENOMEM, path, "use it as the global registry");
-    }
 }
 
 std::span<const Command> pathCommands() {

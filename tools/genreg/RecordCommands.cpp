@@ -1,9 +1,7 @@
 #include <fmt/core.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <bit>
-#include <iostream>
 #include <iterator>
 #include <memory>
 
@@ -11,7 +9,6 @@
 #include "Commands.h"
 #include "Files.h"
 #include "GlobalRegistry.h"
-#include "RecordDiff.h"
 #include "RecordFields.h"
 #include "Text.h"
 #include "Update.h"
@@ -103,7 +100,7 @@ GlobalRegRecord keyOf(const RecordKind& kind, const std::vector<std::string>& wo
             Failure failure = usageFailure(fmt::format("{} is empty", fields[i]->name));
             failure.kind = "invalid";
             failure.exitStatus = EXIT_INVALID;
-            failure.code = fields[i]->refusedCode;
+            failure.code = fields[i]->refusedCode != 0 ? fields[i]->refusedCode : REG_VERSION_INVALID;
             throw failure;
         }
         setField(key, *fields[i], words[i]);
@@ -329,18 +326,20 @@ bool change(const Task& task, const std::string& path, const std::vector<FieldEd
 }
 
 Change changeOf(const Task& task) {
-    Change change{task.path, task.doing, recordObject(task.key), {}};
-    change.print = [](Output& output, const Difference& difference) {
-        (void)printRecordDifference(output, difference);
-    };
-    change.objects = recordDifferenceObjects;
-    return change;
+    return changeOfRecords(task.path, task.doing, recordObject(task.key));
 }
 
 int set(Context& context, const Arguments& arguments) {
     const std::vector<FieldEdit> edits = editsOf(kindOf(arguments.type), arguments.words);
     const Task task = taskOf(context, arguments, "set");
     try {
+        // The change log has a line for the record; a line break would let it hold another.
+        for (const std::string& word : arguments.key) {
+            refuseControl("key", word);
+        }
+        for (const FieldEdit& edit : edits) {
+            refuseControl(edit.field->name, edit.text);
+        }
         GlobalRegRecord trial = task.key;
         applyEdits(trial, edits);
     } catch (const Failure& failure) {
@@ -358,19 +357,6 @@ int set(Context& context, const Arguments& arguments) {
         context.output.note("added", task.path, fmt::format("{}: added", keyText(task.key)));
     }
     return status;
-}
-
-void askBeforeRemoving(const Task& task, std::size_t count) {
-    if (isatty(STDIN_FILENO) == 0 || isatty(STDERR_FILENO) == 0) {
-        throw usageFailure(
-            fmt::format("{}: this removes {} records and there is nobody to ask", printable(task.path), count), "-y");
-    }
-    fmt::print(stderr, "genreg: {}: remove {} records ({})? [y/N] ", printable(task.path), count, keyText(task.key));
-    std::string reply;
-    std::getline(std::cin, reply);
-    if (reply != "y" && reply != "yes") {
-        throw answer("refused", EXIT_NEGATIVE, 0, task.path, "nothing was removed", "");
-    }
 }
 
 // The records that are to go. Refuses what the options do not allow.
@@ -418,7 +404,7 @@ int remove(Context& context, const Arguments& arguments) {
     if (options.all && !options.yes && !options.dryRun) {
         const std::size_t count = removable(task, task.path).size();
         if (count > 1) {
-            askBeforeRemoving(task, count);
+            confirm(task.path, fmt::format("remove {} records ({})", count, keyText(task.key)));
         }
     }
     Change change = changeOf(task);

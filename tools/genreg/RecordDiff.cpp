@@ -12,6 +12,7 @@
 #include <optional>
 
 #include "RecordFields.h"
+#include "RegistryBytes.h"
 #include "Text.h"
 
 namespace tool {
@@ -96,6 +97,7 @@ struct FieldChange {
 struct RecordChange {
     const FoundRecord* before;  // null: inserted
     const FoundRecord* after;   // null: removed
+    const FoundRecord& shown;   // the one that is there, the new one of two
     std::vector<FieldChange> fields;
 };
 
@@ -154,17 +156,17 @@ std::string keyOf(const FoundRecord& found) {
 // Pairs the records of a key in their order.
 std::vector<RecordChange> compareRecords(const RecordFile& before, const RecordFile& after) {
     std::map<std::string, std::vector<const FoundRecord*>> waiting;
-    for (auto found = after.records.rbegin(); found != after.records.rend(); ++found) {
-        waiting[keyOf(*found)].push_back(&*found);
-    }
+    std::for_each(after.records.rbegin(), after.records.rend(),
+                  [&](const FoundRecord& found) { waiting[keyOf(found)].push_back(&found); });
     std::vector<RecordChange> changes;
     for (const FoundRecord& old : before.records) {
         auto& candidates = waiting[keyOf(old)];
         if (candidates.empty()) {
-            changes.push_back({&old, nullptr, {}});
+            changes.push_back({&old, nullptr, old, {}});
             continue;
         }
-        RecordChange change{&old, candidates.back(), changedFields(old, *candidates.back())};
+        const FoundRecord& now = *candidates.back();
+        RecordChange change{&old, &now, now, changedFields(old, now)};
         candidates.pop_back();
         if (!change.fields.empty()) {
             changes.push_back(std::move(change));
@@ -173,7 +175,7 @@ std::vector<RecordChange> compareRecords(const RecordFile& before, const RecordF
     for (const FoundRecord& found : after.records) {
         const auto& candidates = waiting[keyOf(found)];
         if (std::find(candidates.begin(), candidates.end(), &found) != candidates.end()) {
-            changes.push_back({nullptr, &found, {}});
+            changes.push_back({nullptr, &found, found, {}});
         }
     }
     return changes;
@@ -193,7 +195,7 @@ void printWhole(Output& output, const FoundRecord& found) {
 
 void print(Output& output, const RecordChange& change) {
     const bool isChange = change.before != nullptr && change.after != nullptr;
-    const FoundRecord& shown = change.after != nullptr ? *change.after : *change.before;
+    const FoundRecord& shown = change.shown;
     const std::string_view color = isChange ? "\x1b[33m" : change.before != nullptr ? "\x1b[31m" : "\x1b[32m";
     const char sign = isChange ? '~' : change.before != nullptr ? '-' : '+';
     output.line(fmt::format("{}{} {}{}", output.style.color ? color : "", sign, keyText(shown.record),
@@ -207,7 +209,7 @@ void print(Output& output, const RecordChange& change) {
 }
 
 Json objectOf(const RecordChange& change) {
-    const FoundRecord& shown = change.after != nullptr ? *change.after : *change.before;
+    const FoundRecord& shown = change.shown;
     if (change.before == nullptr || change.after == nullptr) {
         Json object{{"op", change.before == nullptr ? "insert" : "remove"}};
         object.update(recordObject(shown.record));
@@ -227,12 +229,30 @@ Json objectOf(const RecordChange& change) {
 }  // namespace
 
 bool isBinary(std::string_view bytes) {
-    return bytes.find('\0') != std::string_view::npos;
+    // A checksum header ends within so many bytes.
+    constexpr std::size_t LONGEST_START = 12;
+    const std::size_t null = bytes.find('\0');
+    return null < LENGTH_SIZE || (null <= LONGEST_START && bytes.substr(0, null).find('\n') == std::string_view::npos);
+}
+
+std::vector<BadFrame> RecordFile::bad(bool unknownToo) const {
+    std::vector<BadFrame> all = header;
+    all.insert(all.end(), damaged.begin(), damaged.end());
+    if (unknownToo) {
+        all.insert(all.end(), unknown.begin(), unknown.end());
+    }
+    return all;
 }
 
 RecordFile parseRecords(std::string_view bytes) {
     RecordFile file;
-    std::size_t at = 0;
+    const RegistryLayout layout = layoutOf(bytes);
+    if (layout.header && !layout.header->fits()) {
+        file.header.push_back({0, 0, REG_CHECKSUM_DIFFERS,
+                               fmt::format("the checksum header says {}, and the bytes behind it give {}",
+                                           layout.header->stated, layout.header->computed)});
+    }
+    std::size_t at = layout.start;
     while (at < bytes.size()) {
         const std::size_t left = bytes.size() - at;
         if (left < LENGTH_SIZE) {
@@ -240,7 +260,7 @@ RecordFile parseRecords(std::string_view bytes) {
                 {at, at, REG_FRAME_LENGTH_READ_FAILED, fmt::format("the file ends {} bytes into a length of 4", left)});
             break;
         }
-        const std::size_t length = numberAt<unsigned int>(bytes, at);
+        const std::size_t length = frameLength(bytes, at, layout.bigEndian);
         if (length > left - LENGTH_SIZE) {
             file.damaged.push_back(
                 {at, at, REG_FRAME_TRUNCATED,
@@ -261,10 +281,12 @@ Failure damageFailure(const std::string& path, const std::vector<BadFrame>& fram
     failure.code = first.code;
     failure.path = path;
     const std::string count =
-        frames.size() == 1 ? "a frame is damaged" : fmt::format("{} frames are damaged, the first", frames.size());
+        frames.size() == 1 ? "damaged" : fmt::format("damaged in {} places, the first", frames.size());
     const std::string frame = first.frame == first.offset ? "" : fmt::format(" (in the frame at {})", first.frame);
     failure.message = fmt::format("{}: {} at offset {}{}: {}", printable(path), count, first.offset, frame, first.why);
-    failure.hint = "keep a copy of the file, then compare it with its .bkp, .cor or a saved one";
+    failure.hint = fmt::format(
+        "keep a copy of the file; genreg dump {} shows the damage, genreg diff what a .bkp, .cor or saved one has",
+        shellWord(path));
     return failure;
 }
 

@@ -30,9 +30,14 @@ struct RecordFile {
     std::vector<FoundRecord> records;
     std::vector<BadFrame> unknown;  // sound frames, of a type that there is not
     std::vector<BadFrame> damaged;
+    std::vector<BadFrame> header;  // one when the checksum header does not fit
+
+    // All of these in one. unknownToo: where frames of unknown types are damage.
+    [[nodiscard]] std::vector<BadFrame> bad(bool unknownToo) const;
 };
 
-// A text registry holds no NUL; a binary one always does, in its lengths.
+// A binary registry has a NUL near its beginning, in the length of the first frame or at the end of a checksum header.
+// Text has none, or further on by accident.
 [[nodiscard]] bool isBinary(std::string_view bytes);
 
 [[nodiscard]] RecordFile parseRecords(std::string_view bytes);

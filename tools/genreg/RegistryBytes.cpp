@@ -2,12 +2,15 @@
 
 #include <fmt/core.h>
 #include <genreg/Checksum.h>
+#include <genreg/Constants.h>
 #include <genreg/VersionCodes.h>
 
 #include <algorithm>
 #include <bit>
 #include <charconv>
 
+#include "Files.h"
+#include "RecordFields.h"
 #include "Text.h"
 
 namespace tool {
@@ -37,14 +40,6 @@ unsigned long little(std::string_view bytes) {
     return value;
 }
 
-std::size_t frameLength(std::string_view bytes, std::size_t at, bool bigEndian) {
-    std::string field(bytes.substr(at, LENGTH_SIZE));
-    if (bigEndian) {
-        std::reverse(field.begin(), field.end());
-    }
-    return little(field);
-}
-
 std::string_view textOf(std::string_view bytes) {
     return bytes.substr(0, bytes.find('\0'));
 }
@@ -57,6 +52,15 @@ bool isVariable(std::string_view payload) {
 
 bool isGlobal(std::string_view payload) {
     return globalRegCheckImage(payload.data(), payload.size(), nullptr) == 0;
+}
+
+// Whether it is a record of the global registry by its first words, sound or not: of a known type, with a key.
+bool saysGlobal(std::string_view payload) {
+    if (payload.size() < LEAST_IMAGE) {
+        return false;
+    }
+    const RecordKind* kind = findKind(static_cast<unsigned int>(little(payload.substr(0, MASK_OFFSET))));
+    return kind != nullptr && (~little(payload.substr(MASK_OFFSET, sizeof kind->keyFields)) & kind->keyFields) == 0;
 }
 
 // The records behind the header, of one byte order.
@@ -105,11 +109,13 @@ bool leadsToEnd(const Body& body) {
 
 RegistryContent judge(const Body& body, bool expectGlobal) {
     bool anyGlobal = false;
+    bool anySaysGlobal = false;
     bool anyFrame = false;
     bool allVariables = true;
     const bool complete = body.follow([&](std::string_view payload) {
         anyFrame = true;
         anyGlobal = anyGlobal || isGlobal(payload);
+        anySaysGlobal = anySaysGlobal || saysGlobal(payload);
         allVariables = allVariables && isVariable(payload);
     });
     if (anyGlobal || (!complete && body.search(body.start(), body.end(), isGlobal) != body.end())) {
@@ -118,7 +124,7 @@ RegistryContent judge(const Body& body, bool expectGlobal) {
     if ((anyFrame && allVariables) || (!complete && body.search(body.start(), body.end(), isVariable) != body.end())) {
         return RegistryContent::VARIABLES;
     }
-    return expectGlobal ? RegistryContent::GLOBAL : RegistryContent::OTHER;
+    return expectGlobal || anySaysGlobal ? RegistryContent::GLOBAL : RegistryContent::OTHER;
 }
 
 std::optional<int> statedChecksum(std::string_view bytes) {
@@ -149,7 +155,7 @@ std::optional<RegistryHeader> headerOf(std::string_view bytes) {
     }
     const std::string_view body = bytes.substr(HEADER_SIZE);
     const RegistryHeader header{*stated, static_cast<int>(sqlzChecksumXOR(body.data(), body.size()))};
-    if (header.stated == header.computed) {
+    if (header.fits()) {
         return header;
     }
     const std::string_view behind = bytes.substr(0, HEADER_SIZE).substr(textOf(bytes).size());
@@ -356,12 +362,51 @@ const RegistryPart* RegistryBytes::firstDamage() const {
     return found == parts.end() ? nullptr : &*found;
 }
 
+std::size_t frameLength(std::string_view bytes, std::size_t at, bool bigEndian) {
+    std::string field(bytes.substr(at, LENGTH_SIZE));
+    if (bigEndian) {
+        std::reverse(field.begin(), field.end());
+    }
+    return little(field);
+}
+
+RegistryLayout layoutOf(std::string_view bytes) {
+    RegistryLayout layout;
+    layout.header = headerOf(bytes);
+    layout.start = layout.header ? HEADER_SIZE : 0;
+    layout.bigEndian = isBigEndian(bytes, layout.start);
+    return layout;
+}
+
+unsigned long layoutFeatures(const std::string& path) {
+    std::string bytes;
+    try {
+        bytes = readFile(path, "read it");
+    } catch (const Failure&) {
+        return 0;
+    }
+    const RegistryLayout layout = layoutOf(bytes);
+    return (layout.header ? REG_FEATURE_CHECKSUM_HEADER : 0) | (layout.bigEndian ? REG_FEATURE_BIG_ENDIAN : 0);
+}
+
+Failure damageFailure(const std::string& path, const RegistryBytes& bytes) {
+    const RegistryPart* first = bytes.firstDamage();
+    Failure failure = libraryFailure(first == nullptr ? REG_CHECKSUM_DIFFERS : REG_FRAME_TRUNCATED, path, "read");
+    if (first != nullptr) {
+        const auto count = std::count_if(bytes.parts.begin(), bytes.parts.end(),
+                                         [](const RegistryPart& part) { return !part.damage.empty(); });
+        failure.message = fmt::format("{} is damaged in {} place{}, the first at offset {}: {}", printable(path), count,
+                                      count == 1 ? "" : "s", first->damageOffset, first->damage);
+    }
+    return failure;
+}
+
 RegistryBytes takeApart(std::string_view bytes, bool expectGlobal) {
+    const RegistryLayout layout = layoutOf(bytes);
     RegistryBytes result;
-    result.header = headerOf(bytes);
-    const std::size_t start = result.header ? HEADER_SIZE : 0;
-    result.bigEndian = isBigEndian(bytes, start);
-    const Body body(bytes, start, result.bigEndian);
+    result.header = layout.header;
+    result.bigEndian = layout.bigEndian;
+    const Body body(bytes, layout.start, layout.bigEndian);
     result.content = judge(body, expectGlobal);
     result.parts = Dissection(body, result.content).parts();
     return result;

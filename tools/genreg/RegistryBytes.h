@@ -60,6 +60,8 @@ enum class RegistryContent {
 struct RegistryHeader {
     int stated;
     int computed;
+
+    [[nodiscard]] bool fits() const { return stated == computed; }
 };
 
 // Views into the bytes that were given.
@@ -70,7 +72,24 @@ struct RegistryBytes {
     std::vector<RegistryPart> parts;
 
     [[nodiscard]] const RegistryPart* firstDamage() const;
+    [[nodiscard]] bool isSound() const { return firstDamage() == nullptr && (!header || header->fits()); }
 };
+
+// Where the records begin, and the byte order of their lengths.
+struct RegistryLayout {
+    std::size_t start = 0;
+    bool bigEndian = false;
+    std::optional<RegistryHeader> header;
+};
+[[nodiscard]] RegistryLayout layoutOf(std::string_view bytes);
+// The features (REG_FEATURE_*) that an engine needs for the file. None for one that cannot be read: the engine says
+// why.
+[[nodiscard]] unsigned long layoutFeatures(const std::string& path);
+// Of the frame at that place, which must be whole.
+[[nodiscard]] std::size_t frameLength(std::string_view bytes, std::size_t at, bool bigEndian);
+
+// Failure (damaged): where the first damage is, and in how many places.
+[[nodiscard]] Failure damageFailure(const std::string& path, const RegistryBytes& bytes);
 
 // Takes the file apart. Behind damage it goes on at the next sound record. `expectGlobal`: what decides when nothing in
 // the file says whose records they are.

@@ -60,8 +60,13 @@ std::set<unsigned long> differing(const RecordImage& before, const RecordImage& 
 }
 
 std::string nameOf(const RegistryChange& change, unsigned long bit) {
-    const RecordItem* item = itemOf(change.record(), bit);
-    return itemName(item != nullptr ? *item : *itemOf(*change.before, bit));
+    for (const auto* record : {&change.after, &change.before}) {
+        const RecordItem* item = *record ? itemOf(**record, bit) : nullptr;
+        if (item != nullptr) {
+            return itemName(*item);
+        }
+    }
+    return {};
 }
 
 Json recordObject(const std::optional<RecordImage>& record) {

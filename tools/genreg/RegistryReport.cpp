@@ -43,7 +43,17 @@ Json recordsObject(const RecordFile& file) {
     return object;
 }
 
+Json variablesObject(const RegistryBytes& bytes) {
+    const auto damaged = static_cast<std::size_t>(std::count_if(
+        bytes.parts.begin(), bytes.parts.end(), [](const RegistryPart& part) { return !part.damage.empty(); }));
+    return {{"frames", bytes.parts.size()}, {"binvar", bytes.parts.size() - damaged}, {"damaged", damaged}};
+}
+
 std::string recordsText(const Json& records) {
+    if (records.contains("binvar")) {
+        return fmt::format("{} in all: {} binary variables, {} damaged", records["frames"].dump(),
+                           records["binvar"].dump(), records["damaged"].dump());
+    }
     return fmt::format("{} in all: {} service, {} instance, {} variable, {} of another type, {} damaged",
                        records["frames"].dump(), records["service"].dump(), records["instance"].dump(),
                        records["variable"].dump(), records["other"].dump(), records["damaged"].dump());

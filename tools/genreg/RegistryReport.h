@@ -5,11 +5,14 @@
 
 #include "Output.h"
 #include "RecordDiff.h"
+#include "RegistryBytes.h"
 
 namespace tool {
 
-// Null for a text file. "frames", a count for each type, "other" for frames of a type that there is not, "damaged".
+// "frames", a count for each type, "other" for frames of a type that there is not, "damaged".
 [[nodiscard]] Json recordsObject(const RecordFile& file);
+// "frames", "binvar" for the sound ones, "damaged".
+[[nodiscard]] Json variablesObject(const RegistryBytes& bytes);
 [[nodiscard]] std::string recordsText(const Json& records);
 
 // The process that is told of changes: whether its lock file is there, and who holds it.

@@ -125,7 +125,7 @@ EntryRequest editOf(const Arguments& arguments, bool fresh) {
     EntryRequest request = requestOf(found);
     request.edit.rewrite = [service](std::string_view line) { return service.rewrite(line); };
     request.edit.readsAsAsked = [service](std::string_view line) { return service.isReadFrom(line); };
-    request.addWords = fmt::format("{} {}", arguments.name, arguments.port);
+    request.addWords = fmt::format("{} {}", shellWord(arguments.name), shellWord(arguments.port));
     request.result = Json::object();
     putText(request.result, "name", service.name);
     request.result["port"] = service.port;

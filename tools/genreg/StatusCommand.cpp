@@ -3,9 +3,11 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 
 #include "Commands.h"
 #include "Files.h"
+#include "GlobalPath.h"
 #include "GlobalRegistry.h"
 #include "LockReport.h"
 #include "RegistryReport.h"
@@ -130,14 +132,22 @@ void print(Output& output, const Report& report) {
     }
 }
 
+// The records of a binary registry: counted, and what of them is damaged.
+struct Records {
+    Json counted = Json::object();
+    std::optional<Failure> damage{};
+};
+
 // Frames of none but unknown types are another kind of registry; among records of the known types, or in the global
 // registry, they are damage, as they are to every reader.
-std::vector<BadFrame> damageOf(const RecordFile& records, bool global) {
-    std::vector<BadFrame> bad = records.damaged;
-    if (global || !records.records.empty()) {
-        bad.insert(bad.end(), records.unknown.begin(), records.unknown.end());
+Records recordsOf(const std::string& path, const std::string& bytes, bool global) {
+    const RegistryBytes parts = takeApart(bytes, global);
+    if (parts.content == RegistryContent::VARIABLES) {
+        return {variablesObject(parts), parts.isSound() ? std::nullopt : std::optional(damageFailure(path, parts))};
     }
-    return bad;
+    const RecordFile records = parseRecords(bytes);
+    const std::vector<BadFrame> bad = records.bad(global || !records.records.empty());
+    return {recordsObject(records), bad.empty() ? std::nullopt : std::optional(damageFailure(path, bad))};
 }
 
 // A file of --registry may be of any kind: it is judged by its bytes.
@@ -153,15 +163,15 @@ bool isGlobalRegistry(const Context& context, const std::string& path) {
 }
 
 int status(Context& context, const std::string& given) {
-    const std::string path = fileOrGlobalRegistry(context, given);
+    const std::string path = globalFile(context, given);
     judgeFile(path, "tell the status", true);
     const bool global = isGlobalRegistry(context, path);
     const std::string bytes = readFile(path, "tell the status");
     const bool binary = global || isBinary(bytes);
-    const RecordFile records = binary ? parseRecords(bytes) : RecordFile{};
+    const Records records = binary ? recordsOf(path, bytes, global) : Records();
     const RegistryFile file(path);
     Report report{fileObject(path, file), nullptr, nullptr, lockObject(file), {}, nullptr, nullptr};
-    (binary ? report.records : report.lines) = binary ? recordsObject(records) : linesObject(path);
+    (binary ? report.records : report.lines) = binary ? records.counted : linesObject(path);
     for (const Companion& companion : companions(file, report.lock["held"].get<bool>())) {
         report.companions.push_back(companionObject(companion));
     }
@@ -181,18 +191,18 @@ int status(Context& context, const std::string& given) {
     } else {
         print(context.output, report);
     }
-    const std::vector<BadFrame> damage = damageOf(records, global);
-    if (!damage.empty()) {
-        throw damageFailure(path, damage);
+    if (records.damage) {
+        throw Failure(*records.damage);
     }
     return EXIT_DONE;
 }
 
 Action declareStatus(CLI::App& parser) {
     auto file = std::make_shared<std::string>();
-    parser.add_option("FILE", *file, "the registry file; the global registry when there is none");
+    addOptionalFile(parser, *file, "the registry file; the global registry when there is none");
     parser.footer(
-        "The global registry, and a file that holds a NUL byte, is read as records; any other file as lines.");
+        "The global registry, and a file that begins as one of records does, is read as records; any other file as "
+        "lines.");
     return [file](Context& context) { return status(context, *file); };
 }
 

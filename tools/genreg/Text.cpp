@@ -98,8 +98,8 @@ std::string printable(std::string_view bytes) {
         const std::size_t length = sequenceLength(bytes);
         const auto first = static_cast<unsigned char>(bytes[0]);
         // U+0080 to U+009F control a terminal as well as the bytes below 32 do.
-        const bool control =
-            first < 0x20 || first == 0x7f || (first == 0xc2 && static_cast<unsigned char>(bytes[1]) < 0xa0);
+        const bool control = first < 0x20 || first == 0x7f ||
+                             (length == 2 && first == 0xc2 && static_cast<unsigned char>(bytes[1]) < 0xa0);
         if (length == 0 || control) {
             for (std::size_t i = 0; i < std::max<std::size_t>(length, 1); ++i) {
                 result += fmt::format("\\x{:02x}", static_cast<unsigned char>(bytes[i]));
@@ -110,6 +110,22 @@ std::string printable(std::string_view bytes) {
         bytes.remove_prefix(std::max<std::size_t>(length, 1));
     }
     return result;
+}
+
+std::string shellWord(std::string_view bytes) {
+    std::string text = printable(bytes);
+    const auto plain = [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+               static_cast<unsigned char>(c) >= 0x80 || std::strchr("%+,-./:=@_", c) != nullptr;
+    };
+    if (!text.empty() && std::all_of(text.begin(), text.end(), plain)) {
+        return text;
+    }
+    std::string quoted = "'";
+    for (const char c : text) {
+        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    return quoted + "'";
 }
 
 std::size_t width(std::string_view text) {

@@ -14,6 +14,9 @@ namespace tool {
 // The text with control bytes, and bytes that are no UTF-8, as \xNN: safe on any terminal.
 [[nodiscard]] std::string printable(std::string_view bytes);
 
+// The text as a word of a command to be copied: printable, and quoted where a shell would read it otherwise.
+[[nodiscard]] std::string shellWord(std::string_view bytes);
+
 // Columns that the text takes, counted in code points.
 [[nodiscard]] std::size_t width(std::string_view text);
 

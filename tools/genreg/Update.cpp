@@ -6,7 +6,10 @@
 #include <ctime>
 #include <fstream>
 
+#include "Answers.h"
 #include "Files.h"
+#include "RecordDiff.h"
+#include "RegistryBytes.h"
 #include "Text.h"
 
 namespace tool {
@@ -84,7 +87,7 @@ void tell(Context& context, const Change& change, bool changed, const std::optio
 RegistryFile::RegistryFile(const std::string& path) {
     const unsigned int code = setRegistryPaths(path.c_str());
     if (code != 0) {
-        throw libraryFailure(code, path, "find the companions of the file");
+        throw libraryFailure(code, path, "use that path");
     }
     (void)GetAndSetRealRegistryPaths();
 }
@@ -115,9 +118,16 @@ Failure updateFailure(const Context& context, unsigned int code, const std::stri
         const double waited = context.options.waitSeconds;
         failure.message = fmt::format("{} is locked by {}; {}", printable(path), holder(note),
                                       waited > 0 ? fmt::format("gave up after {:g} s", waited) : "did not wait");
-        failure.hint = fmt::format("genreg lock status {}, or --wait 60", printable(path));
+        failure.hint = fmt::format("genreg lock status {}, or --wait 60", shellWord(path));
     }
     return failure;
+}
+
+Change changeOfRecords(const std::string& path, const std::string& doing, const Json& result) {
+    const auto print = [](Output& output, const Difference& difference) {
+        (void)printRecordDifference(output, difference);
+    };
+    return {path, doing, result, {}, print, recordDifferenceObjects};
 }
 
 int carryOut(Context& context, const Change& change) {
@@ -127,15 +137,33 @@ int carryOut(Context& context, const Change& change) {
         difference = rehearse(change);
         changed = !difference->empty();
     }
+    context.output.changed = false;
     if (!context.options.dryRun) {
         const bool created = !judgeFile(change.path, change.doing, false);
         changed = change.make(change.path);
+        context.output.changed = changed;
         if (created && changed) {
             context.output.note("created", change.path, "the file is new");
         }
     }
     tell(context, change, changed, difference);
     return EXIT_DONE;
+}
+
+int carryOutOnText(Context& context, const Change& change) {
+    if (judgeFile(change.path, change.doing, false)) {
+        const std::string bytes = readFile(change.path, change.doing);
+        const RegistryBytes parts = isBinary(bytes) ? takeApart(bytes, false) : RegistryBytes();
+        if (parts.content != RegistryContent::OTHER && parts.isSound()) {
+            const bool global = parts.content == RegistryContent::GLOBAL;
+            throw answer("invalid", EXIT_INVALID, 0, change.path,
+                         fmt::format("cannot {}: it is a binary registry, and a line would damage it", change.doing),
+                         global
+                             ? fmt::format("genreg --registry {} instance, service or variable", shellWord(change.path))
+                             : "genreg binvar");
+        }
+    }
+    return carryOut(context, change);
 }
 
 }  // namespace tool

@@ -56,7 +56,12 @@ struct Change {
     std::function<std::vector<Json>(const Difference& difference)> objects = differenceObjects;
 };
 
+// A change of the global registry, whose difference is shown record by record. It has yet to be told how it is made.
+[[nodiscard]] Change changeOfRecords(const std::string& path, const std::string& doing, const Json& result);
+
 // Makes the change as the options ask, tells of it, answers the exit status.
 int carryOut(Context& context, const Change& change);
+// The same for a change of lines, which would damage a file of records.
+int carryOutOnText(Context& context, const Change& change);
 
 }  // namespace tool

@@ -1,6 +1,7 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <cmath>
 #include <memory>
 
 #include "Answers.h"
@@ -110,7 +111,7 @@ void pairMembers(Json& object, const VarValEntry& entry) {
 }
 
 VarValContents contentsOf(const std::string& path, const std::string& doing) {
-    judgeFile(path, doing, true);
+    needFile(path, doing);
     return VarValFile(path, true).read(doing);
 }
 
@@ -149,7 +150,8 @@ Json convert(const Arguments& arguments, const VarValEntry& entry) {
         return truth;
     }
     if (arguments.type == "double" && file.GetDoubleValue(name, &real)) {
-        return real;
+        // JSON has no number for those that are none.
+        return std::isfinite(real) ? Json(real) : Json(fmt::format("{}", real));
     }
     if (arguments.type == "int" && file.GetSint64Value(name, &number)) {
         return number;
@@ -164,6 +166,9 @@ Json convert(const Arguments& arguments, const VarValEntry& entry) {
 }
 
 std::string typedText(const Json& value) {
+    if (value.is_string()) {
+        return value.get<std::string>();
+    }
     return value.is_number_float() ? fmt::format("{}", value.get<double>()) : value.dump();
 }
 
@@ -172,7 +177,7 @@ int get(Context& context, const Arguments& arguments, bool every) {
     const VarValContents contents = contentsOf(arguments.file, doing);
     std::vector<VarValEntry> matches = named(contents, arguments.name);
     if (matches.empty()) {
-        throw notFound(arguments.file, arguments.name, contents, "genreg varval list " + printable(arguments.file));
+        throw notFound(arguments.file, arguments.name, contents, "genreg varval list " + shellWord(arguments.file));
     }
     matches.resize(every ? matches.size() : 1);
     for (const VarValEntry& entry : matches) {
@@ -215,25 +220,26 @@ Failure refused(const Context& context, unsigned int code, const std::string& pa
     return failure;
 }
 
-// A line is text up to its first NUL byte; rewriting it would drop what stands behind.
 void refuseHiddenBytes(const std::string& path, const std::string& doing, const std::vector<VarValEntry>& matches) {
     for (const VarValEntry& entry : matches) {
-        if (!entry.ended && readFile(path, doing).find('\0') != std::string::npos) {
-            throw answer("invalid", EXIT_INVALID, 0, path,
-                         fmt::format("cannot {}: line {} holds a NUL byte, and what follows it would be lost", doing,
-                                     entry.line),
-                         "take the NUL byte out of the file first");
+        if (entry.ended) {
+            continue;
+        }
+        const std::string bytes = readFile(path, doing);
+        const std::vector<FileLine> lines = fileLines(bytes, false);
+        if (entry.line <= lines.size() && lines[entry.line - 1].bytes.find('\0') != std::string_view::npos) {
+            throw hiddenBytes(path, doing, entry.line);
         }
     }
 }
 
 bool change(Context& context, const std::string& path, const std::string& doing, VarValEdit edit) {
-    judgeFile(path, doing, true);
+    needFile(path, doing);
     const bool all = context.options.all;
     VarValFile file(path, all);
     const VarValContents contents = file.read(doing);
-    const std::string otherwise = fmt::format("add it: genreg varval add {} {} {}", printable(path),
-                                              printable(edit.variable), printable(edit.value));
+    const std::string otherwise = fmt::format("add it: genreg varval add {} {} {}", shellWord(path),
+                                              shellWord(edit.variable), shellWord(edit.value));
     const std::vector<VarValEntry> matches = concerned(context, path, edit.variable, contents, otherwise);
     refuseHiddenBytes(path, doing, matches);
     const std::string found = matches.front().value;
@@ -271,8 +277,8 @@ VarValEdit editOf(const Arguments& arguments, const std::string& doing) {
 int set(Context& context, const Arguments& arguments) {
     const std::string doing = "set " + printable(arguments.name);
     const VarValEdit edit = editOf(arguments, doing);
-    return carryOut(context, {arguments.file, doing, resultOf(arguments, &edit),
-                              [&](const std::string& path) { return change(context, path, doing, edit); }});
+    return carryOutOnText(context, {arguments.file, doing, resultOf(arguments, &edit),
+                                    [&](const std::string& path) { return change(context, path, doing, edit); }});
 }
 
 // New lines look like the last pair of the file.
@@ -303,15 +309,15 @@ bool append(Context& context, const std::string& path, const std::string& doing,
 int add(Context& context, const Arguments& arguments) {
     const std::string doing = "add " + printable(arguments.name);
     const VarValEdit edit = editOf(arguments, doing);
-    return carryOut(context, {arguments.file, doing, resultOf(arguments, &edit),
-                              [&](const std::string& path) { return append(context, path, doing, edit); }});
+    return carryOutOnText(context, {arguments.file, doing, resultOf(arguments, &edit),
+                                    [&](const std::string& path) { return append(context, path, doing, edit); }});
 }
 
 bool remove(Context& context, const std::string& path, const std::string& name, const std::string& doing) {
-    judgeFile(path, doing, true);
+    needFile(path, doing);
     VarValFile file(path, context.options.all);
     const VarValContents contents = file.read(doing);
-    const std::string otherwise = "genreg varval list " + printable(path);
+    const std::string otherwise = "genreg varval list " + shellWord(path);
     const std::string found = concerned(context, path, name, contents, otherwise).front().value;
     const bool byValue = context.options.ifValue.has_value();
     const LockPatience patience(context, file, path);
@@ -327,10 +333,10 @@ bool remove(Context& context, const std::string& path, const std::string& name, 
 
 void askBeforeDeleting(const Context& context, const Arguments& arguments, const std::string& doing) {
     const VarValContents contents = contentsOf(arguments.file, doing);
-    const std::string otherwise = "genreg varval list " + printable(arguments.file);
+    const std::string otherwise = "genreg varval list " + shellWord(arguments.file);
     const std::size_t count = concerned(context, arguments.file, arguments.name, contents, otherwise).size();
     if (count > 1) {
-        confirmDeletion(arguments.file, count, "lines", arguments.name);
+        confirm(arguments.file, fmt::format("delete {} lines of {}", count, printable(arguments.name)));
     }
 }
 
@@ -339,8 +345,9 @@ int erase(Context& context, const Arguments& arguments) {
     if (context.options.all && !context.options.yes && !context.options.dryRun) {
         askBeforeDeleting(context, arguments, doing);
     }
-    return carryOut(context, {arguments.file, doing, resultOf(arguments, nullptr),
-                              [&](const std::string& path) { return remove(context, path, arguments.name, doing); }});
+    return carryOutOnText(context, {arguments.file, doing, resultOf(arguments, nullptr), [&](const std::string& path) {
+                                        return remove(context, path, arguments.name, doing);
+                                    }});
 }
 
 Action declareList(CLI::App& parser) {

@@ -34,11 +34,22 @@ bool readsBack(std::string_view variable, std::string_view value) {
            record.contains == VARVAL_HAS_PAIR && record.variable == variable && record.value == value;
 }
 
+// Whether "name = value" of so many bytes around the sign is longer than a line may be.
+bool isTooLong(std::size_t bytes) {
+    return bytes + std::string_view(" = ").size() + 2 > REG_LINE_SIZE;
+}
+
+Failure tooLong(std::string_view what, std::size_t bytes) {
+    return invalid(REG_LINE_TOO_LONG,
+                   fmt::format("the {} has {} bytes; a line has room for {}, name and sign included", what, bytes,
+                               REG_LINE_SIZE - 2),
+                   "shorten it");
+}
+
 Failure whyValueIsRefused(std::string_view value) {
-    if (value.size() + 4 > REG_LINE_SIZE) {
-        return invalid(REG_LINE_TOO_LONG,
-                       fmt::format("the value has {} bytes; a line has room for {}", value.size(), REG_LINE_SIZE - 2),
-                       "shorten the value");
+    const bool holdsQuote = value.find('"') != std::string_view::npos;
+    if (isTooLong(value.size() + 1)) {
+        return tooLong("value", value.size());
     }
     if (value.find('#') != std::string_view::npos) {
         return invalid(REG_RECORD_REFUSED, "the value holds \"#\", which starts the comment even inside quotes",
@@ -54,6 +65,9 @@ Failure whyValueIsRefused(std::string_view value) {
     if (value.front() == '"') {
         return invalid(REG_RECORD_REFUSED, "what follows the closing quote of the value would be lost",
                        "leave the quotes inside the value out");
+    }
+    if (!holdsQuote) {
+        return tooLong("value, quoted for its blanks,", value.size() + 2);
     }
     return invalid(REG_RECORD_REFUSED,
                    "the value needs quotes for its blanks, but holds a double quote, and quotes do not nest",
@@ -145,6 +159,9 @@ void checkVariable(std::string_view variable) {
     refuseControl("name", variable);
     if (variable.empty()) {
         throw invalid(REG_NAME_MISSING, "the name is empty", "name the variable");
+    }
+    if (isTooLong(variable.size() + 1)) {
+        throw tooLong("name", variable.size());
     }
     if (!readsBack(variable, "1")) {
         throw invalid(

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <fmt/chrono.h>
 #include <fmt/core.h>
 #include <signal.h>
@@ -41,6 +42,7 @@ public:
             std::fflush(stream.get()) != 0) {
             throw systemFailure(errno, command, "hand the change to the command");
         }
+        (void)fcntl(fileno(stream.get()), F_SETFD, FD_CLOEXEC);
         std::rewind(stream.get());
         start(command, variables, fileno(stream.get()), context.output.descriptor());
     }
@@ -195,7 +197,7 @@ private:
             } else {
                 output.line(fmt::format("{}  {}", object["time"].get<std::string>(), changeText(change)));
             }
-            output.flush();
+            output.deliver();
             if (!arguments_.command.empty() && !signals_.endAsked()) {
                 react(change, object);
             }

@@ -20,8 +20,8 @@ namespace {
 
 constexpr char LOCK_PATH[] = "/var/rvn/.fmcd.lock";
 constexpr int LOCK_PERMISSIONS = 0644;
-constexpr int FIRST_OWN_DESCRIPTOR = 3;
-constexpr unsigned int NEWS = IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE | IN_ONLYDIR;
+constexpr unsigned int NEWS =
+    IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE | IN_MOVE_SELF | IN_ONLYDIR;
 
 volatile sig_atomic_t endSignals = 0;
 volatile sig_atomic_t lookSignals = 0;
@@ -63,20 +63,14 @@ struct flock wholeFile(short type) {
 
 }  // namespace
 
-int aboveStandard(int descriptor) noexcept {
-    if (descriptor < 0 || descriptor >= FIRST_OWN_DESCRIPTOR) {
-        return descriptor;
-    }
-    const int higher = fcntl(descriptor, F_DUPFD_CLOEXEC, FIRST_OWN_DESCRIPTOR);
-    (void)close(descriptor);
-    return higher;
-}
-
 MonitorLock::MonitorLock() {
-    descriptor_ = aboveStandard(open(LOCK_PATH, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, LOCK_PERMISSIONS));
+    descriptor_ = open(LOCK_PATH, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, LOCK_PERMISSIONS);
     if (descriptor_ < 0) {
-        Failure failure = systemFailure(errno, LOCK_PATH, "become the monitor");
-        failure.hint = "run it as a user who may write there, or genreg watch --follow, which needs no lock";
+        const int error = errno;
+        Failure failure = systemFailure(error, LOCK_PATH, "become the monitor");
+        const bool forbidden = error == EACCES || error == EPERM || error == EROFS;
+        failure.hint = forbidden ? "run it as a user who may write there" : failure.hint;
+        failure.hint += ", or genreg watch --follow, which needs no lock";
         throw failure;
     }
     struct flock request = wholeFile(F_WRLCK);
@@ -131,7 +125,7 @@ bool WatchSignals::wait(int descriptor, int reader, int milliseconds) const {
 }
 
 DirectoryNews::DirectoryNews(const std::vector<std::string>& paths) {
-    descriptor_ = aboveStandard(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    descriptor_ = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
     if (descriptor_ < 0) {
         throw systemFailure(errno, paths.front(), "watch it");
     }
@@ -162,10 +156,15 @@ bool DirectoryNews::take() {
             std::memcpy(&event, events + at, sizeof event);
             const char* const name = events + at + sizeof event;
             concerned = concerned || (event.mask & IN_Q_OVERFLOW) != 0;
+            const bool gone = (event.mask & (IN_IGNORED | IN_MOVE_SELF)) != 0;
+            if ((event.mask & IN_MOVE_SELF) != 0) {
+                // The watch would go with the directory; what counts is the path.
+                (void)inotify_rm_watch(descriptor_, event.wd);
+            }
             for (Place& place : places_) {
                 if (place.watch == event.wd) {
-                    concerned = concerned || (event.mask & IN_IGNORED) != 0 || (event.len > 0 && place.name == name);
-                    place.watch = (event.mask & IN_IGNORED) != 0 ? -1 : place.watch;
+                    concerned = concerned || gone || (event.len > 0 && place.name == name);
+                    place.watch = gone ? -1 : place.watch;
                 }
             }
             at += static_cast<ssize_t>(sizeof event + event.len);

@@ -7,9 +7,6 @@
 
 namespace tool {
 
-// Descriptors 0 to 2 belong to the user's files, even while those are closed. Answers a higher one, -1 for none.
-int aboveStandard(int descriptor) noexcept;
-
 // The lock that names the process which writers wake. It is a classic record lock: closing any other descriptor of the
 // file in this process would give it back, so it is opened once.
 class MonitorLock {
