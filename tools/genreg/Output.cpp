@@ -1,5 +1,6 @@
 #include "Output.h"
 
+#include <fcntl.h>
 #include <fmt/core.h>
 #include <unistd.h>
 
@@ -14,15 +15,28 @@ namespace tool {
 namespace {
 
 constexpr int SCHEMA = 1;
+constexpr int FIRST_OWN_DESCRIPTOR = 3;
 
 std::string dump(const Json& object) {
     return object.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-// Takes the place of standard output, so that nothing but the tool writes to the user's.
+void fillIfClosed(int descriptor, int access) noexcept {
+    if (fcntl(descriptor, F_GETFD) >= 0) {
+        return;
+    }
+    const int null = open("/dev/null", access);
+    if (null >= 0 && null != descriptor) {
+        (void)dup2(null, descriptor);
+        (void)close(null);
+    }
+}
+
+// Takes the place of standard output, so that nothing but the tool writes to the user's. Null when that was closed.
 std::FILE* takeStandardOutput() {
-    const int own = dup(STDOUT_FILENO);
+    const int own = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, FIRST_OWN_DESCRIPTOR);
     if (own < 0) {
+        fillIfClosed(STDOUT_FILENO, O_WRONLY);
         return nullptr;
     }
     std::FILE* null = std::freopen("/dev/null", "w", stdout);
@@ -34,6 +48,15 @@ std::FILE* takeStandardOutput() {
 }
 
 }  // namespace
+
+void toStandardError(std::string_view text) noexcept {
+    (void)std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
+void fillClosedStandardFiles() noexcept {
+    fillIfClosed(STDIN_FILENO, O_RDONLY);
+    fillIfClosed(STDERR_FILENO, O_WRONLY);
+}
 
 Output::Output() noexcept : stream_(takeStandardOutput()) {}
 
@@ -102,15 +125,15 @@ void Output::note(std::string_view kind, const std::string& path, const std::str
         Json object{{"schema", SCHEMA}, {"kind", kind}};
         putText(object, "path", path);
         object["message"] = message;
-        fmt::print(stderr, "{}\n", dump(object));
+        toStandardError(dump(object) + "\n");
     } else {
-        fmt::print(stderr, "genreg: {}: {}\n", printable(path), message);
+        toStandardError(fmt::format("genreg: {}: {}\n", printable(path), message));
     }
 }
 
 void Output::detail(const std::string& message) {
     if (style.verbose && !style.json) {
-        fmt::print(stderr, "genreg: {}\n", message);
+        toStandardError(fmt::format("genreg: {}\n", message));
     }
 }
 
@@ -122,7 +145,7 @@ void Output::report(const Failure& failure) {
         putText(object, "path", failure.path);
         object["message"] = failure.message;
         object["hint"] = failure.hint;
-        fmt::print(stderr, "{}\n", dump(object));
+        toStandardError(dump(object) + "\n");
         return;
     }
     const std::string_view red = style.errorColor ? "\x1b[31m" : "";
@@ -130,9 +153,9 @@ void Output::report(const Failure& failure) {
     const std::string code = failure.code == 0 ? "" : fmt::format("   [{}]", hexCode(failure.code));
     std::string text = fmt::format("{}genreg:{} {}", red, plain, failure.message);
     text += failure.hint.empty() ? code + "\n" : fmt::format("\n  try: {}{}\n", failure.hint, code);
-    fmt::print(stderr, "{}", text);
+    toStandardError(text);
     if (style.verbose && !failure.detail.empty()) {
-        fmt::print(stderr, "  {}\n", failure.detail);
+        toStandardError(fmt::format("  {}\n", failure.detail));
     }
 }
 

@@ -2,7 +2,7 @@
 //
 // The library may print diagnostics on descriptor 1. The tool therefore moves its own output to a descriptor of its own
 // before anything else happens, and leaves the null device in place of the old one. What cannot be written is a
-// failure: finish() must be called last and throws.
+// failure: finish() must be called last and throws. What cannot be said on standard error is lost, and that is all.
 #pragma once
 
 #include <cstdio>
@@ -24,6 +24,13 @@ struct OutputStyle {
     bool color = false;       // on standard output
     bool errorColor = false;  // on standard error
 };
+
+// Never fails: it runs inside the library's callbacks, and where a failure is being reported.
+void toStandardError(std::string_view text) noexcept;
+
+// Opens the null device for standard input and standard error where they are closed, so that no file that is opened
+// later takes their place. Before anything else is opened.
+void fillClosedStandardFiles() noexcept;
 
 class Output {
 public:

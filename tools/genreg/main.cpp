@@ -62,6 +62,7 @@ int main(int count, char** arguments) {
     // A limit on file sizes and a reader that went away become errors of the write, in the middle of an update too.
     (void)std::signal(SIGXFSZ, SIG_IGN);
     (void)std::signal(SIGPIPE, SIG_IGN);
+    tool::fillClosedStandardFiles();
     tool::Context context;
     return guarded(context, count, arguments);
 }
