@@ -80,9 +80,10 @@ void processPlaces(std::vector<AwkwardPlace>& places) {
             (void)::close(descriptor);
         }
     };
+    closed.silent = true;
     places.push_back(closed);
 
-    AwkwardPlace limited = {"a file-size limit, its signal ignored"};
+    AwkwardPlace limited = {"a file-size limit"};
     limited.inside = [](const std::string& path) { limitFileSize(path, true); };
     limited.causes = {REG_CLOSE_TMP_FAILED, REG_COPY_WRITE_FAILED, REG_RECORD_WRITE_FAILED, REG_CLOSE_FILE_FAILED,
                       REG_SEEK_END_FAILED};
@@ -252,8 +253,7 @@ void becomeNobody() {
 
 void limitFileSize(const std::string& path, bool ignoreSignal) {
     (void)::signal(SIGXFSZ, ignoreSignal ? SIG_IGN : SIG_DFL);
-    const rlim_t size = bytesOf(path).value_or("").size();
-    const rlimit limit = {size > 4 ? size - 4 : 0, RLIM_INFINITY};
+    const rlimit limit = {bytesOf(path).value_or("").size() / 4, RLIM_INFINITY};
     (void)::setrlimit(RLIMIT_FSIZE, &limit);
 }
 

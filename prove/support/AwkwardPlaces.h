@@ -22,8 +22,10 @@ struct AwkwardPlace {
     std::set<unsigned int> causes = {};
     // Whether it concerns only updates that replace the file, which takes a link and a rename.
     bool onlyReplacing = false;
-    // Whether it takes another user to be run.
+    // Whether the process is another user's.
     bool asNobody = false;
+    // Whether it can say nothing.
+    bool silent = false;
 };
 
 // All of them; those that mount something are for a process whose mounts are its own.
@@ -41,7 +43,7 @@ void leaveAwkwardPlace(const std::string& folder);
 // Turns the process into one of a user who owns nothing.
 void becomeNobody();
 
-// Beyond a little less than the size of the file this process writes nothing; the signal is deadly or ignored.
+// Beyond a quarter of the file's size this process writes nothing; the signal is deadly or ignored.
 void limitFileSize(const std::string& path, bool ignoreSignal);
 
 // A folder below this one, of such a depth that a file of that name in it has a path of so many characters.
