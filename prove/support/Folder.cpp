@@ -1,6 +1,7 @@
 #include "prove/support/Folder.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -69,6 +70,16 @@ bool putBytes(const std::string& path, const std::string& bytes) {
         done += static_cast<std::size_t>(part);
     }
     return ::close(descriptor) == 0 && done == bytes.size();
+}
+
+std::string accessOf(const std::string& path) {
+    struct stat info = {};
+    if (::stat(path.c_str(), &info) != 0) {
+        return "(gone)";
+    }
+    char text[64];
+    (void)std::snprintf(text, sizeof text, "%o of %u:%u", info.st_mode, info.st_uid, info.st_gid);
+    return text;
 }
 
 std::vector<std::string> namesIn(const std::string& folder) {

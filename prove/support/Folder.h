@@ -36,6 +36,8 @@ struct Companions {
 
 // Writes a file whole, in place; false when that fails.
 bool putBytes(const std::string& path, const std::string& bytes);
+// Mode, owner and group of a file, to be compared.
+[[nodiscard]] std::string accessOf(const std::string& path);
 // The names in a folder, sorted.
 [[nodiscard]] std::vector<std::string> namesIn(const std::string& folder);
 

@@ -191,6 +191,8 @@ TEST_F(InitTabFile, AnUpdateThatWouldNotReadBackIsRefused) {
     GenRegInitTabRecord silent = entry("zz", "2", "once", "/bin/a", "");
     silent.comment = nullptr;  // is written as an empty one
     EXPECT_EQ(table.Add(ID, &silent), REG_VERIFY_FAILED);
+    GenRegInitTabRecord idle = entry("zz", "2", "once", "", "c");  // whose command reads back as the blank before "#"
+    EXPECT_EQ(table.Add(ID, &idle), REG_VERIFY_FAILED);
     EXPECT_EQ(content(), head_ + edited_);
 }
 

@@ -60,8 +60,7 @@ TEST_F(Layouts, EveryCommandReadsAndKeepsThem) {
         EXPECT_EQ(run({"status", "g", "--json"}), 0) << last().err;
         EXPECT_EQ(objects(last().out).at(0)["records"]["instance"], 2);
         EXPECT_EQ(run({"diff", "same", "g"}), 0) << last().out;
-        EXPECT_EQ(run({"instance", "set", "RVN", "9.7.0.2", "inst2", "startAtBoot=0", "--registry", "g", "--diff"}),
-                  0)
+        EXPECT_EQ(run({"instance", "set", "RVN", "9.7.0.2", "inst2", "startAtBoot=0", "--registry", "g", "--diff"}), 0)
             << last().err;
         EXPECT_NE(last().out.find("startAtBoot: 1 -> 0"), std::string::npos) << last().out;
         EXPECT_EQ(run({"dump", "g"}), 0) << last().err;
@@ -137,7 +136,8 @@ TEST_F(Layouts, BytesBehindANulAreNotDropped) {
         EXPECT_EQ(run(words), 0) << last().err;
         EXPECT_EQ(read("f").substr(0, c.bytes.rfind('\n')), c.bytes.substr(0, c.bytes.rfind('\n')));
     }
-    EXPECT_EQ(objects(genreg("", {"inittab", "list", "f", "--json"}).out).at(1)["line"], 3) << "the first spans two lines";
+    EXPECT_EQ(objects(genreg("", {"inittab", "list", "f", "--json"}).out).at(1)["line"], 3)
+        << "the first spans two lines";
 }
 
 TEST_F(Layouts, TheFixpackNumbersAreRehearsedAndLogged) {

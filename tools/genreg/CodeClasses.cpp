@@ -282,7 +282,9 @@ std::string systemAdvice(int systemError) {
         case ELOOP:
             return "the symbolic links lead in a circle; see ls -l";
         case ENAMETOOLONG:
-            return "use a shorter path";
+            return "use a shorter name or path";
+        case EBADF:
+            return "leave its descriptor open; > /dev/null throws it away";
         case EIO:
             return "the device fails: see the system's log before anything else";
         case EDEADLK:

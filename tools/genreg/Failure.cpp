@@ -8,6 +8,7 @@
 #include <cerrno>
 
 #include "CodeClasses.h"
+#include "PlaceAdvice.h"
 #include "Text.h"
 
 namespace tool {
@@ -82,8 +83,13 @@ Failure libraryFailure(unsigned int code, std::string path, const std::string& d
     failure.exitStatus = meaning->exitStatus;
     failure.code = code;
     failure.message = fmt::format("{}: cannot {}: {}", printable(path), doing, why);
-    const std::string advice = known ? systemAdvice(systemError) : std::string();
-    failure.hint = advice.empty() ? std::string(meaning->advice) : advice;
+    failure.hint = placeAdvice(deciding, known ? systemError : 0, path);
+    if (failure.hint.empty() && known) {
+        failure.hint = systemAdvice(systemError);
+    }
+    if (failure.hint.empty()) {
+        failure.hint = meaning->advice;
+    }
     failure.detail = detailOf(code, cause);
     failure.path = std::move(path);
     return failure;
