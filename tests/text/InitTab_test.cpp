@@ -71,22 +71,6 @@ TEST(InitTabLine, EndsWithinItsBuffers) {
     EXPECT_EQ(formatted(entry("x1", "2", "once", "c", std::string(5000, 'c').c_str())), "REG_LINE_TOO_LONG");
 }
 
-TEST(InitTabLine, IsReadBackAsItWasWritten) {
-    Dice dice(3303);
-    const std::string letters = "abc 019-_./\"\\\t\xe9";
-    for (int round = 0; round < 3000; ++round) {
-        const std::string id = dice.join(letters, 1, 6);
-        const std::string runLevel = dice.join(letters, 0, 6);
-        const std::string action = dice.join(letters, 0, 9);
-        const std::string command = dice.join(letters + ":", 0, 30) + "!";
-        const std::string comment = dice.join(letters + "#:", 0, 20);
-        const GenRegInitTabRecord record = entry(id.c_str(), runLevel.c_str(), action.c_str(), command.c_str(),
-                                                 dice.below(2) == 0 ? nullptr : comment.c_str());
-        const std::string line = formatted(record);
-        ASSERT_EQ(parsed(line), "0" + describe(record)) << line;
-    }
-}
-
 TEST(InitTabRecord, IsMatchedByWhatTheKeyHas) {
     const auto match = [](unsigned long mask, const char* line, GenRegInitTabRecord key) {
         GenRegInitTabRecord stored;
@@ -175,23 +159,6 @@ TEST_F(InitTabFile, EditsKeepCommentsContinuationsAndEveryOtherLine) {
         EXPECT_EQ(remove(table, id), 0u);
     }
     EXPECT_EQ(content(), head_.substr(0, head_.find("x1:")) + tail_);
-}
-
-TEST_F(InitTabFile, AnUpdateThatWouldNotReadBackIsRefused) {
-    content(head_ + edited_);
-    unsigned int rc = 0;
-    GenRegInitTab table(registry().c_str(), &rc);
-    for (const char* const command : {"/bin/a\nplanted:3:once:/bin/b", "/bin/a#b", "/bin/a  ", "/bin/a\\"}) {
-        GenRegInitTabRecord record = entry("zz", "2", "once", command);
-        EXPECT_EQ(table.Add(ID, &record), REG_VERIFY_FAILED) << command;
-        GenRegInitTabRecord key = entry("bb");
-        record.id = const_cast<char*>("bb");
-        EXPECT_EQ(table.Change(ID, &key, &record), REG_VERIFY_FAILED) << command;
-    }
-    GenRegInitTabRecord silent = entry("zz", "2", "once", "/bin/a", "");
-    silent.comment = nullptr;  // is written as an empty one
-    EXPECT_EQ(table.Add(ID, &silent), REG_VERIFY_FAILED);
-    EXPECT_EQ(content(), head_ + edited_);
 }
 
 TEST_F(InitTabFile, TheTextBeforeTheColonJudgesALineAsParsingDoes) {
