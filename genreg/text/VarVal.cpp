@@ -201,14 +201,19 @@ unsigned int GenRegVarVal::FormatLine(void* record, char* line) noexcept {
 
 unsigned int GenRegVarVal::MatchRecord(unsigned long mask, void* record, void* key) noexcept {
     FunctionTrace trace{Function::VarValMatchRecord};
-    if (record == nullptr || (key == nullptr && (mask & (VARVAL_MATCH_VARIABLE | VARVAL_MATCH_VALUE)) != 0)) {
+    if (record == nullptr) {
         return trace.exit(0);
     }
     const auto& stored = *static_cast<const GenRegVarValRecord*>(record);
-    const auto* const sought = static_cast<const GenRegVarValRecord*>(key);
-    const bool matches = (stored.contains & VARVAL_HAS_PAIR) != 0 &&
-                         ((mask & VARVAL_MATCH_VARIABLE) == 0 || sameText(stored.variable, sought->variable)) &&
-                         ((mask & VARVAL_MATCH_VALUE) == 0 || sameText(stored.value, sought->value));
+    const bool hasPair = (stored.contains & VARVAL_HAS_PAIR) != 0;
+    if (key == nullptr) {
+        const bool compares = (mask & (VARVAL_MATCH_VARIABLE | VARVAL_MATCH_VALUE)) != 0;
+        return trace.exit(hasPair && !compares ? 1 : 0);
+    }
+    const auto& sought = *static_cast<const GenRegVarValRecord*>(key);
+    const bool matches = hasPair &&
+                         ((mask & VARVAL_MATCH_VARIABLE) == 0 || sameText(stored.variable, sought.variable)) &&
+                         ((mask & VARVAL_MATCH_VALUE) == 0 || sameText(stored.value, sought.value));
     return trace.exit(matches ? 1 : 0);
 }
 

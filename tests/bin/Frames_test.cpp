@@ -86,35 +86,6 @@ TEST_F(Frames, FailingStreamsAreTold) {
     (void)std::fclose(unreadable);
 }
 
-TEST_F(Frames, WhatRunsPastTheEndIsTruncatedAndTheLengthIsToldAllTheSame) {
-    const std::string whole = binFrame("payload");
-    BinItems items(file());
-    for (std::size_t cut = 0; cut < whole.size(); ++cut) {
-        SCOPED_TRACE(cut);
-        holds(whole.substr(0, cut));
-        EXPECT_EQ(readFrom(items), cut == 0 ? REG_NO_MORE_RECORDS : REG_FRAME_TRUNCATED);
-        EXPECT_EQ(length_, cut == 0 ? 0U : 7U);  // missing bytes of the length count as zero
-    }
-    holds(std::string("\xff\xff\xff\xff") + "abc");
-    EXPECT_EQ(readFrom(items), REG_FRAME_TRUNCATED);
-    EXPECT_EQ(length_, 0xffffffffUL);
-}
-
-TEST_F(Frames, OnlyALargerFrameReplacesTheCallersBuffer) {
-    BinItems items(file());
-    const std::string large(5000, 'L');
-    holds(binFrame("") + binFrame("small") + binFrame(large));
-    void* const own = buffer_;
-    ASSERT_EQ(readFrom(items), 0U);
-    EXPECT_EQ(payload(), "");
-    ASSERT_EQ(readFrom(items), 0U);
-    EXPECT_EQ(payload(), "small");
-    EXPECT_EQ(buffer_, own);
-    ASSERT_EQ(readFrom(items), 0U);
-    EXPECT_NE(buffer_, own);
-    EXPECT_EQ(payload(), large);
-}
-
 TEST_F(Frames, ReadRecordAndGetNextShareTheScansPosition) {
     contents(binFile({a_, b_, c_}));
     BinItems items(file(), PACKED);

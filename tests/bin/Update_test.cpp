@@ -1,4 +1,6 @@
 // Adding, changing and deleting records.
+#include <thread>
+
 #include "support/BinRegistry.h"
 
 namespace {
@@ -73,20 +75,22 @@ TEST_F(BinUpdates, EveryOutcomeLeavesTheFileThatItTellsOf) {
 TEST_F(BinUpdates, FailuresSayWhatIsWrongAndLeaveTheFileUnlocked) {
     struct Case {
         unsigned int code;
-        bool slot;  // a missing one, which an add and the verification tell of in their own words
+        bool slot;    // a missing one, of which an add tells in its own words
+        bool writes;  // only writing needs it
         std::function<void(BinItems&)> prepare;
     };
     const std::vector<Case> cases = {
-        {REG_NO_VALIDATE_RECORD, true, [](BinItems& items) { items.validateRecord = nullptr; }},
-        {REG_NO_GET_MAX_RECORD_SIZE, true, [](BinItems& items) { items.getMaxRecordSize = nullptr; }},
-        {REG_NO_PACK_RECORD, true, [](BinItems& items) { items.packRecord = nullptr; }},
-        {REG_NO_UNPACK_RECORD, true, [](BinItems& items) { items.unpackRecord = nullptr; }},
-        {REG_NO_MATCH_RECORD, false, [](BinItems& items) { items.matchRecord = nullptr; }},
-        {REG_COPY_WRITE_FAILED, false, [](BinItems& items) { items.getPackedRecordSize = nullptr; }},
-        {REG_RECORD_REFUSED, false, [](BinItems& items) { items.knobs().validateResult = 9; }},
-        {REG_RECORD_TOO_SMALL, false, [](BinItems& items) { items.knobs().maxSize = 2; }},
-        {REG_RECORD_SIZE_REFUSED, false, [](BinItems& items) { items.knobs().maxSize = REG_MAX_RECORD_SIZE + 1; }},
-        {REG_UNPACK_FAILED, false, [](BinItems& items) { items.knobs().unpackResult = 9; }},
+        {REG_NO_VALIDATE_RECORD, true, false, [](BinItems& items) { items.validateRecord = nullptr; }},
+        {REG_NO_GET_MAX_RECORD_SIZE, true, false, [](BinItems& items) { items.getMaxRecordSize = nullptr; }},
+        {REG_NO_PACK_RECORD, true, true, [](BinItems& items) { items.packRecord = nullptr; }},
+        {REG_NO_UNPACK_RECORD, true, false, [](BinItems& items) { items.unpackRecord = nullptr; }},
+        {REG_NO_MATCH_RECORD, false, false, [](BinItems& items) { items.matchRecord = nullptr; }},
+        {REG_COPY_WRITE_FAILED, false, true, [](BinItems& items) { items.getPackedRecordSize = nullptr; }},
+        {REG_RECORD_REFUSED, false, false, [](BinItems& items) { items.knobs().validateResult = 9; }},
+        {REG_RECORD_TOO_SMALL, false, false, [](BinItems& items) { items.knobs().maxSize = 2; }},
+        {REG_RECORD_SIZE_REFUSED, false, false,
+         [](BinItems& items) { items.knobs().maxSize = REG_MAX_RECORD_SIZE + 1; }},
+        {REG_UNPACK_FAILED, false, false, [](BinItems& items) { items.knobs().unpackResult = 9; }},
     };
     const std::string before = binFile({a_, b_, c_});
     for (const Case& tried : cases) {
@@ -101,24 +105,14 @@ TEST_F(BinUpdates, FailuresSayWhatIsWrongAndLeaveTheFileUnlocked) {
                 EXPECT_EQ(items.CheckFuncPtrs(), tried.slot ? tried.code : 0);
                 const unsigned int code = tried.slot && operation == REG_OP_ADD ? REG_CALLBACK_MISSING : tried.code;
                 EXPECT_EQ(run(items, operation), code);
+                BinItem found = b_;
+                EXPECT_EQ(items.Get(ITEM_NAME, &found, &found), tried.writes ? 0 : tried.code);
                 EXPECT_EQ(contents(), before);
                 EXPECT_TRUE((features & DEFERRED) == 0 || !exists("items.reg.tmp"));
                 expectAtRest(descriptors);
                 remove("items.reg.tmp");
             }
         }
-    }
-}
-
-// The verification compares records, so the slot is needed even where the copy is written without it.
-TEST_F(BinUpdates, AnAddThatCouldNotBeVerifiedIsRefusedBeforeItIsWritten) {
-    for (const unsigned long duplicates : {0UL, DUPLICATES}) {
-        contents("");
-        BinItems items(file(), PACKED | DEFERRED | duplicates);
-        items.matchRecord = nullptr;
-        EXPECT_EQ(run(items, REG_OP_ADD), REG_NO_MATCH_RECORD);
-        EXPECT_EQ(contents(), "");
-        EXPECT_FALSE(exists("items.reg.tmp"));
     }
 }
 
@@ -237,6 +231,37 @@ TEST_F(BinUpdates, LogAndNotificationHearOfCommittedChangesOnly) {
     items.notifyChange = nullptr;
     EXPECT_EQ(heard(REG_NO_NOTIFY, REG_OP_ADD), Heard{"4 d -"});
     EXPECT_EQ(contents(), binFile({a_, d_}));
+}
+
+TEST_F(BinUpdates, TwoThreadsWithAnObjectEachLoseNothing) {
+    constexpr int EACH = 20;
+    for (const unsigned long features : {PACKED | DEFERRED, PACKED | DUPLICATES}) {
+        remove("items.reg");
+        const auto addAndChange = [&](int worker, int* failures) {
+            BinItems items(file(), features, BinItems::Slots::All);
+            for (int i = 0; i < EACH; ++i) {
+                const BinItem item = binItem(std::to_string(worker) + "." + std::to_string(i), 0);
+                const BinItem done = binItem(item.name, 1);
+                *failures += run(items, REG_OP_ADD, ITEM_NAME, item, item) == 0 ? 0 : 1;
+                *failures += run(items, REG_OP_CHANGE, ITEM_NAME, item, done) == 0 ? 0 : 1;
+            }
+        };
+        int failures[2] = {};
+        std::thread other([&] { addAndChange(1, &failures[1]); });
+        addAndChange(0, &failures[0]);
+        other.join();
+        EXPECT_EQ(failures[0] + failures[1], 0);
+        int found = 0;
+        BinItems items(file(), features);
+        BinItem item = {};
+        ASSERT_EQ(items.OpenScan(), 0U);
+        while (items.GetNext(0, &item, &item) == 0) {
+            found += item.value;
+        }
+        EXPECT_EQ(found, 2 * EACH);
+        EXPECT_EQ(items.CloseScan(), 0U);
+        EXPECT_EQ(names(), ".items.reg.lock items.reg");
+    }
 }
 
 }  // namespace

@@ -102,25 +102,4 @@ TEST_F(BinVerification, AnImageThatCannotBeUnpackedStopsIt) {
     EXPECT_EQ(contents(), ab);
 }
 
-TEST_F(BinVerification, WhatItCannotBeginWithIsToldAndClosed) {
-    const auto fails = [&](unsigned int code, const std::function<void(BinItems&)>& prepare) {
-        BinItems::knobs() = {};
-        BinItems items(file(), PACKED | DEFERRED);
-        const long descriptors = openDescriptors();
-        prepare(items);
-        EXPECT_EQ(verify(items, image({a_}), image({a_, b_}), REG_OP_ADD, ITEM_NAME, b_, b_), code) << code;
-        EXPECT_EQ(contents(), image({a_}));
-        expectAtRest(descriptors);
-    };
-    fails(REG_CALLBACK_MISSING, [](BinItems& items) { items.packRecord = nullptr; });
-    fails(REG_NO_MATCH_RECORD, [](BinItems& items) { items.matchRecord = nullptr; });
-    fails(REG_RECORD_TOO_SMALL, [](BinItems& items) { items.knobs().maxSize = 2; });
-    fails(REG_RECORD_SIZE_REFUSED, [](BinItems& items) { items.knobs().maxSize = REG_MAX_RECORD_SIZE + 1; });
-    remove("items.reg.tmp");
-    BinItems::knobs() = {};
-    BinItems items(file(), PACKED | DEFERRED);
-    BinItem added = a_;
-    EXPECT_EQ(items.Verify(REG_OP_ADD, ITEM_NAME, &added, nullptr), REG_OPEN_FAILED);
-}
-
 }  // namespace

@@ -1,4 +1,4 @@
-// Feature bits, codes and checksums.
+// Feature bits and checksums.
 #include <genreg/Checksum.h>
 
 #include "support/VarValFile.h"
@@ -17,22 +17,6 @@ TEST(Features, OnlyOneTo256AreTakenAndOnlySetOnesCleared) {
     EXPECT_EQ(base.unsetFeature(3), 0u);
     EXPECT_FALSE(base.isFeatureSet(3));
     EXPECT_TRUE(base.isFeatureSet(256 | 2));
-}
-
-TEST(Codes, EachHasANameAndASentenceAndTheyAscend) {
-    unsigned int before = 0;
-    unsigned long count = 0;
-    for (unsigned int code; (code = genregCodeAt(count)) != 0; ++count) {
-        EXPECT_GT(code, before);
-        EXPECT_STRNE(genregCodeName(code), "UNKNOWN");
-        EXPECT_GT(std::strlen(genregCodeText(code)), 10u);
-        before = code;
-    }
-    EXPECT_GT(count, 100u);
-    EXPECT_EQ(genregCodeAt(count + 5), 0u);
-    EXPECT_STREQ(genregCodeName(0x900001f6), "REG_NOT_FOUND");
-    EXPECT_STREQ(genregCodeName(17), "UNKNOWN");
-    EXPECT_STRNE(genregCodeText(0x90000100 + ENOSPC), genregCodeText(17));
 }
 
 TEST(Checksum, WordsAreXoredAndTheRestIsSignExtended) {

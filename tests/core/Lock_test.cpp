@@ -32,16 +32,6 @@ TEST_F(LockTest, FlagsMustNameATypeAndAWait) {
     EXPECT_EQ(file.UnLock(), REG_RELEASE_LOCK_FAILED);
 }
 
-TEST_F(LockTest, TheDirectoryIsMadeOnlyWhenAskedFor) {
-    VarValFile file{path("new/deep/reg")};
-    EXPECT_EQ(file.Lock(HERE, 10), REG_OPEN_LOCK_FAILED);
-    EXPECT_EQ(file.Lock(HERE | REG_LOCK_CREATE_DIR, 10), 0u);
-    EXPECT_TRUE(exists("new/deep/.reg.lock"));
-    write("plain", "");
-    VarValFile inFile{path("plain/reg")};
-    EXPECT_EQ(inFile.Lock(HERE | REG_LOCK_CREATE_DIR, 10), REG_CREATE_DIRECTORY_FAILED);
-}
-
 TEST_F(LockTest, AnotherProcessIsToldAtOnceAndAThreadToo) {
     const auto tryIt = [&] {
         VarValFile other{reg()};

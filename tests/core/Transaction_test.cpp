@@ -64,24 +64,6 @@ TEST_F(TransactionTest, AMissingFileIsMadeByAnAddAlone) {
     }
 }
 
-TEST_F(TransactionTest, AStaleCopyIsSetAsideOverAnOlderOneButNotByAReader) {
-    write("reg", "old\n");
-    write("reg.tmp", "stale");
-    write("reg.cor", "older");
-    VarValFile file{reg()};
-    EXPECT_EQ(file.OpenReg(REG_OP_READ), 0u);
-    EXPECT_EQ(file.CloseReg(REG_OP_READ), 0u);
-    EXPECT_EQ(read("reg.cor"), "older");
-    EXPECT_EQ(file.OpenReg(REG_OP_CHANGE), 0u);
-    EXPECT_EQ(read("reg.cor"), "stale");
-    EXPECT_EQ(read("reg.tmp"), "");
-    EXPECT_EQ(file.CloseReg(REG_OP_READ), 0u);
-    remove("reg.tmp");
-    EXPECT_EQ(file.OpenReg(REG_OP_DELETE), 0u);  // with nothing stale, the older one goes all the same
-    EXPECT_EQ(names(), "reg reg.tmp");
-    EXPECT_EQ(file.CloseReg(REG_OP_READ), 0u);
-}
-
 TEST_F(TransactionTest, OnlyARegularFileIsARegistry) {
     std::filesystem::create_directory(path("directory"));
     ASSERT_EQ(::mkfifo(path("pipe").c_str(), 0644), 0);

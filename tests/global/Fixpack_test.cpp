@@ -53,12 +53,6 @@ TEST_F(Fixpack, OwnServicesOfThisVersionAreBroughtUp) {
     EXPECT_EQ(bytes(), expected);
 }
 
-TEST_F(Fixpack, AServiceWithoutANumberIsLeftAlone) {
-    writeFrames({Image(2, 3).text("RVN").number(version_, 8).end()});
-    GlobalReg registry;
-    EXPECT_EQ(synchronised(registry), "0");
-}
-
 TEST_F(Fixpack, TheFirstFailureIsReturnedAndNothingStaysOpen) {
     GlobalReg registry;
     writeFrames({service("RVN", running_ + 1), Image(2, 1).item(std::string(64, 'x')).end()});

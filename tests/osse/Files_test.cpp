@@ -1,9 +1,7 @@
-// Paths, directories and text of the platform.
+// Paths and directories of the platform.
 #include <osse/Errors.h>
 #include <osse/Files.h>
 #include <osse/OSSHFile.h>
-#include <osse/Text.h>
-#include <pwd.h>
 
 #include <climits>
 
@@ -59,32 +57,6 @@ TEST_F(FilesTest, OnlyRootsOwnSetuidFilesCount) {
     OSSFileInfo info{};
     ASSERT_EQ(ossFileGetInfoV9(file.c_str(), &info), 0u);
     EXPECT_EQ(info.permissions, 04751u);
-}
-
-TEST(Homes, AreLookedUpInTheUserDatabase) {
-    const struct passwd* root = ::getpwnam("root");
-    ASSERT_NE(root, nullptr);
-    const std::string expected = std::string(root->pw_dir) + "/sub/file";
-    char text[256];
-    ASSERT_EQ(ossBuildHomeDirectoryRelativePath("root", "/sub/file", text, sizeof text), 0u);
-    EXPECT_EQ(text, expected);
-    EXPECT_EQ(ossBuildHomeDirectoryRelativePath("root", "/sub/file", text, expected.size()), OSS_BUFFER_TOO_SMALL);
-    EXPECT_STREQ(text, "");
-    EXPECT_EQ(ossBuildHomeDirectoryRelativePath("no such user", "/x", text, sizeof text), ossErrorMapSystem(ENOENT));
-}
-
-TEST(Text, IsCutAndBooleansAreWholeWords) {
-    char text[5];
-    EXPECT_EQ(ossSnprintf(text, sizeof text, "%s", "abcdefgh"), 4u);
-    EXPECT_EQ(ossSnprintf(text, 0, "%s", "z"), 0u);
-    EXPECT_STREQ(text, "abcd");
-    bool value = false;
-    EXPECT_TRUE(ossStrToBoolean("Yes", &value) && value);
-    for (const char* neither : {"", "2", "nob", " no", "fals"}) {
-        EXPECT_FALSE(ossStrToBoolean(neither, &value)) << neither;
-        EXPECT_TRUE(value);
-    }
-    EXPECT_TRUE(ossStrToBoolean("OFF", &value) && !value);
 }
 
 }  // namespace

@@ -201,22 +201,4 @@ TEST_F(HandleTest, NeverHandsOutAStandardStream) {
               0);
 }
 
-TEST_F(HandleTest, AccessDecidesWhatIsCreatedAndWhereWritesGo) {
-    const mode_t umaskBefore = ::umask(027);
-    OSSHFile file;
-    EXPECT_EQ(openFor(file, path("missing"), OSS_ACCESS_READ), ossErrorMapSystem(ENOENT));
-    EXPECT_EQ(file.getFileHandle(), -1);
-    EXPECT_EQ(file.close(), ossErrorMapSystem(EBADF));
-    ASSERT_EQ(openFor(file, path("new"), OSS_ACCESS_READ_WRITE), 0u);
-    struct stat status;
-    ASSERT_EQ(::fstat(file.getFileHandle(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777, 0640u);
-    ASSERT_EQ(file.close(), 0u);
-    ASSERT_EQ(openFor(file, file_, OSS_ACCESS_CREATE), 0u);
-    EXPECT_EQ(::pwrite(file.getFileHandle(), "+", 1, 0), 1);
-    EXPECT_EQ(read("file"), "contents+");
-    EXPECT_EQ(file.close(), 0u);
-    ::umask(umaskBefore);
-}
-
 }  // namespace

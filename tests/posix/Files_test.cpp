@@ -60,18 +60,6 @@ TEST_F(FilesTest, ExistingFilesAreOpenedWithoutFollowingOrWaiting) {
     EXPECT_EQ(posix::closeDescriptor(descriptor), ossErrorMapSystem(EBADF));
 }
 
-TEST_F(FilesTest, LinksAreReadAndLinkedAsThemselves) {
-    const std::string first = path("link");
-    link("target", "link");
-    char target[8];
-    EXPECT_EQ(posix::readLink(first.c_str(), target, 4), 3);
-    EXPECT_STREQ(target, "tar");
-    EXPECT_EQ(posix::readLink(path("missing").c_str(), target, sizeof target), -1);
-    EXPECT_EQ(posix::linkFile(first.c_str(), path("second").c_str()), 0u);
-    EXPECT_EQ(posix::readLink(path("second").c_str(), target, sizeof target), 6);
-    EXPECT_STREQ(target, "target");
-}
-
 TEST_F(FilesTest, AFolderThatCannotBeSyncedIsNoFailure) {
     const std::string file = write("file", "");
     EXPECT_EQ(posix::syncDirectory(path("").c_str()), 0u);

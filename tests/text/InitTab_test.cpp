@@ -71,22 +71,6 @@ TEST(InitTabLine, EndsWithinItsBuffers) {
     EXPECT_EQ(formatted(entry("x1", "2", "once", "c", std::string(5000, 'c').c_str())), "REG_LINE_TOO_LONG");
 }
 
-TEST(InitTabLine, IsReadBackAsItWasWritten) {
-    Dice dice(3303);
-    const std::string letters = "abc 019-_./\"\\\t\xe9";
-    for (int round = 0; round < 3000; ++round) {
-        const std::string id = dice.join(letters, 1, 6);
-        const std::string runLevel = dice.join(letters, 0, 6);
-        const std::string action = dice.join(letters, 0, 9);
-        const std::string command = dice.join(letters + ":", 0, 30) + "!";
-        const std::string comment = dice.join(letters + "#:", 0, 20);
-        const GenRegInitTabRecord record = entry(id.c_str(), runLevel.c_str(), action.c_str(), command.c_str(),
-                                                 dice.below(2) == 0 ? nullptr : comment.c_str());
-        const std::string line = formatted(record);
-        ASSERT_EQ(parsed(line), "0" + describe(record)) << line;
-    }
-}
-
 TEST(InitTabRecord, IsMatchedByWhatTheKeyHas) {
     const auto match = [](unsigned long mask, const char* line, GenRegInitTabRecord key) {
         GenRegInitTabRecord stored;

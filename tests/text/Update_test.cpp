@@ -175,6 +175,7 @@ TEST_F(SlotTest, AMissingSlotIsToldAndNothingStaysOpen) {
     file.formatLine = nullptr;
     EXPECT_EQ(file.CheckFuncPtrs(), REG_NO_FORMAT_LINE);
     EXPECT_EQ(file.add("b", "2"), REG_CALLBACK_MISSING);
+    EXPECT_EQ(file.Verify(REG_OP_ADD, 0, nullptr, nullptr), REG_CALLBACK_MISSING);
     EXPECT_EQ(file.change("a", "2"), REG_NO_FORMAT_LINE);
     expectUntouched(file);
 }
