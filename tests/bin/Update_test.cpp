@@ -123,14 +123,14 @@ TEST_F(BinUpdates, ADamagedFileIsNotRewritten) {
     std::string lying = whole;
     lying[4] = 60;
     const struct {
+        unsigned long features;
         std::string bytes;
         BinItems::Slots slots;
-        unsigned long features;
         unsigned int code;
     } cases[] = {
-        {short1, BinItems::Slots::Given, 0, REG_READ_FAILED},       {short1, BinItems::Slots::All, 0, REG_READ_FAILED},
-        {short2, BinItems::Slots::Given, 0, REG_READ_FAILED},       {short2, BinItems::Slots::All, 0, REG_READ_FAILED},
-        {lying, BinItems::Slots::All, DEFERRED, REG_UNPACK_FAILED},
+        {0, short1, BinItems::Slots::Given, REG_READ_FAILED},       {0, short1, BinItems::Slots::All, REG_READ_FAILED},
+        {0, short2, BinItems::Slots::Given, REG_READ_FAILED},       {0, short2, BinItems::Slots::All, REG_READ_FAILED},
+        {DEFERRED, lying, BinItems::Slots::All, REG_UNPACK_FAILED},
     };
     for (const auto& tried : cases) {
         for (const unsigned long operation : {REG_OP_ADD, REG_OP_CHANGE, REG_OP_DELETE}) {
