@@ -27,15 +27,6 @@ TEST(Paths, CompanionsLieBesideTheRegistry) {
     EXPECT_STREQ(buffer, "");
 }
 
-TEST(Paths, AnEmptyOrOverlongPathLeavesTheObjectUnconfigured) {
-    EXPECT_EQ(VarValFile(std::string(1017, 'x')).code, 0u);
-    VarValFile tooLong{std::string(1018, 'x')};
-    EXPECT_EQ(tooLong.code, REG_PATH_TOO_LONG);
-    EXPECT_EQ(tooLong.Lock(REG_LOCK_EXCLUSIVE | REG_LOCK_WAIT, 10), REG_NOT_CONFIGURED);
-    EXPECT_EQ(tooLong.OpenScan(), REG_NOT_CONFIGURED);
-    EXPECT_EQ(VarValFile("").code, REG_EMPTY_ARGUMENT);
-}
-
 class LinkTest : public RegistryTest {
 protected:
     // Links "l0", "l1" ... each to the one before it, the first to the target; the last one's name.
