@@ -43,26 +43,6 @@ TEST_F(Frames, RefusedWritesLeaveTheFileAlone) {
     EXPECT_EQ(written(packed, record, 3, REG_NO_GET_PACKED_RECORD_SIZE), "");
 }
 
-TEST_F(Frames, FailingStreamsAreTold) {
-    BinItems items(file());
-    std::string record(1000, 'r');
-    BinItems::knobs().recordSize = record.size();
-    char fewBytes[256];  // they take the length, not the payload
-    for (const auto& [room, code] : {std::pair{static_cast<char*>(nullptr), REG_FRAME_LENGTH_WRITE_FAILED},
-                                     {fewBytes, REG_FRAME_PAYLOAD_WRITE_FAILED}}) {
-        std::FILE* const full = std::fopen("/dev/full", "w");
-        (void)std::setvbuf(full, room, room == nullptr ? _IONBF : _IOFBF, sizeof fewBytes);
-        EXPECT_EQ(items.WriteRecord(full, record.data()), code);
-        (void)std::fclose(full);
-    }
-    std::FILE* const unreadable = std::fopen("/dev/null", "w");
-    void* buffer = ossMemAlloc(sizeof(BinItem));
-    unsigned long length = 0;
-    EXPECT_EQ(items.ReadRecord(unreadable, &buffer, &length), REG_FRAME_LENGTH_READ_FAILED);
-    (void)ossMemFree(buffer);
-    (void)std::fclose(unreadable);
-}
-
 TEST(ByteOrder, BigEndianBytes) {
     signed char bytes[4] = {};
     unsigned int value = 5;

@@ -1,4 +1,6 @@
 // Finding records, at once and in a scan.
+#include <functional>
+
 #include "support/BinRegistry.h"
 
 namespace {

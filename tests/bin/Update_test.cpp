@@ -1,4 +1,5 @@
 // Adding, changing and deleting records.
+#include <functional>
 #include <thread>
 
 #include "support/BinRegistry.h"

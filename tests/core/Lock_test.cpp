@@ -1,7 +1,4 @@
 // The lock: who may update a registry.
-#include <genreg/LockStatus.h>
-
-#include <chrono>
 #include <thread>
 
 #include "support/VarValFile.h"
@@ -10,10 +7,7 @@ namespace {
 
 constexpr unsigned long HERE = REG_LOCK_EXCLUSIVE | REG_LOCK_NOWAIT;
 
-class LockTest : public RegistryTest {
-protected:
-    [[nodiscard]] std::string lock() const { return path(".reg.lock"); }
-};
+using LockTest = RegistryTest;
 
 TEST_F(LockTest, FlagsMustNameATypeAndAWait) {
     VarValFile file{reg()};

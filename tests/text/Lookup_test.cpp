@@ -111,12 +111,8 @@ TEST_F(LookupTest, PortsAreListedOncePerRunFromWhereTheFileStands) {
     EXPECT_EQ(ports, (std::vector<int>{1, 2, 3, -1}));
 }
 
-class ScanTest : public RegistryTest {
-protected:
-    ScanTest() { write("reg", "a = 1\nb = 2\nc = 3\n"); }
-};
-
-TEST_F(ScanTest, PositionsBelongToAnOpenScan) {
+TEST_F(LookupTest, PositionsBelongToAnOpenScan) {
+    write("reg", "a = 1\nb = 2\nc = 3\n");
     VarValFile file{reg()};
     long long position = 0;
     EXPECT_EQ(file.getRegFilePosition(&position), REG_SCAN_NOT_OPEN);
@@ -137,7 +133,8 @@ TEST_F(ScanTest, PositionsBelongToAnOpenScan) {
     EXPECT_EQ(file.scanned(), "REG_SCAN_NOT_OPEN");
 }
 
-TEST_F(ScanTest, ItExcludesOtherWorkOfItsObjectAndSeesTheVersionThatItOpened) {
+TEST_F(LookupTest, AScanExcludesOtherWorkOfItsObjectAndSeesTheVersionThatItOpened) {
+    write("reg", "a = 1\nb = 2\nc = 3\n");
     VarValFile file{reg()};
     ASSERT_EQ(file.OpenScan(), 0u);
     EXPECT_EQ(file.OpenReg(REG_OP_READ), REG_SCAN_OPEN);
