@@ -1,4 +1,6 @@
 // Finding records, at once and in a scan.
+#include <functional>
+
 #include "support/BinRegistry.h"
 
 namespace {
@@ -87,38 +89,6 @@ TEST_F(BinLookup, ARecordBelowEightBytesIsFoundButNotHandedOut) {
     EXPECT_EQ(get(items), REG_NOT_FOUND);
 }
 
-TEST_F(BinLookup, ShortAndLongFramesReadAsTheRecordsTheyHold) {
-    BinItem longer[2] = {binItem("b", 5, "with more behind it"), binItem("more", 6)};
-    contents(binFile({binItem("a", -1, std::string(63, 'x'))}, false) + binFrame("b") + binFrame("") +
-             binFrame(std::string(reinterpret_cast<const char*>(longer), sizeof longer)));
-    BinItems items(file());
-    ASSERT_EQ(get(items), 0U);
-    const BinItem expected = binItem("b", 0);  // nothing is left of the record before
-    EXPECT_EQ(std::memcmp(&result_, &expected, sizeof expected), 0);
-    key_.value = 5;
-    ASSERT_EQ(get(items, ITEM_NAME | ITEM_VALUE), 0U);
-    EXPECT_STREQ(result_.text, "with more behind it");
-}
-
-TEST_F(BinLookup, AnImageWhoseLengthsLieIsRefused) {
-    const std::string image = binImage(binItem("b", 2, "text"), "tail");
-    for (std::size_t i = 0; i < image.size(); ++i) {
-        for (const char flip : {'\x01', '\x10', '\x80'}) {
-            std::string damaged = image;
-            damaged[i] = static_cast<char>(damaged[i] ^ flip);
-            contents(binFrame(damaged) + binFile({binItem("b", 3)}));
-            BinItems items(file(), PACKED, BinItems::Slots::All);
-            const unsigned int rc = get(items, 0);
-            if (BinImage(damaged.data(), damaged.size()).whole) {
-                EXPECT_EQ(rc, 0U) << "byte " << i;
-            } else {
-                EXPECT_EQ(rc, REG_UNPACK_FAILED) << "byte " << i;
-                EXPECT_TRUE(zeroed());
-            }
-        }
-    }
-}
-
 TEST_F(BinLookup, AScanGivesEachMatchOnceAndThenItsEnd) {
     const std::vector<BinItem> all = {binItem("b", 1), binItem("a", 2), binItem("b", 3), binItem("c", 4)};
     eachWay([&](unsigned long features, BinItems::Slots slots) {
@@ -140,23 +110,6 @@ TEST_F(BinLookup, AScanGivesEachMatchOnceAndThenItsEnd) {
         }
         EXPECT_EQ(items.CloseScan(), 0U);
     });
-}
-
-TEST_F(BinLookup, AGetInsideAScanLeavesItsPlaceAndItsEnd) {
-    contents(binFile({a_, b_, c_}));
-    BinItems items(file(), PACKED | REG_FEATURE_GET_IN_SCAN);
-    ASSERT_EQ(items.OpenScan(), 0U);
-    ASSERT_EQ(next(items, 0), 0U);
-    ASSERT_EQ(next(items, 0), 0U);
-    EXPECT_EQ(get(items), 0U);  // lies behind the scan's place
-    ASSERT_EQ(next(items, 0), 0U);
-    EXPECT_EQ(result_.value, 3);
-    EXPECT_EQ(next(items, 0), REG_NO_MORE_RECORDS);
-    EXPECT_EQ(get(items), 0U);
-    EXPECT_EQ(next(items, 0), REG_NO_MORE_RECORDS);
-    EXPECT_EQ(items.unsetFeature(REG_FEATURE_GET_IN_SCAN), 0U);
-    EXPECT_EQ(get(items), REG_OPEN_FAILED);
-    EXPECT_EQ(items.CloseScan(), 0U);
 }
 
 }  // namespace

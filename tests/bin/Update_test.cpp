@@ -1,4 +1,5 @@
 // Adding, changing and deleting records.
+#include <functional>
 #include <thread>
 
 #include "support/BinRegistry.h"
@@ -107,6 +108,9 @@ TEST_F(BinUpdates, FailuresSayWhatIsWrongAndLeaveTheFileUnlocked) {
                 EXPECT_EQ(run(items, operation), code);
                 BinItem found = b_;
                 EXPECT_EQ(items.Get(ITEM_NAME, &found, &found), tried.writes ? 0 : tried.code);
+                if (tried.slot) {
+                    EXPECT_EQ(items.Verify(operation, ITEM_NAME, &found, &found), REG_CALLBACK_MISSING);
+                }
                 EXPECT_EQ(contents(), before);
                 EXPECT_TRUE((features & DEFERRED) == 0 || !exists("items.reg.tmp"));
                 expectAtRest(descriptors);

@@ -88,18 +88,4 @@ TEST_F(BinVerification, EveryDifferenceHasItsCodeAndOnlyWhatWasCountedIsCommitte
            {{0, true, image({b_, b9_, a_, b_}), image({a_})}, {0, true, image({b_, b_}), ""}});
 }
 
-TEST_F(BinVerification, AnImageThatCannotBeUnpackedStopsIt) {
-    const std::string ab = image({a_, b_});
-    std::string lying = image({a_, b_, c_});
-    lying[ab.size() + 4] = 60;
-    BinItems items(file(), PACKED | DEFERRED, BinItems::Slots::All);
-    EXPECT_EQ(verify(items, ab, lying, REG_OP_ADD, ITEM_NAME, c_, c_), REG_UNPACK_FAILED);
-    EXPECT_EQ(verify(items, lying, ab, REG_OP_DELETE, ITEM_NAME, c_, c_), REG_UNPACK_FAILED);
-    EXPECT_EQ(verify(items, lying, lying, REG_OP_CHANGE, ITEM_NAME, c_, c_), REG_UNPACK_FAILED);
-    BinItems::knobs().unpackResult = 9;
-    BinItems given(file(), PACKED | DEFERRED);
-    EXPECT_EQ(verify(given, ab, ab, REG_OP_CHANGE, ITEM_NAME, b_, b_), REG_UNPACK_FAILED);
-    EXPECT_EQ(contents(), ab);
-}
-
 }  // namespace

@@ -1,7 +1,4 @@
 // The lock: who may update a registry.
-#include <genreg/LockStatus.h>
-
-#include <chrono>
 #include <thread>
 
 #include "support/VarValFile.h"
@@ -10,10 +7,7 @@ namespace {
 
 constexpr unsigned long HERE = REG_LOCK_EXCLUSIVE | REG_LOCK_NOWAIT;
 
-class LockTest : public RegistryTest {
-protected:
-    [[nodiscard]] std::string lock() const { return path(".reg.lock"); }
-};
+using LockTest = RegistryTest;
 
 TEST_F(LockTest, FlagsMustNameATypeAndAWait) {
     VarValFile file{reg()};
@@ -30,6 +24,9 @@ TEST_F(LockTest, FlagsMustNameATypeAndAWait) {
     EXPECT_EQ(file.Lock(REG_LOCK_SHARED | REG_LOCK_NOWAIT, 10), 0u);
     EXPECT_EQ(file.UnLock(), 0u);
     EXPECT_EQ(file.UnLock(), REG_RELEASE_LOCK_FAILED);
+    write("plain", "");
+    VarValFile inFile{path("plain/reg")};
+    EXPECT_EQ(inFile.Lock(HERE | REG_LOCK_CREATE_DIR, 10), REG_CREATE_DIRECTORY_FAILED);
 }
 
 TEST_F(LockTest, AnotherProcessIsToldAtOnceAndAThreadToo) {
@@ -46,43 +43,6 @@ TEST_F(LockTest, AnotherProcessIsToldAtOnceAndAThreadToo) {
         EXPECT_EQ(seen, REG_LOCK_HELD);
     }
     EXPECT_EQ(inChild([&] { return tryIt() == 0 ? 0 : 1; }), 0);  // the end of the holder gave the lock back
-}
-
-TEST_F(LockTest, TheWaitHasALimitAndNoticesAlongTheWay) {
-    VarValFile holder{reg()};
-    ASSERT_EQ(holder.Lock(HERE, 10), 0u);
-    VarValFile file{reg()};
-    std::vector<unsigned long> notices;
-    file.SetLockWait(
-        1300,
-        [](void* context, const char*, unsigned long waited) {
-            static_cast<std::vector<unsigned long>*>(context)->push_back(waited);
-        },
-        &notices);
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(file.Lock(REG_LOCK_EXCLUSIVE | REG_LOCK_WAIT, 10), REG_LOCK_HELD);
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1299));  // both ends are cut to one
-    ASSERT_EQ(notices.size(), 1u);
-    EXPECT_GE(notices[0], 1000u);
-    EXPECT_EQ(file.add("x", "1"), REG_LOCK_FAILED);
-    ASSERT_EQ(holder.UnLock(), 0u);
-    EXPECT_EQ(file.add("x", "1"), 0u);
-}
-
-TEST_F(LockTest, TheNoteNamesTheHolderAndOutlivesItsLock) {
-    GenRegLockNote note = {};
-    EXPECT_EQ(genregLockStatus(lock().c_str(), &note), 0u);
-    EXPECT_EQ(note.pid, 0);
-    VarValFile file{reg()};
-    ASSERT_EQ(file.Lock(HERE, 10), 0u);
-    EXPECT_EQ(genregLockStatus(lock().c_str(), &note), REG_LOCK_HELD);
-    EXPECT_EQ(note.pid, ::getpid());
-    EXPECT_NEAR(static_cast<double>(note.since), static_cast<double>(::time(nullptr)), 5);
-    EXPECT_STREQ(note.program, "core_test");
-    ASSERT_EQ(file.UnLock(), 0u);
-    EXPECT_EQ(genregLockStatus(lock().c_str(), &note), 0u);
-    EXPECT_EQ(note.pid, ::getpid());
-    EXPECT_EQ(genregLockStatus(lock().c_str(), nullptr), 0u);
 }
 
 TEST_F(LockTest, TheNoteIsWrittenOverNothingButANote) {

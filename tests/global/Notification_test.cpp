@@ -28,7 +28,7 @@ int holdLock() {
     return ::fcntl(file, F_SETLK, &lock) == 0 ? file : -1;
 }
 
-// A process that holds the monitor's lock and ends with the signal's number.
+// A process that holds the monitor's lock, which a signal ends.
 class Monitor {
 public:
     Monitor() {
@@ -36,39 +36,29 @@ public:
         EXPECT_EQ(::pipe(ready), 0);
         child_ = ::fork();
         if (child_ == 0) {
-            waitForSignal(ready[1]);
+            ::signal(SIGHUP, SIG_DFL);
+            (void)!::write(ready[1], holdLock() != -1 ? "+" : "-", 1);
+            ::pause();
         }
-        char byte = 0;
-        EXPECT_EQ(::read(ready[0], &byte, 1), 1);
+        char sign = 0;
+        EXPECT_EQ(::read(ready[0], &sign, 1), 1);
+        EXPECT_EQ(sign, '+');
         ::close(ready[0]);
         ::close(ready[1]);
     }
-    ~Monitor() {
+    ~Monitor() { (void)end(); }
+    // Ends it, if it still runs; the signal that did end it.
+    int end() {
         if (child_ > 0) {
-            (void)signalReceived();
+            ::kill(child_, SIGTERM);
+            signal_ = -waitFor(std::exchange(child_, -1));
         }
-    }
-    // The hangup, or 0 when it got none so far.
-    int signalReceived() {
-        ::kill(child_, SIGTERM);
-        return waitFor(std::exchange(child_, -1));
+        return signal_;
     }
 
 private:
-    [[noreturn]] static void waitForSignal(int ready) {
-        sigset_t signals;
-        sigemptyset(&signals);
-        sigaddset(&signals, SIGHUP);
-        sigaddset(&signals, SIGTERM);
-        sigprocmask(SIG_BLOCK, &signals, nullptr);
-        if (holdLock() == -1 || ::write(ready, "", 1) != 1) {
-            ::_exit(99);
-        }
-        int signal = 0;
-        sigwait(&signals, &signal);
-        ::_exit(signal == SIGHUP ? SIGHUP : 0);
-    }
     pid_t child_ = -1;
+    int signal_ = 0;
 };
 
 using Notification = InPrivateWorld<GlobalRegistry>;
@@ -93,7 +83,7 @@ TEST_F(Notification, OneDescriptorServesAllChanges) {
             EXPECT_EQ(GlobalReg::Notify(), 0U);
         }
         EXPECT_EQ(descriptorsOfLock(), 1);
-        EXPECT_EQ(monitor.signalReceived(), SIGHUP);
+        EXPECT_EQ(monitor.end(), SIGHUP);
     }
     // A monitor that was installed anew has a new file, which the old descriptor says nothing of.
     remove(LOCK);
@@ -102,7 +92,7 @@ TEST_F(Notification, OneDescriptorServesAllChanges) {
     info.versionCode = VERSION_9_7_0_2;
     put(info.service, "RVN");
     EXPECT_EQ(ossSetServiceInfo(&info), 0U);
-    EXPECT_EQ(monitor.signalReceived(), SIGHUP) << "every change is announced";
+    EXPECT_EQ(monitor.end(), SIGHUP) << "every change is announced";
     EXPECT_EQ(descriptorsOfLock(), 2) << "the replaced one is never closed";
 }
 
@@ -150,7 +140,7 @@ TEST_F(Notification, FailuresHaveTheirCodes) {
     ASSERT_EQ(::chmod(LOCK, 0666), 0);
     EXPECT_EQ(asNobody(GlobalReg::Notify, 0x900003f3), 0);
     EXPECT_EQ(asNobody(fmcNotify, 0x900003f4), 0);
-    EXPECT_EQ(monitor.signalReceived(), 0);
+    EXPECT_EQ(monitor.end(), SIGTERM);
 }
 
 }  // namespace

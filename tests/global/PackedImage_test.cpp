@@ -45,28 +45,6 @@ TEST(PackedImage, EveryTruncationAndEveryTailIsRefused) {
     EXPECT_EQ(check(sound + '\0'), REG_UNPACK_FAILED);
 }
 
-TEST(PackedImage, EveryLengthThatLiesIsRefusedOrHarmless) {
-    const std::string sound = soundImage();
-    unsigned long offset = 20;
-    int accepted = 0;
-    for (int item = 0; item < 11; ++item) {
-        std::string image = sound;
-        for (unsigned long length = 0; length < 0x10000; ++length) {
-            image[offset] = static_cast<char>(length);
-            image[offset + 1] = static_cast<char>(length >> 8);
-            // Another length may by chance make a whole image again.
-            if (check(image) == 0) {
-                use(image);
-                ++accepted;
-            }
-        }
-        offset += 2 + static_cast<unsigned char>(sound[offset]) + 256UL * static_cast<unsigned char>(sound[offset + 1]);
-    }
-    EXPECT_EQ(offset + 4, sound.size());
-    EXPECT_GE(accepted, 11) << "each right length";
-    EXPECT_LT(accepted, 40);
-}
-
 TEST(PackedImage, AMemberIsNeverOverrun) {
     const auto service = [](const std::string& item) { return Image(GLOBALREG_SERVICE, 1).item(item).end(); };
     EXPECT_EQ(check(service(std::string(63, 's'))), 0U) << "the member has room for the NUL";

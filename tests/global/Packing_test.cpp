@@ -6,31 +6,6 @@ namespace {
 using namespace std::string_literals;
 
 // Nothing of the tables is used here: these are the bytes that other releases have written.
-TEST(Packing, AnInstanceHasTheseBytes) {
-    GlobalRegRecord record = {};
-    record.recordType = GLOBALREG_INSTANCE;
-    record.fieldMask = INSTANCE_SERVICE | INSTANCE_VERSION_CODE | INSTANCE_START_AT_BOOT | INSTANCE_COMMENT;
-    record.checksum = -2;
-    record.body.instance.versionCode = VERSION_9_7_0_2;
-    record.body.instance.startAtBoot = -1;
-    put(record.body.instance.service, "RVN");
-    const std::string image =
-        "\x01\0\0\0"
-        "\x23\x02\0\0\0\0\0\0"
-        "\0\0\0\0\0\0\0\0"
-        "\x04\0RVN\0"
-        "\x08\0\x02\0\0\0\x07\0\x09\0"
-        "\x04\0\xff\xff\xff\xff"
-        "\x01\0\0"
-        "\xfe\xff\xff\xff"s;
-    EXPECT_EQ(pack(record), image);
-
-    GlobalRegRecord back = unpacked(image);
-    EXPECT_EQ(back.missingFieldMask, 0x3ffUL & ~record.fieldMask);
-    back.missingFieldMask = 0;
-    EXPECT_TRUE(bytesOf(back) == bytesOf(record)) << "zero everywhere but in the fields that are there";
-}
-
 TEST(Packing, AServiceHasTheseBytes) {
     GlobalRegRecord record = {};
     record.recordType = GLOBALREG_SERVICE;

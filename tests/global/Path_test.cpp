@@ -19,19 +19,6 @@ Answer ask(bool useDefaultPath, unsigned short capacity = 1024) {
     return {code, code == 0 ? std::string(buffer.c_str()) : buffer.substr(0, 4), capacity};
 }
 
-TEST(Path, TheVariableWinsOverEverything) {
-    const Variable instance("RVNINSTANCE", "nobody-of-this-name");
-    for (const bool useDefaultPath : {false, true}) {
-        const Variable path("RVN_GLOBAL_REG_PATHNAME", "some/where");
-        EXPECT_EQ(ask(useDefaultPath).path, "some/where");
-        EXPECT_EQ(ask(useDefaultPath).length, 11);
-    }
-    const Variable empty("RVN_GLOBAL_REG_PATHNAME", "");
-    EXPECT_EQ(ask(false).code, 0U);
-    EXPECT_EQ(ask(false).path, "");
-    EXPECT_EQ(ask(false).length, 1);
-}
-
 TEST(Path, TheLengthTellsWhatIsNeeded) {
     const Variable path("RVN_GLOBAL_REG_PATHNAME", nullptr);
     const Answer tooSmall = ask(true, 19);
@@ -43,17 +30,6 @@ TEST(Path, TheLengthTellsWhatIsNeeded) {
     const Variable huge("RVN_GLOBAL_REG_PATHNAME", std::string(65600, 'x').c_str());
     EXPECT_EQ(ask(false, 65535).code, 0x90000258U) << "a length beyond what the argument can tell";
     EXPECT_EQ(ask(false, 65535).length, 65535);
-}
-
-TEST(Path, WithoutAToolTheDefaultCounts) {
-    const Variable path("RVN_GLOBAL_REG_PATHNAME", nullptr);
-    for (const char* value : {static_cast<const char*>(nullptr), ""}) {
-        const Variable instance("RVNINSTANCE", value);
-        EXPECT_EQ(ask(false).path, DEFAULT_PATH);
-    }
-    const Variable instance("RVNINSTANCE", "nobody-of-this-name");
-    EXPECT_NE(ask(false).code, 0U) << "the platform's own code for a user that does not exist";
-    EXPECT_EQ(ask(true).path, DEFAULT_PATH);
 }
 
 // Somebody whose home may be made here.

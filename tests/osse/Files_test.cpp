@@ -1,4 +1,4 @@
-// Paths and directories of the platform.
+// Directories of the platform, and files that vouch for somebody.
 #include <osse/Errors.h>
 #include <osse/Files.h>
 #include <osse/OSSHFile.h>
@@ -10,22 +10,6 @@
 namespace {
 
 using FilesTest = Scratch;
-
-TEST(Paths, AreSplitAtTheLastSlash) {
-    struct Case {
-        const char* path;
-        const char* base;
-        const char* directory;
-    };
-    for (const Case& c : {Case{"/a/b", "b", "/a"}, Case{"/b", "b", "/"}, Case{"b", "b", "."}, Case{"a/b.c", "b.c", "a"},
-                          Case{"", "", "."}}) {
-        char text[8];
-        EXPECT_EQ(ossBaseName(c.path, text, sizeof text), 0u);
-        EXPECT_STREQ(text, c.base);
-        EXPECT_EQ(ossDirectoryName(c.path, text, sizeof text), 0u);
-        EXPECT_STREQ(text, c.directory);
-    }
-}
 
 TEST_F(FilesTest, DirectoriesAreCreatedWithTheirParentsOnlyWhenAsked) {
     const std::string deep = path("a//b/c/");

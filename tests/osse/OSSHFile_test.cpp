@@ -68,32 +68,6 @@ TEST_F(HandleTest, AClassicLockOfAnotherProgramExcludesTheHandle) {
     ::close(descriptor);
 }
 
-TEST_F(HandleTest, AWaitingLockOutlastsSignals) {
-    struct sigaction action = {};
-    action.sa_handler = [](int) {};  // without SA_RESTART
-    ASSERT_EQ(::sigaction(SIGUSR1, &action, nullptr), 0);
-    OSSHFile holder, waiter;
-    ASSERT_EQ(openFor(holder, file_), 0u);
-    ASSERT_EQ(openFor(waiter, file_), 0u);
-    ASSERT_EQ(lockFor(holder, OSS_LOCK_EXCLUSIVE), 0u);
-    std::atomic<bool> granted = false;
-    unsigned int result = 1;
-    std::thread waiting([&] {
-        result = lockFor(waiter, OSS_LOCK_EXCLUSIVE, OSS_WAIT);
-        granted = true;
-    });
-    for (int i = 0; i < 5; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        ::pthread_kill(waiting.native_handle(), SIGUSR1);
-    }
-    EXPECT_FALSE(granted);
-    EXPECT_EQ(holder.unlock(), 0u);
-    waiting.join();
-    EXPECT_EQ(result, 0u);
-    EXPECT_EQ(waiter.close(), 0u);
-    EXPECT_EQ(holder.close(), 0u);
-}
-
 TEST_F(HandleTest, ALockDiesWithItsOwnerWhateverChildrenLiveOn) {
     OSSHFile early;  // locked after the fork: its copy in the child is as dangerous
     ASSERT_EQ(openFor(early, path("early")), 0u);
@@ -185,20 +159,6 @@ TEST_F(HandleTest, ThreadsThatForkAndLockLeaveNoLockBehind) {
     }
     EXPECT_EQ(failures, 0);
     EXPECT_FALSE(lockedForOthers(file_));
-}
-
-TEST_F(HandleTest, NeverHandsOutAStandardStream) {
-    EXPECT_EQ(inChild([&] {
-                  ::close(0);
-                  ::close(1);
-                  ::close(2);
-                  OSSHFile file;
-                  const bool high = openFor(file, file_) == 0 && file.getFileHandle() >= 3;
-                  const bool onExecClosed = ::fcntl(file.getFileHandle(), F_GETFD) == FD_CLOEXEC;
-                  const bool lowFree = ::fcntl(0, F_GETFD) == -1 && ::fcntl(1, F_GETFD) == -1;
-                  return high && onExecClosed && lowFree ? 0 : 1;
-              }),
-              0);
 }
 
 }  // namespace

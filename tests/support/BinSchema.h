@@ -13,7 +13,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -96,12 +95,10 @@ inline std::string binFrame(const std::string& payload, bool bigEndian = false) 
 }
 
 // The file of these items. packed: as images without a tail, else as they lie in memory.
-inline std::string binFile(const std::vector<BinItem>& items, bool packed = true, bool bigEndian = false) {
+inline std::string binFile(const std::vector<BinItem>& items, bool packed = true) {
     std::string bytes;
     for (const BinItem& item : items) {
-        const std::string payload =
-            packed ? binImage(item) : std::string(reinterpret_cast<const char*>(&item), sizeof item);
-        bytes += binFrame(payload, bigEndian);
+        bytes += binFrame(packed ? binImage(item) : std::string(reinterpret_cast<const char*>(&item), sizeof item));
     }
     return bytes;
 }
@@ -113,7 +110,6 @@ struct BinItemsKnobs {
     unsigned int packResult = 0;
     unsigned long maxSize = sizeof(BinItem);
     unsigned long recordSize = sizeof(BinItem);  // told with packing off
-    std::function<void(std::string*)> tamper;    // sees each image that is packed
     unsigned int logResult = 0;
     unsigned int notifyResult = 0;
     std::vector<std::string> heard;
@@ -156,7 +152,6 @@ public:
     using GenRegBin::getPackedRecordSize;
     using GenRegBin::packRecord;
     using GenRegBin::unpackRecord;
-    using GenRegFile::checksumHeaderPending;
     using GenRegFile::getMaxRecordSize;
     using GenRegFile::getRecordSize;
     using GenRegFile::regFp;
@@ -184,10 +179,7 @@ public:
         if (previousImage != nullptr) {
             tail = BinImage(previousImage, binImageSize(previousImage)).tail;
         }
-        std::string image = binImage(*static_cast<const BinItem*>(*buffer), tail);
-        if (knobs().tamper) {
-            knobs().tamper(&image);
-        }
+        const std::string image = binImage(*static_cast<const BinItem*>(*buffer), tail);
         if (image.size() > sizeof(BinItem)) {
             (void)ossMemFree(*buffer);
             *buffer = ossMemAlloc(image.size());

@@ -25,7 +25,6 @@ public:
     using GenRegBase::state;
     using GenRegBase::validateRecord;
     using GenRegFile::getMaxRecordSize;
-    using GenRegFile::lockFile;
     using GenRegFile::lockPath;
     using GenRegFile::regFp;
     using GenRegFile::regPath;
@@ -85,13 +84,3 @@ protected:
     // "reg reg.tmp": without the lock file, which is always there.
     [[nodiscard]] std::string names() const { return Scratch::names(".reg.lock"); }
 };
-
-// Runs checks in a forked child; whether they all held there. What failed is printed by the child.
-template <typename Body>
-bool holdsInChild(Body body) {
-    return inChild([&] {
-               body();
-               std::fflush(nullptr);
-               return ::testing::Test::HasFailure() ? 1 : 0;
-           }) == 0;
-}

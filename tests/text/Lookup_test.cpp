@@ -1,4 +1,4 @@
-// Get, GetNext and GetPortnumbers.
+// Get, GetNext, GetPortnumbers, and the place of a scan.
 #include "support/VarValFile.h"
 
 namespace {
@@ -109,6 +109,45 @@ TEST_F(LookupTest, PortsAreListedOncePerRunFromWhereTheFileStands) {
     ASSERT_EQ(file.Rewind(), 0u);
     EXPECT_EQ(file.GetPortnumbers(ports.data()), 0u);
     EXPECT_EQ(ports, (std::vector<int>{1, 2, 3, -1}));
+}
+
+TEST_F(LookupTest, PositionsBelongToAnOpenScan) {
+    write("reg", "a = 1\nb = 2\nc = 3\n");
+    VarValFile file{reg()};
+    long long position = 0;
+    EXPECT_EQ(file.getRegFilePosition(&position), REG_SCAN_NOT_OPEN);
+    EXPECT_EQ(file.setRegFilePosition(nullptr), REG_SCAN_NOT_OPEN);
+    EXPECT_EQ(file.Rewind(), REG_REWIND_FAILED);
+    EXPECT_EQ(file.CloseScan(), 0u);
+    ASSERT_EQ(file.OpenScan(), 0u);
+    GenRegVarValRecord record;
+    EXPECT_EQ(file.GetNext(0, nullptr, &record), 0u);
+    EXPECT_EQ(file.getRegFilePosition(&position), 0u);
+    EXPECT_EQ(file.scanned(), "b c ");
+    EXPECT_EQ(file.setRegFilePosition(&position), 0u);
+    EXPECT_EQ(file.scanned(), "");  // only going back to the start ends the end
+    EXPECT_EQ(file.Rewind(), 0u);
+    EXPECT_EQ(file.setRegFilePosition(&position), 0u);
+    EXPECT_EQ(file.scanned(), "b c ");
+    EXPECT_EQ(file.CloseScan(), 0u);
+    EXPECT_EQ(file.scanned(), "REG_SCAN_NOT_OPEN");
+}
+
+TEST_F(LookupTest, AScanExcludesOtherWorkOfItsObjectAndSeesTheVersionThatItOpened) {
+    write("reg", "a = 1\nb = 2\nc = 3\n");
+    VarValFile file{reg()};
+    ASSERT_EQ(file.OpenScan(), 0u);
+    EXPECT_EQ(file.OpenReg(REG_OP_READ), REG_SCAN_OPEN);
+    EXPECT_EQ(file.CloseReg(REG_OP_READ), REG_SCAN_OPEN);
+    EXPECT_EQ(file.add("d", "4"), REG_OPEN_FAILED);
+    VarValFile writer{reg()};
+    EXPECT_EQ(writer.remove("b"), 0u);
+    EXPECT_EQ(file.scanned(), "a b c ");
+    EXPECT_EQ(file.CloseScan(), 0u);
+    EXPECT_EQ(file.OpenReg(REG_OP_READ), 0u);
+    EXPECT_EQ(file.CloseReg(REG_OP_READ), 0u);
+    ASSERT_EQ(file.OpenScan(), 0u);
+    EXPECT_EQ(file.scanned(), "a c ");
 }
 
 }  // namespace

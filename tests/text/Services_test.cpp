@@ -147,8 +147,6 @@ TEST(ServicesRecord, IsRefusedForWhatTheMaskMisses) {
     EXPECT_EQ(refusal(EVERYTHING), REG_SERVICE_NAME_MISSING);
     EXPECT_EQ(refusal(PORT | PROTOCOL), REG_SERVICE_PORT_MISSING);
     EXPECT_EQ(refusal(PROTOCOL), REG_SERVICE_PROTOCOL_MISSING);
-    record = service("a", 1, "tcp");
-    EXPECT_EQ(refusal(EVERYTHING), 0u);
 }
 
 class ServicesFile : public SchemaFile {
@@ -248,26 +246,6 @@ TEST_F(ServicesFile, EditsLeaveEveryOtherLineAsItWasAndTheCLibraryReadsThem) {
         GTEST_SKIP() << "only root binds a file over " << SYSTEM_FILE << ", and in a mount namespace of its own";
     }
     EXPECT_EQ(result, 0);
-}
-
-TEST_F(ServicesFile, LinesThatAreRefusedOrTooLongAreCarriedAlong) {
-    std::string crowded = "crowd 7/tcp";
-    for (int i = 0; i < 128; ++i) {
-        crowded += " a";
-    }
-    const std::string first = crowded + " # \xff\nalone\n";
-    const std::string last = "long 9/tcp " + std::string(5000, 'x') + "\n";
-    content(first + "rvn 1/tcp\n" + last);
-    EXPECT_EQ(registryAnswer(registry(), "crowd", "tcp"), "");
-    unsigned int rc = 0;
-    GenRegServices services(registry().c_str(), &rc);
-    GenRegServicesRecord crowd = service("crowd", 1, "tcp");
-    GenRegServicesRecord rvn = service("rvn", 2, "tcp");
-    EXPECT_EQ(services.Delete(NAME, &crowd), REG_NOT_FOUND);
-    EXPECT_EQ(services.Change(NAME, &rvn, &rvn), 0u);
-    EXPECT_EQ(content(), first + "rvn\t\t2/tcp\n" + last);
-    EXPECT_EQ(services.Delete(NAME, &rvn), 0u);
-    EXPECT_EQ(content(), first + last);
 }
 
 TEST_F(ServicesFile, AnUpdateThatWouldNotReadBackIsRefused) {

@@ -1,4 +1,7 @@
 // Add, Change and Delete: codes, and what stands in the file and beside it afterwards.
+#include <chrono>
+#include <thread>
+
 #include "support/VarValFile.h"
 
 namespace {
@@ -126,105 +129,94 @@ TEST_F(UpdateTest, WhatWouldNotReadBackAsAskedForIsRefused) {
     EXPECT_EQ(content(), old + "c = " + std::string(2042, 'v') + "\n");
 }
 
-class SlotTest : public RegistryTest {
-protected:
-    SlotTest() { write("reg", "a = 1\n"); }
-
-    // The codes of add, change, delete, get and of a scan's next, in this order.
-    static std::vector<unsigned int> codes(VarValFile& file) {
-        GenRegVarValRecord record;
-        GenRegVarValRecord key = VarValFile::pair("a", "1");
-        std::vector<unsigned int> all = {file.add("b", "2"), file.change("a", "2"), file.remove("a"),
-                                         file.get("a", &record)};
-        EXPECT_EQ(file.OpenScan(), 0u);
-        all.push_back(file.GetNext(VARVAL_MATCH_VARIABLE, &key, &record));
-        EXPECT_EQ(file.CloseScan(), 0u);
-        return all;
-    }
-    // Nothing is held, open or changed.
-    void expectUntouched(const VarValFile& file) const {
-        EXPECT_EQ(file.regFp, nullptr);
-        EXPECT_EQ(file.tmpFp, nullptr);
-        EXPECT_EQ(content(), "a = 1\n");
-        VarValFile other{reg()};
-        EXPECT_EQ(other.Lock(REG_LOCK_EXCLUSIVE | REG_LOCK_NOWAIT, 10), 0u);
-    }
-};
-
-TEST_F(SlotTest, AMissingSlotIsToldAndNothingStaysOpen) {
+TEST_F(UpdateTest, AMissingSlotIsToldAndNothingIsTouched) {
     const struct {
         void (*clear)(VarValFile&);
         unsigned int code;
+        bool writes;  // only writing needs it
     } cases[] = {
-        {[](VarValFile& f) { f.validateRecord = nullptr; }, REG_NO_VALIDATE_RECORD},
-        {[](VarValFile& f) { f.getMaxRecordSize = nullptr; }, REG_NO_GET_MAX_RECORD_SIZE},
-        {[](VarValFile& f) { f.parseLine = nullptr; }, REG_NO_PARSE_LINE},
-        {[](VarValFile& f) { f.matchRecord = nullptr; }, REG_NO_MATCH_RECORD},
+        {[](VarValFile& f) { f.validateRecord = nullptr; }, REG_NO_VALIDATE_RECORD, false},
+        {[](VarValFile& f) { f.getMaxRecordSize = nullptr; }, REG_NO_GET_MAX_RECORD_SIZE, false},
+        {[](VarValFile& f) { f.parseLine = nullptr; }, REG_NO_PARSE_LINE, false},
+        {[](VarValFile& f) { f.matchRecord = nullptr; }, REG_NO_MATCH_RECORD, false},
+        {[](VarValFile& f) { f.formatLine = nullptr; }, REG_NO_FORMAT_LINE, true},
     };
+    write("reg", "a = 1\n");
     for (const auto& sample : cases) {
         for (const unsigned long features : UPDATE_WAYS) {
-            const unsigned int code = sample.code;
             VarValFile file{reg(), features};
             sample.clear(file);
-            EXPECT_EQ(file.CheckFuncPtrs(), code);
-            EXPECT_EQ(codes(file), (std::vector<unsigned int>{REG_CALLBACK_MISSING, code, code, code, code}));
-            expectUntouched(file);
+            EXPECT_EQ(file.CheckFuncPtrs(), sample.code);
+            EXPECT_EQ(file.add("b", "2"), REG_CALLBACK_MISSING);
+            EXPECT_EQ(file.Verify(REG_OP_ADD, 0, nullptr, nullptr), REG_CALLBACK_MISSING);
+            EXPECT_EQ(file.change("a", "2"), sample.code);
+            GenRegVarValRecord record;
+            GenRegVarValRecord key = VarValFile::pair("a", "1");
+            EXPECT_EQ(file.get("a", &record), sample.writes ? 0 : sample.code);
+            EXPECT_EQ(file.OpenScan(), 0u);
+            EXPECT_EQ(file.GetNext(VARVAL_MATCH_VARIABLE, &key, &record), sample.writes ? 0 : sample.code);
+            EXPECT_EQ(file.CloseScan(), 0u);
+            EXPECT_EQ(content(), "a = 1\n");
+            VarValFile other{reg()};
+            EXPECT_EQ(other.Lock(REG_LOCK_EXCLUSIVE | REG_LOCK_NOWAIT, 10), 0u);
         }
     }
-    VarValFile file{reg()};
-    file.formatLine = nullptr;
-    EXPECT_EQ(file.CheckFuncPtrs(), REG_NO_FORMAT_LINE);
-    EXPECT_EQ(file.add("b", "2"), REG_CALLBACK_MISSING);
-    EXPECT_EQ(file.Verify(REG_OP_ADD, 0, nullptr, nullptr), REG_CALLBACK_MISSING);
-    EXPECT_EQ(file.change("a", "2"), REG_NO_FORMAT_LINE);
-    expectUntouched(file);
 }
 
-TEST_F(SlotTest, ARecordSizeOutOfBoundsStopsEverythingBeforeTheFile) {
-    using Codes = std::vector<unsigned int>;
-    VarValFile file{reg()};
-    file.getMaxRecordSize = [](unsigned long* size) { return *size = 2, 0U; };
-    EXPECT_EQ(codes(file), Codes(5, REG_RECORD_TOO_SMALL));
-    file.getMaxRecordSize = [](unsigned long* size) { return *size = 0x100001, 0U; };
-    EXPECT_EQ(codes(file), Codes(5, REG_RECORD_SIZE_REFUSED));
-    EXPECT_FALSE(exists(".reg.lock"));
-    // A record of 3 to 7 bytes can be worked on, but is never handed out.
-    file.getMaxRecordSize = [](unsigned long* size) { return *size = 7, 0U; };
-    file.parseLine = [](void* record, const char* line) { return *static_cast<char*>(record) = *line, 0U; };
-    file.matchRecord = [](unsigned long, void* record, void*) { return *static_cast<char*>(record) == 'a' ? 1U : 0U; };
-    file.lineMayMatch = nullptr;
-    GenRegVarValRecord record;
-    EXPECT_EQ(file.get("a", &record), REG_RECORD_SIZE_REFUSED);
-    expectUntouched(file);
-    EXPECT_EQ(file.remove("a"), 0u);
-    EXPECT_EQ(file.get("a", &record), REG_NOT_FOUND);
+TEST_F(UpdateTest, ThreadsWithAnObjectEachLoseNothingAndReadersSeeWholeLines) {
+    constexpr std::size_t WRITERS = 4;
+    constexpr std::size_t EACH = 10;
+    for (const unsigned long features : UPDATE_WAYS) {
+        remove("reg");
+        std::vector<std::thread> threads;
+        for (std::size_t writer = 0; writer < WRITERS; ++writer) {
+            threads.emplace_back([this, features, writer] {
+                VarValFile file{reg(), features};
+                for (std::size_t i = 0; i < EACH; ++i) {
+                    const std::string name = "w" + std::to_string(writer) + "_" + std::to_string(i);
+                    EXPECT_EQ(file.add(name.c_str(), "whole value"), 0u);
+                }
+            });
+        }
+        threads.emplace_back([this] {
+            std::size_t before = 0;
+            while (before < WRITERS * EACH) {
+                VarValFile file{reg()};
+                (void)file.OpenScan();  // which fails until the file is made
+                std::size_t seen = 0;
+                GenRegVarValRecord record;
+                while (file.GetNext(0, nullptr, &record) == 0) {
+                    EXPECT_STREQ(record.value, "whole value");
+                    ++seen;
+                }
+                EXPECT_GE(seen, before);
+                before = seen;
+            }
+        });
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        EXPECT_EQ(lines("reg").size(), WRITERS * EACH);
+        EXPECT_EQ(names(), "reg");
+    }
 }
 
-TEST_F(SlotTest, ARefusedRecordTouchesNothing) {
-    VarValFile file{reg()};
-    GenRegVarValRecord empty = {};
-    GenRegVarValRecord good = VarValFile::pair("a", "1");
-    EXPECT_EQ(file.Add(0, &empty), REG_RECORD_REFUSED);
-    EXPECT_EQ(file.Change(0, &good, &empty), REG_RECORD_REFUSED);
-    EXPECT_EQ(file.Delete(0, &empty), REG_RECORD_REFUSED);
-    EXPECT_EQ(file.Get(0, &empty, &good), REG_RECORD_REFUSED);
-    EXPECT_FALSE(exists(".reg.lock"));
-}
-
-TEST_F(SlotTest, ChangesAreAnnouncedOnceTheyStand) {
-    static int announced = 0;
-    VarValFile file{reg(), DEFERRED | REG_FEATURE_NOTIFY};
-    EXPECT_EQ(file.change("a", "2"), REG_NO_NOTIFY);
-    EXPECT_EQ(content(), "a = 2\n");
-    file.notifyChange = [] { return ++announced, 0x90001234U; };
-    EXPECT_EQ(file.change("a", "3"), 0u);  // what announcing answers does not matter
-    EXPECT_EQ(file.add("b", "1"), 0u);
-    EXPECT_EQ(file.remove("b"), 0u);
-    EXPECT_EQ(announced, 3);
-    EXPECT_EQ(file.change("a", "3"), REG_UNCHANGED);
-    EXPECT_EQ(file.add("a", "3"), REG_DUPLICATE);
-    EXPECT_EQ(file.remove("c"), REG_NOT_FOUND);
-    EXPECT_EQ(announced, 3);
+TEST_F(UpdateTest, AnAppendInPlaceWaitsForAScanOfAnotherThread) {
+    write("reg", "a = 1\n");
+    VarValFile scan{reg()};
+    ASSERT_EQ(scan.OpenScan(), 0u);
+    unsigned int rc = 1;
+    std::thread writer([&] {
+        VarValFile file{reg(), REG_FEATURE_ALLOW_DUPLICATES};
+        rc = file.add("b", "2");
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_EQ(content(), "a = 1\n");
+    EXPECT_EQ(scan.scanned(), "a ");
+    ASSERT_EQ(scan.CloseScan(), 0u);
+    writer.join();
+    EXPECT_EQ(rc, 0u);
+    EXPECT_EQ(content(), "a = 1\nb = 2\n");
 }
 
 }  // namespace

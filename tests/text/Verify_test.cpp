@@ -71,13 +71,4 @@ TEST_F(VerifyTest, EveryDifferenceButTheOneAskedForHasItsCode) {
     }
 }
 
-TEST_F(VerifyTest, WithoutACopyOrARegistryThereIsNothingToVerify) {
-    write("reg", "a = 1\n");
-    VarValFile file{reg()};
-    EXPECT_EQ(file.Verify(REG_OP_ADD, 0, nullptr, nullptr), REG_OPEN_FAILED);
-    remove("reg");
-    EXPECT_EQ(file.Verify(REG_OP_ADD, 0, nullptr, nullptr), REG_OPEN_FAILED);
-    EXPECT_EQ(names(), "");
-}
-
 }  // namespace

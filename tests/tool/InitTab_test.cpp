@@ -59,8 +59,6 @@ TEST_F(InitTab, ConflictsAndWhatALineCannotHoldAreRefused) {
         Words more;
     } cases[] = {
         {5, "add f fm 3 off x", {}},
-        {5, "set f x0 3 off x", {}},
-        {5, "delete f x0", {}},
         {5, "set f fm 3 off x --if-value 3:off:x", {}},
         {1, "set f fn 3 off x", {}},
         {6, "add f", {"", "3", "off", "x"}},

@@ -135,15 +135,6 @@ TEST_F(Records, SeveralAreRemovedOnlyWhenThatIsMeant) {
     EXPECT_EQ(bytes(), "");
 }
 
-TEST_F(Records, IfValueComparesBeforeItChanges) {
-    EXPECT_EQ(status("variable set S V value=1 --if-value 0"), 1);
-    done("variable set S V value=1");
-    EXPECT_EQ(status("variable set S V value=2 --if-value 0"), 5);
-    EXPECT_EQ(status("variable remove S V --if-value 0"), 5);
-    done("variable set S V value=2 --if-value 1");
-    done("variable remove S V --if-value 2");
-}
-
 // Another writer comes in between what the tool has read and the lock that it waits for.
 TEST_F(Records, WhatChangedMeanwhileIsAConflict) {
     const auto pause = [] { std::this_thread::sleep_for(std::chrono::milliseconds(5)); };

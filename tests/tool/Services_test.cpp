@@ -71,19 +71,6 @@ TEST_F(Services, TwinsAreToldApart) {
     EXPECT_EQ(status("services delete s domain"), 0);
 }
 
-TEST_F(Services, SeveralLinesOfOneServiceAreEditedEachByItself) {
-    const std::string before = "a 1/tcp x # 1\na 2/tcp y # 2\na 9/tcp z #3\n";
-    write("f", before);
-    EXPECT_EQ(status("services set f a 9/tcp"), 5);
-    EXPECT_EQ(status("services delete f a/tcp"), 5);
-    EXPECT_EQ(read("f"), before);
-    EXPECT_EQ(status("services set f a 9/tcp --all"), 0);
-    EXPECT_EQ(read("f"), "a 9/tcp x # 1\na 9/tcp y # 2\na 9/tcp z #3\n");
-    EXPECT_EQ(status("services add f a 8/tcp --all"), 0);
-    EXPECT_EQ(status("services set f a 7/tcp --all --if-value 8/tcp"), 0);
-    EXPECT_EQ(read("f"), "a 9/tcp x # 1\na 9/tcp y # 2\na 9/tcp z #3\na\t\t7/tcp\n");
-}
-
 TEST_F(Services, WhatALineCannotHoldIsRefusedWithTheReason) {
     const std::string longComment(2100, 'c');
     Words most{"n", "1/tcp"};
@@ -127,15 +114,6 @@ TEST_F(Services, ListsAreTablesAndObjects) {
               R"({"schema":1,"line":4,"name":"a","port":1,"protocol":"tcp","aliases":[],"comment":""})");
     EXPECT_EQ(out("services ports f"), "PORT  SERVICES\n1     a/tcp\n2     b/tcp a/udp\n");
     expectFailure(1, "not-found", "services get f aa --json");
-}
-
-TEST_F(Services, ARehearsalLeavesTheBytes) {
-    const Json rehearsed = object("services set s mine 5001/tcp -n");
-    EXPECT_EQ(rehearsed["changed"], true);
-    EXPECT_EQ(rehearsed["difference"].size(), 2U);
-    EXPECT_EQ(status("services delete s mine -n"), 0);
-    EXPECT_EQ(read("s"), original_);
-    EXPECT_EQ(names(), "s");
 }
 
 }  // namespace

