@@ -235,17 +235,50 @@ void Refusals::nullArguments() {
     void* buffer = nullptr;
     unsigned short length = 0;
     Binary binary(file_);
-    expect({"ExtractNextField", 10, REG_INVALID_ARGUMENT}, [] { return ExtractNextField(nullptr, nullptr); });
-    expect({"GenRegVarVal::PrintRecord", 10, REG_EMPTY_ARGUMENT}, [] { return GenRegVarVal::PrintRecord(nullptr); });
-    expect({"GenRegServices::PrintRecord", 10, REG_EMPTY_ARGUMENT},
-           [] { return GenRegServices::PrintRecord(nullptr); });
-    expect({"GenRegInitTab::PrintRecord", 10, REG_EMPTY_ARGUMENT}, [] { return GenRegInitTab::PrintRecord(nullptr); });
-    expect({"GenRegVarVal::FormatLine", 10, REG_EMPTY_ARGUMENT},
-           [&] { return GenRegVarVal::FormatLine(nullptr, line); });
+    unsigned int rc = 0;
+    unsigned long version = 0;
+    const auto refused = [&](const char* function, unsigned int code, const std::function<unsigned int()>& provoke) {
+        expect({function, 10, code}, provoke);
+    };
+    refused("ExtractNextField", REG_INVALID_ARGUMENT, [] { return ExtractNextField(nullptr, nullptr); });
+    refused("StripWhiteSpace", REG_EMPTY_ARGUMENT, [] { return StripWhiteSpace(nullptr); });
+    refused("GenRegWriteLine", REG_INVALID_ARGUMENT, [] { return GenRegWriteLine(nullptr, 80, nullptr); });
+    refused("GenRegReadLine", REG_INVALID_ARGUMENT, [&] {
+        (void)GenRegReadLine(nullptr, nullptr, 0, nullptr, &rc, false);
+        return rc;
+    });
+    using Callback = unsigned int (*)(void*);
+    const std::pair<const char*, Callback> records[] = {
+        {"GenRegVarVal::PrintRecord", GenRegVarVal::PrintRecord},
+        {"GenRegServices::PrintRecord", GenRegServices::PrintRecord},
+        {"GenRegInitTab::PrintRecord", GenRegInitTab::PrintRecord},
+        {"GenRegBinVarVal::PrintRecord", GenRegBinVarVal::PrintRecord},
+        {"GenRegVarVal::ValidateRecord", [](void* record) { return GenRegVarVal::ValidateRecord(0, record); }},
+        {"GenRegServices::ValidateRecord", [](void* record) { return GenRegServices::ValidateRecord(0, record); }},
+        {"GenRegInitTab::ValidateRecord", [](void* record) { return GenRegInitTab::ValidateRecord(0, record); }},
+        {"GenRegVarVal::ParseLine", [](void* record) { return GenRegVarVal::ParseLine(record, ""); }},
+        {"GenRegServices::ParseLine", [](void* record) { return GenRegServices::ParseLine(record, ""); }},
+        {"GenRegInitTab::ParseLine", [](void* record) { return GenRegInitTab::ParseLine(record, ""); }},
+        {"GenRegVarVal::FormatLine", [](void* record) { return GenRegVarVal::FormatLine(record, nullptr); }},
+        {"GenRegServices::FormatLine", [](void* record) { return GenRegServices::FormatLine(record, nullptr); }},
+        {"GenRegInitTab::FormatLine", [](void* record) { return GenRegInitTab::FormatLine(record, nullptr); }},
+    };
+    for (const auto& [function, callback] : records) {
+        refused(function, REG_EMPTY_ARGUMENT, [callback = callback] { return callback(nullptr); });
+    }
+    expect({"GenRegBinVarVal::MatchRecord", 10, REG_EMPTY_ARGUMENT}, 0,
+           [] { return GenRegBinVarVal::MatchRecord(0, nullptr, nullptr); });
+    refused("fromBigEndianUint32", REG_NULL_POINTER, [] { return fromBigEndianUint32(nullptr, nullptr); });
+    refused("toBigEndianUint32", REG_NULL_POINTER, [] { return toBigEndianUint32(nullptr, 0); });
+    refused("genregLockStatus", REG_NULL_POINTER, [] { return genregLockStatus(nullptr, nullptr); });
+    refused("genregSyncGlobalRegFixpackNumber", REG_NULL_POINTER,
+            [] { return genregSyncGlobalRegFixpackNumber(nullptr, nullptr); });
+    refused("ossVersionStringToCode", REG_VERSION_NULL, [&] { return ossVersionStringToCode(nullptr, &version); });
+    expect({"ossOpenInstanceList", 30, REG_LIST_SERVICE_NULL},
+           [&] { return ossOpenInstanceList(nullptr, &buffer, false); });
+    refused("setPaths", REG_EMPTY_ARGUMENT, [] { return GenRegInitTab().setPaths(nullptr); });
     expect({"GenRegVarVal::FormatLine", 20, REG_NAME_MISSING},
            [&] { return GenRegVarVal::FormatLine(&nameless, line); });
-    expect({"GenRegServices::FormatLine", 10, REG_EMPTY_ARGUMENT},
-           [&] { return GenRegServices::FormatLine(nullptr, line); });
     expect({"ReadRecord", 5, REG_NULL_POINTER}, [&] { return binary.ReadRecord(nullptr, &buffer, &size); });
     expect({"WriteRecord", 5, REG_NULL_POINTER}, [&] { return binary.WriteRecord(nullptr, nullptr); });
     expect({"GetGlobalRegPathnameInternal", 20, REG_NULL_POINTER},
@@ -305,6 +338,8 @@ void Refusals::streams() {
     Text text(file_);
     long long before = -1;
     (void)text.OpenScan();
+    expect({"getRegFilePosition", 20, REG_NULL_POINTER}, [&] { return text.getRegFilePosition(nullptr); });
+    expect({"setRegFilePosition", 20, REG_NULL_POINTER}, [&] { return text.setRegFilePosition(nullptr); });
     expect({"setRegFilePosition", 30, REG_SET_POSITION_FAILED}, [&] { return text.setRegFilePosition(&before); });
     int pipe[2];
     (void)!::pipe(pipe);
@@ -366,12 +401,31 @@ void Refusals::frames() {
     expect({"ReadRecord", 25, REG_NO_GET_MAX_RECORD_SIZE}, [&] { return readFirst(nullptr); });
     expect({"ReadRecord", 50, REG_FRAME_PAYLOAD_READ_FAILED}, [&] { return readFirst(sizeAndBlind); });
     expect({"ReadRecord", 60, REG_FRAME_TRUNCATED}, [&] { return readFirst(sizeAndTruncate); });
+    GenRegBinVarValRecord record = {};
+    const auto through = [&](const char* mode, int buffering, const std::function<unsigned int(std::FILE*)>& use) {
+        return [=] {
+            std::FILE* const stream = std::fopen("/dev/full", mode);
+            static char small[8];  // room for a length, and for no record
+            (void)std::setvbuf(stream, small, buffering, sizeof small);
+            const unsigned int rc = use(stream);
+            (void)std::fclose(stream);
+            return rc;
+        };
+    };
+    Binary frames(file_);
+    void* nothing = nullptr;
+    unsigned long none = 0;
+    expect({"ReadRecord", 10, REG_FRAME_LENGTH_READ_FAILED},
+           through("w", _IONBF, [&](std::FILE* stream) { return frames.ReadRecord(stream, &nothing, &none); }));
+    expect({"WriteRecord", 60, REG_FRAME_LENGTH_WRITE_FAILED},
+           through("w", _IONBF, [&](std::FILE* stream) { return frames.WriteRecord(stream, &record); }));
+    expect({"WriteRecord", 70, REG_FRAME_PAYLOAD_WRITE_FAILED},
+           through("w", _IOFBF, [&](std::FILE* stream) { return frames.WriteRecord(stream, &record); }));
     expectOnce({"ReadRecord", 30, REG_NO_WORK_BUFFER}, PlatformCall::Alloc,
                [&] { return readFirst(GenRegBinVarVal::GetMaxRecordSize); });
     expectOnce({"ReadRecord", 40, REG_FREE_WORK_BUFFER_FAILED}, PlatformCall::Free,
                [&] { return readFirst(GenRegBinVarVal::GetMaxRecordSize); });
 
-    GenRegBinVarValRecord record = {};
     const auto look = [&] {
         GenRegBinVarValRecord found = {};
         Binary binary(file_);

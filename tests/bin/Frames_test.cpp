@@ -15,7 +15,7 @@ protected:
         std::FILE* const stream = ::open_memstream(&bytes, &count);
         EXPECT_EQ(items.WriteRecord(stream, record.data()), code) << size;
         (void)std::fclose(stream);
-        const std::string all(bytes, count);
+        std::string all(bytes, count);
         std::free(bytes);
         return all;
     }
