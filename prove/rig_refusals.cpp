@@ -405,7 +405,7 @@ void Refusals::frames() {
     const auto through = [&](const char* mode, int buffering, const std::function<unsigned int(std::FILE*)>& use) {
         return [=] {
             std::FILE* const stream = std::fopen("/dev/full", mode);
-            static char small[8];  // room for a length, and for no record
+            static char small[256];
             (void)std::setvbuf(stream, small, buffering, sizeof small);
             const unsigned int rc = use(stream);
             (void)std::fclose(stream);
@@ -419,8 +419,11 @@ void Refusals::frames() {
            through("w", _IONBF, [&](std::FILE* stream) { return frames.ReadRecord(stream, &nothing, &none); }));
     expect({"WriteRecord", 60, REG_FRAME_LENGTH_WRITE_FAILED},
            through("w", _IONBF, [&](std::FILE* stream) { return frames.WriteRecord(stream, &record); }));
-    expect({"WriteRecord", 70, REG_FRAME_PAYLOAD_WRITE_FAILED},
-           through("w", _IOFBF, [&](std::FILE* stream) { return frames.WriteRecord(stream, &record); }));
+    expect({"WriteRecord", 70, REG_FRAME_PAYLOAD_WRITE_FAILED}, through("w", _IOFBF, [&](std::FILE* stream) {
+               const std::string filling(248, 'x');  // leaves room for a length, and for no record
+               (void)std::fputs(filling.c_str(), stream);
+               return frames.WriteRecord(stream, &record);
+           }));
     expectOnce({"ReadRecord", 30, REG_NO_WORK_BUFFER}, PlatformCall::Alloc,
                [&] { return readFirst(GenRegBinVarVal::GetMaxRecordSize); });
     expectOnce({"ReadRecord", 40, REG_FREE_WORK_BUFFER_FAILED}, PlatformCall::Free,
