@@ -37,7 +37,7 @@ TEST_F(Global, VersionsGoFromFormToForm) {
 
 TEST_F(Global, ThePathTellsWhichRuleChoseIt) {
     const auto expectRule = [&](const char* rule, const std::string& file, const std::string& options = "") {
-        const Json told = object("path --explain " + options);
+        Json told = object("path --explain " + options);
         EXPECT_EQ(told["rule"], rule) << options;
         EXPECT_EQ(told["path"], file) << options;
         return told;
