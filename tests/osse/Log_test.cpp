@@ -4,8 +4,7 @@
 #include <osse/Time.h>
 #include <osse/Trace.h>
 
-#include <regex>
-
+#include "support/Pattern.h"
 #include "support/Scratch.h"
 
 namespace {
@@ -14,9 +13,9 @@ using LogTest = Scratch;
 
 // What follows time, process and thread; empty when one of them is out of shape.
 std::string afterStamp(const std::string& line) {
-    static const std::regex SHAPE(R"(\d{4}-[01]\d-[0-3]\dT\d\d:\d\d:\d\d\.\d{6}Z \d+ \d+ (.*))");
-    std::smatch parts;
-    return std::regex_match(line, parts, SHAPE) ? parts[1].str() : "";
+    const auto parts =
+        matched(line, "[0-9]{4}-[01][0-9]-[0-3][0-9]T[0-9]{2}:[0-9]{2}:[0-9]{2}[.][0-9]{6}Z [0-9]+ [0-9]+ (.*)");
+    return parts.empty() ? "" : parts[1];
 }
 
 constexpr OSSFunctionName NAMES[] = {{0x082A00F0, "OpenReg"}};
