@@ -6,7 +6,8 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <regex>
+
+#include "tests/support/Pattern.h"
 
 namespace prove {
 namespace {
@@ -84,8 +85,8 @@ std::string wrongWith(const ToolRun& run, const std::string& path, const Complai
     if (run.status != expected.status) {
         return wrongStatus(run, expected.status);
     }
-    static const std::regex FORM("genreg: [^\n]*\n  try: [^\n]*   \\[0x[0-9a-f]{8}\\]\n");
-    if (!std::regex_match(run.err, FORM)) {
+    static const char* const FORM = "genreg: [^\n]*\n  try: [^\n]*   \\[0x[0-9a-f]{8}\\]\n";
+    if (matched(run.err, FORM).empty()) {
         return "no message with an advice and a code: " + run.err;
     }
     const std::size_t advice = run.err.find("\n  try: ");
@@ -106,11 +107,11 @@ std::string wrongWithJson(const ToolRun& run, const std::string& path, const Com
     if (run.status != expected.status) {
         return wrongStatus(run, expected.status);
     }
-    static const std::regex FORM(
+    static const char* const FORM =
         "\\{\"schema\":1,\"kind\":\"[a-z-]+\",\"exit\":([0-9]+),\"code\":\"0x[0-9a-f]{8}\",\"operation\":\"[a-z ]+\","
-        "\"path\":\"([^\"]*)\",\"message\":\"([^\"]*)\",\"hint\":\"([^\"]*)\"\\}\n");
-    std::smatch parts;
-    if (!std::regex_match(run.err, parts, FORM)) {
+        "\"path\":\"([^\"]*)\",\"message\":\"([^\"]*)\",\"hint\":\"([^\"]*)\"\\}\n";
+    const std::vector<std::string> parts = matched(run.err, FORM);
+    if (parts.empty()) {
         return "no object with all members: " + run.err;
     }
     const bool good = parts[1] == std::to_string(expected.status) && parts[2] == path &&
