@@ -1,6 +1,7 @@
 #include "Stepper.h"
 
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
 #include <sys/user.h>
@@ -68,6 +69,32 @@ void suppress(pid_t) {}
 void answer(pid_t, int) {}
 
 #endif
+
+// While it lives the tracer, and so the children that it starts, stay on the processor that it runs on: of the two only
+// one runs at a time, and to wake the other one where it left off costs a third of what it costs elsewhere.
+class OneProcessor {
+public:
+    OneProcessor() noexcept : known_(::sched_getaffinity(0, sizeof before_, &before_) == 0) {
+        const int here = ::sched_getcpu();
+        if (known_ && here >= 0 && here < CPU_SETSIZE) {
+            cpu_set_t only;
+            CPU_ZERO(&only);
+            CPU_SET(static_cast<std::size_t>(here), &only);
+            (void)::sched_setaffinity(0, sizeof only, &only);
+        }
+    }
+    ~OneProcessor() {
+        if (known_) {
+            (void)::sched_setaffinity(0, sizeof before_, &before_);
+        }
+    }
+    OneProcessor(const OneProcessor&) = delete;
+    OneProcessor& operator=(const OneProcessor&) = delete;
+
+private:
+    cpu_set_t before_{};
+    bool known_;
+};
 
 // The child, from its first stop to its end.
 class Tracee {
@@ -168,6 +195,7 @@ void endPart() {
 
 StepResult step(const std::function<int()>& body, const StepHooks& hooks) {
     (void)std::fflush(nullptr);
+    const OneProcessor here;
     const pid_t child = ::fork();
     require(child != -1, "fork");
     if (child == 0) {
