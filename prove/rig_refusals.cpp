@@ -349,8 +349,9 @@ void Refusals::streams() {
 
 void Refusals::frames() {
     constexpr std::size_t LONG = 8000;  // more than a stream reads ahead
-    const auto readFirst = [&](GenRegGetMaxRecordSize size) {
-        lay(frame(LONG) + frame(LONG));
+    const auto readFirst = [&](GenRegGetMaxRecordSize size, std::size_t missing = 0) {
+        const std::string whole = frame(LONG) + frame(LONG);
+        lay(whole.substr(0, whole.size() - missing));
         Binary binary(file_);
         binary.getMaxRecordSize = size;
         std::FILE* const stream = std::fopen(file_.c_str(), "r+b");
@@ -363,6 +364,8 @@ void Refusals::frames() {
         (void)std::fclose(stream);
         return rc;
     };
+    expect({"ReadRecord", 20, REG_FRAME_TRUNCATED},
+           [&] { return readFirst(GenRegBinVarVal::GetMaxRecordSize, frame(LONG).size() + 1); });
     expect({"ReadRecord", 25, REG_NO_GET_MAX_RECORD_SIZE}, [&] { return readFirst(nullptr); });
     expect({"ReadRecord", 50, REG_FRAME_PAYLOAD_READ_FAILED}, [&] { return readFirst(sizeAndBlind); });
     expect({"ReadRecord", 60, REG_FRAME_TRUNCATED}, [&] { return readFirst(sizeAndTruncate); });
