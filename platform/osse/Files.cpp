@@ -69,8 +69,16 @@ unsigned int makeDirectory(const char* path, unsigned long permissions) noexcept
         }
         return syncNamesOf(directoryOf(whole));
     }
-    const int failure = errno;
-    return failure == EEXIST && ossIsDirectory(path) ? 0 : ossErrorMapSystem(failure);
+    int failure = errno;
+    if (failure == EEXIST) {
+        struct stat status;
+        const bool known = ::stat(path, &status) == 0;
+        if (known && S_ISDIR(status.st_mode)) {
+            return 0;
+        }
+        failure = known || errno == ENOENT ? EEXIST : errno;  // ENOENT: a link that leads nowhere
+    }
+    return ossErrorMapSystem(failure);
 }
 
 unsigned int makeParents(std::string_view path, unsigned long permissions) noexcept {
