@@ -138,7 +138,7 @@ private:
             return trace_.fail(138, REG_COPY_WRITE_FAILED, ossErrorMapSystem(errno));
         }
         if (std::fseek(target, 0, SEEK_END) != 0) {
-            return trace_.fail(140, REG_SEEK_END_FAILED);
+            return trace_.fail(140, REG_SEEK_END_FAILED, ossErrorMapSystem(errno));
         }
         return writeRecord(target, nullptr, REG_RECORD_WRITE_FAILED, inPlace);
     }

@@ -19,18 +19,15 @@ constexpr unsigned long FRAME_LENGTH = 4;
 // Room to spare, as the stamped copy needs it for its header.
 constexpr unsigned long SPARE = 100;
 
-// *platformCode, where it is wanted: why reading failed, 0 when the file was just too short.
-unsigned int readAll(int descriptor, unsigned long size, RecordBuffer& content,
-                     unsigned int* platformCode = nullptr) noexcept {
+// *platformCode: why reading failed, 0 when the file was just too short.
+unsigned int readAll(int descriptor, unsigned long size, RecordBuffer& content, unsigned int* platformCode) noexcept {
+    *platformCode = 0;
     if (!content.allocate(size + SPARE)) {
         return REG_NO_CHECKSUM_BUFFER;
     }
     std::size_t got = 0;
-    const unsigned int rc = posix::readAt(descriptor, content.get(), size, 0, &got);
-    if (platformCode != nullptr) {
-        *platformCode = rc;
-    }
-    if (rc != 0 || got != size) {
+    *platformCode = posix::readAt(descriptor, content.get(), size, 0, &got);
+    if (*platformCode != 0 || got != size) {
         return REG_CHECKSUM_READ_FAILED;
     }
     return 0;
@@ -76,13 +73,15 @@ bool parsesAsFrames(const char* content, unsigned long size, bool bigEndian) noe
 
 }  // namespace
 
-unsigned int judgeChecksumHeader(int descriptor, unsigned long size, bool bigEndian, HeaderFit* fit) noexcept {
+unsigned int judgeChecksumHeader(int descriptor, unsigned long size, bool bigEndian, HeaderFit* fit,
+                                 unsigned int* platformCode) noexcept {
     *fit = HeaderFit::None;
+    *platformCode = 0;
     if (size < CHECKSUM_HEADER_SIZE) {
         return 0;
     }
     RecordBuffer content{"GenRegFile"};
-    if (const unsigned int rc = readAll(descriptor, size, content)) {
+    if (const unsigned int rc = readAll(descriptor, size, content, platformCode)) {
         return rc;
     }
     const auto* bytes = static_cast<const char*>(content.get());
@@ -97,12 +96,13 @@ unsigned int judgeChecksumHeader(int descriptor, unsigned long size, bool bigEnd
     return 0;
 }
 
-unsigned int verifyChecksumHeader(int descriptor, unsigned long size) noexcept {
+unsigned int verifyChecksumHeader(int descriptor, unsigned long size, unsigned int* platformCode) noexcept {
+    *platformCode = 0;
     if (size < CHECKSUM_HEADER_SIZE) {
         return REG_READ_FAILED;
     }
     RecordBuffer content{"GenRegFile"};
-    if (const unsigned int rc = readAll(descriptor, size, content)) {
+    if (const unsigned int rc = readAll(descriptor, size, content, platformCode)) {
         return rc;
     }
     return fitsBody(static_cast<const char*>(content.get()), size) ? 0U
@@ -111,7 +111,6 @@ unsigned int verifyChecksumHeader(int descriptor, unsigned long size) noexcept {
 
 unsigned int stampChecksumHeader(int descriptor, unsigned long size, bool inserted, unsigned long* bodySize,
                                  unsigned int* checksum, unsigned int* platformCode) noexcept {
-    *platformCode = 0;
     RecordBuffer content{"GenRegFile"};
     if (const unsigned int rc = readAll(descriptor, size, content, platformCode)) {
         return rc;

@@ -4,6 +4,8 @@
 
 namespace genreg {
 
+// *platformCode is always set: what the system said where reading or writing failed, else 0.
+
 constexpr unsigned long CHECKSUM_HEADER_SIZE = 32;
 
 // How a file and a checksum header go together.
@@ -15,16 +17,17 @@ enum class HeaderFit {
 
 // Looks at a file whose header is not known to be there. A file that parses as frames from its first byte on has none,
 // whatever it looks like. 0; REG_CHECKSUM_READ_FAILED; REG_NO_CHECKSUM_BUFFER.
-[[nodiscard]] unsigned int judgeChecksumHeader(int descriptor, unsigned long size, bool bigEndian,
-                                               HeaderFit* fit) noexcept;
+[[nodiscard]] unsigned int judgeChecksumHeader(int descriptor, unsigned long size, bool bigEndian, HeaderFit* fit,
+                                               unsigned int* platformCode) noexcept;
 
 // Looks at a file that must have one. 0; REG_READ_FAILED (shorter than a header); REG_CHECKSUM_READ_FAILED;
 // REG_CHECKSUM_DIFFERS; REG_NO_CHECKSUM_BUFFER.
-[[nodiscard]] unsigned int verifyChecksumHeader(int descriptor, unsigned long size) noexcept;
+[[nodiscard]] unsigned int verifyChecksumHeader(int descriptor, unsigned long size,
+                                                unsigned int* platformCode) noexcept;
 
 // Stamps a file: with `inserted` the whole file is its body and moves behind the new header, else the first 32 bytes
 // are the header's already. 0; REG_NO_CHECKSUM_BUFFER; REG_CHECKSUM_READ_FAILED; REG_COPY_WRITE_FAILED: then *bodySize
-// is set, as on success. *checksum is set on success, *platformCode (0 or what the system said) always.
+// is set, as on success. *checksum is set on success.
 [[nodiscard]] unsigned int stampChecksumHeader(int descriptor, unsigned long size, bool inserted,
                                                unsigned long* bodySize, unsigned int* checksum,
                                                unsigned int* platformCode) noexcept;

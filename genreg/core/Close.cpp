@@ -19,6 +19,15 @@ namespace {
 
 constexpr unsigned int FILE_MISSING = OSS_SYSTEM_ERROR_BASE + ENOENT;
 
+// Hands the system what the stream still holds. A buffered stream may close without complaint after a write was lost:
+// only its error flag tells, but not why.
+unsigned int writeOut(std::FILE* stream) noexcept {
+    if (std::ferror(stream) != 0) {
+        return ossErrorMapSystem(EIO);
+    }
+    return posix::flushStream(stream) ? 0 : ossErrorMapSystem(errno);
+}
+
 // A write at offset 0 on an appending descriptor appends: the header is written through another one, under the lock
 // that the caller holds.
 unsigned int stampInPlace(const char* path, unsigned long size) noexcept {
@@ -41,7 +50,7 @@ unsigned int GenRegFile::finishAppend(bool keep) noexcept {
     FunctionTrace trace{Function::CloseReg, FunctionTrace::Part()};
     const int descriptor = posix::descriptorOf(regFp);
     posix::FileStatus status = {};
-    unsigned int rc = !posix::flushStream(regFp) || std::ferror(regFp) != 0 ? ossErrorMapSystem(EIO) : 0;
+    unsigned int rc = writeOut(regFp);
     if (rc == 0) {
         rc = posix::statusOf(descriptor, &status);
     }
@@ -99,8 +108,7 @@ unsigned int GenRegFile::closeRegistryFile() noexcept {
     return closeRegistryStream() ? 0 : ossErrorMapSystem(errno);
 }
 
-// Closes the copy; one that was written is on the medium afterwards. A buffered stream may close without complaint
-// after a write was lost: only its error flag tells.
+// Closes the copy; one that was written is on the medium afterwards.
 unsigned int GenRegFile::closeTemporaryCopy(bool written) noexcept {
     FunctionTrace trace{Function::CloseReg, FunctionTrace::Part()};
     if (tmpFp == nullptr) {
@@ -108,13 +116,8 @@ unsigned int GenRegFile::closeTemporaryCopy(bool written) noexcept {
     }
     unsigned int rc = 0;
     if (written) {
-        if (std::ferror(tmpFp) != 0) {
-            rc = ossErrorMapSystem(EIO);
-        } else if (!posix::flushStream(tmpFp)) {
-            rc = ossErrorMapSystem(errno);
-        } else {
-            rc = posix::syncFile(posix::descriptorOf(tmpFp));
-        }
+        rc = writeOut(tmpFp);
+        rc = rc == 0 ? posix::syncFile(posix::descriptorOf(tmpFp)) : rc;
     }
     std::FILE* const stream = tmpFp;
     tmpFp = nullptr;
@@ -128,8 +131,8 @@ unsigned int GenRegFile::closeTemporaryCopy(bool written) noexcept {
 
 unsigned int GenRegFile::stampTemporaryCopy(unsigned int* checksum) noexcept {
     FunctionTrace trace{Function::CloseReg, FunctionTrace::Part()};
-    if (!posix::flushStream(tmpFp) || std::ferror(tmpFp) != 0) {
-        return trace.fail(45, REG_CLOSE_TMP_FAILED, ossErrorMapSystem(errno));
+    if (const unsigned int rc = writeOut(tmpFp)) {
+        return trace.fail(45, REG_CLOSE_TMP_FAILED, rc);
     }
     const int descriptor = posix::descriptorOf(tmpFp);
     posix::FileStatus status = {};

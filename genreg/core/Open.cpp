@@ -99,11 +99,12 @@ unsigned int GenRegFile::openRegistryFile(unsigned long op) noexcept {
 }
 
 // Where the records of a file with the checksum feature begin.
-unsigned int GenRegFile::judgeHeader(int descriptor, unsigned long size, unsigned long* body) noexcept {
+unsigned int GenRegFile::judgeHeader(int descriptor, unsigned long size, unsigned long* body,
+                                     unsigned int* platformCode) noexcept {
     *body = 0;
     genreg::HeaderFit fit = genreg::HeaderFit::None;
     const bool bigEndian = (features & REG_FEATURE_BIG_ENDIAN) != 0;
-    if (const unsigned int rc = genreg::judgeChecksumHeader(descriptor, size, bigEndian, &fit)) {
+    if (const unsigned int rc = genreg::judgeChecksumHeader(descriptor, size, bigEndian, &fit, platformCode)) {
         return rc;
     }
     if (fit == genreg::HeaderFit::Misfits) {
@@ -145,9 +146,10 @@ unsigned int GenRegFile::readTemporaryCopy() noexcept {
     if (!binary || (features & REG_FEATURE_CHECKSUM_HEADER) == 0) {
         return 0;
     }
-    rc = judgeHeader(descriptor, copy.size, &tmpBody_);
+    unsigned int platformCode = 0;
+    rc = judgeHeader(descriptor, copy.size, &tmpBody_, &platformCode);
     if (rc != 0) {
-        return trace.fail(170, rc);
+        return trace.fail(170, rc, platformCode);
     }
     const bool behindHeader = tmpBody_ == 0 || std::fseek(tmpFp, static_cast<long>(tmpBody_), SEEK_SET) == 0;
     return behindHeader ? 0 : trace.fail(180, REG_OPEN_TMP_FAILED, ossErrorMapSystem(errno));
@@ -207,20 +209,21 @@ unsigned int GenRegFile::OpenReg(unsigned long op) noexcept {
     regBody_ = 0;
     const bool stamped = fileKind == REG_KIND_BINARY && (features & REG_FEATURE_CHECKSUM_HEADER) != 0;
     const int registry = posix::descriptorOf(regFp);
+    unsigned int platformCode = 0;
     if (stamped && regCreated_) {
         checksumHeaderPending = 1;  // a file made this moment has no header, whatever its predecessor had
     } else if (stamped && checksumHeaderPending == 0) {
-        if (const unsigned int rc = genreg::verifyChecksumHeader(registry, regSize_)) {
-            return trace.fail(90, rc);
+        if (const unsigned int rc = genreg::verifyChecksumHeader(registry, regSize_, &platformCode)) {
+            return trace.fail(90, rc, platformCode);
         }
         regBody_ = genreg::CHECKSUM_HEADER_SIZE;
     } else if (stamped) {
-        if (const unsigned int rc = judgeHeader(registry, regSize_, &regBody_)) {
-            return trace.fail(100, rc);
+        if (const unsigned int rc = judgeHeader(registry, regSize_, &regBody_, &platformCode)) {
+            return trace.fail(100, rc, platformCode);
         }
     }
     if (regBody_ != 0 && !regAppends_ && std::fseek(regFp, static_cast<long>(regBody_), SEEK_SET) != 0) {
-        return trace.fail(110, REG_READ_FAILED);
+        return trace.fail(110, REG_READ_FAILED, ossErrorMapSystem(errno));
     }
     const bool inPlace =
         regAppends_ && (features & REG_FEATURE_ALLOW_DUPLICATES) != 0 && (features & REG_FEATURE_DEFERRED_COMMIT) == 0;

@@ -55,10 +55,11 @@ unsigned int GenRegFile::OpenScan() noexcept {
     regSize_ = status.size;
     regBody_ = 0;
     if (fileKind == REG_KIND_BINARY && (features & REG_FEATURE_CHECKSUM_HEADER) != 0) {
-        rc = judgeHeader(posix::descriptorOf(regFp), regSize_, &regBody_);
+        unsigned int platformCode = 0;
+        rc = judgeHeader(posix::descriptorOf(regFp), regSize_, &regBody_, &platformCode);
         if (rc != 0) {
             (void)closeRegistryFile();
-            return trace.fail(50, rc);
+            return trace.fail(50, rc, platformCode);
         }
         if (regBody_ != 0 && std::fseek(regFp, static_cast<long>(regBody_), SEEK_SET) != 0) {
             rc = trace.fail(60, REG_OPEN_FILE_FAILED, ossErrorMapSystem(errno));

@@ -182,7 +182,8 @@ public:
             return abandon(trace_.fail(132, REG_COPY_WRITE_FAILED, ossErrorMapSystem(errno)), closeMode);
         }
         if (std::fseek(target, 0, SEEK_END) != 0) {
-            return trace_.fail(135, REG_SEEK_END_FAILED);  // kept: closes as a completed add would
+            // Kept: closes as a completed add would.
+            return trace_.fail(135, REG_SEEK_END_FAILED, ossErrorMapSystem(errno));
         }
         char text[REG_LINE_SIZE + 1] = {};
         if (const unsigned int rc = lines_.format(record_, text)) {

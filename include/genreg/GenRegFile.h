@@ -119,7 +119,8 @@ private:
     unsigned int openRegistryFile(unsigned long op) noexcept;
     unsigned int createTemporaryCopy() noexcept;
     unsigned int readTemporaryCopy() noexcept;
-    unsigned int judgeHeader(int descriptor, unsigned long size, unsigned long* body) noexcept;
+    unsigned int judgeHeader(int descriptor, unsigned long size, unsigned long* body,
+                             unsigned int* platformCode) noexcept;
     unsigned int finishAppend(bool keep) noexcept;
     bool closeRegistryStream() noexcept;
     unsigned int closeRegistryFile() noexcept;
