@@ -3,8 +3,9 @@
 // kernel's place.
 //
 // After each: a success means the new contents, a failure the old ones, or the new ones where they were in place
-// already; descriptors and locks are as before; and the same object does the next update when the fault is gone. An
-// interruption changes nothing: the call is made again, but for a close, whose descriptor is gone all the same.
+// already; a failure blames the step that the call is part of, and tells the system's error; descriptors and locks are
+// as before; and the same object does the next update when the fault is gone. An interruption changes nothing: the call
+// is made again, but for a close, whose descriptor is gone all the same.
 //
 // As described, and so excused: an empty registry where none was; the descriptor of the lock file after locking failed
 // or unlocking failed, and the lock after the latter.
@@ -19,8 +20,10 @@
 #include <cstdio>
 #include <cstring>
 #include <iterator>
+#include <set>
 
 #include "support/Aftermath.h"
+#include "support/Blame.h"
 #include "support/Place.h"
 #include "support/Rig.h"
 #include "support/Stepper.h"
@@ -144,6 +147,7 @@ private:
         Excuses excuses;
         Remains remains{};
         bool inPlace = false;
+        std::set<prove::Subject> subjects;  // of the calls that fail
         long ofKind = 0;
         prove::StepHooks hooks;
         hooks.entry = [&](pid_t pid, const SystemCall& call) {
@@ -153,6 +157,7 @@ private:
                 return Verdict{};
             }
             excuses.committed = inPlace;
+            subjects.insert(prove::subjectOf(pid, call, place));
             excuseLocking(pid, call, place, &excuses);
             return Verdict{Verdict::Kind::Fail, fault.error};
         };
@@ -167,6 +172,10 @@ private:
             const auto usual = std::count_if(calls.begin(), calls.end(),
                                              [](const SystemCall& call) { return call.number == SYS_close; });
             rig_.check(kind != SYS_close || ofKind == usual, "an interrupted close is not taken as done");
+        }
+        // Behind a look-up or a scan that failed its registry is closed, which begins a new cause.
+        if (report_->code != 0 && !(scenario.reads() && report_->cause.code == 0)) {
+            prove::judgeBlame(rig_, subjects, prove::callName(kind), fault.error, report_->cause);
         }
         absorbed_ += report_->code == 0 ? 1 : 0;
         const bool changed = remains.state == prove::State::New && !scenario.reads();
