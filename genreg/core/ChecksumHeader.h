@@ -1,10 +1,10 @@
 // The checksum header of a binary registry: 32 bytes in front of the first frame that hold, as decimal text with its
 // NUL, sqlzChecksumXOR of all that follows. The bytes behind the NUL are zero when written and mean nothing when read.
+//
+// Where a function has a *platformCode it is always set: what the system said where reading or writing failed, else 0.
 #pragma once
 
 namespace genreg {
-
-// *platformCode is always set: what the system said where reading or writing failed, else 0.
 
 constexpr unsigned long CHECKSUM_HEADER_SIZE = 32;
 

@@ -199,7 +199,7 @@ unsigned int GenRegFile::CloseReg(unsigned long op) noexcept {
     unsigned int checksum = 0;
     const bool copied = tmpFp != nullptr;
     if (copied) {
-        if (writes && fileKind == REG_KIND_BINARY && (features & REG_FEATURE_CHECKSUM_HEADER) != 0) {
+        if (writes && usesChecksumHeader()) {
             if (const unsigned int rc = stampTemporaryCopy(&checksum)) {
                 (void)closeTemporaryCopy(false);
                 return trace.exit(rc);

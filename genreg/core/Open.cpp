@@ -98,6 +98,11 @@ unsigned int GenRegFile::openRegistryFile(unsigned long op) noexcept {
     return 0;
 }
 
+// The feature means nothing to text.
+bool GenRegFile::usesChecksumHeader() const noexcept {
+    return fileKind == REG_KIND_BINARY && (features & REG_FEATURE_CHECKSUM_HEADER) != 0;
+}
+
 // Where the records of a file with the checksum feature begin.
 unsigned int GenRegFile::judgeHeader(int descriptor, unsigned long size, unsigned long* body,
                                      unsigned int* platformCode) noexcept {
@@ -143,7 +148,7 @@ unsigned int GenRegFile::readTemporaryCopy() noexcept {
             return trace.fail(160, REG_SET_PERMISSIONS_FAILED, rc);
         }
     }
-    if (!binary || (features & REG_FEATURE_CHECKSUM_HEADER) == 0) {
+    if (!usesChecksumHeader()) {
         return 0;
     }
     unsigned int platformCode = 0;
@@ -158,7 +163,7 @@ unsigned int GenRegFile::readTemporaryCopy() noexcept {
 unsigned int GenRegFile::createTemporaryCopy() noexcept {
     FunctionTrace trace{Function::OpenReg, FunctionTrace::Part()};
     const bool binary = fileKind == REG_KIND_BINARY;
-    const bool stamped = binary && (features & REG_FEATURE_CHECKSUM_HEADER) != 0;
+    const bool stamped = usesChecksumHeader();
     tmpBody_ = 0;
     int descriptor = -1;
     // A copy that could not be set aside goes; one that cannot be removed either stops the fresh one below.
@@ -207,7 +212,7 @@ unsigned int GenRegFile::OpenReg(unsigned long op) noexcept {
         return trace.exit(rc);
     }
     regBody_ = 0;
-    const bool stamped = fileKind == REG_KIND_BINARY && (features & REG_FEATURE_CHECKSUM_HEADER) != 0;
+    const bool stamped = usesChecksumHeader();
     const int registry = posix::descriptorOf(regFp);
     unsigned int platformCode = 0;
     if (stamped && regCreated_) {

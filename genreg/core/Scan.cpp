@@ -54,7 +54,7 @@ unsigned int GenRegFile::OpenScan() noexcept {
     regStreamOnHandle_ = true;
     regSize_ = status.size;
     regBody_ = 0;
-    if (fileKind == REG_KIND_BINARY && (features & REG_FEATURE_CHECKSUM_HEADER) != 0) {
+    if (usesChecksumHeader()) {
         unsigned int platformCode = 0;
         rc = judgeHeader(posix::descriptorOf(regFp), regSize_, &regBody_, &platformCode);
         if (rc != 0) {

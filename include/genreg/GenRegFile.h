@@ -119,6 +119,7 @@ private:
     unsigned int openRegistryFile(unsigned long op) noexcept;
     unsigned int createTemporaryCopy() noexcept;
     unsigned int readTemporaryCopy() noexcept;
+    bool usesChecksumHeader() const noexcept;
     unsigned int judgeHeader(int descriptor, unsigned long size, unsigned long* body,
                              unsigned int* platformCode) noexcept;
     unsigned int finishAppend(bool keep) noexcept;
