@@ -1,6 +1,5 @@
 // Adding, changing and deleting records.
 #include <functional>
-#include <thread>
 
 #include "support/BinRegistry.h"
 
@@ -235,37 +234,6 @@ TEST_F(BinUpdates, LogAndNotificationHearOfCommittedChangesOnly) {
     items.notifyChange = nullptr;
     EXPECT_EQ(heard(REG_NO_NOTIFY, REG_OP_ADD), Heard{"4 d -"});
     EXPECT_EQ(contents(), binFile({a_, d_}));
-}
-
-TEST_F(BinUpdates, TwoThreadsWithAnObjectEachLoseNothing) {
-    constexpr int EACH = 20;
-    for (const unsigned long features : {PACKED | DEFERRED, PACKED | DUPLICATES}) {
-        remove("items.reg");
-        const auto addAndChange = [&](int worker, int* failures) {
-            BinItems items(file(), features, BinItems::Slots::All);
-            for (int i = 0; i < EACH; ++i) {
-                const BinItem item = binItem(std::to_string(worker) + "." + std::to_string(i), 0);
-                const BinItem done = binItem(item.name, 1);
-                *failures += run(items, REG_OP_ADD, ITEM_NAME, item, item) == 0 ? 0 : 1;
-                *failures += run(items, REG_OP_CHANGE, ITEM_NAME, item, done) == 0 ? 0 : 1;
-            }
-        };
-        int failures[2] = {};
-        std::thread other([&] { addAndChange(1, &failures[1]); });
-        addAndChange(0, &failures[0]);
-        other.join();
-        EXPECT_EQ(failures[0] + failures[1], 0);
-        int found = 0;
-        BinItems items(file(), features);
-        BinItem item = {};
-        ASSERT_EQ(items.OpenScan(), 0U);
-        while (items.GetNext(0, &item, &item) == 0) {
-            found += item.value;
-        }
-        EXPECT_EQ(found, 2 * EACH);
-        EXPECT_EQ(items.CloseScan(), 0U);
-        EXPECT_EQ(names(), ".items.reg.lock items.reg");
-    }
 }
 
 }  // namespace

@@ -64,25 +64,4 @@ TEST_F(LockTest, TheNoteIsWrittenOverNothingButANote) {
     EXPECT_EQ(read(".reg.lock"), "somebody else's\n");
 }
 
-TEST_F(LockTest, ThreadsWithAnObjectEachTakeTurns) {
-    constexpr int THREADS = 4;
-    constexpr int ROUNDS = 50;
-    write("counter", "0");  // guarded by the lock alone
-    std::vector<std::thread> threads;
-    for (int i = 0; i < THREADS; ++i) {
-        threads.emplace_back([&] {
-            VarValFile file{reg()};
-            for (int round = 0; round < ROUNDS; ++round) {
-                ASSERT_EQ(file.Lock(REG_LOCK_EXCLUSIVE | REG_LOCK_WAIT, 10), 0u);
-                write("counter", std::to_string(std::stoi(read("counter")) + 1));
-                ASSERT_EQ(file.UnLock(), 0u);
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(read("counter"), std::to_string(THREADS * ROUNDS));
-}
-
 }  // namespace
