@@ -120,14 +120,13 @@ private:
         if (const unsigned int rc = ossFileGetInfoV9(frames_.registryPath(), &info)) {
             return trace_.fail(90, REG_FILE_SIZE_FAILED, rc);
         }
-        const bool deferred = frames_.has(REG_FEATURE_DEFERRED_COMMIT);
-        if (deferred) {
+        if (frames_.has(REG_FEATURE_DEFERRED_COMMIT)) {
             // The verification compares records, of which the copy itself may need none.
             if (const unsigned int rc = frames_.checkMatch()) {
                 return rc;
             }
         }
-        const bool inPlace = duplicatesAllowed() && !deferred;
+        const bool inPlace = GenRegTransaction::addsInPlace(engine_);
         if (info.size > 0 && !inPlace) {
             if (const unsigned int rc = walk(record_, !duplicatesAllowed())) {
                 return rc;

@@ -10,6 +10,7 @@
 #include "genreg/core/ChecksumHeader.h"
 #include "genreg/core/Directory.h"
 #include "genreg/core/FunctionTrace.h"
+#include "genreg/core/Transaction.h"
 #include "platform/posix/Posix.h"
 
 using genreg::Function;
@@ -50,8 +51,7 @@ OSSFileOpenRequest requestFor(const char* path, unsigned int access, unsigned lo
 // reading.
 unsigned int GenRegFile::openRegistryFile(unsigned long op) noexcept {
     FunctionTrace trace{Function::OpenReg, FunctionTrace::Part()};
-    const bool inPlace = op == REG_OP_ADD && (features & REG_FEATURE_ALLOW_DUPLICATES) != 0 &&
-                         (features & REG_FEATURE_DEFERRED_COMMIT) == 0;
+    const bool inPlace = op == REG_OP_ADD && GenRegTransaction::addsInPlace(*this);
     regCreated_ = false;
     regAppends_ = false;
     OSSFileOpenRequest request = requestFor(regPath, OSS_ACCESS_READ, regPermissions);
@@ -230,9 +230,7 @@ unsigned int GenRegFile::OpenReg(unsigned long op) noexcept {
     if (regBody_ != 0 && !regAppends_ && std::fseek(regFp, static_cast<long>(regBody_), SEEK_SET) != 0) {
         return trace.fail(110, REG_READ_FAILED, ossErrorMapSystem(errno));
     }
-    const bool inPlace =
-        regAppends_ && (features & REG_FEATURE_ALLOW_DUPLICATES) != 0 && (features & REG_FEATURE_DEFERRED_COMMIT) == 0;
-    if (op == REG_OP_READ || inPlace) {
+    if (op == REG_OP_READ || (regAppends_ && GenRegTransaction::addsInPlace(*this))) {
         return 0;
     }
     if (op == REG_OP_FINISH) {

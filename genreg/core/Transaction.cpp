@@ -163,6 +163,11 @@ unsigned int GenRegTransaction::verify(GenRegFile& file, FunctionTrace& trace, c
     return trace.exit(result.code());
 }
 
+bool GenRegTransaction::addsInPlace(const GenRegFile& file) noexcept {
+    return (file.features & (REG_FEATURE_ALLOW_DUPLICATES | REG_FEATURE_DEFERRED_COMMIT)) ==
+           REG_FEATURE_ALLOW_DUPLICATES;
+}
+
 GenRegInput* GenRegTransaction::scanInput(GenRegFile& file) noexcept {
     if (file.scanInput_ == nullptr) {
         const int descriptor = posix::descriptorOf(file.regFp);

@@ -81,6 +81,10 @@ public:
     // GetNext goes on where they stop.
     static void handOverStream(GenRegFile& file) noexcept;
 
+    // Whether an add appends to the registry file itself: duplicates need no look at what is there, and nothing is
+    // verified.
+    [[nodiscard]] static bool addsInPlace(const GenRegFile& file) noexcept;
+
     // Points a read-ahead at the first record of the open registry file.
     static void readRegistry(const GenRegFile& file, GenRegInput& input) noexcept;
 

@@ -171,7 +171,7 @@ public:
         if (const unsigned int rc = ossFileGetInfoV9(lines_.registryPath(), &info)) {
             return abandon(trace_.fail(90, REG_FILE_SIZE_FAILED, rc), closeMode);
         }
-        const bool inPlace = duplicatesAllowed() && !lines_.has(REG_FEATURE_DEFERRED_COMMIT);
+        const bool inPlace = GenRegTransaction::addsInPlace(engine_);
         if (info.size > 0 && !inPlace) {
             if (const unsigned int rc = copyLines(closeMode)) {
                 return rc;
