@@ -18,9 +18,12 @@ public:
         : GenRegVarVal(path.c_str(), &code) {
         features = wanted;
     }
+    using GenRegBase::matchRecord;
+    using GenRegFile::getMaxRecordSize;
     using GenRegFile::lockFile;
     using GenRegFile::regFp;
     using GenRegFile::tmpFp;
+    using GenRegText::parseLine;
 };
 
 class Binary : public ConstructorCode, public GenRegBinVarVal {

@@ -1,0 +1,76 @@
+// The rig of refusals: what its parts share. Each part provokes refusals of one kind; rig_refusals.cpp tells which.
+#pragma once
+
+#include <genreg/genreg.h>
+#include <osse/Errors.h>
+
+#include <functional>
+#include <string>
+
+#include "prove/standin/Platform.h"
+#include "prove/standin/Schemas.h"
+#include "prove/support/Aftermath.h"
+#include "prove/support/Rig.h"
+#include "prove/support/Stepper.h"
+
+namespace prove {
+
+// A line of the diagnostic log.
+struct Point {
+    const char* function;
+    unsigned int probe;
+    unsigned int code;
+};
+
+class Refusals {
+public:
+    explicit Refusals(Rig& rig);
+
+    void nullArguments();
+    void smallRecords();
+    void information();
+    void platform();
+    void streams();
+    void frames();
+    void calls();
+    void changeLog();
+    void cleanUps();
+
+private:
+    using Picks = std::function<bool(pid_t, const SystemCall&)>;
+
+    void lay(const std::string& bytes) const;
+    [[nodiscard]] std::string path(const char* suffix) const { return file_ + suffix; }
+    [[nodiscard]] std::string logged() const;
+
+    // Whether the log got the line since it had that many bytes.
+    [[nodiscard]] bool tells(const Point& point, std::size_t since) const;
+
+    // Provokes it once, and expects that code.
+    void expect(const Point& point, unsigned int answer, const std::function<unsigned int()>& provoke);
+    void expect(const Point& point, const std::function<unsigned int()>& provoke) {
+        expect(point, point.code, provoke);
+    }
+
+    // Refuses each call of the kind in turn, until the operation makes no further one: the point is told of once.
+    void expectOnce(const Point& point, PlatformCall call, const std::function<unsigned int()>& provoke);
+
+    // In a child, one of whose calls of the system fails: the first for which `picks` holds.
+    void expectFailing(const Point& point, unsigned int answer, int error, const Picks& picks,
+                       const std::function<unsigned int()>& provoke);
+
+    Rig& rig_;
+    std::string file_;
+    std::string log_;
+    unsigned int* const shared_ = &sharedReport()->code;
+};
+
+inline GenRegVarValRecord pair(const char* variable, const char* value) {
+    GenRegVarValRecord record = {};
+    record.contains = VARVAL_HAS_PAIR;
+    record.variable = const_cast<char*>(variable);
+    record.value = const_cast<char*>(value);
+    return record;
+}
+
+}  // namespace prove
