@@ -1,9 +1,9 @@
 #!/bin/sh
 # Installs the build, moves the prefix away, and builds an outside program against what was moved: by pkg-config alone,
-# and by the CMake package. usage: package_test.sh BUILD_DIR CMAKE COMPILER
+# and by the CMake package. usage: package_test.sh BUILD_DIR CMAKE COMPILER GENERATOR
 set -eu
 
-build=$1 cmake=$2 compiler=$3
+build=$1 cmake=$2 compiler=$3 generator=$4
 here=$(cd "$(dirname "$0")" && pwd)
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
@@ -44,7 +44,7 @@ find_package(RVNgenreg 1 REQUIRED)
 add_executable(outside outside.cpp)
 target_link_libraries(outside PRIVATE RVN::genreg)
 END
-"$cmake" -S "$scratch/project" -B "$scratch/by-cmake" -DCMAKE_PREFIX_PATH="$scratch/moved" \
+"$cmake" -G "$generator" -S "$scratch/project" -B "$scratch/by-cmake" -DCMAKE_PREFIX_PATH="$scratch/moved" \
     -DCMAKE_CXX_COMPILER="$compiler" > "$scratch/configure.log" || fail "$(cat "$scratch/configure.log")"
 "$cmake" --build "$scratch/by-cmake" > "$scratch/build.log" || fail "$(cat "$scratch/build.log")"
 try "$scratch/by-cmake/outside" env

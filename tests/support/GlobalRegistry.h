@@ -1,8 +1,11 @@
 // The global registry as a file of the test's own, and its frames written by hand.
 #pragma once
 
+#include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
+
+#include <optional>
 
 #include "support/Scratch.h"
 
@@ -54,10 +57,11 @@ private:
     const Variable variable_{"RVN_GLOBAL_REG_PATHNAME", registry().c_str()};
 };
 
-// /var and /tmp are this process's own and empty, but for the build where it lies there. Only root has such a world.
-class PrivateWorld {
-protected:
-    PrivateWorld() {
+// /var and /tmp are this process's own and empty, but for the build where it lies there. Only root has such a world,
+// and only where mounts are granted.
+class PrivateMounts {
+public:
+    PrivateMounts() {
         if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
             return;
         }
@@ -74,13 +78,15 @@ protected:
             own_ = own_ && ::mount(kept.c_str(), build.c_str(), nullptr, MS_BIND, nullptr) == 0;
         }
     }
-    ~PrivateWorld() {
+    ~PrivateMounts() {
         for (; !covered_.empty(); covered_.pop_back()) {
             ::umount2(covered_.back().c_str(), MNT_DETACH);
         }
     }
+    PrivateMounts(const PrivateMounts&) = delete;
+    PrivateMounts& operator=(const PrivateMounts&) = delete;
 
-    [[nodiscard]] bool isOwn() const { return own_ && covered_.size() == 3; }
+    [[nodiscard]] bool areGranted() const { return own_ && covered_.size() == 3; }
 
 private:
     void cover(const char* place) {
@@ -93,13 +99,64 @@ private:
     bool own_ = false;
 };
 
-// The fixture in a private world, in which its folder lies too.
-template <typename Fixture>
+// The same without a mount: this process's root directory is its own, and holds these folders and the users, but no
+// program.
+class PrivateRoot {
+public:
+    PrivateRoot() {
+        std::string pattern = std::filesystem::temp_directory_path() / "rvn-root-XXXXXX";
+        folder_ = ::mkdtemp(pattern.data());
+        ::chmod(folder_.c_str(), 0755);
+        for (const char* name : {"tmp", "var/rvn", "etc"}) {
+            std::filesystem::create_directories(folder_ / name);
+        }
+        std::filesystem::copy_file("/etc/passwd", folder_ / "etc/passwd");
+        ::unsetenv("TMPDIR");  // which leads elsewhere in there
+        granted_ = ::chroot(folder_.c_str()) == 0 && ::chdir("/") == 0;
+    }
+    ~PrivateRoot() {
+        if (granted_ && (::fchdir(outside_) != 0 || ::chroot(".") != 0)) {
+            std::abort();
+        }
+        ::close(outside_);
+        std::filesystem::remove_all(folder_);
+    }
+    PrivateRoot(const PrivateRoot&) = delete;
+    PrivateRoot& operator=(const PrivateRoot&) = delete;
+
+    [[nodiscard]] bool isGranted() const { return granted_; }
+
+private:
+    const int outside_ = ::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    std::filesystem::path folder_;
+    bool granted_ = false;
+};
+
+enum class Programs { None, AreRun };
+
+class PrivateWorld {
+protected:
+    explicit PrivateWorld(Programs programs) {
+        if (!mounts_.areGranted() && programs == Programs::None) {
+            root_.emplace();
+        }
+    }
+
+    [[nodiscard]] bool isOwn() const { return mounts_.areGranted() || (root_.has_value() && root_->isGranted()); }
+
+private:
+    const PrivateMounts mounts_;
+    std::optional<PrivateRoot> root_;
+};
+
+// The fixture in a world of its own, in which its folder lies too.
+template <typename Fixture, Programs programs = Programs::None>
 class InPrivateWorld : private PrivateWorld, public Fixture {
 protected:
+    InPrivateWorld() : PrivateWorld(programs) {}
     void SetUp() override {
         if (!isOwn()) {
-            GTEST_SKIP() << "no mount namespace of its own: not root, or forbidden";
+            GTEST_SKIP() << "no /tmp and /var of its own: not root, or forbidden";
         }
         Fixture::SetUp();
     }

@@ -173,7 +173,7 @@ TEST_F(Global, TheLogIsReadBack) {
 }
 
 // Those that touch the log file.
-using ChangeLog = InPrivateWorld<ToolTest>;
+using ChangeLog = InPrivateWorld<ToolTest, Programs::AreRun>;
 constexpr char LOG[] = "/tmp/globalreg.debug";
 
 TEST_F(ChangeLog, IsSwitchedOnAndOff) {

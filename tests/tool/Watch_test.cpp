@@ -95,7 +95,7 @@ TEST_F(Watch, ACommandRunsForEachChange) {
     EXPECT_NE(::kill(std::stoi(read("pid")), 0), 0);
 }
 
-using Monitor = InPrivateWorld<Watch>;
+using Monitor = InPrivateWorld<Watch, Programs::AreRun>;
 
 TEST_F(Monitor, IsTheOneThatWritersWake) {
     const Running monitor = watch("--json");
