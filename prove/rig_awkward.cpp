@@ -14,6 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <set>
 
 #include "prove/support/AwkwardPlaces.h"
@@ -161,6 +162,36 @@ private:
     Cases& cases_;
     const Folder& folder_;
 };
+
+// Places that are no more awkward than others, with something wrong about each.
+void controls(Cases& cases, Places& rig) {
+    const auto show = [&](const char* words, const AwkwardPlace& place) {
+        cases.control(words, [&] { rig.tryAll(place); });
+    };
+    AwkwardPlace easy = {"control"};
+    easy.causes = {REG_OPEN_LOCK_FAILED};
+    show("add: 0x00000000", easy);
+    show("the registry is not what it was", easy);
+    AwkwardPlace locked = {"control"};
+    locked.prepare = [](const std::string& path) {
+        const std::string lock = prove::Companions(path).lock;
+        return ::remove(lock.c_str()) == 0 && ::mkdir(lock.c_str(), 0755) == 0 ? "" : "no folder";
+    };
+    show("refused, 0x", locked);
+    show("the update is not there", locked);
+    locked.causes = {REG_RENAME_FAILED};
+    show(" for 0x900001da", locked);
+    show("once mended, 0x", locked);
+    AwkwardPlace harmful = {"control"};
+    harmful.inside = [](const std::string& path) { (void)::chmod(path.c_str(), 0600); };
+    show("mode or owner", harmful);
+    harmful.inside = [](const std::string& path) { (void)putBytes(prove::folderOf(path) + "/victim", "x"); };
+    show("another's file was written", harmful);
+    harmful.inside = [](const std::string& path) { (void)::remove(path.c_str()); };
+    show("cannot be read", harmful);
+    harmful.inside = [](const std::string& /*path*/) { std::abort(); };
+    show("the process died", harmful);
+}
 
 // --- names ---------------------------------------------------------------------------------------------------------
 
@@ -327,6 +358,8 @@ int main(int argc, char** argv) {
     const bool ownMounts = prove::Image::mountPrivately();
     const Folder folder(false);
     Places rig(cases, folder);
+    cases.expectAtLeast(1'200);
+    controls(cases, rig);
     for (const AwkwardPlace& place : prove::awkwardPlaces(ownMounts)) {
         rig.tryAll(place);
     }

@@ -158,6 +158,34 @@ public:
         }
     }
 
+    // Places that are no more awkward than others, with something wrong about each.
+    void controls() {
+        const auto show = [&](const char* words, const AwkwardPlace& place) {
+            cases_.control(words, [&] { (void)tryOne(place, PLAIN, CHANGE); });
+        };
+        AwkwardPlace easy = {"a file-size limit"};
+        easy.causes = {1};
+        show("exit 0, not 8", easy);
+        show("the file is not what it was", easy);
+        AwkwardPlace locked = {"control"};
+        locked.prepare = [](const std::string& path) {
+            const std::string lock = prove::Companions(path).lock;
+            return ::remove(lock.c_str()) == 0 && ::mkdir(lock.c_str(), 0755) == 0 ? "" : "no folder";
+        };
+        show("change: genreg: ", locked);
+        locked.name = "an immutable file";
+        locked.causes = {1};
+        show("exit 3, not 8", locked);
+        show("once mended, genreg: ", locked);
+        AwkwardPlace harmful = {"control"};
+        harmful.inside = [](const std::string& path) { (void)::chmod(path.c_str(), 0600); };
+        show("mode or owner", harmful);
+        harmful.inside = [](const std::string& path) { (void)putBytes(prove::folderOf(path) + "/victim", "x"); };
+        show("another's file was written", harmful);
+        harmful.inside = [](const std::string& path) { (void)::remove(path.c_str()); };
+        show("cannot be read", harmful);
+    }
+
     void tryAll(const AwkwardPlace& place) {
         if (!place.causes.empty() && COMPLAINTS.count(place.name) == 0) {
             (void)cases_.check(false, place.name + ": what a user is to be told of it is not written down");
@@ -393,7 +421,9 @@ void strangers(Cases& cases) {
 int main(int argc, char** argv) {
     Cases cases("awkward_tool", argc, argv);
     const bool ownMounts = prove::Image::mountPrivately();
+    cases.expectAtLeast(cases.quick() ? 360 : 2'100);
     Places rig(cases, ownMounts);
+    rig.controls();
     for (const AwkwardPlace& place : prove::awkwardPlaces(ownMounts)) {
         rig.tryAll(place);
     }

@@ -337,6 +337,7 @@ int main(int argc, char** argv) {
     const bool threads = THREADS_ONLY || cases.has("--threads");
     const unsigned long seed = cases.seed();
     const unsigned long perKind = (cases.quick() ? 4'000UL : 104'000UL) / std::size(KINDS) / (threads ? 2 : 1);
+    cases.expectAtLeast(perKind * std::size(KINDS));
     unsigned long made = 0;
     unsigned long scans = 0;
     unsigned long gets = 0;

@@ -189,6 +189,36 @@ bool asAsked(const Kind& kind, std::size_t update, const std::string& before, co
            std::equal(old.begin() + static_cast<long>(skipped), old.end(), fresh.begin() + static_cast<long>(resumed));
 }
 
+// Whether the file is what an update with that code leaves of it.
+bool rightlyLeft(const Kind& kind, std::size_t update, unsigned int rc, const std::string& before,
+                 const std::string& after) {
+    return rc == 0 ? asAsked(kind, update, before, after) : after == before;
+}
+
+// Updates that were done right, and the same with something else besides.
+void controls(Cases& cases) {
+    const Kind& text = KINDS[2];
+    const std::string before = "a=1\nb=2\nc=3\n";
+    const struct {
+        std::size_t update;
+        unsigned int rc;
+        const char* right;
+        const char* wrong;
+    } shown[] = {{0, 0, "a=1\nb=2\nc=3\nd=4\n", "a=1\nb=2\nc=4\nd=4\n"},
+                 {1, 0, "a=1\nb=3\nc=3\n", "a=1\nb=3\nc=4\n"},
+                 {2, 0, "a=1\nc=3\n", "a=1\nc=4\n"},
+                 {2, 0, "a=1\nc=3\n", "a=1\n"},
+                 {1, 1, "a=1\nb=2\nc=3\n", "a=1\nb=3\nc=3\n"}};
+    for (const auto& [update, rc, right, wrong] : shown) {
+        (void)cases.check(rightlyLeft(text, update, rc, before, right), "what was asked for is taken for wrong");
+        (void)cases.check(!rightlyLeft(text, update, rc, before, wrong), "what nobody asked for passes");
+    }
+    const Folder folder(true);
+    const std::string bytes = build(KINDS[6], folder.file("whole"));
+    (void)cases.check(read(KINDS[6], bytes) != read(KINDS[6], flipped(bytes, 8 * (HEADER + 5))),
+                      "a flipped bit reads as before");
+}
+
 // --- at rest -------------------------------------------------------------------------------------------------------
 
 // What a damaged registry may still tell: under a checksum the true records or a failure; else what stands there.
@@ -205,7 +235,7 @@ public:
             const unsigned int rc = UPDATES[update].run(*registry);
             const std::string after = bytesOf(path_).value_or("(gone)");
             const std::string did = what + ", " + UPDATES[update].name + " " + hex(rc);
-            (void)tally.check(rc == 0 ? asAsked(kind_, update, bytes, after) : after == bytes, did);
+            (void)tally.check(rightlyLeft(kind_, update, rc, bytes, after), did);
             if (stamped(kind_) && rc == 0) {
                 (void)tally.check(read(kind_, bytes) == expected(), did + ": damage went unseen");
             }
@@ -417,6 +447,8 @@ void damageInCopy(Cases& cases, const Kind& kind) {
 
 int main(int argc, char** argv) {
     Cases cases("damage", argc, argv);
+    cases.expectAtLeast(cases.quick() ? 190'000 : 208'000);
+    controls(cases);
     for (const Kind& kind : KINDS) {
         damageAtRest(cases, kind, false);
         if (stamped(kind)) {

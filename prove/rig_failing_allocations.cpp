@@ -18,6 +18,7 @@
 #include <iterator>
 
 #include "support/Aftermath.h"
+#include "support/Careless.h"
 #include "support/Place.h"
 #include "support/Rig.h"
 
@@ -137,6 +138,29 @@ public:
         rig_.tell(scenario.name + ": " + counts + std::to_string(rig_.failed() - failedBefore) + " failed");
     }
 
+    void controls() {
+        using prove::Vice;
+        const auto play = [&](const Scenario& scenario, const Refusal& refusal) {
+            rig_.begin("control");
+            return this->play(scenario, Place(rig_.scratch() + "/place", scenario), refusal);
+        };
+        prove::controlAftermath(rig_, [&](const Scenario& scenario) { (void)play(scenario, {}); });
+        rig_.control("pieces of memory left behind", [&] {
+            (void)play(prove::carelessUpdate(Vice::Memory), {-1, false, true});
+        });
+        const std::pair<Vice, const char*> refused[] = {{Vice::Boasts, "a wrong success"},
+                                                        {Vice::WrongCause, "not told as a lack of memory"}};
+        for (const auto& [vice, words] : refused) {
+            rig_.control(words, [&, vice = vice] {
+                const Scenario scenario = prove::carelessUpdate(vice);
+                const long asked = play(scenario, {});
+                for (long index = 0; index < asked && !rig_.convinced(); ++index) {
+                    (void)play(scenario, {index, false, false});
+                }
+            });
+        }
+    }
+
     void report() {
         rig_.remark("operations with a refused allocation: " + std::to_string(absorbed_) + " succeeded all the same, " +
                     std::to_string(refused_) + " failed");
@@ -220,6 +244,8 @@ private:
 
 int main(int argc, char** argv) {
     prove::Rig rig{"failing_allocations", argc, argv};
+    rig.expectAtLeast(1'000, 7'700);
+    FailingAllocations(rig).controls();
     FailingAllocations allocations(rig);
     for (const auto& list : {prove::updates(), prove::readings()}) {
         for (const Scenario& scenario : list) {

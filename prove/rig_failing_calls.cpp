@@ -24,6 +24,7 @@
 
 #include "support/Aftermath.h"
 #include "support/Blame.h"
+#include "support/Careless.h"
 #include "support/Place.h"
 #include "support/Rig.h"
 #include "support/Stepper.h"
@@ -89,6 +90,19 @@ public:
                   std::to_string(rig_.failed() - failedBefore) + " failed");
     }
 
+    void controls() {
+        using prove::Vice;
+        const std::pair<Vice, const char*> updates[] = {{Vice::InPlace, "the old contents are lost"},
+                                                        {Vice::Boasts, "a wrong success"},
+                                                        {Vice::WrongCause, "the wrong step is blamed"}};
+        for (const auto& [vice, words] : updates) {
+            rig_.control(words, [&, vice = vice] { failUntilConvinced(prove::carelessUpdate(vice)); });
+        }
+        prove::controlAftermath(rig_, [&](const Scenario& scenario) {
+            (void)record(scenario, Place(rig_.scratch() + "/place", scenario));
+        });
+    }
+
     void report() {
         rig_.remark("operations with a failing call: " + std::to_string(absorbed_) + " succeeded all the same, " +
                     std::to_string(refused_) + " failed and left the old contents, " + std::to_string(committed_) +
@@ -96,6 +110,14 @@ public:
     }
 
 private:
+    void failUntilConvinced(const Scenario& scenario) {
+        const Place place(rig_.scratch() + "/place", scenario);
+        const std::vector<SystemCall> calls = record(scenario, place);
+        for (std::size_t index = 0; index < calls.size() && !rig_.convinced(); ++index) {
+            failWith(scenario, place, calls, index, QUICK_ERRORS);
+        }
+    }
+
     template <std::size_t N>
     void failWith(const Scenario& scenario, const Place& place, const std::vector<SystemCall>& calls, std::size_t index,
                   const int (&errors)[N]) {
@@ -214,6 +236,8 @@ int main(int argc, char** argv) {
         (void)std::fprintf(stderr, "only on x86-64, and where a process may trace its child\n");
         return 2;
     }
+    rig.expectAtLeast(2'300, 120'000);
+    FailingCalls(rig).controls();
     FailingCalls calls(rig);
     for (const auto& list : {prove::updates(), prove::readings()}) {
         for (const Scenario& scenario : list) {

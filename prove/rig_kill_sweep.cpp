@@ -10,6 +10,7 @@
 
 #include <cstdio>
 
+#include "support/Careless.h"
 #include "support/Place.h"
 #include "support/Rig.h"
 #include "support/Stepper.h"
@@ -46,6 +47,20 @@ public:
         }
         rig_.tell(scenario.name + ": " + std::to_string(calls) + " calls, " +
                   std::to_string(rig_.failed() - failedBefore) + " failed");
+    }
+
+    void controls() {
+        using prove::Vice;
+        const std::pair<Vice, const char*> shown[] = {{Vice::InPlace, "(write): the registry is neither"},
+                                                      {Vice::InPlace, "(write) the registry is neither"},
+                                                      {Vice::Litters, "left other files"},
+                                                      {Vice::Litters, "a file that is no companion"},
+                                                      {Vice::MisreadsRows, "a reader sees other records"},
+                                                      {Vice::FailsAgain, "the next update failed"},
+                                                      {Vice::WrongAgain, "the next update wrote something else"}};
+        for (const auto& [vice, words] : shown) {
+            rig_.control(words, [&, vice = vice] { run(prove::carelessUpdate(vice)); });
+        }
     }
 
     void report() {
@@ -208,6 +223,8 @@ int main(int argc, char** argv) {
         (void)std::printf("this system lets no process trace its child\n");
         return 2;
     }
+    rig.expectAtLeast(800, 9'500);
+    Sweep(rig).controls();
     Sweep sweep(rig);
     for (const Scenario& scenario : prove::updates()) {
         if ((!rig.quick() || scenario.quick) && rig.wants(scenario.name)) {

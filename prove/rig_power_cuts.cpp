@@ -12,11 +12,15 @@
 //
 // The same is done to a disk that forgets its syncs, and to a careless writer: a rig that does not catch them proves
 // nothing.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <unistd.h>
 
 #include <filesystem>
+#include <functional>
 #include <set>
+#include <utility>
 
 #include "prove/support/Cases.h"
 #include "prove/support/DiskModel.h"
@@ -95,6 +99,55 @@ std::string judge(const Scenario& scenario, const Place& place, bool returned, F
     return prove::bytesOf(place.registry()) == expected ? "" : "the next update left something else than it should";
 }
 
+// What a careless writer syncs.
+enum class Synced { Nothing, OnlyContents, OnlyNames };
+constexpr std::pair<Synced, const char*> CARELESS[] = {
+    {Synced::Nothing, "a writer that syncs nothing"},
+    {Synced::OnlyContents, "a writer that does not sync the names"},
+    {Synced::OnlyNames, "a writer that syncs the old file for the new"},
+};
+
+void sync(const std::string& path) {
+    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    (void)::fsync(descriptor);
+    (void)::close(descriptor);
+}
+
+// Writes the new contents beside the old and renames, as one should, but does not sync both.
+int careless(const Scenario& scenario, const Place& place, Synced synced) {
+    const std::string bytes = scenario.bytes(scenario.after(scenario.before, scenario.operation));
+    prove::beginPart();
+    bool good = prove::putBytes(place.temporary(), bytes);
+    if (synced != Synced::Nothing) {
+        sync(synced == Synced::OnlyContents ? place.temporary() : place.registry());
+    }
+    good = good && std::rename(place.temporary().c_str(), place.registry().c_str()) == 0;
+    if (synced == Synced::OnlyNames) {
+        sync(std::filesystem::path(place.registry()).parent_path());
+    }
+    prove::endPart();
+    return good ? 0 : 1;
+}
+
+// Whether an append in place passes although what stood before it was hurt.
+bool toleratesDamage(const Folder& folder) {
+    for (const Scenario& scenario : prove::updates()) {
+        if (!scenario.appendsInPlace() || !scenario.before.present) {
+            continue;
+        }
+        const Place place(folder.file("damaged"), scenario);
+        place.layOut();
+        std::string bytes = scenario.bytes(scenario.after(scenario.before, scenario.operation));
+        bytes[bytes.size() / 2] = '?';
+        (void)prove::putBytes(place.registry(), bytes);
+        Found found;
+        if (judge(scenario, place, false, &found).empty()) {
+            return true;
+        }
+    }
+    return false;
+}
+
 // --- by rule -------------------------------------------------------------------------------------------------------
 
 // The trees that were judged already, by fingerprint: they may be many and large.
@@ -115,8 +168,9 @@ class ByRule {
 public:
     ByRule(Cases& cases, const Folder& folder) : cases_(cases), live_(folder.file("live")), cut_(folder.file("cut")) {}
 
-    // Yields how many trees were bad. A forgetful disk is a control: its bad trees are not failures.
-    unsigned long run(const Scenario& scenario, bool forgetful) {
+    // Yields how many trees were bad; they are failures unless it is a control.
+    unsigned long run(const Scenario& scenario, const std::function<int(const Place&)>& body, bool forgetful,
+                      bool control) {
         const Place place(live_, scenario);
         place.layOut();
         DiskModel model(live_, place.registry().substr(live_.size() + 1), forgetful);
@@ -133,7 +187,7 @@ public:
         prove::StepHooks hooks;
         hooks.entry = [&](pid_t child, const prove::SystemCall& call) {
             settle();
-            bad += judgeAll(scenario, model, judged, "before call " + std::to_string(call.index), false, forgetful);
+            bad += judgeAll(scenario, model, judged, "before call " + std::to_string(call.index), false, control);
             if (call.number == SYS_fsync || call.number == SYS_fdatasync) {
                 struct stat status = {};
                 const std::string path = "/proc/" + std::to_string(child) + "/fd/" + std::to_string(call.arguments[0]);
@@ -144,9 +198,9 @@ public:
         hooks.end = [&](pid_t) {
             settle();
             judged.clear();  // what was right before the operation returned may not be any more
-            bad += judgeAll(scenario, model, judged, "after it returned", true, forgetful);
+            bad += judgeAll(scenario, model, judged, "after it returned", true, control);
         };
-        const prove::StepResult result = prove::step([&] { return update(scenario, place); }, hooks);
+        const prove::StepResult result = prove::step([&] { return body(place); }, hooks);
         (void)cases_.check(result.ended && result.exitCode == 0, scenario.name + ": the update itself failed");
         return bad;
     }
@@ -155,7 +209,7 @@ public:
 
 private:
     unsigned long judgeAll(const Scenario& scenario, const DiskModel& model, Judged& judged, const std::string& when,
-                           bool returned, bool forgetful) {
+                           bool returned, bool control) {
         unsigned long bad = 0;
         for (const Tree& tree : model.possible()) {
             if (!judged.insert(fingerprint(tree)).second) {
@@ -166,11 +220,11 @@ private:
             std::filesystem::rename(live_, cut_);
             prove::layOut(live_, tree);
             Found found;
-            const std::string wrong = judge(scenario, place, returned, forgetful ? &found : &found_);
+            const std::string wrong = judge(scenario, place, returned, control ? &found : &found_);
             std::filesystem::remove_all(live_);
             std::filesystem::rename(cut_, live_);
             bad += wrong.empty() ? 0U : 1U;
-            if (!forgetful) {
+            if (!control) {
                 (void)cases_.check(wrong.empty(), scenario.name + ", cut " + when + ": " + wrong);
             }
         }
@@ -197,16 +251,26 @@ void cutsByRule(Cases& cases) {
         if (cases.quick() && !scenario.quick) {
             continue;
         }
-        (void)rule.run(scenario, false);
+        (void)rule.run(
+            scenario, [&](const Place& place) { return update(scenario, place); }, false, false);
         ++tried;
         control = scenario.appendsInPlace() ? control : &scenario;
     }
     (void)cases.check(control != nullptr, "no update that replaces the registry was tried");
     if (control != nullptr) {
-        const unsigned long bad = rule.run(*control, true);
-        (void)cases.check(bad > 0, "a disk that forgets its syncs was not caught");
-        cases.note("control: of a disk that forgets its syncs " + std::to_string(bad) + " trees were bad");
+        const auto caught = [&](const char* what, const std::function<int(const Place&)>& body, bool forgetful) {
+            const unsigned long bad = rule.run(*control, body, forgetful, true);
+            (void)cases.check(bad > 0, std::string(what) + " was not caught");
+            cases.note(std::string("control: of ") + what + " " + std::to_string(bad) + " trees were bad");
+        };
+        caught(
+            "a disk that forgets its syncs", [&](const Place& place) { return update(*control, place); }, true);
+        for (const auto& [synced, what] : CARELESS) {
+            caught(
+                what, [&, synced = synced](const Place& place) { return careless(*control, place, synced); }, false);
+        }
     }
+    (void)cases.check(!toleratesDamage(folder), "an append in place that hurts what stood before it passes");
     const Found& found = rule.found();
     cases.note("by rule, " + std::to_string(tried) + " updates: " + std::to_string(found.old) + " trees old, " +
                std::to_string(found.fresh) + " new, " + std::to_string(found.empty) + " empty where none was, " +
@@ -296,16 +360,6 @@ private:
     Found found_;
 };
 
-// Writes the new contents beside the old and renames, as one should, but syncs nothing.
-int careless(const Scenario& scenario, const Place& place) {
-    const std::string bytes = scenario.bytes(scenario.after(scenario.before, scenario.operation));
-    prove::beginPart();
-    const bool good = prove::putBytes(place.temporary(), bytes) &&
-                      std::rename(place.temporary().c_str(), place.registry().c_str()) == 0;
-    prove::endPart();
-    return good ? 0 : 1;
-}
-
 // What another form of binary registry differs in are its bytes, not its calls; and links lead to where the image is
 // mounted, which a copy is not.
 bool triedOnImage(const Scenario& scenario, bool quick) {
@@ -354,7 +408,8 @@ void cutsByTrial(Cases& cases) {
         found.parts += trial.found().parts;
         if (control != nullptr) {
             caught += trial.run(
-                *control, Beside::Bystander, [&](const Place& place) { return careless(*control, place); }, true);
+                *control, Beside::Bystander,
+                [&](const Place& place) { return careless(*control, place, Synced::Nothing); }, true);
         }
     }
     (void)cases.check(caught > 0, "a careless writer was not caught");
@@ -368,6 +423,7 @@ void cutsByTrial(Cases& cases) {
 
 int main(int argc, char** argv) {
     Cases cases("power_cuts", argc, argv);
+    cases.expectAtLeast(cases.quick() ? 730 : 10'000);
     cutsByRule(cases);
     cutsByTrial(cases);
     return cases.finish();

@@ -55,7 +55,9 @@ void Refusals::cleanUps() {
 
 int main(int argc, char** argv) {
     prove::Rig rig{"refusals", argc, argv};
+    rig.expectAtLeast(850, 850);
     prove::Refusals refusals(rig);
+    refusals.controls();
     refusals.nullArguments();
     refusals.smallRecords();
     refusals.information();

@@ -6,14 +6,17 @@
 #   prove/run.sh [--quick] [--no-fuzz] [RIG...]      RIG: a name without "rig_"; all of them by default
 #
 # --quick: a part of each rig, and neither fuzz targets nor failure points, as with RIG. The rigs are those of the
-# release build (RVN_BUILD names another build folder). Words of a rig: build/prove/RIG.log.
+# release build (RVN_BUILD names another build folder). Words of a rig: build/prove/RIG.log (RVN_RESULTS: another
+# folder).
 set -u
 cd "$(dirname "$0")/.." || exit 1
 
 FUZZ_SECONDS=60
 
 build=${RVN_BUILD-build/release}
-results=build/prove
+results=${RVN_RESULTS-build/prove}
+mkdir -p "$results"
+results=$(cd "$results" && pwd)
 
 # seconds_since START
 seconds_since() {
@@ -30,7 +33,7 @@ run_rig() {
     rig=$1
     shift
     before=$(date +%s)
-    RVN_DIAG_LOG=$PWD/$results/$rig.points "$build/prove/rig_$rig" "$@" > "$results/$rig.log" 2>&1
+    RVN_DIAG_LOG=$results/$rig.points "$build/prove/rig_$rig" "$@" > "$results/$rig.log" 2>&1
     code=$?
     line=$(grep "^RIG $rig [0-9]* [0-9]*\$" "$results/$rig.log" | tail -n 1)
     cases=${line#RIG "$rig" }
@@ -75,7 +78,7 @@ for argument; do
         --quick) quick=--quick fuzz=false ;;
         --no-fuzz) fuzz=false ;;
         -*)
-            sed -n '2,9s/^# \{0,1\}//p' "$0" >&2
+            sed -n '2,10s/^# \{0,1\}//p' "$0" >&2
             exit 2
             ;;
         *) chosen="$chosen $argument" ;;
@@ -101,7 +104,6 @@ if [ -z "$chosen" ]; then
 fi
 
 jobs=$(nproc 2>/dev/null || getconf _NPROCESSORS_ONLN)
-mkdir -p "$results"
 table=$results/table.txt
 good=true
 start=$(date +%s)

@@ -45,7 +45,7 @@ unsigned int addService(unsigned long version) {
 
 void Refusals::calls() {
     if (!canFailCalls()) {
-        rig_.remark("not tried: what a failing call leads to; only on x86-64, and where a process may trace its child");
+        rig_.skip("what a failing call leads to", "only on x86-64, and where a process may trace its child");
         return;
     }
     const auto isOn = [](long number, const std::string& target) {
@@ -144,7 +144,7 @@ void Refusals::calls() {
 // The change log has a fixed place, so this goes on in a world of its own.
 void Refusals::changeLog() {
     if (!grantsOwnWorld() || !canFailCalls()) {
-        rig_.remark("not tried: a change log that cannot be written; only as root, who is granted mounts and traces");
+        rig_.skip("a change log that cannot be written", "only as root, who is granted mounts and traces");
         return;
     }
     const auto apart = [&](const std::function<bool(pid_t, const SystemCall&)>& picks, const Point& point) {

@@ -88,4 +88,19 @@ void Refusals::expectFailing(const Point& point, unsigned int answer, int error,
     });
 }
 
+// A point of failure as it is, with one part of what is expected of it wrong.
+void Refusals::controls() {
+    const auto provoke = [] { return ExtractNextField(nullptr, nullptr); };
+    const Point wrong[] = {{"StripWhiteSpace", 10, REG_INVALID_ARGUMENT},
+                           {"ExtractNextField", 1, REG_INVALID_ARGUMENT},
+                           {"ExtractNextField", 10, REG_EMPTY_ARGUMENT}};
+    for (const Point& point : wrong) {
+        rig_.control("the log does not tell of it", [&] { expect(point, REG_INVALID_ARGUMENT, provoke); });
+    }
+    rig_.control("answers 0x", [&] { expect({"ExtractNextField", 10, REG_INVALID_ARGUMENT}, 0, provoke); });
+    rig_.control("the log does not tell of it", [&] {
+        expectOnce({"GenRegWriteLine", 20, REG_NO_WORK_BUFFER}, PlatformCall::Free, [] { return 0U; });
+    });
+}
+
 }  // namespace prove

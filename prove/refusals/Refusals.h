@@ -26,6 +26,7 @@ class Refusals {
 public:
     explicit Refusals(Rig& rig);
 
+    void controls();
     void nullArguments();
     void smallRecords();
     void information();

@@ -11,6 +11,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iterator>
+#include <utility>
+
+#include "Careless.h"
 
 namespace prove {
 namespace {
@@ -118,6 +121,22 @@ void judge(Rig& rig, const Scenario& scenario, const Place& place, const Report&
         rig.check(files == expected, "succeeded and left other files");
     }
     judgeSecondOperation(rig, scenario, place, report, remains);
+}
+
+void controlAftermath(Rig& rig, const std::function<void(const Scenario&)>& play) {
+    const std::pair<Vice, const char*> updates[] = {
+        {Vice::Denies, "failed, but changed"},
+        {Vice::Litters, "succeeded and left other files"},
+        {Vice::KeepsLock, "the lock is still held"},
+        {Vice::Descriptor, "1 descriptors left open"},
+        {Vice::DescriptorAtEnd, "left open by the object"},
+        {Vice::FailsAgain, "the same object fails again"},
+        {Vice::WrongAgain, "the second operation wrote something else"},
+    };
+    for (const auto& [vice, words] : updates) {
+        rig.control(words, [&, vice = vice] { play(carelessUpdate(vice)); });
+    }
+    rig.control("fails: 0x00000001", [&] { play(carelessReading(Vice::MisreadsRows)); });
 }
 
 }  // namespace prove

@@ -4,6 +4,7 @@
 
 #include <genreg/Cause.h>
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -56,6 +57,9 @@ struct Excuses {
 // Compares all of it with what is promised.
 void judge(Rig& rig, const Scenario& scenario, const Place& place, const Report& report, const Remains& remains,
            const Excuses& excuses);
+
+// Has judge() find fault with operations that no fault was put into; `play` runs one and judges it.
+void controlAftermath(Rig& rig, const std::function<void(const Scenario&)>& play);
 
 template <typename Perform>
 void playOperation(const Scenario& scenario, const Place& place, Registry& registry, Report* report, Perform perform) {

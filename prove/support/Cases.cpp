@@ -68,7 +68,10 @@ bool Cases::check(bool good, const std::string& what) {
 }
 
 void Cases::fail(const std::string& what) {
-    if (++failed_ <= MOST_TOLD) {
+    ++failed_;
+    if (controlling()) {
+        convinced_ = convinced_ || what.find(*words_) != std::string::npos;
+    } else if (failed_ <= MOST_TOLD) {
         (void)std::fprintf(out_, "%s: FAILED: %s\n", name_.c_str(), what.c_str());
     }
 }
@@ -79,6 +82,7 @@ void Cases::add(unsigned long cases, unsigned long failed) noexcept {
 }
 
 void Cases::skip(const std::string& what, const std::string& reason) {
+    skipped_ = true;
     (void)std::fprintf(out_, "%s: skipped: %s: %s\n", name_.c_str(), what.c_str(), reason.c_str());
 }
 
@@ -86,13 +90,33 @@ void Cases::note(const std::string& text) {
     (void)std::fprintf(out_, "%s: %s\n", name_.c_str(), text.c_str());
 }
 
+void Cases::control(const std::string& words, const std::function<void()>& show) {
+    const unsigned long cases = cases_;
+    const unsigned long failed = failed_;
+    words_ = &words;
+    convinced_ = false;
+    show();
+    words_ = nullptr;
+    ++controls_;
+    if (!convinced_ || failed_ == failed) {
+        blind_ = true;
+        note("FAILED: control: nobody finds: " + words);
+    }
+    cases_ = cases;
+    failed_ = failed;
+}
+
 int Cases::finish() {
-    if (cases_ == 0) {
-        note("nothing was tried");
+    const bool enough = cases_ >= least_ || (skipped_ && cases_ > 0);
+    if (!enough) {
+        note("FAILED: fewer cases than the " + std::to_string(least_) + " that there are at least");
+    }
+    if (controls_ > 0) {
+        note(std::to_string(controls_) + " controls");
     }
     (void)std::fprintf(out_, "RIG %s %lu %lu\n", name_.c_str(), cases_, failed_);
     (void)std::fflush(out_);
-    return failed_ == 0 && cases_ > 0 ? 0 : 1;
+    return failed_ == 0 && enough && !blind_ ? 0 : 1;
 }
 
 std::string hex(unsigned int code) {

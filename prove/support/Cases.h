@@ -1,8 +1,12 @@
 // What a rig counts, and how it tells: each failure in a sentence (the first twenty), each part that could not be tried
 // with its reason, figures worth knowing, and as its last line "RIG <name> <cases> <failed>".
+//
+// A rig that finds nothing may have looked at nothing. So each shows its checkers, as controls, what they must find
+// fault with, and says how many cases it counts at least.
 #pragma once
 
 #include <cstdio>
+#include <functional>
 #include <string>
 
 namespace prove {
@@ -35,6 +39,16 @@ public:
     [[nodiscard]] unsigned long counted() const noexcept { return cases_; }
     [[nodiscard]] unsigned long failed() const noexcept { return failed_; }
 
+    // Shows the checkers something bad. They must find fault with it, in these words; that they do is neither counted
+    // nor told. Where they do not, the rig is blind and has failed, whatever else it found.
+    void control(const std::string& words, const std::function<void()>& show);
+    // Within a control.
+    [[nodiscard]] bool controlling() const noexcept { return words_ != nullptr; }
+    [[nodiscard]] bool convinced() const noexcept { return convinced_; }
+
+    // How many cases there are at least; not where parts were skipped.
+    void expectAtLeast(unsigned long cases) noexcept { least_ = cases; }
+
     // Prints the last line; yields the exit code.
     [[nodiscard]] int finish();
 
@@ -47,6 +61,12 @@ private:
     unsigned long seed_ = 0;
     unsigned long cases_ = 0;
     unsigned long failed_ = 0;
+    unsigned long least_ = 1;
+    unsigned long controls_ = 0;
+    bool skipped_ = false;
+    bool blind_ = false;
+    const std::string* words_ = nullptr;  // that the control in hand waits for
+    bool convinced_ = false;
 };
 
 // A code as people write it.

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <utility>
 
 namespace prove {
 namespace {
@@ -51,8 +52,7 @@ void Rig::begin(std::string name) {
 }
 
 void Rig::fail(const std::string& what) {
-    if (!caseFailed_) {
-        caseFailed_ = true;
+    if (!std::exchange(caseFailed_, true) || cases_.controlling()) {
         cases_.fail(case_ + ": " + what);
     } else {
         tell(case_ + ": " + what);
@@ -66,8 +66,14 @@ bool Rig::check(bool holds, const std::string& what) {
     return holds;
 }
 
+void Rig::expectAtLeast(unsigned long quick, unsigned long whole) {
+    if (only_.empty()) {
+        cases_.expectAtLeast(this->quick() ? quick : whole);
+    }
+}
+
 void Rig::tell(const std::string& line) {
-    if (verbose_) {
+    if (verbose_ && !cases_.controlling()) {
         cases_.note(line);
     }
 }

@@ -11,6 +11,7 @@
 // whose name holds the text.
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "Cases.h"
@@ -43,6 +44,14 @@ public:
     void tell(const std::string& line);
     // Something that is counted but is no case: how often an exception was met, say.
     void remark(const std::string& line) { cases_.note(line); }
+
+    // What could not be tried here, and why.
+    void skip(const std::string& what, const std::string& reason) { cases_.skip(what, reason); }
+
+    // See Cases. With --only there is no least number.
+    void control(const std::string& words, const std::function<void()>& show) { cases_.control(words, show); }
+    [[nodiscard]] bool convinced() const { return cases_.convinced(); }
+    void expectAtLeast(unsigned long quick, unsigned long whole);
 
     [[nodiscard]] unsigned long failed() const { return cases_.failed(); }
 
