@@ -75,6 +75,8 @@ TEST_F(ChecksumHeader, TwoObjectsGoOnWhereTheOtherStopped) {
         EXPECT_EQ(find(known, d_), REG_MISSING);
         ASSERT_EQ(add(known, a_), 0U);
         EXPECT_EQ(scan(fresh), "1");
+        ASSERT_EQ(add(known, b_), 0U);
+        EXPECT_EQ(scan(fresh), "12");
     });
 }
 

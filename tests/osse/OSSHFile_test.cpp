@@ -110,12 +110,41 @@ TEST_F(HandleTest, ALockDiesWithItsOwnerWhateverChildrenLiveOn) {
     EXPECT_EQ(waitFor(child), 0);
 }
 
+// However handles came and went, one that was given back and taken again included.
+TEST_F(HandleTest, AChildHasNoneOfManyLocks) {
+    std::vector<OSSHFile> files(3);
+    const auto lock = [&](std::size_t i) { return lockFor(files[i], OSS_LOCK_EXCLUSIVE); };
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        ASSERT_EQ(openFor(files[i], path("lock" + std::to_string(i))), 0u);
+        ASSERT_EQ(lock(i), 0u);
+    }
+    const auto openInChild = [&] {
+        std::vector<int> descriptors;
+        for (const OSSHFile& file : files) {
+            descriptors.push_back(file.getFileHandle());
+        }
+        return inChild([&] {
+            int open = 0;
+            for (std::size_t i = 0; i < files.size(); ++i) {
+                open |= ::fcntl(descriptors[i], F_GETFD) != -1 ? 1 << i : 0;
+            }
+            return open;
+        });
+    };
+    ASSERT_EQ(files[0].unlock(), 0u);
+    EXPECT_EQ(openInChild(), 1);  // which holds no lock
+    ASSERT_EQ(lock(0), 0u);
+    EXPECT_EQ(openInChild(), 0);
+}
+
 TEST_F(HandleTest, AForkSparesADescriptorThatWasClosedBehindTheHandle) {
     OSSHFile file;
     ASSERT_EQ(openFor(file, file_), 0u);
     const int descriptor = file.getFileHandle();
+    const int other = ::open(write("other", "").c_str(), O_RDWR);  // on the same device
     ::close(descriptor);
-    ASSERT_EQ(::dup2(STDERR_FILENO, descriptor), descriptor);
+    ASSERT_EQ(::dup2(other, descriptor), descriptor);
+    ::close(other);
     EXPECT_EQ(inChild([&] { return ::fcntl(descriptor, F_GETFD) != -1 ? 0 : 1; }), 0);
     EXPECT_EQ(file.close(), 0u);
 }
