@@ -30,7 +30,7 @@ public:
 
     // Look a variable up and convert its value. False, and the output untouched, when there is none or the conversion
     // does not take the whole text, or it lies outside the type. The text of GetStringValue lives in the object until
-    // its next GetStringValue.
+    // its next GetStringValue; one of 2,048 characters or more, which only a derived schema can make, is false.
     bool GetStringValue(const char* variable, const char** value) noexcept;
     bool GetBooleanValue(const char* variable, bool* value) noexcept;
     bool GetDoubleValue(const char* variable, double* value) noexcept;
@@ -49,9 +49,7 @@ public:
     static unsigned int GetMaxRecordSize(unsigned long* size) noexcept;
 
 private:
-    bool lookUp(const char* variable, GenRegVarValRecord* record) noexcept;
-    template <typename Value, typename Convert>
-    bool getValue(const char* variable, Value* value, Convert convert) noexcept;
+    friend class GenRegVarValValues;  // the getters, in the library
 
     char stringValue_[2048] = {};
 };

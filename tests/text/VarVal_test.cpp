@@ -1,6 +1,21 @@
 // The variable/value form: reading, writing and comparing records, and the typed getters.
+#include <dlfcn.h>
+#include <genreg/Cause.h>
+#include <osse/Memory.h>
+
 #include "SchemaFile.h"
 #include "support/VarValFile.h"
+
+namespace {
+bool memoryIsShort = false;
+}
+
+// Stands before the platform's own for everything that this program loads.
+extern "C" __attribute__((visibility("default"))) void* _ossMemAlloc(unsigned long size, const char* file,
+                                                                     unsigned long line) {
+    static const auto given = reinterpret_cast<decltype(&_ossMemAlloc)>(::dlsym(RTLD_NEXT, "_ossMemAlloc"));
+    return memoryIsShort ? nullptr : given(size, file, line);
+}
 
 namespace {
 
@@ -123,7 +138,7 @@ TEST_F(VarValOnDisk, TheVariableJudgesALineAsParsingDoes) {
 TEST_F(VarValOnDisk, ValuesAreConvertedWholeOrNotAtAll) {
     content(
         "n = -12\nu = 12\nx = 12x\nq = \"12\"\nempty =\nbig = 18446744073709551615\nhuge = 99999999999999999999\n"
-        "d = 2.5e1\nt = On\nf = no\ninf = 1e999\n# c = 1\nn = 13\n");
+        "d = 2.5e1\nt = On\nf = no\ninf = 1e999\nnil = 1e-999\ntiny = 1e-310\n# c = 1\nn = 13\n");
     VarValFile file{registry()};
     // What a getter tells of each variable; the sentinel stays where it answers false.
     const auto all = [&](auto getter, auto value) {
@@ -147,8 +162,11 @@ TEST_F(VarValOnDisk, ValuesAreConvertedWholeOrNotAtAll) {
     double number = 7;
     EXPECT_TRUE(file.GetDoubleValue("d", &number));
     EXPECT_FALSE(file.GetDoubleValue("inf", &number));
+    EXPECT_FALSE(file.GetDoubleValue("nil", &number)) << "nothing is left of it";
     EXPECT_FALSE(file.GetDoubleValue("x", &number));
     EXPECT_EQ(number, 25.0);
+    EXPECT_TRUE(file.GetDoubleValue("tiny", &number)) << "less precise than others is no overflow";
+    EXPECT_EQ(number, 1e-310);
     const char* text = "before";
     EXPECT_FALSE(file.GetStringValue("missing", &text));
     EXPECT_STREQ(text, "before");
@@ -157,6 +175,54 @@ TEST_F(VarValOnDisk, ValuesAreConvertedWholeOrNotAtAll) {
     EXPECT_TRUE(file.GetStringValue("q", &text));
     EXPECT_TRUE(file.GetDoubleValue("d", &number));
     EXPECT_STREQ(text, "\"12\"");  // stays until the next text is asked for
+}
+
+// A form derived from this one: its records are larger, and it makes what it likes of a value.
+struct LargeRecord {
+    GenRegVarValRecord base;
+    char more[4096];
+};
+
+class LargeForm : public VarValFile {
+public:
+    explicit LargeForm(const std::string& path) : VarValFile(path) {
+        getMaxRecordSize = [](unsigned long* size) { return *size = sizeof(LargeRecord), 0U; };
+        matchRecord = [](unsigned long mask, void* record, void* key) {
+            EXPECT_STREQ(static_cast<LargeRecord*>(key)->more, "");
+            return MatchRecord(mask, record, key);
+        };
+        parseLine = [](void* record, const char* line) {
+            auto& large = *static_cast<LargeRecord*>(record);
+            std::memset(large.more, 'v', sizeof large.more);
+            const unsigned int rc = ParseLine(&large.base, line);
+            const std::string length = large.base.value != nullptr ? large.base.value : "none";
+            large.more[length == "none" ? 0 : std::stoul(length)] = '\0';
+            large.base.value = length == "none" ? nullptr : large.more;
+            return rc;
+        };
+    }
+};
+
+TEST_F(VarValOnDisk, TheGettersTakeTheRecordsOfADerivedForm) {
+    content("# none\nshort = 3\nlongest = 2047\nlonger = 2048\n");
+    LargeForm file{registry()};
+    const char* text = nullptr;
+    EXPECT_TRUE(file.GetStringValue("short", &text));
+    EXPECT_STREQ(text, "vvv");
+    EXPECT_TRUE(file.GetStringValue("longest", &text));
+    EXPECT_EQ(text, std::string(2047, 'v'));
+    EXPECT_FALSE(file.GetStringValue("longer", &text));
+    EXPECT_EQ(text, std::string(2047, 'v'));
+    file.matchRecord = [](unsigned long, void*, void*) { return 1U; };
+    EXPECT_FALSE(file.GetStringValue("any", &text)) << "a value of null is none";
+    long number = 0;
+    EXPECT_FALSE(file.GetSintValue("any", &number));
+    memoryIsShort = true;
+    EXPECT_FALSE(file.GetStringValue("short", &text));
+    memoryIsShort = false;
+    GenRegCause cause = {};
+    genregLastCause(&cause);
+    EXPECT_EQ(cause.code, REG_NO_RECORD_BUFFER);
 }
 
 }  // namespace

@@ -33,6 +33,7 @@ LENDERS = {
     "text/Update TextAdd": r"GenRegText::Add",
     "text/Update TextChange": r"GenRegText::Change",
     "text/Update TextDelete": r"GenRegText::Delete",
+    "text/VarValValues": r"Get\w+Value",
     "text/Verify TextVerify": r"GenRegText::Verify",
     "bin/Frames": r"GenRegBin::(Add|Change|Delete|Get|GetNext|Verify)|WriteRecord",
     "bin/Lookup find": r"GenRegBin::(Get|GetNext)",
