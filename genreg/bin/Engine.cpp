@@ -33,3 +33,15 @@ unsigned int GenRegBin::CheckFuncPtrs() noexcept {
     }
     return 0;
 }
+
+void GenRegBin::useShortcuts(GenRegCheckPacked check, GenRegPackedMayMatch mayMatch, GenRegPacksAlike alike) noexcept {
+    const FunctionTrace trace{Function::BinUseShortcuts};
+    checkPacked = check;
+    packedMayMatch = mayMatch;
+    packsAlike = alike;
+    judgedMatch_ = matchRecord;
+    judgedPack_ = packRecord;
+    judgedUnpack_ = unpackRecord;
+    judgedPackedSize_ = getPackedRecordSize;
+    judgedMaxSize_ = getMaxRecordSize;
+}

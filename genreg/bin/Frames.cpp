@@ -66,23 +66,40 @@ unsigned long GenRegBinFrames::maxRecordSize() const noexcept {
     return size;
 }
 
-unsigned int GenRegBinFrames::check(const Frame& frame) noexcept {
-    if (!has(REG_FEATURE_PACKED) || engine_.checkPacked == nullptr) {
-        return 0;
-    }
+bool GenRegBinFrames::checksImages() const noexcept {
+    return has(REG_FEATURE_PACKED) && engine_.checkPacked != nullptr &&
+           engine_.getPackedRecordSize == engine_.judgedPackedSize_;
+}
+
+bool GenRegBinFrames::unpacksChecked() const noexcept {
+    return checksImages() && engine_.unpackRecord == engine_.judgedUnpack_;
+}
+
+bool GenRegBinFrames::matchesChecked() const noexcept {
+    return unpacksChecked() && engine_.matchRecord == engine_.judgedMatch_ && !genreg::isTraced();
+}
+
+bool GenRegBinFrames::packsChecked() const noexcept {
+    return checksImages() && engine_.packRecord == engine_.judgedPack_;
+}
+
+unsigned int GenRegBinFrames::checkImage(const Frame& frame) noexcept {
     const unsigned int rc = engine_.checkPacked(frame.payload, frame.length);
     return rc == 0 ? 0 : trace_.fail(450, REG_UNPACK_FAILED, rc);
 }
 
+unsigned int GenRegBinFrames::check(const Frame& frame) noexcept {
+    return unpacksChecked() ? checkImage(frame) : 0;
+}
+
 bool GenRegBinFrames::mayMatch(unsigned long mask, const Frame& frame, const void* key) const noexcept {
-    return !has(REG_FEATURE_PACKED) || engine_.packedMayMatch == nullptr || engine_.checkPacked == nullptr ||
-           engine_.unpackRecord == nullptr || engine_.packedMayMatch(mask, frame.payload, frame.length, key);
+    return !matchesChecked() || engine_.packedMayMatch == nullptr || engine_.unpackRecord == nullptr ||
+           engine_.packedMayMatch(mask, frame.payload, frame.length, key);
 }
 
 bool GenRegBinFrames::surelyEqual(const Frame& a, const Frame& b) const noexcept {
     // A schema that looks into images promises that equal ones are equal records.
-    return has(REG_FEATURE_PACKED) && engine_.checkPacked != nullptr && a.length == b.length &&
-           std::memcmp(a.payload, b.payload, a.length) == 0;
+    return matchesChecked() && a.length == b.length && std::memcmp(a.payload, b.payload, a.length) == 0;
 }
 
 unsigned int GenRegBinFrames::unpack(const Frame& frame, RecordBuffer& record) noexcept {
@@ -96,9 +113,9 @@ unsigned int GenRegBinFrames::unpack(const Frame& frame, RecordBuffer& record) n
     }
     auto* const bytes = static_cast<char*>(record.get());
     std::memcpy(bytes, frame.payload, frame.length);
-    if (!packed || engine_.checkPacked == nullptr) {
+    if (!unpacksChecked() || engine_.getMaxRecordSize != engine_.judgedMaxSize_) {
         // A frame shorter than the record must not leave the tail of the one before, nor must an image that nobody
-        // has checked.
+        // has checked, or whose record is larger than what unpacking fills.
         std::memset(bytes + frame.length, 0, record.size() - frame.length);
     }
     if (!packed) {
@@ -150,16 +167,16 @@ bool GenRegBinFrames::writeBytes(std::FILE* stream, const void* payload, unsigne
     return genreg::appendWhole(stream, bytes, sizeof head + size);
 }
 
-// A schema that looks into images takes the previous one where it lies. Any other may look at it as a structure and
-// knows no length: it gets an aligned copy of its own, as large as the largest record.
+// A schema that looks into images takes the previous one where it lies, checked. Any other function may look at it as a
+// structure and knows no length: it gets an aligned copy of its own, as large as the largest record.
 unsigned int GenRegBinFrames::previousImage(const Frame* previous, void** image) noexcept {
     *image = nullptr;
     if (previous == nullptr) {
         return 0;
     }
-    if (engine_.checkPacked != nullptr) {
+    if (packsChecked()) {
         *image = const_cast<char*>(previous->payload);
-        return 0;
+        return unpacksChecked() ? 0 : checkImage(*previous);
     }
     if (!previous_.ensure(std::max<unsigned long>(maxRecordSize(), previous->length))) {
         return trace_.fail(525, REG_NO_RECORD_BUFFER);
@@ -203,10 +220,10 @@ unsigned int GenRegBinFrames::write(std::FILE* stream, void* record, unsigned lo
 unsigned int GenRegBinFrames::carry(const Frame& frame, RecordBuffer& record, bool unpacked) noexcept {
     const bool packed = has(REG_FEATURE_PACKED);
     const bool lengthFits = frame.length >= REG_MIN_RECORD_SIZE && frame.length <= REG_MAX_RECORD_SIZE;
-    const bool slots = engine_.packRecord != nullptr && engine_.unpackRecord != nullptr &&
-                       engine_.getPackedRecordSize != nullptr && engine_.checkPacked != nullptr;
-    const bool alike = packed && lengthFits && slots && engine_.packsAlike != nullptr &&
-                       engine_.packsAlike(frame.payload, frame.length);
+    const bool slots =
+        engine_.packRecord != nullptr && engine_.unpackRecord != nullptr && engine_.getPackedRecordSize != nullptr;
+    const bool alike = lengthFits && slots && unpacksChecked() && packsChecked() && !genreg::isTraced() &&
+                       engine_.packsAlike != nullptr && engine_.packsAlike(frame.payload, frame.length);
     if (!alike) {
         if (!unpacked) {
             if (const unsigned int rc = unpack(frame, record)) {

@@ -76,6 +76,13 @@ public:
     [[nodiscard]] unsigned int payloadSize(void* record, unsigned long* size) noexcept;
 
 private:
+    // Whether the schema's shortcuts speak for what stands in the slots: for the extent of images, for unpacking, for
+    // matching what was unpacked, for packing. The calls that the third saves are not saved while they are traced.
+    [[nodiscard]] bool checksImages() const noexcept;
+    [[nodiscard]] bool unpacksChecked() const noexcept;
+    [[nodiscard]] bool matchesChecked() const noexcept;
+    [[nodiscard]] bool packsChecked() const noexcept;
+    [[nodiscard]] unsigned int checkImage(const genreg::Frame& frame) noexcept;
     [[nodiscard]] unsigned int previousImage(const genreg::Frame* previous, void** image) noexcept;
     [[nodiscard]] bool writeBytes(std::FILE* stream, const void* payload, unsigned long size, bool inPlace) noexcept;
 

@@ -15,19 +15,24 @@
 
 namespace genreg {
 
+// Whether every call is to be seen, those too that a shortcut would save.
+[[nodiscard]] inline bool isTraced() noexcept {
+    return gtraceIsAttached() && gtraceIsEnabled();
+}
+
 class FunctionTrace {
 public:
     // A part of a function that is traced already: its failures are the function's, its entry and exit are not.
     struct Part {};
 
     explicit FunctionTrace(Function function) noexcept : function_(function) {
-        if (gtraceIsAttached() && gtraceIsEnabled()) {
+        if (isTraced()) {
             enter();
         }
     }
     FunctionTrace(Function function, Part /*tag*/) noexcept : function_(function), whole_(false) {}
     ~FunctionTrace() noexcept {
-        if (gtraceIsAttached() && gtraceIsEnabled() && whole_) {
+        if (isTraced() && whole_) {
             leave();
         }
     }
@@ -50,7 +55,7 @@ public:
 
     // What was worked on, and what went wrong; nothing when tracing is detached.
     void input(unsigned int probe, unsigned long size, const void* value) noexcept {
-        if (gtraceIsAttached() && gtraceIsEnabled()) {
+        if (isTraced()) {
             noteInput(probe, size, value);
         }
     }

@@ -27,9 +27,7 @@ void GlobalReg::init(bool useDefaultPath) noexcept {
     packRecord = PackRecord;
     unpackRecord = UnpackRecord;
     getPackedRecordSize = GetPackedRecordSize;
-    checkPacked = checkImage;
-    packedMayMatch = imageMayMatch;
-    packsAlike = imagePacksAlike;
+    useShortcuts(checkImage, imageMayMatch, imagePacksAlike);
     logChange = Log;
     notifyChange = Notify;
 

@@ -34,6 +34,13 @@ unsigned int GenRegText::CheckFuncPtrs() noexcept {
     return 0;
 }
 
+void GenRegText::useShortcuts(GenRegLineMayMatch mayMatch) noexcept {
+    const FunctionTrace trace{Function::TextUseShortcuts};
+    lineMayMatch = mayMatch;
+    judgedParse_ = parseLine;
+    judgedMatch_ = matchRecord;
+}
+
 unsigned int GenRegText::OpenReg(unsigned long mode) noexcept {
     FunctionTrace trace{Function::TextOpenReg};
     return trace.exit(GenRegFile::OpenReg(mode));

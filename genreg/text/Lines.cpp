@@ -23,7 +23,7 @@ bool GenRegTextLines::mayMatch(unsigned long mask, const TextLine& line, const v
         return false;
     }
     const bool spokenFor = engine_.lineMayMatch != nullptr && engine_.parseLine == engine_.judgedParse_ &&
-                           engine_.matchRecord == engine_.judgedMatch_;
+                           engine_.matchRecord == engine_.judgedMatch_ && !genreg::isTraced();
     if (!spokenFor || key == nullptr) {
         return true;
     }

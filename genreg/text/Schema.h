@@ -100,9 +100,7 @@ public:
         engine.printRecord = Schema::PrintRecord;
         engine.parseLine = Schema::ParseLine;
         engine.formatLine = Schema::FormatLine;
-        engine.lineMayMatch = lineMayMatch;
-        engine.judgedParse_ = engine.parseLine;
-        engine.judgedMatch_ = engine.matchRecord;
+        engine.useShortcuts(lineMayMatch);
         engine.getMaxRecordSize = Schema::GetMaxRecordSize;
         engine.getRecordSize = Schema::GetRecordSize;
         engine.features |= features;

@@ -68,10 +68,26 @@ protected:
     GenRegPackRecord packRecord = nullptr;
     GenRegUnpackRecord unpackRecord = nullptr;
     GenRegGetPackedRecordSize getPackedRecordSize = nullptr;
+    // By useShortcuts alone.
     GenRegCheckPacked checkPacked = nullptr;
     GenRegPackedMayMatch packedMayMatch = nullptr;
     GenRegPacksAlike packsAlike = nullptr;
 
+    // Fills the three, each of which may be null. They speak for the functions that stand in the slots now: a function
+    // that takes the place of one of those is asked itself, about every frame. So checkPacked is off with another
+    // getPackedRecordSize, and asked only for an unpackRecord or packRecord that it speaks for; packedMayMatch is off
+    // with another unpackRecord or matchRecord too, packsAlike with another of the three packing slots. A schema whose
+    // unpackRecord hands on to the one that it replaced calls this again: the images are as little to be trusted as
+    // before. The two that save calls are off while the library is traced.
+    void useShortcuts(GenRegCheckPacked check, GenRegPackedMayMatch mayMatch, GenRegPacksAlike alike) noexcept;
+
 private:
+    // The slots that the shortcuts speak for.
+    GenRegMatchRecord judgedMatch_ = nullptr;
+    GenRegPackRecord judgedPack_ = nullptr;
+    GenRegUnpackRecord judgedUnpack_ = nullptr;
+    GenRegGetPackedRecordSize judgedPackedSize_ = nullptr;
+    GenRegGetMaxRecordSize judgedMaxSize_ = nullptr;
+
     friend class GenRegBinFrames;  // the loops of the operations, in the library
 };

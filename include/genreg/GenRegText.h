@@ -14,7 +14,7 @@ using GenRegParseLine = unsigned int (*)(void* record, const char* line);
 using GenRegFormatLine = unsigned int (*)(void* record, char* line);
 // An addition, null unless a schema fills it: false when the schema's ParseLine takes this physical line (its newline
 // included, no terminator) and its MatchRecord does not match it with the key, which is not null, under the mask. It
-// only saves parsing, and is asked only while both slots are the schema's own.
+// only saves parsing.
 using GenRegLineMayMatch = bool (*)(unsigned long mask, const char* line, unsigned long length, const void* key);
 
 class GENREG_EXPORT GenRegText : public GenRegFile {
@@ -53,10 +53,13 @@ public:
 protected:
     GenRegParseLine parseLine = nullptr;
     GenRegFormatLine formatLine = nullptr;
-    GenRegLineMayMatch lineMayMatch = nullptr;
+    GenRegLineMayMatch lineMayMatch = nullptr;  // by useShortcuts alone
+
+    // Fills it, null for none. It speaks for the functions that stand in the slots parseLine and matchRecord now, and
+    // is not asked while one of them is another, nor while the library is traced.
+    void useShortcuts(GenRegLineMayMatch mayMatch) noexcept;
 
 private:
-    // The slots that lineMayMatch speaks for.
     GenRegParseLine judgedParse_ = nullptr;
     GenRegMatchRecord judgedMatch_ = nullptr;
 

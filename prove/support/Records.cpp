@@ -75,7 +75,7 @@ public:
         packRecord = Pack;
         unpackRecord = Unpack;
         getPackedRecordSize = PackedSize;
-        checkPacked = Check;
+        useShortcuts(Check, nullptr, nullptr);
         (void)setFeature(REG_FEATURE_PACKED);
         (void)setFeature(REG_FEATURE_BIG_ENDIAN);
     }

@@ -131,9 +131,7 @@ public:
         logChange = Log;
         notifyChange = Notify;
         if (slots == Slots::All) {
-            checkPacked = CheckPacked;
-            packedMayMatch = PackedMayMatch;
-            packsAlike = PacksAlike;
+            useShortcuts(CheckPacked, PackedMayMatch, PacksAlike);
         }
         features = wanted;
     }
@@ -152,6 +150,7 @@ public:
     using GenRegBin::getPackedRecordSize;
     using GenRegBin::packRecord;
     using GenRegBin::unpackRecord;
+    using GenRegBin::useShortcuts;
     using GenRegFile::getMaxRecordSize;
     using GenRegFile::getRecordSize;
     using GenRegFile::regFp;

@@ -145,10 +145,9 @@ BinVarFile::BinVarFile(const std::string& path, bool severalAllowed, unsigned in
     packRecord = pack;
     unpackRecord = unpack;
     getPackedRecordSize = packedSize;
-    checkPacked = checkImage;
-    packsAlike = packsAsItWas;
     getRecordSize = recordSize;
     getMaxRecordSize = largestRecordSize;
+    useShortcuts(checkImage, nullptr, packsAsItWas);
     features |= REG_FEATURE_PACKED | layoutFeatures(path);
     if (!severalAllowed) {
         (void)unsetFeature(REG_FEATURE_ALLOW_DUPLICATES);

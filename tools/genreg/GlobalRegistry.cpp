@@ -65,7 +65,6 @@ GlobalRegistry::GlobalRegistry(const Context& context, const std::string& path, 
     }
     matchRecord = match;
     validateRecord = validate;
-    packedMayMatch = nullptr;
     features |= layoutFeatures(path);
     SetCommandLine(context.argumentCount, context.arguments);
     if (rehearsal) {
