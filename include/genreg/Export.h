@@ -2,3 +2,5 @@
 #pragma once
 
 #define GENREG_EXPORT __attribute__((visibility("default")))
+// A private member function of an exported class.
+#define GENREG_HIDDEN __attribute__((visibility("hidden")))

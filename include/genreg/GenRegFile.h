@@ -115,21 +115,21 @@ private:
     friend class GenRegLookup;
 
     // GetAndSetRealRegistryPaths; the platform's code when nobody can tell whether the path is a link.
-    unsigned int moveToRealFile() noexcept;
-    unsigned int openRegistryFile(unsigned long op) noexcept;
-    unsigned int createTemporaryCopy() noexcept;
-    unsigned int readTemporaryCopy() noexcept;
-    bool usesChecksumHeader() const noexcept;
-    unsigned int judgeHeader(int descriptor, unsigned long size, unsigned long* body,
-                             unsigned int* platformCode) noexcept;
-    unsigned int finishAppend(bool keep) noexcept;
-    bool closeRegistryStream() noexcept;
-    unsigned int closeRegistryFile() noexcept;
-    unsigned int closeTemporaryCopy(bool written) noexcept;
-    unsigned int stampTemporaryCopy(unsigned int* checksum) noexcept;
-    unsigned int commit(unsigned int checksum) noexcept;
-    unsigned int lockWithin(const OSSFileLockRequest& request) noexcept;
-    void dropScanInput() noexcept;
+    GENREG_HIDDEN unsigned int moveToRealFile() noexcept;
+    GENREG_HIDDEN unsigned int openRegistryFile(unsigned long op) noexcept;
+    GENREG_HIDDEN unsigned int createTemporaryCopy() noexcept;
+    GENREG_HIDDEN unsigned int readTemporaryCopy() noexcept;
+    GENREG_HIDDEN bool usesChecksumHeader() const noexcept;
+    GENREG_HIDDEN unsigned int judgeHeader(int descriptor, unsigned long size, unsigned long* body,
+                                           unsigned int* platformCode) noexcept;
+    GENREG_HIDDEN unsigned int finishAppend(bool keep) noexcept;
+    GENREG_HIDDEN bool closeRegistryStream() noexcept;
+    GENREG_HIDDEN unsigned int closeRegistryFile() noexcept;
+    GENREG_HIDDEN unsigned int closeTemporaryCopy(bool written) noexcept;
+    GENREG_HIDDEN unsigned int stampTemporaryCopy(unsigned int* checksum) noexcept;
+    GENREG_HIDDEN unsigned int commit(unsigned int checksum) noexcept;
+    GENREG_HIDDEN unsigned int lockWithin(const OSSFileLockRequest& request) noexcept;
+    GENREG_HIDDEN void dropScanInput() noexcept;
 
     OSSHFile regHandle_;                // owns the lock of regFp
     GenRegInput* scanInput_ = nullptr;  // read-ahead of an open scan

@@ -4,6 +4,20 @@
 #include <osse/Memory.h>
 
 #include <cstdio>
+#include <cstdlib>
+
+// The program's own functions of these names: the library goes on with its own.
+extern "C" {
+unsigned int StripWhiteSpace(char*) {
+    return 1;
+}
+void CleanString(char*) {
+    std::abort();
+}
+unsigned int ExtractNextField(char**, char**) {
+    return 1;
+}
+}
 
 int main(int count, char** arguments) {
     if (count != 2) {
@@ -21,6 +35,14 @@ int main(int count, char** arguments) {
         genregLastCause(&cause);
         std::fprintf(stderr, "%s: %s\n", genregCodeName(cause.code), genregCodeText(cause.code));
         return 1;
+    }
+    GenRegServicesRecord key = {};
+    GenRegServicesRecord found;
+    key.flags = SERVICES_HAS_NAME;
+    key.name = const_cast<char*>("COLOUR");
+    GenRegServices services(arguments[1], &code);
+    if (code != 0 || services.Get(SERVICES_MATCH_NAME, &key, &found) != 0) {
+        return 4;
     }
     std::printf("COLOUR is %s\n", value);
     return 0;

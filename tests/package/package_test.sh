@@ -14,7 +14,7 @@ fail() {
 }
 
 # The program prints a value of this registry, and has to find it in each of its builds.
-printf '# a comment\nCOLOUR = blue\n' > "$scratch/colours"
+printf '# a comment\nCOLOUR = blue  # a remark\n' > "$scratch/colours"
 try() {
     program=$1
     shift
@@ -48,6 +48,10 @@ END
     -DCMAKE_CXX_COMPILER="$compiler" > "$scratch/configure.log" || fail "$(cat "$scratch/configure.log")"
 "$cmake" --build "$scratch/by-cmake" > "$scratch/build.log" || fail "$(cat "$scratch/build.log")"
 try "$scratch/by-cmake/outside" env
+
+if [ "$(uname)" != Darwin ]; then
+    sh "$here/exports_test.sh" "$(dirname "$pc")/.." "$scratch/moved/include"
+fi
 
 # The tool stands beside the libraries and finds them from where it was moved to.
 if [ -x "$build/tools/genreg/genreg" ]; then
