@@ -10,6 +10,7 @@
 
 #include <cstdio>
 
+#include "support/Blame.h"
 #include "support/Careless.h"
 #include "support/Place.h"
 #include "support/Rig.h"
@@ -45,6 +46,7 @@ public:
         for (std::size_t n = 0; n < calls; ++n) {
             killAt(scenario, place, n);
         }
+        abandon(scenario, place);
         rig_.tell(scenario.name + ": " + std::to_string(calls) + " calls, " +
                   std::to_string(rig_.failed() - failedBefore) + " failed");
     }
@@ -57,7 +59,8 @@ public:
                                                       {Vice::Litters, "a file that is no companion"},
                                                       {Vice::MisreadsRows, "a reader sees other records"},
                                                       {Vice::FailsAgain, "the next update failed"},
-                                                      {Vice::WrongAgain, "the next update wrote something else"}};
+                                                      {Vice::WrongAgain, "the next update wrote something else"},
+                                                      {Vice::SkipsLock, "(unlink) touches a companion"}};
         for (const auto& [vice, words] : shown) {
             rig_.control(words, [&, vice = vice] { run(prove::carelessUpdate(vice)); });
         }
@@ -85,7 +88,8 @@ private:
         rig_.begin(scenario.name + ", whole");
         place.layOut();
         prove::StepHooks hooks;
-        hooks.entry = [&](pid_t, const prove::SystemCall& call) {
+        hooks.entry = [&](pid_t child, const prove::SystemCall& call) {
+            checkLocked(child, call, place);
             lookIn(scenario, place,
                    "at call " + std::to_string(call.index) + " (" + prove::callName(call.number) + ")");
             return prove::Verdict{};
@@ -100,6 +104,37 @@ private:
         }
         rig_.check(place.files() == expected, "the undisturbed operation left other files");
         return result.calls;
+    }
+
+    // An update of what is not there: its copy goes before the lock does, which the next writer's would be given.
+    void abandon(const Scenario& scenario, const Place& place) {
+        rig_.begin(scenario.name + ", of what is not there");
+        place.layOut();
+        prove::StepHooks hooks;
+        hooks.entry = [&](pid_t child, const prove::SystemCall& call) {
+            checkLocked(child, call, place);
+            return prove::Verdict{};
+        };
+        const auto body = [&] {
+            const auto registry = scenario.form->open(place.named(), scenario.features);
+            prove::beginPart();
+            const unsigned int rc = registry->remove("nobody");
+            prove::endPart();
+            return rc == 0 ? 0 : 1;
+        };
+        rig_.check(prove::step(body, hooks).exitCode == 1, "it did not fail");
+        const State state = prove::stateOf(place, scenario);
+        rig_.check(state == State::Old, std::string("it left a registry that is ") + prove::stateText(state));
+    }
+
+    // Nobody but the holder of the lock may touch the companions.
+    void checkLocked(pid_t child, const prove::SystemCall& call, const Place& place) {
+        const prove::Subject subject = prove::subjectOf(child, call, place);
+        const bool companion =
+            subject == prove::Subject::Copy || subject == prove::Subject::SetAside || subject == prove::Subject::Backup;
+        rig_.check(!companion || !prove::isFree(place.lock(), Claim::Exclusive),
+                   "call " + std::to_string(call.index) + " (" + prove::callName(call.number) +
+                       ") touches a companion without the lock");
     }
 
     // A reader, at a moment when the writer stands still.

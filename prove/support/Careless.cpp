@@ -60,6 +60,10 @@ public:
         if (vice_ == Vice::Litters && !again) {
             std::ofstream(path_ + ".litter") << "x";
         }
+        if (vice_ == Vice::SkipsLock && !again) {
+            std::ofstream(path_ + ".tmp") << "x";
+            (void)::unlink((path_ + ".tmp").c_str());
+        }
         const bool wrong = vice_ == Vice::WrongAgain && again;
         return after(honest_->add({row.name, wrong ? row.value + 1 : row.value}));
     }

@@ -10,6 +10,7 @@ enum class Vice {
     Boasts,           // tells of success whatever became of it
     Denies,           // tells of failure whatever became of it
     Litters,          // leaves a file that nobody asked for
+    SkipsLock,        // makes and removes a copy of its own without the lock
     KeepsLock,        // takes the lock once more and keeps it
     Descriptor,       // keeps a descriptor until it is gone ...
     DescriptorAtEnd,  // ... or for good
