@@ -110,8 +110,8 @@ def logged_under(pattern, names):
 
 def places():
     names = function_names()
-    return [place for path in tree.files(".h", ".cpp") if str(path).startswith("genreg/")
-            and path.name not in ("FunctionTrace.h", "FunctionTrace.cpp") for place in places_of(path, names)]
+    sources = sorted(path.relative_to(tree.ROOT) for path in (tree.ROOT / "genreg").rglob("*.[hc]*"))
+    return [place for path in sources if path.stem != "FunctionTrace" for place in places_of(path, names)]
 
 
 def complaints(all_places):
