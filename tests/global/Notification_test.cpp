@@ -137,6 +137,20 @@ TEST_F(Notification, FailuresHaveTheirCodes) {
     };
     EXPECT_EQ(asNobody(GlobalReg::Notify, 0x900003f3), 0);
     EXPECT_EQ(asNobody(fmcNotify, 0x9000010d), 0) << "the platform's code of the open that was refused";
+    ASSERT_EQ(::chmod(std::filesystem::path(registry()).parent_path().c_str(), 0777), 0);
+    EXPECT_EQ(asNobody(
+                  [] {
+                      OSSServiceInfo_t info = {};
+                      info.versionCode = VERSION_9_7_0_2;
+                      put(info.service, "RVN");
+                      const unsigned int code = ossSetServiceInfo(&info);
+                      GenRegCause cause = {};
+                      genregLastCause(&cause);
+                      return code != 0 ? code : cause.code;
+                  },
+                  0),
+              0)
+        << "a change that nobody is told of is made, and tells of no failure";
     ASSERT_EQ(::chmod(LOCK, 0666), 0);
     EXPECT_EQ(asNobody(GlobalReg::Notify, 0x900003f3), 0);
     EXPECT_EQ(asNobody(fmcNotify, 0x900003f4), 0);
