@@ -50,3 +50,21 @@ unsigned int GenRegText::CloseReg(unsigned long mode) noexcept {
     FunctionTrace trace{Function::TextCloseReg};
     return trace.exit(GenRegFile::CloseReg(mode));
 }
+
+unsigned int GenRegText::KeepLines(bool keep) noexcept {
+    FunctionTrace trace{Function::TextKeepLines};
+    if (keptSlots_.format == nullptr) {
+        return trace.fail(10, REG_NO_FORMAT_LINE);
+    }
+    const LineSlots& from = keep ? ownSlots_ : keptSlots_;
+    const LineSlots& to = keep ? keptSlots_ : ownSlots_;
+    parseLine = parseLine == from.parse ? to.parse : parseLine;
+    matchRecord = matchRecord == from.match ? to.match : matchRecord;
+    formatLine = formatLine == from.format ? to.format : formatLine;
+    // What is said of the one is true of the other: both take the same lines, and MatchWhole matches nothing that
+    // MatchRecord does not.
+    judgedParse_ = judgedParse_ == from.parse ? to.parse : judgedParse_;
+    judgedMatch_ = judgedMatch_ == from.match ? to.match : judgedMatch_;
+    keepsLines_ = keep;
+    return 0;
+}

@@ -4,8 +4,9 @@
 #include <cstdio>
 #include <cstring>
 #include <initializer_list>
+#include <iterator>
 
-#include "genreg/text/Schema.h"
+#include "genreg/text/KeptLine.h"
 
 using genreg::Function;
 using genreg::FunctionTrace;
@@ -51,6 +52,30 @@ bool lineMayHold(unsigned long matchType, const char* line, unsigned long length
         return true;
     }
     return genreg::beginsWithField(line, line + length, sought.id, ":#\n") || !surelyParses(line, line + length);
+}
+
+const char* commentOf(const GenRegInitTabRecord& record) noexcept {
+    return genreg::commentOf((record.flags & INITTAB_HAS_COMMENT) != 0, record.comment);
+}
+
+bool sameComment(const GenRegInitTabRecord& a, const GenRegInitTabRecord& b) noexcept {
+    const char* const one = commentOf(a);
+    const char* const other = commentOf(b);
+    return one == nullptr || other == nullptr ? one == other : sameText(one, other);
+}
+
+// Puts the fields of an entry that differ into its line, which has them all.
+void replaceFields(genreg::LineEdit& edit, const char* line, const char* body, const GenRegInitTabRecord& stored,
+                   const GenRegInitTabRecord& wanted) noexcept {
+    const char* const old[] = {stored.id, stored.runLevel, stored.action, stored.command};
+    const char* const fresh[] = {wanted.id, wanted.runLevel, wanted.action, wanted.command};
+    for (std::size_t i = 0; i < std::size(old); ++i) {
+        const char* const end = i + 1 < std::size(old) ? std::find(line, body, ':') : line + std::strlen(old[i]);
+        if (!sameText(old[i], fresh[i])) {
+            edit.replace(genreg::between(line, end), fresh[i]);
+        }
+        line = end + 1;
+    }
 }
 
 }  // namespace
@@ -165,6 +190,61 @@ unsigned int GenRegInitTab::MatchRecord(unsigned long matchType, void* fileRecor
                                                     same(INITTAB_MATCH_COMMAND, stored.command, sought.command));
     const bool sameComment = (sought.flags & INITTAB_HAS_COMMENT) == 0 || sameText(stored.comment, sought.comment);
     return trace.exit(sameEntry && sameComment ? 1 : 0);
+}
+
+unsigned int GenRegInitTab::RewriteLine(void* record, char* line) noexcept {
+    FunctionTrace trace{Function::InitTabRewriteLine};
+    if (record == nullptr || line == nullptr) {
+        return trace.fail(10, REG_EMPTY_ARGUMENT);
+    }
+    const auto& wanted = *static_cast<const GenRegInitTabRecord*>(record);
+    const bool whole = wanted.id != nullptr && wanted.runLevel != nullptr && wanted.action != nullptr &&
+                       wanted.command != nullptr && (wanted.flags & INITTAB_HAS_ENTRY) != 0;
+    GenRegInitTabRecord stored;
+    if (*line == '\0' || !whole) {
+        return trace.exit(FormatLine(record, line));
+    }
+    if (const unsigned int rc = ParseLine(&stored, line)) {
+        return trace.fail(20, rc);
+    }
+    if ((stored.flags & INITTAB_HAS_ENTRY) == 0) {
+        return trace.exit(FormatLine(record, line));
+    }
+    genreg::LineEdit edit(line);
+    const char* const sign = std::find(static_cast<const char*>(line), edit.end(), '#');
+    replaceFields(edit, line, sign, stored, wanted);
+    // Of no command nothing may be left, since its first blank is not cut.
+    const char* const behind = line + (stored.command - stored.line) + std::strlen(stored.command);
+    const bool blank = *wanted.command == '\0';
+    if (!sameComment(stored, wanted)) {
+        const char* const comment = commentOf(wanted);
+        const bool gap = comment != nullptr && !blank;
+        edit.replace(genreg::between(gap ? sign : behind, edit.end()), gap && sign == behind ? " " : "");
+        edit.insert(comment != nullptr ? "#" : "");
+        edit.insert(comment != nullptr ? comment : "");
+    } else if (blank) {
+        edit.replace(genreg::between(behind, sign), "");
+    }
+    if (!edit.copyTo(line)) {
+        return trace.fail(30, REG_LINE_TOO_LONG);
+    }
+    // A backslash at the end would continue it.
+    const char* const end = line + std::strlen(line) - 1;
+    const bool readBack =
+        end[-1] != '\\' && ParseLine(&stored, line) == 0 && MatchWhole(genreg::EVERY_FIELD, &stored, record) == 1;
+    return readBack ? 0 : trace.fail(40, REG_RECORD_REFUSED);
+}
+
+unsigned int GenRegInitTab::MatchWhole(unsigned long matchType, void* fileRecord, void* keyRecord) noexcept {
+    FunctionTrace trace{Function::InitTabMatchWhole};
+    const unsigned int matches = MatchRecord(matchType, fileRecord, keyRecord);
+    if (matches != 1 || matchType != genreg::EVERY_FIELD) {
+        return trace.exit(matches);
+    }
+    const auto& stored = *static_cast<const GenRegInitTabRecord*>(fileRecord);
+    const auto& sought = *static_cast<const GenRegInitTabRecord*>(keyRecord);
+    const bool sameKind = ((stored.flags ^ sought.flags) & (INITTAB_HAS_ENTRY | INITTAB_HAS_COMMENT)) == 0;
+    return trace.exit(sameKind && sameComment(stored, sought) ? 1 : 0);
 }
 
 unsigned int GenRegInitTab::ValidateRecord(unsigned long matchType, void* record) noexcept {

@@ -1,5 +1,6 @@
 #include "genreg/text/Lines.h"
 
+#include <algorithm>
 #include <cstring>
 
 using genreg::TextLine;
@@ -74,4 +75,32 @@ unsigned int GenRegTextLines::format(void* record, char* text) noexcept {
         return trace_.fail(140, REG_FORMAT_FAILED, rc);
     }
     return 0;
+}
+
+genreg::LinePatch GenRegTextLines::patch(const TextLine& line, const char* text) const noexcept {
+    const bool joined = has(REG_FEATURE_LINE_CONTINUATION);
+    // Where each character of the old text stands in the line, and where they end.
+    unsigned short at[REG_LINE_SIZE] = {};
+    std::size_t oldLength = 0;
+    std::size_t i = 0;
+    while (i < line.length && line.raw[i] != '\n' && line.raw[i] != '\0') {
+        if (joined && line.raw[i] == '\\' && i + 1 < line.length && line.raw[i + 1] == '\n') {
+            i += 2;
+        } else {
+            at[oldLength++] = static_cast<unsigned short>(i++);
+        }
+    }
+    at[oldLength] = static_cast<unsigned short>(i);
+    const std::size_t written = ::strnlen(text, REG_LINE_SIZE);
+    const std::size_t newLength = written > 0 && text[written - 1] == '\n' ? written - 1 : written;
+    const std::size_t most = std::min(oldLength, newLength);
+    std::size_t front = 0;
+    while (front < most && line.raw[at[front]] == text[front]) {
+        ++front;
+    }
+    std::size_t back = 0;
+    while (back < most - front && line.raw[at[oldLength - back - 1]] == text[newLength - back - 1]) {
+        ++back;
+    }
+    return {at[front], text + front, newLength - front - back, at[oldLength - back]};
 }

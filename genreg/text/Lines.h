@@ -28,6 +28,15 @@ struct TextLine {
     }
 };
 
+// What of a line a new text leaves as it stands, its continuations and what is behind a NUL included: so many bytes in
+// front, and those from an offset on. Between them goes the piece of the text.
+struct LinePatch {
+    std::size_t front;
+    const char* piece;
+    std::size_t pieceLength;
+    std::size_t tail;
+};
+
 }  // namespace genreg
 
 class GenRegTextLines {
@@ -58,6 +67,10 @@ public:
     // REG_FORMAT_FAILED.
     [[nodiscard]] unsigned int format(void* record, char* text) noexcept;
 
+    // How the text, which was written over that of the line, goes into it.
+    [[nodiscard]] genreg::LinePatch patch(const genreg::TextLine& line, const char* text) const noexcept;
+
+    [[nodiscard]] bool keepsLines() const noexcept { return engine_.keepsLines_; }
     [[nodiscard]] bool has(unsigned long feature) const noexcept { return (engine_.features & feature) != 0; }
     [[nodiscard]] std::FILE* registry() const noexcept { return engine_.regFp; }
     [[nodiscard]] std::FILE* copy() const noexcept { return engine_.tmpFp; }

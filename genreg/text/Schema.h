@@ -101,6 +101,8 @@ public:
         engine.parseLine = Schema::ParseLine;
         engine.formatLine = Schema::FormatLine;
         engine.useShortcuts(lineMayMatch);
+        engine.ownSlots_ = {engine.parseLine, engine.matchRecord, engine.formatLine};
+        engine.keptSlots_ = {keptParse<Schema>(), Schema::MatchWhole, Schema::RewriteLine};
         engine.getMaxRecordSize = Schema::GetMaxRecordSize;
         engine.getRecordSize = Schema::GetRecordSize;
         engine.features |= features;
@@ -118,5 +120,16 @@ public:
         }
         install(schema, lineMayMatch, rc == 0 ? features : 0);
         return rc == 0 ? 0 : trace.fail(20, rc);
+    }
+
+private:
+    // A form that does not clean its comments reads a kept line as any other.
+    template <typename Schema>
+    static constexpr GenRegParseLine keptParse() noexcept {
+        if constexpr (requires { &Schema::ParseKeptLine; }) {
+            return Schema::ParseKeptLine;
+        } else {
+            return Schema::ParseLine;
+        }
     }
 };

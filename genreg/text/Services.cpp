@@ -12,10 +12,11 @@
 #include <string_view>
 #include <type_traits>
 
-#include "genreg/text/Schema.h"
+#include "genreg/text/KeptLine.h"
 
 using genreg::Function;
 using genreg::FunctionTrace;
+using genreg::LineEdit;
 using genreg::LineText;
 using genreg::sameText;
 
@@ -140,6 +141,90 @@ bool lineMayHold(unsigned long mask, const char* line, unsigned long length, con
     return genreg::beginsWithField(name, end, sought.name, " \t\r\n#") || !surelyParses(name, end);
 }
 
+// The words of a service's line, as they stand: name, port and protocol, aliases. Never more than can be aliases, and
+// one.
+struct Words {
+    std::string_view text[2 + MOST_ALIASES + 1];
+    std::size_t count = 0;
+
+    Words(const char* at, const char* end) noexcept {
+        for (; count < std::size(text); ++count) {
+            at = std::find_if_not(at, end, genreg::isWhite);
+            const char* const start = at;
+            at = std::find_if(at, end, genreg::isWhite);
+            if (start == at) {
+                return;
+            }
+            text[count] = genreg::between(start, at);
+        }
+    }
+    [[nodiscard]] const char* start(std::size_t i) const noexcept { return text[i].data(); }
+    [[nodiscard]] const char* end(std::size_t i) const noexcept { return text[i].data() + text[i].size(); }
+};
+
+std::size_t countAliases(const GenRegServicesRecord& record) noexcept {
+    std::size_t count = 0;
+    while (record.aliases != nullptr && record.aliases[count] != nullptr) {
+        ++count;
+    }
+    return count;
+}
+
+bool sameAliases(const GenRegServicesRecord& a, const GenRegServicesRecord& b) noexcept {
+    const std::size_t count = countAliases(a);
+    return count == countAliases(b) && (count == 0 || std::equal(a.aliases, a.aliases + count, b.aliases, sameText));
+}
+
+// Name, port and protocol.
+void replaceService(LineEdit& edit, const Words& words, const GenRegServicesRecord& stored,
+                    const GenRegServicesRecord& wanted) noexcept {
+    if (!sameText(stored.name, wanted.name)) {
+        edit.replace(words.text[0], wanted.name);
+    }
+    const std::string_view service = words.text[1];
+    const std::size_t slash = std::min(service.find('/'), service.size());
+    if (stored.port != wanted.port) {
+        char digits[8];
+        const auto end = std::to_chars(digits, digits + sizeof digits, swapPort(wanted.port)).ptr;
+        edit.replace(service.substr(0, slash), genreg::between(digits, end));
+    }
+    if (!sameText(stored.protocol, wanted.protocol)) {
+        edit.replace(service.substr(slash), "/");
+        edit.insert(wanted.protocol);
+    }
+}
+
+// The words from one that differs to the last that does; those around them keep their blanks.
+void replaceAliases(LineEdit& edit, const Words& words, const GenRegServicesRecord& wanted) noexcept {
+    const std::size_t old = words.count - 2;
+    const std::size_t fresh = countAliases(wanted);
+    const auto same = [&](std::size_t i, std::size_t j) { return words.text[2 + i] == wanted.aliases[j]; };
+    std::size_t front = 0;
+    while (front < std::min(old, fresh) && same(front, front)) {
+        ++front;
+    }
+    std::size_t back = 0;
+    while (back < std::min(old, fresh) - front && same(old - back - 1, fresh - back - 1)) {
+        ++back;
+    }
+    // The blanks in front of a word that goes, or comes, go or come with it; those of the first are the next one's.
+    const bool goes = front + back == fresh;
+    const bool comes = front + back == old;
+    const bool first = front == 0 && back > 0;
+    const std::size_t from = 2 + front;
+    const std::size_t to = words.count - back;
+    const char* const begin = first || !(goes || comes) ? words.start(from) : words.end(from - 1);
+    const char* const end = first && (goes || comes) ? words.start(to) : words.end(to - 1);
+    edit.replace(genreg::between(begin, std::max(begin, end)), "");
+    const char* separator = comes && !first ? (old > 0 ? " " : "\t") : "";
+    for (std::size_t i = front; i < fresh - back; ++i) {
+        edit.insert(separator);
+        edit.insert(wanted.aliases[i]);
+        separator = " ";
+    }
+    edit.insert(comes && first ? " " : "");
+}
+
 }  // namespace
 
 GenRegServices::GenRegServices(const char* path, unsigned int* rc) noexcept {
@@ -236,6 +321,74 @@ unsigned int GenRegServices::MatchRecord(unsigned long mask, void* record1, void
                          ((mask & SERVICES_MATCH_PORT) == 0 || a.port == b.port) &&
                          ((mask & SERVICES_MATCH_PROTOCOL) == 0 || sameText(a.protocol, b.protocol));
     return trace.exit(matches ? 1 : 0);
+}
+
+unsigned int GenRegServices::ParseKeptLine(void* record, const char* line) noexcept {
+    FunctionTrace trace{Function::ServicesParseKeptLine};
+    const unsigned int rc = ParseLine(record, line);
+    if (record != nullptr && line != nullptr) {
+        auto& parsed = *static_cast<GenRegServicesRecord*>(record);
+        genreg::restoreComment(parsed.line, parsed.comment, line);
+    }
+    return trace.exit(rc);
+}
+
+unsigned int GenRegServices::RewriteLine(void* record, char* line) noexcept {
+    FunctionTrace trace{Function::ServicesRewriteLine};
+    if (record == nullptr || line == nullptr) {
+        return trace.fail(10, REG_EMPTY_ARGUMENT);
+    }
+    const auto& wanted = *static_cast<const GenRegServicesRecord*>(record);
+    const char* const comment = genreg::commentOf((wanted.flags & SERVICES_HAS_COMMENT) != 0, wanted.comment);
+    GenRegServicesRecord stored;
+    if (*line != '\0') {
+        if (const unsigned int rc = ParseKeptLine(&stored, line)) {
+            return trace.fail(20, rc);
+        }
+    }
+    const bool service =
+        (wanted.flags & SERVICES_HAS_NAME) != 0 && wanted.name != nullptr && wanted.protocol != nullptr;
+    if (*line == '\0' || !service || stored.name == nullptr || (wanted.port == 0 && stored.port != 0)) {
+        GenRegServicesRecord fresh;
+        fresh.flags = wanted.flags;
+        fresh.comment = const_cast<char*>(comment != nullptr ? genreg::withoutBlank(comment) : nullptr);
+        fresh.name = wanted.name;
+        fresh.aliases = wanted.aliases;
+        fresh.port = wanted.port;
+        fresh.protocol = wanted.protocol;
+        return trace.exit(FormatLine(&fresh, line));
+    }
+    genreg::LineEdit edit(line);
+    const genreg::CommentPlace place = genreg::commentPlace(line, edit.end());
+    const Words words(line, place.body);
+    replaceService(edit, words, stored, wanted);
+    // Where the protocol has none, words that are no aliases stay.
+    if (!sameAliases(stored, wanted)) {
+        replaceAliases(edit, words, wanted);
+    }
+    const char* const old = genreg::commentOf((stored.flags & SERVICES_HAS_COMMENT) != 0, stored.comment);
+    if (!genreg::sameComment(old, comment)) {
+        genreg::replaceComment(edit, place, comment, "\t");
+    }
+    if (!edit.copyTo(line)) {
+        return trace.fail(30, REG_LINE_TOO_LONG);
+    }
+    const bool readBack = ParseKeptLine(&stored, line) == 0 && MatchWhole(genreg::EVERY_FIELD, &stored, record) == 1;
+    return readBack ? 0 : trace.fail(40, REG_RECORD_REFUSED);
+}
+
+unsigned int GenRegServices::MatchWhole(unsigned long mask, void* record1, void* record2) noexcept {
+    FunctionTrace trace{Function::ServicesMatchWhole};
+    const unsigned int matches = MatchRecord(mask, record1, record2);
+    if (matches != 1 || mask != genreg::EVERY_FIELD) {
+        return trace.exit(matches);
+    }
+    const auto& a = *static_cast<const GenRegServicesRecord*>(record1);
+    const auto& b = *static_cast<const GenRegServicesRecord*>(record2);
+    const auto comment = [](const GenRegServicesRecord& of) {
+        return genreg::commentOf((of.flags & SERVICES_HAS_COMMENT) != 0, of.comment);
+    };
+    return trace.exit(sameAliases(a, b) && genreg::sameComment(comment(a), comment(b)) ? 1 : 0);
 }
 
 unsigned int GenRegServices::ValidateRecord(unsigned long mask, void* record) noexcept {

@@ -156,7 +156,21 @@ private:
             return abandon(rc, closeMode);
         }
         ++replaced_;
-        return writeEnded({text, ::strnlen(text, REG_LINE_SIZE)}, closeMode);
+        return lines_.keepsLines() ? writeKept(line, lines_.patch(line, text), closeMode)
+                                   : writeEnded({text, ::strnlen(text, REG_LINE_SIZE)}, closeMode);
+    }
+
+    [[nodiscard]] unsigned int writeKept(const TextLine& line, const genreg::LinePatch& patch,
+                                         unsigned long* closeMode) noexcept {
+        const TextLine tail = {line.raw + patch.tail, line.length - patch.tail};
+        const std::size_t ended = tail.endsInNewline() ? 0 : 1;
+        if (patch.front + patch.pieceLength + tail.length + ended >= REG_LINE_SIZE) {
+            (void)trace_.fail(142, REG_LINE_TOO_LONG);
+            return abandon(trace_.fail(143, REG_FORMAT_FAILED), closeMode);
+        }
+        unsigned int rc = write(line.raw, patch.front, closeMode);
+        rc = rc != 0 ? rc : write(patch.piece, patch.pieceLength, closeMode);
+        return rc != 0 ? rc : writeEnded(tail, closeMode);
     }
 
     unsigned long replaced_ = 0;

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "genreg/text/Schema.h"
+#include "genreg/text/KeptLine.h"
 
 using genreg::Function;
 using genreg::FunctionTrace;
@@ -107,6 +107,35 @@ bool lineMayHold(unsigned long mask, const char* line, unsigned long length, con
     const bool may =
         at == end || *at == '"' || (wordHolds && (*want == ' ' || std::strchr(" \t\r\n=", *at) != nullptr));
     return may || !surelyParses(first, end);
+}
+
+// The pieces of a line with a pair, as they stand.
+struct PairPlace {
+    std::string_view variable;
+    std::string_view value;  // and what follows its closing quote
+    genreg::CommentPlace comment;
+};
+
+PairPlace placeOf(const char* line, const char* end) noexcept {
+    const genreg::CommentPlace comment = genreg::commentPlace(line, end);
+    const char* const variable = std::find_if_not(line, comment.body, genreg::isWhite);
+    const char* const equal = std::find(variable, comment.body, '=');
+    // Inside quotes one blank belongs to the sign, all others to the texts.
+    const bool quoted = std::count(variable, equal, '"') % 2 != 0;
+    const char* variableEnd = equal;
+    while (variableEnd > variable && genreg::isWhite(variableEnd[-1]) && !(quoted && variableEnd < equal)) {
+        --variableEnd;
+    }
+    const char* const behind = equal + 1;
+    const char* value = behind;
+    // Of the blanks behind the sign one comes before an empty value, the others before the comment.
+    const bool empty = behind == comment.body;
+    const bool one = quoted || (empty && comment.sign != end);
+    const char* const limit = empty ? std::min(comment.sign, comment.end) : comment.body;
+    while (value < limit && genreg::isWhite(*value) && !(one && value > behind)) {
+        ++value;
+    }
+    return {genreg::between(variable, variableEnd), genreg::between(value, std::max(value, comment.body)), comment};
 }
 
 }  // namespace
@@ -215,6 +244,72 @@ unsigned int GenRegVarVal::MatchRecord(unsigned long mask, void* record, void* k
                          ((mask & VARVAL_MATCH_VARIABLE) == 0 || sameText(stored.variable, sought.variable)) &&
                          ((mask & VARVAL_MATCH_VALUE) == 0 || sameText(stored.value, sought.value));
     return trace.exit(matches ? 1 : 0);
+}
+
+unsigned int GenRegVarVal::ParseKeptLine(void* record, const char* line) noexcept {
+    FunctionTrace trace{Function::VarValParseKeptLine};
+    const unsigned int rc = ParseLine(record, line);
+    if (record != nullptr && line != nullptr) {
+        auto& parsed = *static_cast<GenRegVarValRecord*>(record);
+        genreg::restoreComment(parsed.lineText, parsed.comment, line);
+    }
+    return trace.exit(rc);
+}
+
+unsigned int GenRegVarVal::RewriteLine(void* record, char* line) noexcept {
+    FunctionTrace trace{Function::VarValRewriteLine};
+    if (record == nullptr || line == nullptr) {
+        return trace.fail(10, REG_EMPTY_ARGUMENT);
+    }
+    const auto& wanted = *static_cast<const GenRegVarValRecord*>(record);
+    const char* const comment = genreg::commentOf((wanted.contains & VARVAL_HAS_COMMENT) != 0, wanted.comment);
+    GenRegVarValRecord stored;
+    const bool pair = (wanted.contains & VARVAL_HAS_PAIR) != 0 && wanted.variable != nullptr && wanted.value != nullptr;
+    if (*line == '\0' || !pair) {
+        stored.contains = wanted.contains;
+        stored.comment = const_cast<char*>(comment != nullptr ? genreg::withoutBlank(comment) : nullptr);
+        stored.variable = wanted.variable;
+        stored.value = wanted.value;
+        return trace.exit(FormatLine(&stored, line));
+    }
+    if (const unsigned int rc = ParseKeptLine(&stored, line)) {
+        return trace.fail(20, rc);
+    }
+    if ((stored.contains & VARVAL_HAS_PAIR) == 0) {
+        return trace.fail(30, REG_NO_EQUAL_SIGN);
+    }
+    genreg::LineEdit edit(line);
+    const PairPlace place = placeOf(line, edit.end());
+    if (!sameText(stored.variable, wanted.variable)) {
+        edit.replace(place.variable, wanted.variable);
+    }
+    if (!sameText(stored.value, wanted.value)) {
+        edit.replace(place.value, wanted.value);
+        const bool touches = place.value.empty() && place.value.data() == place.comment.sign;
+        edit.insert(touches && stored.comment != nullptr && comment != nullptr ? " " : "");
+    }
+    if (!genreg::sameComment(stored.comment, comment)) {
+        genreg::replaceComment(edit, place.comment, comment, " ");
+    }
+    if (!edit.copyTo(line)) {
+        return trace.fail(40, REG_LINE_TOO_LONG);
+    }
+    const bool readBack = ParseKeptLine(&stored, line) == 0 && MatchWhole(genreg::EVERY_FIELD, &stored, record) == 1;
+    return readBack ? 0 : trace.fail(50, REG_RECORD_REFUSED);
+}
+
+unsigned int GenRegVarVal::MatchWhole(unsigned long mask, void* record, void* key) noexcept {
+    FunctionTrace trace{Function::VarValMatchWhole};
+    const unsigned int matches = MatchRecord(mask, record, key);
+    if (matches != 1 || mask != genreg::EVERY_FIELD) {
+        return trace.exit(matches);
+    }
+    const auto& stored = *static_cast<const GenRegVarValRecord*>(record);
+    const auto& sought = *static_cast<const GenRegVarValRecord*>(key);
+    const auto comment = [](const GenRegVarValRecord& of) {
+        return genreg::commentOf((of.contains & VARVAL_HAS_COMMENT) != 0, of.comment);
+    };
+    return trace.exit(genreg::sameComment(comment(stored), comment(sought)) ? 1 : 0);
 }
 
 unsigned int GenRegVarVal::ValidateRecord(unsigned long mask, void* record) noexcept {

@@ -1,5 +1,8 @@
 // Inittab files: one entry per line, id:runlevels:action:command, optionally a comment after "#". A line that begins
 // with ":" is a comment. A backslash before the newline continues a line.
+//
+// A changed line is written anew: the blanks before its comment become one, its continuations go, and a change that
+// only takes the comment away is REG_UNCHANGED. KeepLines(true) keeps all of it but for what is changed.
 #pragma once
 
 #include <genreg/GenRegText.h>
@@ -38,4 +41,9 @@ public:
     static unsigned int PrintRecord(void* record) noexcept;
     static unsigned int GetRecordSize(void* record, unsigned long* size) noexcept;
     static unsigned int GetMaxRecordSize(unsigned long* size) noexcept;
+
+    // Those of KeepLines. The record over the line that the buffer holds; with every bit of the mask set a comment that
+    // only the line has is a difference.
+    static unsigned int RewriteLine(void* record, char* line) noexcept;
+    static unsigned int MatchWhole(unsigned long matchType, void* fileRecord, void* keyRecord) noexcept;
 };

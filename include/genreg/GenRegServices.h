@@ -1,6 +1,11 @@
 // Services files: one line per service with name, port and protocol, aliases and comment.
 //
 //   name blanks port "/" protocol [blanks alias ...] [blanks "#" comment]
+//
+// A changed line is written anew as a whole, with tabs of the form's own. Reading and writing a comment puts one more
+// blank in front of it each time, until the line is too long, and makes a dot of each byte that is no printable ASCII;
+// a change of aliases or comment alone is REG_UNCHANGED. KeepLines(true) keeps the whole line but for what is changed,
+// and takes aliases and comments for parts of the record.
 #pragma once
 
 #include <genreg/GenRegText.h>
@@ -35,4 +40,10 @@ public:
     static unsigned int PrintRecord(void* record) noexcept;
     static unsigned int GetRecordSize(void* record, unsigned long* size) noexcept;
     static unsigned int GetMaxRecordSize(unsigned long* size) noexcept;
+
+    // Those of KeepLines. The comment as it stands; the record over the line that the buffer holds; with every bit of
+    // the mask set aliases and comments too.
+    static unsigned int ParseKeptLine(void* record, const char* line) noexcept;
+    static unsigned int RewriteLine(void* record, char* line) noexcept;
+    static unsigned int MatchWhole(unsigned long mask, void* record, void* key) noexcept;
 };

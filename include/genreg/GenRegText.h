@@ -47,6 +47,21 @@ public:
     // under REG_FEATURE_DEFERRED_COMMIT, which answer REG_VERIFY_FAILED for any failure of it.
     unsigned int Verify(unsigned long operation, unsigned long mask, void* record, void* key) noexcept;
 
+    // An addition, for the schemas of the library. From now on (true) what this object changes keeps its line:
+    // - Change puts what differs between the record and the line into the line; every other byte of it stays: blanks,
+    //   quotes, separators, continuations, the comment, what stands behind a NUL. A line that would not be read back as
+    //   the record is refused with REG_FORMAT_FAILED, the cause being REG_RECORD_REFUSED or REG_LINE_TOO_LONG.
+    // - A comment is read as it stands, not with dots for what is no printable ASCII, and the bytes that a client gives
+    //   are the ones that are written. One blank behind the "#" is layout, which neither adds up nor needs to be given.
+    //   (The inittab form reads and writes comments so in any case, and counts every blank.)
+    // - With every bit of the mask set, MatchRecord compares comments and aliases too: a change of nothing else is one,
+    //   not REG_UNCHANGED, and the verification tells a damaged comment.
+    // - Add writes a new line as ever, but for that blank.
+    // A record with the flag of a comment cleared takes the comment of the line away: change one that Get filled.
+    // false undoes it. A slot that a derived schema has filled with a function of its own stays as it is. 0, or
+    // REG_NO_FORMAT_LINE: no schema has filled the slots.
+    unsigned int KeepLines(bool keep) noexcept;
+
     // The distinct port numbers of the open registry stream, in order, one entry at most per line; no count, no bound.
     unsigned int GetPortnumbers(int* ports) noexcept;
 
@@ -60,6 +75,14 @@ protected:
     void useShortcuts(GenRegLineMayMatch mayMatch) noexcept;
 
 private:
+    struct LineSlots {
+        GenRegParseLine parse;
+        GenRegMatchRecord match;
+        GenRegFormatLine format;
+    };
+    LineSlots ownSlots_ = {};   // as the schema filled them
+    LineSlots keptSlots_ = {};  // while lines are kept
+    bool keepsLines_ = false;
     GenRegParseLine judgedParse_ = nullptr;
     GenRegMatchRecord judgedMatch_ = nullptr;
 

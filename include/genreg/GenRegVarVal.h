@@ -3,7 +3,10 @@
 //   blanks variable blanks "=" blanks value blanks "#" comment
 //
 // A value may stand in double quotes, which are kept as part of it. "#" starts the comment anywhere, inside quotes too.
-// Rewriting a line keeps its blanks.
+// Rewriting a line keeps its blanks up to the value; behind it one blank stands before the comment. Reading and writing
+// a comment puts one more blank in front of it each time (ParseLine keeps the one behind the "#", FormatLine writes
+// another), until the line is too long, and makes a dot of each byte that is no printable ASCII. KeepLines(true) keeps
+// the whole line, its comment byte for byte, when a record that Get filled is changed and written.
 #pragma once
 
 #include <genreg/GenRegText.h>
@@ -47,6 +50,12 @@ public:
     static unsigned int PrintRecord(void* record) noexcept;
     static unsigned int GetRecordSize(void* record, unsigned long* size) noexcept;
     static unsigned int GetMaxRecordSize(unsigned long* size) noexcept;
+
+    // Those of KeepLines. The comment as it stands; the record over the line that the buffer holds; with every bit of
+    // the mask set comments too.
+    static unsigned int ParseKeptLine(void* record, const char* line) noexcept;
+    static unsigned int RewriteLine(void* record, char* line) noexcept;
+    static unsigned int MatchWhole(unsigned long mask, void* record, void* key) noexcept;
 
 private:
     friend class GenRegVarValValues;  // the getters, in the library

@@ -45,14 +45,14 @@ public:
 
     // The line of a file, into memory that holds something else already. The text has just its length, so that a look
     // behind its end is seen.
-    [[nodiscard]] Reading read(const std::string& line) {
+    [[nodiscard]] Reading read(const std::string& line, GenRegParseLine parse = Form::ParseLine) {
         const char* const joined = lines_.text({line.data(), line.size()});
         const std::size_t length = std::strlen(joined) + 1;
         const std::unique_ptr<char[]> exact(new char[length]);
         std::memcpy(exact.get(), joined, length);
         auto record = std::make_unique<Record>();
         std::memset(static_cast<void*>(record.get()), 0xa5, sizeof(Record));
-        const unsigned int rc = Form::ParseLine(record.get(), exact.get());
+        const unsigned int rc = parse(record.get(), exact.get());
         return {rc, std::move(record)};
     }
 
@@ -73,7 +73,78 @@ public:
         claim(Form::MatchRecord(~0UL, &stored, &record) == 1, "what was read of it matches the record");
     }
 
+    // The record, which was read from the line and then edited, written over it as KeepLines has it: the new text, and
+    // the code. What goes to the file for it reads as that text.
+    [[nodiscard]] Writing rewrite(Record& record) {
+        std::string buffer = text();
+        buffer.resize(REG_LINE_SIZE);
+        const unsigned int rc = Form::RewriteLine(&record, buffer.data());
+        buffer.resize(::strnlen(buffer.data(), REG_LINE_SIZE));
+        claim(buffer.size() < REG_LINE_SIZE, "the buffer holds an end");
+        if (rc == 0) {
+            const genreg::TextLine raw = {line_.data(), line_.size()};
+            const genreg::LinePatch patch = lines_.patch(raw, buffer.c_str());
+            std::string bytes = line_.substr(0, patch.front);
+            bytes.append(patch.piece, patch.pieceLength).append(line_, patch.tail);
+            const bool fits = bytes.size() < REG_LINE_SIZE;
+            claim(!fits || ended(lines_.text({bytes.data(), bytes.size()})) == ended(buffer), "it goes to the file");
+            claim(ended(buffer) != ended(text()) || bytes == line_, "a line that stays is not touched");
+            claim(line_.ends_with(bytes.substr(bytes.size() - (line_.size() - patch.tail))), "what is behind it stays");
+        }
+        return {rc, ended(buffer)};
+    }
+
+    // Replaces one field of the record by a word and writes it over the line: refused where it may be, or read back as
+    // asked and every byte of the line but the field's as it was.
+    template <typename Edit>
+    void claimOnlyThatChanges(const std::string& field, const Edit& edit, GenRegParseLine parse, bool mayBeRefused) {
+        std::string word = "77";
+        const Reading wanted = read(line_, parse);
+        edit(*wanted.record, word.data());
+        const Writing written = rewrite(*wanted.record);
+        const std::string before = ended(text());
+        if (written.rc != 0) {
+            const bool tooLong = written.rc == REG_LINE_TOO_LONG && before.size() + word.size() + 1 >= REG_LINE_SIZE;
+            claim(mayBeRefused || tooLong, "a word goes into the line");
+            return;
+        }
+        const Reading again = read(written.line, parse);
+        claim(again.rc == 0 && Form::MatchWhole(~0UL, again.record.get(), wanted.record.get()) == 1,
+              "it is read as asked");
+        bool found = false;
+        for (std::size_t at = written.line.find(word); at != std::string::npos && !found;
+             at = written.line.find(word, at + 1)) {
+            found = isAround(before, written.line.substr(0, at), written.line.substr(at + word.size()), field);
+        }
+        claim(found, "nothing but the field differs");
+    }
+
+    // With the newline that the engine adds.
+    [[nodiscard]] static std::string ended(std::string line) {
+        return line.empty() || line.back() != '\n' ? line + "\n" : line;
+    }
+    // Without blanks.
+    [[nodiscard]] static std::string packed(std::string text) {
+        std::erase_if(text, [](char c) { return std::strchr(" \t\r", c) != nullptr && c != '\0'; });
+        return text;
+    }
+
 private:
+    // Whether the line is what stands around the word, and the field between. A word in the place of nothing may need a
+    // blank before the comment; a comment has blanks on both sides of its sign.
+    static bool isAround(const std::string& line, std::string front, std::string back, const std::string& field) {
+        const bool both = line.ends_with(back) && line.size() >= front.size() + back.size();
+        back.erase(0, !both && back.starts_with(" #") ? 1 : 0);
+        if (!line.starts_with(front) && front.ends_with("# ")) {
+            front.pop_back();
+        }
+        if (!line.starts_with(front) && front.ends_with("#")) {
+            front.erase(front.size() - 2, 1);
+        }
+        return line.starts_with(front) && line.ends_with(back) && line.size() >= front.size() + back.size() &&
+               packed(line.substr(front.size(), line.size() - front.size() - back.size())).starts_with(packed(field));
+    }
+
     unsigned int rc_ = 0;
     Form form_;
     genreg::FunctionTrace trace_{genreg::Function::TextGet};

@@ -50,6 +50,32 @@ void claimSame(const GenRegInitTabRecord& again, const GenRegInitTabRecord& reco
     claim(textOf(again.comment) == textOf(record.comment), "the comment is the same");
 }
 
+// The line as it is kept: nothing asked, nothing changed; one field asked, one changed.
+void keepTheRest(Line& form, GenRegInitTabRecord& record) {
+    const std::string before = form.text();
+    const std::string line = Line::ended(before);
+    const bool continues = line.size() > 1 && line[line.size() - 2] == '\\';
+    const Line::Writing written = form.rewrite(record);
+    claim(written.rc == REG_LINE_TOO_LONG ? line.size() >= REG_LINE_SIZE : continues || written.line == line,
+          "what is not changed stays");
+    char* GenRegInitTabRecord::*const fields[] = {&GenRegInitTabRecord::id, &GenRegInitTabRecord::runLevel,
+                                                  &GenRegInitTabRecord::action, &GenRegInitTabRecord::command};
+    for (char* GenRegInitTabRecord::*const field : fields) {
+        const auto set = [field](GenRegInitTabRecord& wanted, char* word) { wanted.*field = word; };
+        form.claimOnlyThatChanges(record.*field, set, GenRegInitTab::ParseLine, continues);
+    }
+    if (record.comment != nullptr) {
+        const auto comment = [](GenRegInitTabRecord& wanted, char* word) { wanted.comment = word; };
+        form.claimOnlyThatChanges(record.comment, comment, GenRegInitTab::ParseLine, false);
+        record.flags = INITTAB_HAS_ENTRY;
+        const Line::Writing bare = form.rewrite(record);
+        const bool endsSo = bare.rc == REG_RECORD_REFUSED && textOf(record.command).ends_with('\\');
+        claim(endsSo || (bare.rc == 0 && before.starts_with(bare.line.substr(0, bare.line.size() - 1))),
+              "a comment goes, and nothing else");
+        record.flags = INITTAB_HAS_ENTRY | INITTAB_HAS_COMMENT;
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
@@ -65,6 +91,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     const std::string before = form.text();
     if (record->id != nullptr) {
         claimWhole(*record, before);
+        keepTheRest(form, *record);
     }
     form.claimFound(*record, form.line(), *record);
     const Line::Writing written = Line::write(*record, before);

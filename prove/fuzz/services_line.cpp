@@ -4,6 +4,7 @@
 // Not claimed: a line of blanks alone, which is no record; its writing would make it a blank line, which is one. A name
 // whose second field has no slash, which no search by protocol finds.
 #include <genreg/GenRegServices.h>
+#include <netinet/in.h>
 
 #include <set>
 #include <utility>
@@ -18,6 +19,9 @@ using Line = FormLine<GenRegServices, GenRegServicesRecord>;
 // Writing puts in at most two tabs for a blank, four before a comment, a blank behind its sign, and a port that was
 // negative.
 constexpr std::size_t MOST_GROWTH = 16;
+
+// As it is stored on this machine.
+const unsigned int PORT_77 = htons(77);
 
 // What stands before the comment, word by word.
 std::vector<std::string> wordsOf(const std::string& line) {
@@ -97,6 +101,43 @@ std::string withBlank(std::string line) {
     return sign == std::string::npos ? line : line.insert(sign + 1, " ");
 }
 
+// The line as it is kept: nothing asked, nothing changed, whichever way the record was read; one field asked, one
+// changed.
+void keepTheRest(Line& form) {
+    const Line::Reading kept = form.read(form.line(), GenRegServices::ParseKeptLine);
+    const GenRegServicesRecord& record = *kept.record;
+    const std::string before = Line::ended(form.text());
+    for (const GenRegParseLine parse : {GenRegServices::ParseKeptLine, GenRegServices::ParseLine}) {
+        const Line::Reading same = form.read(form.line(), parse);
+        const Line::Writing written = form.rewrite(*same.record);
+        claim(written.rc == REG_LINE_TOO_LONG ? before.size() >= REG_LINE_SIZE : written.line == before,
+              "what is not changed stays");
+        // Of a carriage return behind it the cleaning makes a dot, which might be meant.
+        if (record.comment != nullptr && std::string(record.comment).ends_with('\r')) {
+            break;
+        }
+    }
+    const std::vector<std::string> words = wordsOf(form.text());
+    const auto name = [](GenRegServicesRecord& wanted, char* word) { wanted.name = word; };
+    form.claimOnlyThatChanges(record.name, name, GenRegServices::ParseKeptLine, false);
+    const auto port = [](GenRegServicesRecord& wanted, char*) { wanted.port = PORT_77; };
+    form.claimOnlyThatChanges(words[1].substr(0, words[1].find('/')), port, GenRegServices::ParseKeptLine, false);
+    const std::size_t aliases = aliasesOf(record).size();
+    for (const std::size_t i :
+         aliases == 0 ? std::set<std::size_t>() : std::set{std::size_t{0}, aliases / 2, aliases - 1}) {
+        const auto alias = [i](GenRegServicesRecord& wanted, char* word) { wanted.aliasTable[i] = word; };
+        form.claimOnlyThatChanges(record.aliases[i], alias, GenRegServices::ParseKeptLine, false);
+    }
+    if (record.comment != nullptr) {
+        const auto comment = [](GenRegServicesRecord& wanted, char* word) { wanted.comment = word; };
+        form.claimOnlyThatChanges(record.comment, comment, GenRegServices::ParseKeptLine, false);
+        kept.record->flags = SERVICES_HAS_NAME;
+        const Line::Writing bare = form.rewrite(*kept.record);
+        claim(bare.rc == 0 && before.starts_with(bare.line.substr(0, bare.line.find_first_of("\r\n"))),
+              "a comment goes, and nothing else");
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
@@ -109,6 +150,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     claimFitting(rc, *record, wordsOf(form.text()));
     if (rc != 0 || record->flags == 0) {
         return 0;
+    }
+    if (record->protocol != nullptr) {
+        keepTheRest(form);
     }
     const bool searchable = record->name == nullptr || record->protocol != nullptr;
     if (searchable) {

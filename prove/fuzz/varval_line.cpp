@@ -30,6 +30,40 @@ void writeAndReadAgain(Line& form, GenRegVarValRecord& record, const std::string
     }
 }
 
+// The line as it is kept: nothing asked, nothing changed, whichever way the record was read; one field asked, one
+// changed.
+void keepTheRest(Line& form) {
+    const Line::Reading kept = form.read(form.line(), GenRegVarVal::ParseKeptLine);
+    const GenRegVarValRecord& record = *kept.record;
+    const std::string before = Line::ended(form.text());
+    for (const GenRegParseLine parse : {GenRegVarVal::ParseKeptLine, GenRegVarVal::ParseLine}) {
+        const Line::Reading same = form.read(form.line(), parse);
+        const Line::Writing written = form.rewrite(*same.record);
+        claim(written.rc == REG_LINE_TOO_LONG ? before.size() >= REG_LINE_SIZE : written.line == before,
+              "what is not changed stays");
+        // Of a carriage return behind it the cleaning makes a dot, which might be meant.
+        if (record.comment != nullptr && std::string(record.comment).ends_with('\r')) {
+            break;
+        }
+    }
+    const bool quotes = before.find('"') != std::string::npos;
+    const auto value = [](GenRegVarValRecord& wanted, char* word) { wanted.value = word; };
+    form.claimOnlyThatChanges(textOf(record.value), value, GenRegVarVal::ParseKeptLine, quotes);
+    const auto variable = [](GenRegVarValRecord& wanted, char* word) { wanted.variable = word; };
+    form.claimOnlyThatChanges(textOf(record.variable), variable, GenRegVarVal::ParseKeptLine, quotes);
+    const auto comment = [](GenRegVarValRecord& wanted, char* word) {
+        wanted.comment = word;
+        wanted.contains |= VARVAL_HAS_COMMENT;
+    };
+    if (record.comment != nullptr) {
+        form.claimOnlyThatChanges(record.comment, comment, GenRegVarVal::ParseKeptLine, false);
+        kept.record->contains = VARVAL_HAS_PAIR;
+        const Line::Writing bare = form.rewrite(*kept.record);
+        claim(bare.rc == 0 && before.starts_with(Line::ended(bare.line).substr(0, bare.line.find_first_of("\r\n"))),
+              "a comment goes, and nothing else");
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
@@ -49,6 +83,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     }
     if ((record->contains & VARVAL_HAS_PAIR) != 0) {
         form.claimFound(*record, form.line(), *record);
+        keepTheRest(form);
     }
     writeAndReadAgain(form, *record, "");
     const std::string name = textOf(record->variable);

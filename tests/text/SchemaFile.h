@@ -82,7 +82,8 @@ protected:
             static const std::vector<std::string> TAILS = {"", "", "a", "a\\\n"};  // the last is continued by nothing
             const std::string text = dice.join(form.pieces, 0, 14) + dice.oneOf(TAILS);
             const Record key = form.key(dice);
-            const unsigned long mask = dice.below(16);
+            const unsigned long mask = dice.below(8) == 0 ? ~0UL : dice.below(16);
+            const bool keeps = dice.below(2) == 0;
             const unsigned long features = dice.below(2) * form.features;
             std::string answers[2];
             for (const int plain : {0, 1}) {
@@ -92,6 +93,7 @@ protected:
                 if (plain == 1) {
                     schema.judgeByParsing();
                 }
+                (void)schema.KeepLines(keeps);
                 if (features != 0) {
                     (void)schema.setFeature(features);
                 }
