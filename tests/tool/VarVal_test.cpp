@@ -51,6 +51,10 @@ TEST_F(VarVal, TypedValuesAreConvertedWholeOrRefused) {
     for (const char* refused : {"i --type uint", "u --type int", "x --type int", "i --type bool", "e --type double"}) {
         expectFailure(6, "", std::string("varval get f ") + refused);
     }
+    write("f", "a = 1\nb = 7\na = +2\na=1\nz = 1\nz = x\n");
+    EXPECT_EQ(out("varval get-all f a --type int"), "1\n2\n1\n");
+    EXPECT_EQ(objects(out("varval get-all f a --type uint --json")).at(1)["value"], 2);
+    expectFailure(6, "z is x in line 6, which is no int", "varval get-all f z --type int");
 }
 
 TEST_F(VarVal, SetKeepsTheLineAroundTheValue) {

@@ -132,15 +132,34 @@ int list(Context& context, const Arguments& arguments) {
         table.print(context.output);
     }
     if (contents.others != 0) {
-        context.output.detail(
-            fmt::format("{}: {} lines hold no pair and are not shown", printable(arguments.file), contents.others));
+        context.output.detail(fmt::format("{}: not shown: {} without a pair", printable(arguments.file),
+                                          counted(contents.others, "line")));
     }
     return EXIT_DONE;
 }
 
+// The library's getters look a variable up and convert what they find first. Here they find the lines of one value
+// only.
+class LinesOfValue final : public GenRegVarVal {
+public:
+    LinesOfValue(const std::string& path, const std::string& value, unsigned int* code)
+        : GenRegVarVal(path.c_str(), code) {
+        wanted = &value;
+        matchRecord = match;
+    }
+
+private:
+    static unsigned int match(unsigned long mask, void* record, void* key) {
+        const char* const value = static_cast<GenRegVarValRecord*>(record)->value;
+        return MatchRecord(mask, record, key) != 0 && value != nullptr && *wanted == value ? 1 : 0;
+    }
+
+    static inline const std::string* wanted = nullptr;
+};
+
 Json convert(const Arguments& arguments, const VarValEntry& entry) {
     unsigned int code = 0;
-    GenRegVarVal file(arguments.file.c_str(), &code);
+    LinesOfValue file(arguments.file, entry.value, &code);
     const char* name = arguments.name.c_str();
     bool truth = false;
     double real = 0;
@@ -161,7 +180,8 @@ Json convert(const Arguments& arguments, const VarValEntry& entry) {
         return natural;
     }
     throw answer("invalid", EXIT_INVALID, 0, arguments.file,
-                 fmt::format("{} is {}, which is no {}", printable(arguments.name), cell(entry.value), arguments.type),
+                 fmt::format("{} is {} in line {}, which is no {}", printable(arguments.name), cell(entry.value),
+                             entry.line, arguments.type),
                  "read it as text, without --type");
 }
 
@@ -180,18 +200,20 @@ int get(Context& context, const Arguments& arguments, bool every) {
         throw notFound(arguments.file, arguments.name, contents, "genreg varval list " + shellWord(arguments.file));
     }
     matches.resize(every ? matches.size() : 1);
-    for (const VarValEntry& entry : matches) {
-        const bool typed = !arguments.type.empty() && arguments.type != "string";
-        const Json value = typed ? convert(arguments, entry) : Json();
+    const bool typed = !arguments.type.empty() && arguments.type != "string";
+    std::vector<Json> values;  // all of them, before any is told
+    std::transform(matches.begin(), matches.end(), std::back_inserter(values),
+                   [&](const VarValEntry& entry) { return typed ? convert(arguments, entry) : Json(); });
+    for (std::size_t i = 0; i < matches.size(); ++i) {
         if (context.output.style.json) {
             Json object;
-            pairMembers(object, entry);
+            pairMembers(object, matches[i]);
             if (typed) {
-                object["value"] = value;
+                object["value"] = values[i];
             }
             context.output.json(object);
         } else {
-            const std::string text = typed ? typedText(value) : entry.value;
+            const std::string text = typed ? typedText(values[i]) : matches[i].value;
             context.output.line(context.output.isTerminal() ? printable(text) : text);
         }
     }
@@ -354,16 +376,13 @@ Action declareList(CLI::App& parser) {
     return [arguments = declareFile(parser)](Context& context) { return list(context, *arguments); };
 }
 
+template <bool EVERY>
 Action declareGet(CLI::App& parser) {
     auto arguments = declareName(parser);
     parser.add_option("--type", arguments->type, "convert the value: bool, int, uint, double; string leaves it")
         ->type_name("TYPE")
         ->check(CLI::IsMember({"bool", "int", "uint", "double", "string"}));
-    return [arguments](Context& context) { return get(context, *arguments, false); };
-}
-
-Action declareGetAll(CLI::App& parser) {
-    return [arguments = declareName(parser)](Context& context) { return get(context, *arguments, true); };
+    return [arguments](Context& context) { return get(context, *arguments, EVERY); };
 }
 
 Action declareSet(CLI::App& parser) {
@@ -380,8 +399,8 @@ Action declareDelete(CLI::App& parser) {
 
 constexpr Command COMMANDS[] = {
     {"varval list", "all pairs, with their comments", 0, declareList},
-    {"varval get", "the value of a variable, the first of its lines", 0, declareGet},
-    {"varval get-all", "the values of every line of a variable", 0, declareGetAll},
+    {"varval get", "the value of a variable, the first of its lines", 0, declareGet<false>},
+    {"varval get-all", "the values of every line of a variable", 0, declareGet<true>},
     {"varval set", "change a value; the line keeps its layout and comment", USES_UPDATE | USES_IF_VALUE | USES_ALL,
      declareSet},
     {"varval add", "append a line for a new variable", USES_UPDATE | USES_ALL, declareAdd},
