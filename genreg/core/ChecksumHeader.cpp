@@ -2,6 +2,8 @@
 
 #include <genreg/Checksum.h>
 #include <genreg/Codes.h>
+#include <genreg/Constants.h>
+#include <genreg/RegistryBytes.h>
 #include <osse/Text.h>
 
 #include <bit>
@@ -71,6 +73,16 @@ bool parsesAsFrames(const char* content, unsigned long size, bool bigEndian) noe
     return position == size;
 }
 
+HeaderFit judgeBytes(const char* content, unsigned long size, bool bigEndian) noexcept {
+    if (size < CHECKSUM_HEADER_SIZE || !looksLikeHeader(content)) {
+        return HeaderFit::None;
+    }
+    if (fitsBody(content, size)) {
+        return HeaderFit::Fits;
+    }
+    return parsesAsFrames(content, size, bigEndian) ? HeaderFit::None : HeaderFit::Misfits;
+}
+
 }  // namespace
 
 unsigned int judgeChecksumHeader(int descriptor, unsigned long size, bool bigEndian, HeaderFit* fit,
@@ -84,15 +96,7 @@ unsigned int judgeChecksumHeader(int descriptor, unsigned long size, bool bigEnd
     if (const unsigned int rc = readAll(descriptor, size, content, platformCode)) {
         return rc;
     }
-    const auto* bytes = static_cast<const char*>(content.get());
-    if (!looksLikeHeader(bytes)) {
-        return 0;
-    }
-    if (fitsBody(bytes, size)) {
-        *fit = HeaderFit::Fits;
-    } else if (!parsesAsFrames(bytes, size, bigEndian)) {
-        *fit = HeaderFit::Misfits;
-    }
+    *fit = judgeBytes(static_cast<const char*>(content.get()), size, bigEndian);
     return 0;
 }
 
@@ -137,3 +141,15 @@ unsigned int stampChecksumHeader(int descriptor, unsigned long size, bool insert
 }
 
 }  // namespace genreg
+
+extern "C" unsigned int genregCheckHeader(const void* bytes, unsigned long length, unsigned long features,
+                                          unsigned long* records) {
+    using genreg::HeaderFit;
+    const bool bigEndian = (features & REG_FEATURE_BIG_ENDIAN) != 0;
+    const HeaderFit fit =
+        bytes == nullptr ? HeaderFit::None : genreg::judgeBytes(static_cast<const char*>(bytes), length, bigEndian);
+    if (records != nullptr) {
+        *records = fit == HeaderFit::None ? 0 : genreg::CHECKSUM_HEADER_SIZE;
+    }
+    return fit == HeaderFit::Misfits ? static_cast<unsigned int>(REG_CHECKSUM_DIFFERS) : 0U;
+}

@@ -20,5 +20,6 @@
 #include <genreg/InstanceInfo.h>
 #include <genreg/LineUtilities.h>
 #include <genreg/LockStatus.h>
+#include <genreg/RegistryBytes.h>
 #include <genreg/ServiceInfo.h>
 #include <genreg/VersionCodes.h>

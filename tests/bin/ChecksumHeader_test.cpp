@@ -1,8 +1,10 @@
 // The checksum header in front of the records: where there is none, none that fits, and none that may stay.
 #include <genreg/Checksum.h>
+#include <genreg/RegistryBytes.h>
 #include <sys/syscall.h>
 
 #include <cerrno>
+#include <map>
 
 #include "support/BinRegistry.h"
 
@@ -128,6 +130,38 @@ TEST_F(ChecksumHeader, FramesThatLookLikeAHeaderAreFrames) {
     contents(lookalike + "y");
     EXPECT_EQ(items.Get(0, &found, &found), REG_OPEN_FAILED);
     EXPECT_EQ(scan(items), "REG_CHECKSUM_DIFFERS");
+}
+
+// What is judged in memory is what an object finds that does not know the file yet.
+TEST_F(ChecksumHeader, BytesAreJudgedAsTheFileIs) {
+    const std::string sound = stamped({a_, b_});
+    const std::string body = sound.substr(32);
+    const auto headed = [&](std::string text, char behind) {
+        text.resize(text.size() + 1);
+        text.resize(32, behind);
+        return text + body;
+    };
+    const std::string sum = sound.c_str();
+    const std::string big = std::string("\0\0\0\x31", 4) + std::string(0x31, 'x');
+    std::map<std::pair<unsigned int, unsigned long>, int> seen;
+    for (const std::string& bytes :
+         {std::string(), sound.substr(0, 31), stamped(""), body, body + body, sound, sound + "x", headed(sum, 'x'),
+          headed("0" + sum, 0), headed("99999999999", 0), headed("-", 0), headed("999999999999", 0),
+          binFrame(std::string(0x31, 'x')), binFrame(std::string(0x31, 'x')) + "y", big}) {
+        for (const unsigned long order : {0UL, REG_FEATURE_BIG_ENDIAN}) {
+            contents(bytes);
+            BinItems items(file(), CHECKSUM | order);
+            unsigned long records = 99;
+            const unsigned int rc = genregCheckHeader(bytes.data(), bytes.size(), order, &records);
+            EXPECT_EQ(items.OpenReg(REG_OP_READ), rc) << bytes;
+            EXPECT_TRUE(rc != 0 || std::ftell(items.regFp) == static_cast<long>(records)) << bytes;
+            EXPECT_EQ(items.CloseReg(REG_OP_READ), 0U);
+            ++seen[{rc, records}];
+        }
+    }
+    EXPECT_EQ(seen.size(), 3U);
+    EXPECT_EQ((seen[{REG_CHECKSUM_DIFFERS, 32}]), 9);
+    EXPECT_EQ(genregCheckHeader(nullptr, 99, 0, nullptr), 0U);
 }
 
 TEST_F(ChecksumHeader, AnAppendThatCannotBeMadeDurableLeavesFileAndHeaderAsTheyWere) {
