@@ -17,10 +17,6 @@ namespace {
 constexpr int SCHEMA = 1;
 constexpr int FIRST_OWN_DESCRIPTOR = 3;
 
-std::string dump(const Json& object) {
-    return object.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
-
 void fillIfClosed(int descriptor, int access) noexcept {
     if (fcntl(descriptor, F_GETFD) >= 0) {
         return;
@@ -88,7 +84,7 @@ void Output::line(std::string_view text) {
 void Output::json(const Json& members) {
     Json object{{"schema", SCHEMA}};
     object.update(members);
-    line(dump(object));
+    line(jsonText(object));
 }
 
 void Output::flush() {
@@ -140,7 +136,7 @@ void Output::note(std::string_view kind, const std::string& path, const std::str
         Json object{{"schema", SCHEMA}, {"kind", kind}};
         putText(object, "path", path);
         object["message"] = message;
-        toStandardError(dump(object) + "\n");
+        toStandardError(jsonText(object) + "\n");
     } else {
         toStandardError(fmt::format("genreg: {}: {}\n", printable(path), message));
     }
@@ -160,7 +156,7 @@ void Output::report(const Failure& failure) {
         putText(object, "path", failure.path);
         object["message"] = failure.message;
         object["hint"] = failure.hint;
-        toStandardError(dump(object) + "\n");
+        toStandardError(jsonText(object) + "\n");
         return;
     }
     const std::string_view red = style.errorColor ? "\x1b[31m" : "";
@@ -172,6 +168,10 @@ void Output::report(const Failure& failure) {
     if (style.verbose && !failure.detail.empty()) {
         toStandardError(fmt::format("  {}\n", failure.detail));
     }
+}
+
+std::string jsonText(const Json& object) {
+    return printableJson(object.dump(-1, ' ', false, Json::error_handler_t::replace));
 }
 
 void putText(Json& members, const std::string& key, std::string_view bytes) {

@@ -72,6 +72,9 @@ private:
     int error_ = 0;
 };
 
+// On one line, safe on any terminal.
+[[nodiscard]] std::string jsonText(const Json& object);
+
 // Sets members[key] to the text, or members[key_b64] when its bytes are no UTF-8.
 void putText(Json& members, const std::string& key, std::string_view bytes);
 

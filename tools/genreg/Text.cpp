@@ -3,8 +3,10 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <clocale>
 #include <cstdint>
 #include <cstring>
+#include <cwchar>
 
 namespace tool {
 namespace {
@@ -34,6 +36,35 @@ std::size_t sequenceLength(std::string_view bytes) {
     const bool bad = (lead == 0xe0 && second < 0xa0) || (lead == 0xed && second > 0x9f) ||
                      (lead == 0xf0 && second < 0x90) || (lead == 0xf4 && second > 0x8f);
     return bad ? 0 : length;
+}
+
+// Of a whole sequence.
+char32_t codePoint(std::string_view sequence) {
+    const auto lead = static_cast<unsigned char>(sequence[0]);
+    char32_t point = sequence.size() == 1 ? lead : lead & (0x7fU >> sequence.size());
+    for (const char byte : sequence.substr(1)) {
+        point = point << 6U | (static_cast<unsigned char>(byte) & 0x3fU);
+    }
+    return point;
+}
+
+// What a terminal acts on (U+0080 to U+009F as well as those below 32), line separators, and the marks that let a text
+// be shown in another order than it has.
+bool isSeenOtherwise(char32_t point) {
+    const auto within = [point](char32_t first, char32_t last) { return point >= first && point <= last; };
+    return point < 0x20 || within(0x7f, 0x9f) || point == 0x61c || within(0x200e, 0x200f) || within(0x2028, 0x202e) ||
+           within(0x2066, 0x2069);
+}
+
+// Calls visit(sequence, code point) for each; a byte that is none comes alone, with the code point 0.
+template <typename Visit>
+void eachSequence(std::string_view bytes, Visit visit) {
+    while (!bytes.empty()) {
+        const std::size_t length = sequenceLength(bytes);
+        const std::string_view sequence = bytes.substr(0, std::max<std::size_t>(length, 1));
+        visit(sequence, length == 0 ? 0 : codePoint(sequence));
+        bytes.remove_prefix(sequence.size());
+    }
 }
 
 // Letters put in, left out, mistaken or swapped with their neighbour.
@@ -92,24 +123,43 @@ std::string base64(std::string_view bytes) {
     return result;
 }
 
-std::string printable(std::string_view bytes) {
+std::string hexDigits(std::string_view bytes) {
     std::string result;
-    while (!bytes.empty()) {
-        const std::size_t length = sequenceLength(bytes);
-        const auto first = static_cast<unsigned char>(bytes[0]);
-        // U+0080 to U+009F control a terminal as well as the bytes below 32 do.
-        const bool control = first < 0x20 || first == 0x7f ||
-                             (length == 2 && first == 0xc2 && static_cast<unsigned char>(bytes[1]) < 0xa0);
-        if (length == 0 || control) {
-            for (std::size_t i = 0; i < std::max<std::size_t>(length, 1); ++i) {
-                result += fmt::format("\\x{:02x}", static_cast<unsigned char>(bytes[i]));
-            }
-        } else {
-            result += bytes.substr(0, length);
-        }
-        bytes.remove_prefix(std::max<std::size_t>(length, 1));
+    for (const char byte : bytes) {
+        result += fmt::format("{:02x}", static_cast<unsigned char>(byte));
     }
     return result;
+}
+
+std::string printable(std::string_view bytes) {
+    std::string result;
+    eachSequence(bytes, [&](std::string_view sequence, char32_t point) {
+        if (!isSeenOtherwise(point)) {
+            result += sequence;
+            return;
+        }
+        for (const char byte : sequence) {
+            result += fmt::format("\\x{:02x}", static_cast<unsigned char>(byte));
+        }
+    });
+    return result;
+}
+
+std::string printableJson(std::string_view json) {
+    std::string result;
+    eachSequence(json, [&](std::string_view sequence, char32_t point) {
+        result += isSeenOtherwise(point) ? fmt::format("\\u{:04x}", static_cast<unsigned int>(point)) : sequence;
+    });
+    return result;
+}
+
+std::string quoted(std::string_view bytes) {
+    std::string marked;
+    for (const char c : bytes) {
+        marked += c == '"' || c == '\\' ? "\\" : "";
+        marked += c;
+    }
+    return "\"" + printable(marked) + "\"";
 }
 
 std::string shellWord(std::string_view bytes) {
@@ -129,8 +179,18 @@ std::string shellWord(std::string_view bytes) {
 }
 
 std::size_t width(std::string_view text) {
-    return static_cast<std::size_t>(
-        std::count_if(text.begin(), text.end(), [](char c) { return !isContinuation(static_cast<unsigned char>(c)); }));
+    // The C library's table counts in code points; where it has none for UTF-8, each takes one column.
+    static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+    const locale_t before = utf8 == nullptr ? nullptr : uselocale(utf8);
+    std::size_t columns = 0;
+    eachSequence(text, [&](std::string_view, char32_t point) {
+        const int taken = utf8 == nullptr ? 1 : wcwidth(static_cast<wchar_t>(point));
+        columns += point == 0 || taken < 0 ? 1 : static_cast<std::size_t>(taken);
+    });
+    if (utf8 != nullptr) {
+        (void)uselocale(before);
+    }
+    return columns;
 }
 
 std::string nearest(std::string_view word, std::span<const std::string> candidates) {
@@ -148,6 +208,10 @@ std::string nearest(std::string_view word, std::span<const std::string> candidat
         }
     }
     return result;
+}
+
+std::string counted(std::size_t count, std::string_view noun) {
+    return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
 }
 
 std::string duration(long long seconds) {
