@@ -46,7 +46,26 @@ TEST_F(Command, AMistypedWordIsAnsweredWithTheNearestAndNothingIsDone) {
 
 TEST_F(Command, HelpIsNoFailureAndNamesTheCommands) {
     EXPECT_NE(out("--help").find("varval"), std::string::npos);
-    EXPECT_NE(out("varval set --help").find("genreg varval set [OPTIONS] FILE NAME VALUE"), std::string::npos);
+    const std::string set = out("varval set --help");
+    EXPECT_NE(set.find("genreg varval set [OPTIONS] FILE NAME VALUE"), std::string::npos);
+    EXPECT_EQ(out("help varval set"), set);
+    EXPECT_EQ(out("help varval"), out("varval -h"));
+    EXPECT_EQ(out("help"), out("--help"));
+    expectFailure(2, "genreg varval set", "help varval ste");
+    // The global options that the command takes, and no other.
+    const std::string list = out("varval list --help");
+    for (const char* option : {"--json", "--wait SECONDS", "--color WHEN", "-q"}) {
+        EXPECT_NE(set.find(option), std::string::npos) << option;
+        EXPECT_NE(list.find(option), std::string::npos) << option;
+    }
+    for (const char* option : {"--dry-run", "--diff", "--if-value", "--all"}) {
+        EXPECT_NE(set.find(option), std::string::npos) << option;
+        EXPECT_EQ(list.find(option), std::string::npos) << option;
+    }
+    EXPECT_EQ(set.find("--registry"), std::string::npos) << set;
+    EXPECT_NE(out("instance list --help").find("--registry"), std::string::npos);
+    EXPECT_EQ(out("--version"), out("-V"));
+    EXPECT_EQ(out("-V"), "genreg " + object("--version")["version"].get<std::string>() + "\n");
 }
 
 TEST_F(Command, ErrorsSayWhatWhereWhyAndWhatNext) {
@@ -145,6 +164,28 @@ TEST_F(Command, ColoursAndControlBytesStayWhereTheyBelong) {
     EXPECT_NE(out("varval set f a 2 -n --color always").find("\x1b[32m+a = 2\x1b[0m"), std::string::npos);
     EXPECT_NE(out("varval list f").find("\\xc2\\x9b"), std::string::npos);
     EXPECT_EQ(out("varval get f b"), "\xc2\x9b\n") << "programs get the bytes";
+    EXPECT_EQ(out("varval list f --json").find('\x9b'), std::string::npos);
+    EXPECT_EQ(objects(out("varval list f --json")).at(1)["value"], "\xc2\x9b");
+    // On a terminal by themselves, unless it or its user wants none.
+    const auto isColoured = [&](const std::string& surroundings) {
+        const std::string command = "env -u NO_COLOR " + surroundings + " script -qec \"'" RVN_TOOL "' varval set '" +
+                                    path("f") + "' a 2 -n\" /dev/null > '" + path("shown") + "' < /dev/null";
+        EXPECT_EQ(std::system(command.c_str()), 0) << command;
+        EXPECT_NE(read("shown").find("+a = 2"), std::string::npos);
+        return read("shown").find('\x1b') != std::string::npos;
+    };
+    EXPECT_TRUE(isColoured("TERM=xterm"));
+    EXPECT_FALSE(isColoured("TERM=dumb"));
+    EXPECT_FALSE(isColoured("TERM=xterm NO_COLOR=1"));
+}
+
+TEST_F(Command, TablesAreAlignedByWhatATerminalShows) {
+    // Wide, combining, invisible and ordinary letters: 4, 4, 1, 3 and 4 columns.
+    write("f", "日本 = 1\n😀é́z = 1\na\xe2\x80\x8d = 1\nñoñ = 1\nabcd = 1\n");
+    const std::string head = "NAME  VALUE  COMMENT\n";
+    EXPECT_EQ(out("varval list f"), head +
+                                        "日本  1      -\n😀é́z  1      -\na\xe2\x80\x8d     1      -\nñoñ   1      -\n"
+                                        "abcd  1      -\n");
 }
 
 }  // namespace

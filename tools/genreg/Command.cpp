@@ -3,8 +3,10 @@
 #include <fmt/core.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <map>
+#include <memory>
 #include <vector>
 
 #include "Text.h"
@@ -19,12 +21,43 @@ constexpr std::string_view FOOTER =
 
 constexpr double MOST_SECONDS = 1e6;
 
+constexpr std::string_view VERSION = GENREG_VERSION;
+
 struct Parser {
     CLI::App app{std::string(DESCRIPTION), "genreg"};
+    std::map<const CLI::App*, const Command*> commands;
+    std::vector<std::string> helpWords;
     std::string color = "auto";
     const Command* chosen = nullptr;
     Action action;
     std::vector<std::pair<unsigned int, CLI::Option*>> acting;  // options that not every command takes
+};
+
+// The help of a command lists the global options that it takes, too.
+class HelpFormatter final : public CLI::Formatter {
+public:
+    explicit HelpFormatter(const Parser& parser) : parser_(parser) {}
+
+    std::string make_footer(const CLI::App* app) const override {
+        const auto command = parser_.commands.find(app);
+        return (command == parser_.commands.end() ? "" : globalOptions(*command->second)) +
+               CLI::Formatter::make_footer(app);
+    }
+
+private:
+    [[nodiscard]] std::string globalOptions(const Command& command) const {
+        std::string text = "Global options:\n";
+        for (const CLI::Option* option : parser_.app.get_options()) {
+            const auto acts = std::find_if(parser_.acting.begin(), parser_.acting.end(),
+                                           [&](const auto& acting) { return acting.second == option; });
+            const bool taken = acts == parser_.acting.end() || (command.uses & acts->first) != 0;
+            const bool listed = option == parser_.app.get_help_ptr() || option == parser_.app.get_version_ptr();
+            text += taken && !listed ? make_option(option, false) : "";
+        }
+        return text + "\n";
+    }
+
+    const Parser& parser_;
 };
 
 // NaN, which compares with nothing, is out of the range as well.
@@ -37,6 +70,7 @@ std::string secondsProblem(const std::string& text) {
 void declareGlobals(Parser& parser, Context& context) {
     CLI::App& app = parser.app;
     Options& options = context.options;
+    app.set_version_flag("-V,--version", std::string(VERSION));
     parser.acting.emplace_back(USES_REGISTRY, app.add_option("--registry", options.registry,
                                                              "the registry to work on, where FILE is not given")
                                                   ->type_name("PATH"));
@@ -56,7 +90,7 @@ void declareGlobals(Parser& parser, Context& context) {
     parser.acting.emplace_back(USES_YES, app.add_flag("-y,--yes", options.yes, "do not ask"));
     app.add_flag("-q", context.output.style.quiet, "no remarks on standard error");
     app.add_flag("-v", context.output.style.verbose, "say more on standard error");
-    app.add_option("--color", parser.color, "auto, always or never (auto heeds NO_COLOR)")
+    app.add_option("--color", parser.color, "auto, always or never (auto heeds NO_COLOR and TERM=dumb)")
         ->type_name("WHEN")
         ->check(CLI::IsMember({"auto", "always", "never"}).description(""));
 }
@@ -64,6 +98,7 @@ void declareGlobals(Parser& parser, Context& context) {
 void declareCommand(CLI::App& above, const Command& command, const std::string& word, Parser& parser) {
     CLI::App* sub = above.add_subcommand(word, std::string(command.summary));
     const Action action = command.declare(*sub);
+    parser.commands[sub] = &command;
     sub->final_callback([&parser, &command, action] {
         parser.chosen = &command;
         parser.action = action;
@@ -163,9 +198,49 @@ Failure parseFailure(const CLI::App& root, const CLI::ParseError& error) {
                         fmt::format("{} --help", fullName(command)));
 }
 
+void printHelp(Output& output, const CLI::App& command) {
+    std::string text = command.get_formatter()->make_help(&command, fullName(command), CLI::AppFormatMode::Normal);
+    text.erase(text.find_last_not_of('\n') + 1);
+    output.line(text);
+}
+
+void printVersion(Output& output) {
+    if (output.style.json) {
+        output.json({{"version", VERSION}});
+    } else {
+        output.line(fmt::format("genreg {}", VERSION));
+    }
+}
+
+// The help of the command that the words name.
+int help(Context& context, const Parser& parser) {
+    const CLI::App* command = &parser.app;
+    for (const std::string& word : parser.helpWords) {
+        const auto known = command->get_subcommands([&](const CLI::App* sub) { return sub->get_name() == word; });
+        if (known.empty()) {
+            throw unknownWord(parser.app, *command, word);
+        }
+        command = known.front();
+    }
+    printHelp(context.output, *command);
+    return EXIT_DONE;
+}
+
+void declareHelp(Parser& parser) {
+    static constexpr Command HELP = {"help", "the help of the tool or a command", 0, nullptr};
+    CLI::App* sub = parser.app.add_subcommand(std::string(HELP.name), std::string(HELP.summary));
+    sub->add_option("COMMAND", parser.helpWords, "the words of the command");
+    sub->final_callback([&parser] {
+        parser.chosen = &HELP;
+        parser.action = [&parser](Context& context) { return help(context, parser); };
+    });
+}
+
 void chooseColor(const std::string& when, Output& output) {
     const char* noColor = std::getenv("NO_COLOR");
-    const bool wanted = noColor == nullptr || *noColor == '\0';
+    const char* terminal = std::getenv("TERM");
+    const bool wanted =
+        (noColor == nullptr || *noColor == '\0') && (terminal == nullptr || std::string_view(terminal) != "dumb");
     output.style.color = when == "always" || (when == "auto" && wanted && output.isTerminal());
     output.style.errorColor = when == "always" || (when == "auto" && wanted && isatty(STDERR_FILENO) != 0);
 }
@@ -193,11 +268,13 @@ int run(Context& context, std::span<const CommandGroup> groups, std::span<const 
     context.argumentCount = count;
     context.arguments = arguments;
     Parser parser;
+    parser.app.formatter(std::make_shared<HelpFormatter>(parser));
     parser.app.fallthrough();
     parser.app.require_subcommand(1);
     parser.app.footer(std::string(FOOTER));
     declareGlobals(parser, context);
     declareCommands(parser, groups, commands);
+    declareHelp(parser);
     // A command line that cannot be parsed is answered in the form asked for all the same.
     for (int i = 1; i < count && std::string_view(arguments[i]) != "--"; ++i) {
         context.output.style.json = context.output.style.json || std::string_view(arguments[i]) == "--json";
@@ -205,10 +282,10 @@ int run(Context& context, std::span<const CommandGroup> groups, std::span<const 
     try {
         parser.app.parse(count, arguments);
     } catch (const CLI::CallForHelp&) {
-        const CLI::App& command = innermost(parser.app);
-        std::string text = command.help(command.get_parent() == nullptr ? "" : fullName(*command.get_parent()));
-        text.erase(text.find_last_not_of('\n') + 1);
-        context.output.line(text);
+        printHelp(context.output, innermost(parser.app));
+        return EXIT_DONE;
+    } catch (const CLI::CallForVersion&) {
+        printVersion(context.output);
         return EXIT_DONE;
     } catch (const CLI::ParseError& error) {
         chooseColor(parser.color, context.output);
