@@ -2,6 +2,7 @@
 #include <genreg/Checksum.h>
 
 #include <algorithm>
+#include <tuple>
 
 #include "Tool.h"
 
@@ -47,6 +48,17 @@ protected:
         return last_.status;
     }
     [[nodiscard]] const Result& last() const { return last_; }
+    // Every command that takes a file apart finds it in "f", and says so in the same words.
+    void expectDamage(const std::string& said) {
+        std::string first;
+        for (const Words& words : std::vector<Words>{{"status", "f"}, {"dump", "f"}, {"diff", "f", "f"}}) {
+            EXPECT_EQ(run(words), 7) << words[0];
+            const std::string message = last().err.substr(0, last().err.find('\n'));
+            EXPECT_NE(message.find(said), std::string::npos) << message;
+            first = first.empty() ? message : first;
+            EXPECT_EQ(message, first) << words[0];
+        }
+    }
 
 private:
     Result last_;
@@ -84,15 +96,27 @@ TEST_F(Layouts, DamageIsToldByEveryCommand) {
     // The length of the version lies, and nothing else of the file is sound.
     std::string lies = instanceFrame("inst1");
     lies[4 + 20 + 6] = '\xc8';
-    std::string header = laidOut(instanceFrame("inst1"), {true, false});
-    header.back() = static_cast<char>(header.back() ^ 1);
-    for (const std::string& bytes : {lies, header, instanceFrame("inst1").substr(0, 20), variable("x", 1) + "\x24"}) {
+    for (const std::string& bytes : {lies, instanceFrame("inst1").substr(0, 40), variable("x", 1) + "\x24"}) {
         write("f", bytes);
-        for (const std::vector<std::string>& words :
-             std::vector<std::vector<std::string>>{{"status", "f"}, {"dump", "f"}, {"diff", "f", "f"}}) {
-            EXPECT_EQ(run(words), 7) << words[0];
-            EXPECT_NE(last().err.find("damage"), std::string::npos) << last().err;
-        }
+        expectDamage("damaged at offset");
+    }
+    // A checksum header is what the library takes for one, whatever stands behind its text.
+    const std::string two = instanceFrame("inst1") + instanceFrame("inst2");
+    const std::string sound = laidOut(two, {true, false});
+    const std::string sum = sound.c_str();
+    std::string lost = two;
+    lost[1] = lost[30] = 'x';
+    for (const auto& [text, behind, body] : {std::tuple(sum, '\0', instanceFrame("inst1")),
+                                             {sum, 'x', lost},
+                                             {"0" + sum, '\0', two},
+                                             {std::string("99999999999"), '\0', two},
+                                             {sum, 'x', two + "x"}}) {
+        std::string header = text + '\0';
+        header.resize(32, behind);
+        write("f", header + body);
+        expectDamage("the checksum header says " + text);
+        EXPECT_EQ(run({"instance", "list", "--registry", "f"}), 7);
+        EXPECT_NE(last().err.find("checksum"), std::string::npos) << last().err;
     }
 }
 

@@ -61,6 +61,34 @@ TEST_F(Watch, AFollowerTellsBeforeAndAfter) {
     EXPECT_EQ(changes[2]["after"], nullptr);
 }
 
+TEST_F(Watch, TextsOfRecordsAreShownAsOneFieldAndHarmless) {
+    const auto record = [](const std::string& comment, const std::string& item) {
+        return frame(Image(1, 0x607).text("RVN").version().text("i").text(comment).item(item).end());
+    };
+    write("global.reg", record("a", "\x01"));
+    const Running table = watch("--follow");
+    const Running lines = watch("--follow --json");
+    write("new", record("\x1b]0;x\x07 \" y: 1\\\xc2\x9b\xe2\x80\xae\x7f", "\x02"));
+    std::filesystem::rename(path("new"), path("global.reg"));
+    EXPECT_TRUE(tells(table.out, "\n"));
+    EXPECT_TRUE(tells(lines.out, "\n"));
+    ::kill(table.pid, SIGINT);
+    ::kill(lines.pid, SIGINT);
+    const std::string shown = finish(table).out;
+    EXPECT_NE(shown.find(R"(i  comment: a -> "\x1b]0;x\x07 \" y: 1\\\xc2\x9b\xe2\x80\xae\x7f" 0x400: 01 -> 02)"
+                         "\n"),
+              std::string::npos)
+        << shown;
+    const std::string told = finish(lines).out;
+    for (const char* raw : {"\x1b", "\xc2\x9b", "\x7f", "\xe2\x80\xae"}) {
+        EXPECT_EQ(told.find(raw), std::string::npos) << told;
+    }
+    const Json change = objects(told).at(0);
+    EXPECT_EQ(change["changed"].dump(), R"(["comment","unknown"])");
+    EXPECT_EQ(change["after"]["comment"], "\x1b]0;x\x07 \" y: 1\\\xc2\x9b\xe2\x80\xae\x7f");
+    EXPECT_EQ(change["after"]["unknown"].dump(), R"([{"bit":"0x400","base64":"Ag=="}])");
+}
+
 TEST_F(Watch, ADamagedFileIsNoDeletion) {
     write("global.reg", instanceFrame("inst1"));
     const Running running = watch("--follow --json");

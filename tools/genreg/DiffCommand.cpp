@@ -47,13 +47,6 @@ std::string otherSide(const Context& context, const std::string& path) {
 }
 
 // Refuses to call a comparison complete that could not read everything.
-void refuseDamage(const std::string& path, const RecordFile& file) {
-    const std::vector<BadFrame> bad = file.bad(true);
-    if (!bad.empty()) {
-        throw damageFailure(path, bad);
-    }
-}
-
 void refuseDamage(const std::string& path, const RegistryBytes& file) {
     if (!file.isSound()) {
         throw damageFailure(path, file);
@@ -101,8 +94,8 @@ int compareRecordsOf(Context& context, const Difference& difference) {
     } else {
         differs = printRecordDifference(output, difference);
     }
-    refuseDamage(difference.oldName, parseRecords(difference.before));
-    refuseDamage(difference.newName, parseRecords(difference.after));
+    refuseDamage(difference.oldName, takeApart(difference.before, true));
+    refuseDamage(difference.newName, takeApart(difference.after, true));
     return differs ? EXIT_NEGATIVE : sameRecords(context, difference);
 }
 

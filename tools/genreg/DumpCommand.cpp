@@ -26,14 +26,6 @@ std::string place(std::size_t offset) {
     return fmt::format("{:#010x}", offset);
 }
 
-std::string hex(std::string_view bytes) {
-    std::string text;
-    for (const char byte : bytes) {
-        text += fmt::format("{:02x}", static_cast<unsigned char>(byte));
-    }
-    return text;
-}
-
 void printBytes(Output& output, std::string_view bytes, std::size_t offset, bool all) {
     const std::size_t shown = all ? bytes.size() : std::min(bytes.size(), BYTES_SHOWN);
     for (std::size_t at = 0; at < shown; at += BYTES_IN_LINE) {
@@ -47,7 +39,7 @@ void printBytes(Output& output, std::string_view bytes, std::size_t offset, bool
         output.line(fmt::format("    {:08x}:{:<48}  {}", offset + at, digits, letters));
     }
     if (shown < bytes.size()) {
-        output.line(fmt::format("    ... and {} bytes more (--raw shows them)", bytes.size() - shown));
+        output.line(fmt::format("    ... and {} more (--raw shows all)", counted(bytes.size() - shown, "byte")));
     }
 }
 
@@ -98,7 +90,7 @@ public:
             }
         }
         if (!output_.style.json) {
-            output_.line(fmt::format("{} bytes, {} frames{}{}", bytes_.size(), frames,
+            output_.line(fmt::format("{}, {}{}{}", counted(bytes_.size(), "byte"), counted(frames, "frame"),
                                      parts_.bigEndian ? ", lengths big-endian" : "", contentText()));
         }
         refuseDamage();
@@ -118,18 +110,18 @@ private:
     }
 
     void tellHeader() {
-        const auto [stated, computed] = *parts_.header;
+        const auto& [stated, computed, fits] = *parts_.header;
         if (output_.style.json) {
             output_.json({{"kind", "header"},
                           {"offset", 0},
-                          {"checksum", stated},
+                          {"checksum", std::stoll(stated)},
                           {"computed", computed},
-                          {"fits", parts_.header->fits()}});
+                          {"fits", fits}});
             return;
         }
-        output_.line(fmt::format(
-            "{}  checksum header: {}{}", place(0), stated,
-            parts_.header->fits() ? ", fits" : fmt::format("  <-- DAMAGED: the bytes behind it give {}", computed)));
+        output_.line(
+            fmt::format("{}  checksum header: {}{}", place(0), stated,
+                        fits ? ", fits" : fmt::format("  <-- DAMAGED: the bytes behind it give {}", computed)));
         if (raw_) {
             printBytes(
                 output_,
@@ -142,12 +134,12 @@ private:
         const std::string damage =
             part.damage.empty() ? "" : fmt::format("  <-- DAMAGED at {}: {}", place(part.damageOffset), part.damage);
         if (!part.framed) {
-            output_.line(fmt::format("{}  {} bytes that are no frame{}", place(part.offset), part.size, damage));
+            output_.line(fmt::format("{}  no frame: {}{}", place(part.offset), counted(part.size, "byte"), damage));
             printBytes(output_, bytesOf(part), part.offset, raw_);
             return;
         }
-        output_.line(fmt::format("{}  frame {}, {} bytes{}{}", place(part.offset), number, part.payload.size(),
-                                 headline(part), damage));
+        output_.line(fmt::format("{}  frame {}, {}{}{}", place(part.offset), number,
+                                 counted(part.payload.size(), "byte"), headline(part), damage));
         const bool told = printFields(part);
         if (raw_ || !told) {
             printBytes(output_, bytesOf(part), part.offset, raw_);
@@ -168,7 +160,7 @@ private:
         const std::size_t start = part.offset + LENGTH_SIZE;
         if (parts_.content == RegistryContent::GLOBAL) {
             for (const RecordItem& item : decodeImage(part.payload).items) {
-                const std::string note = item.field == nullptr ? "  (bytes of a field of a later release)" : "";
+                const std::string note = item.field == nullptr ? "  (of a later release)" : "";
                 output_.line(
                     fmt::format("  {}  {:<16} {}{}", place(start + item.offset), itemName(item), itemText(item), note));
             }
@@ -196,14 +188,18 @@ private:
             object["checksum"] = image.checksum;
             object["fields"] = Json::array();
             for (const RecordItem& item : image.items) {
-                Json field{{"name", nullptr}, {"bit", fmt::format("{:#x}", item.bit)}};
-                if (item.field != nullptr) {
-                    field["name"] = item.field->name;
+                Json told{{"bit", fmt::format("{:#x}", item.bit)},
+                          {"offset", start + item.offset},
+                          {"length", item.bytes.size()}};
+                if (item.field == nullptr) {
+                    told["base64"] = base64(item.bytes);
+                    object["unknown"].push_back(told);
+                } else {
+                    Json field{{"name", item.field->name}};
+                    field.update(told);
+                    putItem(field, "value", item);
+                    object["fields"].push_back(field);
                 }
-                field["offset"] = start + item.offset;
-                field["length"] = item.bytes.size();
-                putItem(field, "value", item);
-                object["fields"].push_back(field);
             }
         } else if (parts_.content == RegistryContent::VARIABLES && part.damage.empty()) {
             object["record"] = "binvar";
@@ -234,7 +230,7 @@ private:
             object["damage"] = {{"offset", part.damageOffset}, {"message", part.damage}};
         }
         if (raw_) {
-            object["hex"] = hex(bytesOf(part));
+            object["hex"] = hexDigits(bytesOf(part));
         }
     }
 

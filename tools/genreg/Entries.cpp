@@ -66,10 +66,10 @@ Failure EntryCommand::severalMatch(const std::string& path, const std::vector<En
     for (const Entry& entry : matches) {
         places += fmt::format("{}{}", places.empty() ? "" : ", ", entry.number);
     }
-    return answer(
-        "several", EXIT_CONFLICT, REG_SEVERAL_MATCH, path,
-        fmt::format("{} stands in several {}s: {}; nothing was changed", printable(request_.name), form_.place, places),
-        "--all for every one of them");
+    return answer("several", EXIT_CONFLICT, REG_SEVERAL_MATCH, path,
+                  fmt::format("{} stands {} several {}s: {}; nothing was changed", printable(request_.name),
+                              std::string_view(form_.place) == "line" ? "on" : "in", form_.place, places),
+                  "--all for every one of them");
 }
 
 Failure EntryCommand::refused(unsigned int code, const std::string& path, const EntryEdit& edit) const {

@@ -4,10 +4,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <new>
 
 #include "Failure.h"
 #include "GlobalPath.h"
-#include "RecordFields.h"
 #include "RegistryBytes.h"
 
 namespace tool {
@@ -42,6 +42,20 @@ unsigned int validate(unsigned long mask, void* record) {
                            : GlobalReg::ValidateRecord(mask & kind->keyFields, record);
 }
 
+// Of the record that was unpacked last: the library leaves them out.
+thread_local LaterItems laterOfLast;
+
+unsigned int unpack(void** buffer) noexcept {
+    unsigned long size = 0;
+    try {
+        (void)GlobalReg::GetPackedRecordSize(*buffer, &size);
+        laterOfLast = laterItems(decodeImage({static_cast<const char*>(*buffer), size}));
+    } catch (const std::bad_alloc&) {
+        return REG_NO_UNPACK_BUFFER;
+    }
+    return GlobalReg::UnpackRecord(buffer);
+}
+
 }  // namespace
 
 std::string globalRegistryPath(const Context& context) {
@@ -72,15 +86,16 @@ GlobalRegistry::GlobalRegistry(const Context& context, const std::string& path, 
     }
 }
 
-std::vector<GlobalRegRecord> GlobalRegistry::read(const std::string& doing) {
+std::vector<FoundRecord> GlobalRegistry::read(const std::string& doing) {
+    unpackRecord = unpack;
     unsigned int code = OpenScan();
     if (code != 0) {
         throw libraryFailure(code, path_, doing);
     }
-    std::vector<GlobalRegRecord> records;
+    std::vector<FoundRecord> records;
     const auto record = std::make_unique<GlobalRegRecord>();
     while ((code = GetNext(0, nullptr, record.get())) == 0) {
-        records.push_back(*record);
+        records.push_back({*record, laterOfLast});
     }
     if (code != REG_NO_MORE_RECORDS) {
         throw libraryFailure(code, path_, doing);
@@ -89,6 +104,7 @@ std::vector<GlobalRegRecord> GlobalRegistry::read(const std::string& doing) {
     if (code != 0) {
         throw libraryFailure(code, path_, doing);
     }
+    unpackRecord = UnpackRecord;
     return records;
 }
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Command.h"
+#include "RecordFields.h"
 
 namespace tool {
 
@@ -25,7 +26,7 @@ public:
     GlobalRegistry(const Context& context, const std::string& path, bool rehearsal);
 
     // Every record, in one scan. Throws a Failure.
-    [[nodiscard]] std::vector<GlobalRegRecord> read(const std::string& doing);
+    [[nodiscard]] std::vector<FoundRecord> read(const std::string& doing);
 
     // The engine's operations. Each answers the engine's code.
     unsigned int add(GlobalRegRecord record);

@@ -94,8 +94,8 @@ int logStatus(Context& context) {
     } else if (!on) {
         context.output.line(fmt::format("{}: off (genreg log on creates it)", LOG_PATH));
     } else {
-        context.output.line(fmt::format("{}: on, {} bytes, mode {:04o}, owned by user {}", LOG_PATH, info.size,
-                                        info.permissions, info.owner));
+        context.output.line(fmt::format("{}: on, {}, mode {:04o}, owned by user {}", LOG_PATH,
+                                        counted(info.size, "byte"), info.permissions, info.owner));
     }
     return EXIT_DONE;
 }
@@ -206,7 +206,9 @@ int showLog(Context& context, const std::string& given) {
     }
     output.flush();
     if (!others.empty()) {
-        output.note("unparsed", path, fmt::format("{} of {} lines have another form", others.size(), number));
+        output.note("unparsed", path,
+                    fmt::format("{} of {} {} another form", others.size(), counted(number, "line"),
+                                others.size() == 1 ? "has" : "have"));
     }
     return EXIT_DONE;
 }

@@ -54,13 +54,13 @@ Failure severalMatch(const Task& task, std::size_t count) {
 }
 
 // The last field of the key tells records apart; a name that is near is named.
-Failure notFound(const Task& task, const std::vector<GlobalRegRecord>& records) {
+Failure notFound(const Task& task, const std::vector<FoundRecord>& records) {
     const GlobalRegField& field =
         task.kind.type == GLOBALREG_SERVICE
             ? task.kind.fields.front()
             : task.kind.fields[static_cast<std::size_t>(std::bit_width(task.kind.keyFields)) - 1];
     std::vector<std::string> names;
-    for (const GlobalRegRecord& record : records) {
+    for (const FoundRecord& record : records) {
         const auto name = valueText(record, field);
         if (name && record.recordType == task.kind.type) {
             names.push_back(*name);
@@ -120,7 +120,7 @@ Task taskOf(Context& context, const Arguments& arguments, const char* verb) {
     return task;
 }
 
-std::vector<GlobalRegRecord> recordsOf(const Task& task, const std::string& path) {
+std::vector<FoundRecord> recordsOf(const Task& task, const std::string& path) {
     judgeFile(path, task.doing, true);
     return GlobalRegistry(task.context, path, true).read(task.doing);
 }
@@ -130,20 +130,20 @@ bool isMeant(const Task& task, const GlobalRegRecord& record) {
            sameValues(record, task.key, task.key.fieldMask);
 }
 
-std::vector<GlobalRegRecord> meant(const Task& task, const std::vector<GlobalRegRecord>& records) {
-    std::vector<GlobalRegRecord> matches;
+std::vector<FoundRecord> meant(const Task& task, const std::vector<FoundRecord>& records) {
+    std::vector<FoundRecord> matches;
     std::copy_if(records.begin(), records.end(), std::back_inserter(matches),
-                 [&](const GlobalRegRecord& record) { return isMeant(task, record); });
+                 [&](const FoundRecord& record) { return isMeant(task, record); });
     return matches;
 }
 
 // The key's columns, and those that any record has something in.
-void printTable(Output& output, const RecordKind& kind, const std::vector<GlobalRegRecord>& records) {
+void printTable(Output& output, const RecordKind& kind, const std::vector<FoundRecord>& records) {
     unsigned long shown = kind.keyFields;
-    unsigned long later = 0;
-    for (const GlobalRegRecord& record : records) {
+    LaterItems later;
+    for (const FoundRecord& record : records) {
         shown |= record.fieldMask;
-        later |= laterFields(record);
+        later.insert(record.later.begin(), record.later.end());
     }
     std::vector<std::string> heading;
     for (const GlobalRegField& field : kind.fields) {
@@ -151,20 +151,19 @@ void printTable(Output& output, const RecordKind& kind, const std::vector<Global
             heading.emplace_back(field.name);
         }
     }
-    if (later != 0) {
-        heading.emplace_back("later fields");
+    for (const auto& [bit, ignored] : later) {
+        heading.push_back(laterName(bit));
     }
     Table table(heading);
-    for (const GlobalRegRecord& record : records) {
+    for (const FoundRecord& record : records) {
         std::vector<std::string> cells;
         for (const GlobalRegField& field : kind.fields) {
             if ((shown & field.bit) != 0) {
                 cells.push_back(valueCell(record, field));
             }
         }
-        if (later != 0) {
-            const unsigned long bits = laterFields(record);
-            cells.push_back(bits == 0 ? std::string(ABSENT) : fmt::format("{:#x}", bits));
+        for (const auto& [bit, ignored] : later) {
+            cells.push_back(laterCell(record.later, bit));
         }
         table.row(std::move(cells));
     }
@@ -173,9 +172,9 @@ void printTable(Output& output, const RecordKind& kind, const std::vector<Global
 
 int list(Context& context, const Arguments& arguments) {
     const Task task = taskOf(context, arguments, "list");
-    const std::vector<GlobalRegRecord> records = meant(task, recordsOf(task, task.path));
+    const std::vector<FoundRecord> records = meant(task, recordsOf(task, task.path));
     if (context.output.style.json) {
-        for (const GlobalRegRecord& record : records) {
+        for (const FoundRecord& record : records) {
             context.output.json(recordObject(record));
         }
     } else if (!records.empty()) {
@@ -207,19 +206,20 @@ int get(Context& context, const Arguments& arguments) {
     const GlobalRegField* field =
         arguments.words.empty() ? nullptr : &fieldNamed(kindOf(arguments.type), arguments.words.front());
     const Task task = taskOf(context, arguments, "get");
-    const std::vector<GlobalRegRecord> all = recordsOf(task, task.path);
-    const std::vector<GlobalRegRecord> records = meant(task, all);
+    const std::vector<FoundRecord> all = recordsOf(task, task.path);
+    const std::vector<FoundRecord> records = meant(task, all);
     if (records.empty()) {
         throw notFound(task, all);
     }
-    for (const GlobalRegRecord& record : records) {
+    for (const FoundRecord& record : records) {
         const auto value = field == nullptr ? std::nullopt : valueText(record, *field);
         if (field != nullptr && !value) {
             throw answer("not-found", EXIT_NEGATIVE, REG_NOT_FOUND, task.path,
                          fmt::format("{} has no {}", keyText(record), field->name), commandFor(task, "get"));
         }
         if (context.output.style.json) {
-            context.output.json(recordObject(record, field == nullptr ? ~0UL : field->bit | task.kind.keyFields));
+            context.output.json(field == nullptr ? recordObject(record)
+                                                 : recordObject(record, field->bit | task.kind.keyFields));
         } else if (field != nullptr) {
             context.output.line(context.output.isTerminal() ? printable(*value) : *value);
         } else {
@@ -227,8 +227,8 @@ int get(Context& context, const Arguments& arguments) {
             for (const GlobalRegField& each : task.kind.fields) {
                 table.row({each.name, valueCell(record, each)});
             }
-            if (laterFields(record) != 0) {
-                table.row({"later fields", fmt::format("{:#x}", laterFields(record))});
+            for (const auto& [bit, bytes] : record.later) {
+                table.row({laterName(bit), laterCell(bytes)});
             }
             table.print(context.output);
         }
@@ -300,8 +300,8 @@ bool change(const Task& task, const std::string& path, const std::vector<FieldEd
     const bool exists = judgeFile(path, task.doing, false);
     GlobalRegistry registry(task.context, path, path != task.path);
     const LockPatience patience(task.context, registry, path);
-    const std::vector<GlobalRegRecord> all = exists ? registry.read(task.doing) : std::vector<GlobalRegRecord>();
-    const std::vector<GlobalRegRecord> matches = meant(task, all);
+    const std::vector<FoundRecord> all = exists ? registry.read(task.doing) : std::vector<FoundRecord>();
+    const std::vector<FoundRecord> matches = meant(task, all);
     *added = matches.empty();
     if (matches.size() > 1) {
         throw severalMatch(task, matches.size());
@@ -360,9 +360,9 @@ int set(Context& context, const Arguments& arguments) {
 }
 
 // The records that are to go. Refuses what the options do not allow.
-std::vector<GlobalRegRecord> removable(const Task& task, const std::string& path) {
-    const std::vector<GlobalRegRecord> all = recordsOf(task, path);
-    std::vector<GlobalRegRecord> matches = meant(task, all);
+std::vector<FoundRecord> removable(const Task& task, const std::string& path) {
+    const std::vector<FoundRecord> all = recordsOf(task, path);
+    std::vector<FoundRecord> matches = meant(task, all);
     if (matches.empty()) {
         throw notFound(task, all);
     }
@@ -376,7 +376,7 @@ std::vector<GlobalRegRecord> removable(const Task& task, const std::string& path
 }
 
 bool removeRecords(const Task& task, const std::string& path) {
-    const std::vector<GlobalRegRecord> matches = removable(task, path);
+    const std::vector<FoundRecord> matches = removable(task, path);
     GlobalRegistry registry(task.context, path, path != task.path);
     const LockPatience patience(task.context, registry, path);
     const unsigned int code = task.context.options.ifValue

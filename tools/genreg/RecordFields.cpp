@@ -157,8 +157,23 @@ bool has(const GlobalRegRecord& record, const GlobalRegField& field) {
     return (record.fieldMask & field.bit) != 0;
 }
 
-unsigned long laterFields(const GlobalRegRecord& record) {
-    return record.fieldMask & ~kindOf(record.recordType).known;
+std::string laterName(unsigned long bit) {
+    return fmt::format("{:#x}", bit);
+}
+
+std::string laterCell(std::string_view bytes) {
+    return cell(hexDigits(bytes));
+}
+
+std::string laterCell(const LaterItems& items, unsigned long bit) {
+    const auto item = items.find(bit);
+    return item == items.end() ? std::string(ABSENT) : laterCell(item->second);
+}
+
+void putLater(Json& object, const LaterItems& items) {
+    for (const auto& [bit, bytes] : items) {
+        object["unknown"].push_back({{"bit", laterName(bit)}, {"base64", base64(bytes)}});
+    }
 }
 
 std::optional<std::string> valueText(const GlobalRegRecord& record, const GlobalRegField& field) {
@@ -206,9 +221,12 @@ Json recordObject(const GlobalRegRecord& record, unsigned long mask) {
             putField(object, field.name, record, field);
         }
     }
-    if ((mask & laterFields(record)) != 0) {
-        object["fieldMask"] = fmt::format("{:#x}", record.fieldMask);
-    }
+    return object;
+}
+
+Json recordObject(const FoundRecord& found) {
+    Json object = recordObject(static_cast<const GlobalRegRecord&>(found));
+    putLater(object, found.later);
     return object;
 }
 

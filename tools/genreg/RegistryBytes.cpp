@@ -3,14 +3,13 @@
 #include <fmt/core.h>
 #include <genreg/Checksum.h>
 #include <genreg/Constants.h>
+#include <genreg/RegistryBytes.h>
 #include <genreg/VersionCodes.h>
 
 #include <algorithm>
 #include <bit>
-#include <charconv>
 
 #include "Files.h"
-#include "RecordFields.h"
 #include "Text.h"
 
 namespace tool {
@@ -18,7 +17,6 @@ namespace {
 
 constexpr std::size_t LENGTH_SIZE = 4;
 constexpr std::size_t HEADER_SIZE = 32;
-constexpr std::size_t LONGEST_CHECKSUM = 12;  // "-2147483648" and its NUL
 
 constexpr std::size_t MASK_OFFSET = 4;
 constexpr std::size_t MISSING_OFFSET = 12;
@@ -127,41 +125,28 @@ RegistryContent judge(const Body& body, bool expectGlobal) {
     return expectGlobal || anySaysGlobal ? RegistryContent::GLOBAL : RegistryContent::OTHER;
 }
 
-std::optional<int> statedChecksum(std::string_view bytes) {
-    const std::string_view text = textOf(bytes.substr(0, LONGEST_CHECKSUM));
-    int value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    const bool header = bytes.size() >= HEADER_SIZE && text.size() < LONGEST_CHECKSUM && error == std::errc() &&
-                        end == text.data() + text.size();
-    return header ? std::optional(value) : std::nullopt;
+// The length of a frame may look like a checksum: 54 is "6" and a NUL. Whether the bytes are frames tells the two
+// apart; where they are damaged frames, a record of the global registry in the first one does.
+bool beginsAsRecord(std::string_view bytes) {
+    return findKind(static_cast<unsigned int>(little(bytes.substr(LENGTH_SIZE, MASK_OFFSET)))) != nullptr;
 }
 
-bool isSoundAt(std::string_view bytes, std::size_t at) {
-    for (const bool bigEndian : {false, true}) {
-        const Body body(bytes, at, bigEndian);
-        if (body.fits(at) && (isGlobal(body.payloadAt(at)) || isVariable(body.payloadAt(at)))) {
-            return true;
+std::optional<RegistryHeader> headerOf(std::string_view bytes) {
+    unsigned int code = 0;
+    // The byte order of the lengths shows behind the header, or without one from the first byte on.
+    for (const unsigned long features : {0UL, REG_FEATURE_BIG_ENDIAN}) {
+        unsigned long records = 0;
+        code = genregCheckHeader(bytes.data(), bytes.size(), features, &records);
+        if (records == 0) {
+            return std::nullopt;
         }
     }
-    return false;
-}
-
-// The length of a frame may look like a checksum: 54 is "6" and a NUL. One that differs is told from records that do
-// not begin with a header by what stands there and behind it.
-std::optional<RegistryHeader> headerOf(std::string_view bytes) {
-    const std::optional<int> stated = statedChecksum(bytes);
-    if (!stated) {
+    if (code != 0 && beginsAsRecord(bytes)) {
         return std::nullopt;
     }
     const std::string_view body = bytes.substr(HEADER_SIZE);
-    const RegistryHeader header{*stated, static_cast<int>(sqlzChecksumXOR(body.data(), body.size()))};
-    if (header.fits()) {
-        return header;
-    }
-    const std::string_view behind = bytes.substr(0, HEADER_SIZE).substr(textOf(bytes).size());
-    const bool likely = behind.find_first_not_of('\0') == std::string_view::npos || isSoundAt(bytes, HEADER_SIZE);
-    const bool records = leadsToEnd(Body(bytes, 0, false)) || leadsToEnd(Body(bytes, 0, true)) || isSoundAt(bytes, 0);
-    return likely && !records ? std::optional(header) : std::nullopt;
+    const auto computed = static_cast<int>(sqlzChecksumXOR(body.data(), body.size()));
+    return RegistryHeader{std::string(textOf(bytes)), computed, code == 0};
 }
 
 bool isBigEndian(std::string_view bytes, std::size_t start) {
@@ -180,7 +165,7 @@ std::string payloadDamage(RegistryContent content, std::string_view payload, std
         return payload.size() == VARIABLE_SIZE ? "name or comment has no end" : "this is no variable of 36 bytes";
     }
     if (payload.size() < LEAST_IMAGE) {
-        return fmt::format("{} bytes are too few for a record", payload.size());
+        return fmt::format("the record is too short: {}", counted(payload.size(), "byte"));
     }
     const RecordImage image = decodeImage(payload);
     *where = image.damage.value_or(0);
@@ -228,6 +213,7 @@ private:
         RegistryPart part;
         part.offset = at;
         part.damageOffset = at;
+        part.damageCode = REG_FRAME_TRUNCATED;
         std::size_t next = body_.end();
         if (body_.fits(at)) {
             const std::string_view payload = body_.payloadAt(at);
@@ -236,17 +222,19 @@ private:
             part.framed = good || isCredible(at, next);
             part.payload = part.framed ? payload : std::string_view();
             if (!part.framed) {
-                part.damage = fmt::format("the length says {} bytes, where no record ends", payload.size());
+                part.damage = fmt::format("the length says {}, where no record ends", counted(payload.size(), "byte"));
             } else if (!good) {
                 std::size_t where = 0;
                 part.damage = payloadDamage(content_, payload, &where);
                 part.damageOffset = at + LENGTH_SIZE + where;
+                part.damageCode = part.isOfUnknownType() ? REG_UNKNOWN_RECORD_TYPE : REG_UNPACK_FAILED;
             }
         } else if (body_.end() - at < LENGTH_SIZE) {
             part.damage = "the file ends inside a length";
         } else {
-            part.damage = fmt::format("the length says {} bytes, {} are left", body_.lengthAt(at),
-                                      body_.end() - at - LENGTH_SIZE);
+            part.damage =
+                fmt::format("the length says {}, and the file ends after {}", counted(body_.lengthAt(at), "byte"),
+                            counted(body_.end() - at - LENGTH_SIZE, "byte"));
         }
         if (!part.framed) {
             next = search(at + 1, body_.end());
@@ -319,11 +307,7 @@ std::string recordTypeName(unsigned int type) {
 
 std::string itemText(const RecordItem& item) {
     if (item.field == nullptr) {
-        std::string hex;
-        for (const char byte : item.bytes) {
-            hex += fmt::format("{:02x}", static_cast<unsigned char>(byte));
-        }
-        return hex;
+        return laterCell(item.bytes);
     }
     switch (item.field->kind) {
         case GLOBALREG_FIELD_VERSION:
@@ -333,16 +317,15 @@ std::string itemText(const RecordItem& item) {
         case GLOBALREG_FIELD_FLAG:
             return cell(item.bytes.substr(0, 1));
         default: {
-            const std::string text = cell(textOf(item.bytes));
-            return text.find_first_of(" ,=") == std::string::npos ? text : "\"" + text + "\"";
+            const std::string_view text = textOf(item.bytes);
+            const bool plain = text.find_first_of(" ,=\"\\") == std::string::npos && printable(text) == text;
+            return plain ? cell(text) : quoted(text);
         }
     }
 }
 
 void putItem(Json& members, const std::string& name, const RecordItem& item) {
-    if (item.field == nullptr) {
-        members[name + "_b64"] = base64(item.bytes);
-    } else if (item.field->kind == GLOBALREG_FIELD_NUMBER) {
+    if (item.field->kind == GLOBALREG_FIELD_NUMBER) {
         members[name] = static_cast<int>(little(item.bytes));
     } else if (item.field->kind == GLOBALREG_FIELD_VERSION) {
         members[name] = versionText(little(item.bytes));
@@ -353,13 +336,48 @@ void putItem(Json& members, const std::string& name, const RecordItem& item) {
     }
 }
 
-std::string itemName(const RecordItem& item) {
-    return item.field == nullptr ? fmt::format("{:#x}", item.bit) : item.field->name;
+LaterItems laterItems(const RecordImage& image) {
+    LaterItems later;
+    for (const RecordItem& item : image.items) {
+        if (item.field == nullptr) {
+            later[item.bit] = item.bytes;
+        }
+    }
+    return later;
 }
 
-const RegistryPart* RegistryBytes::firstDamage() const {
-    const auto found = std::find_if(parts.begin(), parts.end(), [](const auto& part) { return !part.damage.empty(); });
-    return found == parts.end() ? nullptr : &*found;
+Json itemsObject(const RecordImage& image) {
+    Json object = Json::object();
+    for (const RecordItem& item : image.items) {
+        if (item.field != nullptr) {
+            putItem(object, item.field->name, item);
+        }
+    }
+    putLater(object, laterItems(image));
+    return object;
+}
+
+std::string itemName(const RecordItem& item) {
+    return item.field == nullptr ? laterName(item.bit) : item.field->name;
+}
+
+bool RegistryPart::isOfUnknownType() const {
+    return framed && globalRegCheckImage(payload.data(), payload.size(), nullptr) == REG_UNKNOWN_RECORD_TYPE;
+}
+
+std::vector<RegistryDamage> RegistryBytes::damages() const {
+    std::vector<RegistryDamage> all;
+    if (header && !header->fits) {
+        all.push_back({0, 0, REG_CHECKSUM_DIFFERS,
+                       fmt::format("the checksum header says {}, and the bytes behind it give {}", header->stated,
+                                   header->computed)});
+    }
+    for (const RegistryPart& part : parts) {
+        if (!part.damage.empty()) {
+            all.push_back({part.damageOffset, part.offset, part.damageCode, part.damage});
+        }
+    }
+    return all;
 }
 
 std::size_t frameLength(std::string_view bytes, std::size_t at, bool bigEndian) {
@@ -389,15 +407,24 @@ unsigned long layoutFeatures(const std::string& path) {
     return (layout.header ? REG_FEATURE_CHECKSUM_HEADER : 0) | (layout.bigEndian ? REG_FEATURE_BIG_ENDIAN : 0);
 }
 
+std::string damageText(const RegistryBytes& bytes) {
+    const std::vector<RegistryDamage> all = bytes.damages();
+    const RegistryDamage& first = all.front();
+    return fmt::format("damaged {}at offset {}{}: {}",
+                       all.size() == 1 ? "" : fmt::format("in {} places, the first ", all.size()), first.offset,
+                       first.part == first.offset ? "" : fmt::format(" (in the frame at {})", first.part), first.why);
+}
+
 Failure damageFailure(const std::string& path, const RegistryBytes& bytes) {
-    const RegistryPart* first = bytes.firstDamage();
-    Failure failure = libraryFailure(first == nullptr ? REG_CHECKSUM_DIFFERS : REG_FRAME_TRUNCATED, path, "read");
-    if (first != nullptr) {
-        const auto count = std::count_if(bytes.parts.begin(), bytes.parts.end(),
-                                         [](const RegistryPart& part) { return !part.damage.empty(); });
-        failure.message = fmt::format("{} is damaged in {} place{}, the first at offset {}: {}", printable(path), count,
-                                      count == 1 ? "" : "s", first->damageOffset, first->damage);
-    }
+    Failure failure;
+    failure.kind = "damaged";
+    failure.exitStatus = EXIT_DAMAGED;
+    failure.code = bytes.damages().front().code;
+    failure.path = path;
+    failure.message = fmt::format("{}: {}", printable(path), damageText(bytes));
+    failure.hint = fmt::format(
+        "keep a copy of the file; genreg dump {} shows the damage, genreg diff what a .bkp, .cor or saved one has",
+        shellWord(path));
     return failure;
 }
 

@@ -1,4 +1,4 @@
-// The bytes of a binary registry, read without the library: whole, or as far as a damaged file lets one.
+// The bytes of a binary registry, taken apart without opening it: whole, or as far as a damaged file lets one.
 #pragma once
 
 #include <genreg/GlobalRegFields.h>
@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Output.h"
+#include "RecordFields.h"
 
 namespace tool {
 
@@ -36,8 +37,11 @@ struct RecordImage {
 [[nodiscard]] std::string recordTypeName(unsigned int type);
 // For people. A text is quoted where it would not read as one word.
 [[nodiscard]] std::string itemText(const RecordItem& item);
-// Sets members[name] to the value: text, dotted version, number; an item of a later release is "<name>_b64".
+// Sets members[name] to the value of an item whose field is known: text, dotted version, number.
 void putItem(Json& members, const std::string& name, const RecordItem& item);
+[[nodiscard]] LaterItems laterItems(const RecordImage& image);
+// The items of a record: by their names, and those of a later release as "unknown".
+[[nodiscard]] Json itemsObject(const RecordImage& image);
 // The field's name, or the bit of an item of a later release: "0x400".
 [[nodiscard]] std::string itemName(const RecordItem& item);
 
@@ -49,6 +53,10 @@ struct RegistryPart {
     std::string_view payload;  // of a frame
     std::string damage;        // what is wrong; empty when nothing is
     std::size_t damageOffset = 0;
+    unsigned int damageCode = 0;  // as the library answers it
+
+    // Whether it is a frame of a record type that there is not.
+    [[nodiscard]] bool isOfUnknownType() const;
 };
 
 enum class RegistryContent {
@@ -58,10 +66,16 @@ enum class RegistryContent {
 };
 
 struct RegistryHeader {
-    int stated;
+    std::string stated;  // digits, perhaps behind a minus
     int computed;
+    bool fits;
+};
 
-    [[nodiscard]] bool fits() const { return stated == computed; }
+struct RegistryDamage {
+    std::size_t offset;  // of what does not fit, from the beginning of the file
+    std::size_t part;    // of the part that it is in
+    unsigned int code;   // as the library answers it
+    std::string why;
 };
 
 // Views into the bytes that were given.
@@ -71,8 +85,9 @@ struct RegistryBytes {
     std::optional<RegistryHeader> header;
     std::vector<RegistryPart> parts;
 
-    [[nodiscard]] const RegistryPart* firstDamage() const;
-    [[nodiscard]] bool isSound() const { return firstDamage() == nullptr && (!header || header->fits()); }
+    // In the order of the file: of the header, and of each part.
+    [[nodiscard]] std::vector<RegistryDamage> damages() const;
+    [[nodiscard]] bool isSound() const { return damages().empty(); }
 };
 
 // Where the records begin, and the byte order of their lengths.
@@ -88,7 +103,9 @@ struct RegistryLayout {
 // Of the frame at that place, which must be whole.
 [[nodiscard]] std::size_t frameLength(std::string_view bytes, std::size_t at, bool bigEndian);
 
-// Failure (damaged): where the first damage is, and in how many places.
+// "damaged in 2 places, the first at offset 58: ..."; of one that is not sound.
+[[nodiscard]] std::string damageText(const RegistryBytes& bytes);
+// Failure (damaged) that says so.
 [[nodiscard]] Failure damageFailure(const std::string& path, const RegistryBytes& bytes);
 
 // Takes the file apart. Behind damage it goes on at the next sound record. `expectGlobal`: what decides when nothing in

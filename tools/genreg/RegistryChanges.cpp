@@ -6,6 +6,8 @@
 #include <map>
 #include <set>
 
+#include "RecordFields.h"
+
 namespace tool {
 namespace {
 
@@ -69,17 +71,6 @@ std::string nameOf(const RegistryChange& change, unsigned long bit) {
     return {};
 }
 
-Json recordObject(const std::optional<RecordImage>& record) {
-    if (!record) {
-        return nullptr;
-    }
-    Json object = Json::object();
-    for (const RecordItem& item : record->items) {
-        putItem(object, itemName(item), item);
-    }
-    return object;
-}
-
 std::string valueText(const RecordItem* item) {
     return item == nullptr ? std::string(ABSENT) : itemText(*item);
 }
@@ -131,11 +122,15 @@ Json changeObject(const RegistryChange& change) {
     object["changed"] = Json::array();
     if (change.before && change.after) {
         for (const unsigned long bit : differing(*change.before, *change.after)) {
-            object["changed"].push_back(nameOf(change, bit));
+            const bool later = (bit & kindOf(change.record().type).known) == 0;
+            const Json name = later ? "unknown" : nameOf(change, bit);
+            if (object["changed"].empty() || object["changed"].back() != name) {
+                object["changed"].push_back(name);
+            }
         }
     }
-    object["before"] = recordObject(change.before);
-    object["after"] = recordObject(change.after);
+    object["before"] = change.before ? itemsObject(*change.before) : Json(nullptr);
+    object["after"] = change.after ? itemsObject(*change.after) : Json(nullptr);
     return object;
 }
 

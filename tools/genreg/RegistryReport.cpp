@@ -32,14 +32,19 @@ std::string programOf(long pid) {
 }  // namespace
 
 Json recordsObject(const RecordFile& file) {
-    Json object{{"frames", file.records.size() + file.unknown.size() + file.damaged.size()}};
+    const auto& parts = file.bytes.parts;
+    Json object{{"frames", parts.size()}};
     for (const unsigned int type : {GLOBALREG_SERVICE, GLOBALREG_INSTANCE, GLOBALREG_VARIABLE}) {
         object[std::string(kindOf(type).name)] =
             std::count_if(file.records.begin(), file.records.end(),
-                          [&](const FoundRecord& found) { return found.record.recordType == type; });
+                          [&](const FoundRecord& found) { return found.recordType == type; });
     }
-    object["other"] = file.unknown.size();
-    object["damaged"] = file.damaged.size();
+    const auto isOther = [&](const RegistryPart& part) {
+        return part.damage.empty() ? file.bytes.content == RegistryContent::OTHER : part.isOfUnknownType();
+    };
+    const auto other = std::count_if(parts.begin(), parts.end(), isOther);
+    object["other"] = other;
+    object["damaged"] = static_cast<long>(parts.size() - file.records.size()) - other;
     return object;
 }
 
@@ -51,12 +56,16 @@ Json variablesObject(const RegistryBytes& bytes) {
 
 std::string recordsText(const Json& records) {
     if (records.contains("binvar")) {
-        return fmt::format("{} in all: {} binary variables, {} damaged", records["frames"].dump(),
-                           records["binvar"].dump(), records["damaged"].dump());
+        return fmt::format("{} in all: {}, {} damaged", records["frames"].dump(),
+                           counted(records["binvar"].get<std::size_t>(), "binary variable"), records["damaged"].dump());
     }
     return fmt::format("{} in all: {} service, {} instance, {} variable, {} of another type, {} damaged",
                        records["frames"].dump(), records["service"].dump(), records["instance"].dump(),
                        records["variable"].dump(), records["other"].dump(), records["damaged"].dump());
+}
+
+std::string sizeText(const Json& object) {
+    return object["size"].is_null() ? "? bytes" : counted(object["size"].get<std::size_t>(), "byte");
 }
 
 Json monitorObject() {
@@ -109,7 +118,7 @@ Json changeLogObject() {
 
 std::string changeLogText(const Json& log) {
     const std::string path = log["path"];
-    return log["on"].get<bool>() ? fmt::format("on: {}, {} bytes", path, log["size"].dump())
+    return log["on"].get<bool>() ? fmt::format("on: {}, {}", path, sizeText(log))
                                  : fmt::format("off: there is no regular file {}", path);
 }
 

@@ -15,6 +15,9 @@ namespace tool {
 [[nodiscard]] Json variablesObject(const RegistryBytes& bytes);
 [[nodiscard]] std::string recordsText(const Json& records);
 
+// The member "size": "1 byte".
+[[nodiscard]] std::string sizeText(const Json& object);
+
 // The process that is told of changes: whether its lock file is there, and who holds it.
 [[nodiscard]] Json monitorObject();
 [[nodiscard]] std::string monitorText(const Json& monitor);

@@ -44,12 +44,27 @@ std::string ageText(const Json& object) {
     return object["age_seconds"].is_null() ? "?" : duration(object["age_seconds"].get<long long>());
 }
 
+// What a temporary copy that nobody is writing tells. Nothing in it says what cut it short; a disk without room for the
+// next version makes one cause far more likely than the others.
+std::string leftoverText(const RegistryFile& file) {
+    std::error_code error;
+    const auto space = std::filesystem::space(file.temporaryPath(), error);
+    const auto needed = std::filesystem::file_size(file.registryPath(), error);
+    if (!error && space.available < needed) {
+        return fmt::format(
+            "left by an update that most likely ran out of disk space ({} free, {} needed): free some; "
+            "the next update sets it aside as .cor",
+            counted(space.available, "byte"), needed);
+    }
+    return "left by an update that did not end: its writer was interrupted, or the disk was full; the next update sets "
+           "it aside as .cor";
+}
+
 // The companions that are there, and what each of them tells about the past.
 std::vector<Companion> companions(const RegistryFile& file, bool held) {
     std::vector<Companion> all{
         {"tmp", file.temporaryPath(),
-         held ? "the next version, being written by the holder of the lock"
-              : "left by a writer that was interrupted; the next update sets it aside as .cor"},
+         held ? "the next version, being written by the holder of the lock" : leftoverText(file)},
         {"bkp", file.backupPath(),
          isSameFile(file.backupPath(), file.registryPath())
              ? "a second name of this version, left by an interrupted commit; the next commit removes it"
@@ -109,7 +124,7 @@ void print(Output& output, const Report& report) {
     const std::string path = text(report.file, "path");
     const std::string real = text(report.file, "real_path");
     output.line(fmt::format("file      {}{}", path, path == real ? "" : " -> " + real));
-    output.line(fmt::format("size      {} bytes, changed {} ago", report.file["size"].dump(), ageText(report.file)));
+    output.line(fmt::format("size      {}, changed {} ago", sizeText(report.file), ageText(report.file)));
     output.line(fmt::format("mode      {}, owned by user {}, group {}", text(report.file, "mode"),
                             report.file["owner"].dump(), report.file["group"].dump()));
     if (report.lines.is_null()) {
@@ -122,9 +137,8 @@ void print(Output& output, const Report& report) {
     }
     output.line("lock      " + lockText(report.lock));
     for (const Json& companion : report.companions) {
-        output.line(fmt::format("{:<9} {} ({} bytes, {} old): {}", text(companion, "companion"),
-                                text(companion, "path"), companion["size"].dump(), ageText(companion),
-                                text(companion, "meaning")));
+        output.line(fmt::format("{:<9} {} ({}, {} old): {}", text(companion, "companion"), text(companion, "path"),
+                                sizeText(companion), ageText(companion), text(companion, "meaning")));
     }
     if (!report.monitor.is_null()) {
         output.line("monitor   " + monitorText(report.monitor));
@@ -141,13 +155,13 @@ struct Records {
 // Frames of none but unknown types are another kind of registry; among records of the known types, or in the global
 // registry, they are damage, as they are to every reader.
 Records recordsOf(const std::string& path, const std::string& bytes, bool global) {
-    const RegistryBytes parts = takeApart(bytes, global);
-    if (parts.content == RegistryContent::VARIABLES) {
-        return {variablesObject(parts), parts.isSound() ? std::nullopt : std::optional(damageFailure(path, parts))};
+    const RecordFile file = parseRecords(bytes, global);
+    Records records{file.bytes.content == RegistryContent::VARIABLES ? variablesObject(file.bytes)
+                                                                     : recordsObject(file)};
+    if (!file.bytes.isSound()) {
+        records.damage = damageFailure(path, file.bytes);
     }
-    const RecordFile records = parseRecords(bytes);
-    const std::vector<BadFrame> bad = records.bad(global || !records.records.empty());
-    return {recordsObject(records), bad.empty() ? std::nullopt : std::optional(damageFailure(path, bad))};
+    return records;
 }
 
 // A file of --registry may be of any kind: it is judged by its bytes.

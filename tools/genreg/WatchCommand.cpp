@@ -129,7 +129,7 @@ public:
 
     void begin() const {
         context_.output.note("watching", path_,
-                             fmt::format("watching {} records{}; ^C or SIGTERM ends it", records_.size(),
+                             fmt::format("watching {}{}; ^C or SIGTERM ends it", counted(records_.size(), "record"),
                                          arguments_.follow ? "" : fmt::format(" as the monitor, pid {}", getpid())));
     }
 
@@ -159,12 +159,11 @@ private:
             }
             const std::string bytes = readFile(path_, "watch it");
             const RegistryBytes parts = takeApart(bytes, true);
-            const RegistryPart* damage = parts.firstDamage();
-            if (damage == nullptr) {
+            if (parts.isSound()) {
                 refused_.clear();
                 return recordsOf(parts);
             }
-            tellOnce(fmt::format("damaged at offset {}: {}; see genreg dump", damage->damageOffset, damage->damage));
+            tellOnce(damageText(parts) + "; see genreg dump");
         } catch (const Failure& failure) {
             if (failure.kind == "missing") {
                 return RegistryRecords();
@@ -213,8 +212,7 @@ private:
         for (const auto& [name, value] : object["key"].items()) {
             variables.push_back(fmt::format("GENREG_{}={}", variableName(name), value.get<std::string>()));
         }
-        const Reaction reaction(context_, arguments_.command, variables,
-                                input.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n");
+        const Reaction reaction(context_, arguments_.command, variables, jsonText(input) + "\n");
         if (const int status = reaction.await(signals_); status != 0 && !signals_.endAsked()) {
             context_.output.note("command", path_, fmt::format("\"{}\" ended with {}", arguments_.command, status));
         }
