@@ -265,6 +265,10 @@ private:
         const ToolRun json = genreg(with("--json", update), path, [&] { place.inside(path); });
         const std::string wrongObject = prove::wrongWithJson(json, path, complaint);
         (void)cases_.check(wrongObject.empty(), what + ", --json: " + wrongObject);
+        if (place.name == "a full disk" && bytesOf(path + ".tmp")) {
+            const ToolRun status = genreg({"status", "FILE"}, path);
+            (void)cases_.check(status.out.find("ran out of disk space") != std::string::npos, what + ": " + status.out);
+        }
     }
 
     Cases& cases_;
