@@ -112,15 +112,26 @@ bool noteError(std::FILE* stream, bool written) noexcept {
     return written;
 }
 
-// Writes out what the stream holds back. Gone from the stream either way, as after a flush of its own.
+// How far the stream stands from its descriptor: a seek to what the stream has in memory does not move the latter.
+off_t distanceTo(std::FILE* stream) noexcept {
+    return stream->_IO_write_base - stream->_IO_read_end;
+}
+
+// Writes out what the stream holds back, where the stream stands. Gone from it either way, as after a flush of its own.
 bool drain(std::FILE* stream) noexcept {
     const std::size_t pending = ::__fpending(stream);
     if (pending == 0) {
         return true;
     }
-    const bool written = writeAll(::fileno(stream), stream->_IO_write_base, pending);
+    const int descriptor = ::fileno(stream);
+    const off_t distance = distanceTo(stream);
+    const bool written = (distance == 0 || ::lseek(descriptor, distance, SEEK_CUR) != -1) &&
+                         writeAll(descriptor, stream->_IO_write_base, pending);
     const platform::ErrnoKeeper keeper;
     ::__fpurge(stream);
+    // Nothing is in memory now, and stdio asks the system where the descriptor is.
+    stream->_IO_read_base = stream->_IO_read_ptr = stream->_IO_read_end = stream->_IO_write_base;
+    stream->_offset = -1;
     return noteError(stream, written);
 }
 
@@ -152,7 +163,8 @@ bool writeUnlocked(std::FILE* stream, const void* bytes, std::size_t size) noexc
     if (size >= capacity - ::__fpending(stream) && !drain(stream)) {
         return false;
     }
-    if (capacity > 0 && size >= capacity) {
+    if (capacity > 0 && size >= capacity && distanceTo(stream) == 0) {
+        stream->_offset = -1;
         return noteError(stream, writeAll(::fileno(stream), static_cast<const char*>(bytes), size));
     }
     return ::fwrite_unlocked(bytes, 1, size, stream) == size;

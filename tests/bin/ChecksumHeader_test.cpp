@@ -176,4 +176,24 @@ TEST_F(ChecksumHeader, AnAppendThatCannotBeMadeDurableLeavesFileAndHeaderAsTheyW
     EXPECT_TRUE(contents() == stamped({a_, c_}));
 }
 
+// A client with an engine of its own on the transaction: it writes a frame, and goes back to put it right.
+TEST_F(ChecksumHeader, WhatAClientWritesWhereItSoughtToStandsThere) {
+    for (const bool known : {false, true}) {
+        contents("");
+        BinItems items(file(), CHECKSUM);
+        if (known) {
+            ASSERT_EQ(add(items, a_), 0U);
+        }
+        ASSERT_EQ(items.OpenReg(REG_OP_CHANGE), 0U);
+        const long begin = std::ftell(items.tmpFp);
+        BinItem record = b_;
+        EXPECT_EQ(items.WriteRecord(items.tmpFp, &record), 0U);
+        EXPECT_EQ(std::fseek(items.tmpFp, begin, SEEK_SET), 0);
+        record = c_;
+        EXPECT_EQ(items.WriteRecord(items.tmpFp, &record), 0U);
+        EXPECT_EQ(items.CloseReg(REG_OP_CHANGE), 0U);
+        EXPECT_TRUE(contents() == stamped(binFile({c_}, false))) << known;
+    }
+}
+
 }  // namespace

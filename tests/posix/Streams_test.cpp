@@ -1,7 +1,9 @@
 // Streams in a forked child: what it inherits never reaches the parent's files.
 #include <fcntl.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <random>
 
 #include "platform/posix/Posix.h"
 #include "support/Scratch.h"
@@ -51,6 +53,49 @@ TEST_F(StreamsTest, AnExitingChildLeavesTheParentsPlaceAlone) {
     }
     EXPECT_EQ(seen, text);
     EXPECT_TRUE(posix::closeStream(stream));
+}
+
+// Seeking, reading and writing at random, by stdio and past it, against a text in memory.
+TEST_F(StreamsTest, WhatIsWrittenStandsWhereTheStreamStood) {
+    std::mt19937 dice(11);
+    const auto below = [&](std::size_t bound) { return static_cast<std::size_t>(dice()) % bound; };
+    for (int round = 0; round < 300; ++round) {
+        int descriptor = -1;
+        ASSERT_EQ(posix::createFresh(path(std::to_string(round).c_str()).c_str(), false, &descriptor), 0U);
+        std::FILE* const stream = posix::openStream(descriptor, "w+b");
+        char buffer[1024];
+        (void)std::setvbuf(stream, buffer, _IOFBF, round % 2 == 0 ? 64 : sizeof buffer);
+        std::string expected;
+        std::size_t at = 0;
+        std::string told;
+        for (int step = 0; step < 40; ++step) {
+            const std::size_t action = below(5);
+            told += std::to_string(action) + " at " + std::to_string(at) + "; ";
+            const std::string piece(1 + below(step % 4 == 0 ? 100 : 20), static_cast<char>('a' + step % 26));
+            if (action <= 1) {
+                const bool past = action == 1;
+                ASSERT_TRUE(past ? posix::writeUnlocked(stream, piece.data(), piece.size())
+                                 : std::fwrite(piece.data(), 1, piece.size(), stream) == piece.size());
+                expected.resize(std::max(expected.size(), at + piece.size()));
+                expected.replace(at, piece.size(), piece);
+                at += piece.size();
+            } else if (action == 2) {
+                ASSERT_TRUE(posix::flushStream(stream));
+            } else {
+                // A change between reading and writing wants a seek.
+                at = below(expected.size() + 1);
+                ASSERT_EQ(std::fseek(stream, static_cast<long>(at), SEEK_SET), 0);
+                std::string read(action == 3 ? 0 : below(expected.size() - at + 1), '\0');
+                ASSERT_EQ(std::fread(read.data(), 1, read.size(), stream), read.size());
+                ASSERT_EQ(read, expected.substr(at, read.size())) << told;
+                at += read.size();
+                ASSERT_EQ(std::fseek(stream, 0, SEEK_CUR), 0);
+            }
+            ASSERT_EQ(std::ftell(stream), static_cast<long>(at)) << told;
+        }
+        ASSERT_TRUE(posix::flushStream(stream) && posix::closeStream(stream));
+        ASSERT_EQ(this->read(std::to_string(round).c_str()), expected) << told;
+    }
 }
 
 TEST_F(StreamsTest, AClosedStreamsNumberIsNobodysInTheChild) {
