@@ -88,4 +88,12 @@ TEST_F(BinVerification, EveryDifferenceHasItsCodeAndOnlyWhatWasCountedIsCommitte
            {{0, true, image({b_, b9_, a_, b_}), image({a_})}, {0, true, image({b_, b_}), ""}});
 }
 
+TEST_F(BinVerification, AnImageWithBytesBehindItIsNotTheImage) {
+    const std::string before = image({a_, b_});
+    const std::string after = binFrame(binImage(a_) + "x") + image({b9_});
+    BinItems items(file(), PACKED | DEFERRED, BinItems::Slots::All);
+    EXPECT_EQ(verify(items, before, after, REG_OP_CHANGE, ITEM_NAME, b9_, b_), REG_UNPACK_FAILED);
+    EXPECT_TRUE(contents() == before);
+}
+
 }  // namespace
