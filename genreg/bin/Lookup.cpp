@@ -36,7 +36,8 @@ unsigned int find(GenRegBinFrames& frames, GenRegInput& input, FunctionTrace& tr
         if (const unsigned int rc = frames.check(frame)) {
             return rc;
         }
-        const bool skipped = !frames.mayMatch(search.mask, frame, search.key);
+        const bool any = search.mask == 0 && search.key == nullptr;
+        const bool skipped = !any && !frames.mayMatch(search.mask, frame, search.key);
         if (!skipped) {
             if (const unsigned int rc = frames.unpack(frame, search.work)) {
                 return rc;
@@ -45,7 +46,7 @@ unsigned int find(GenRegBinFrames& frames, GenRegInput& input, FunctionTrace& tr
         if (const unsigned int rc = frames.checkMatch()) {
             return rc;
         }
-        if (skipped || frames.match(search.mask, search.work.get(), search.key) != 1) {
+        if (skipped || (!any && frames.match(search.mask, search.work.get(), search.key) != 1)) {
             continue;
         }
         if (search.size < LEAST_COPY) {
@@ -95,8 +96,10 @@ unsigned int GenRegBin::GetNext(unsigned long matchType, void* key, void* result
     if ((state & REG_STATE_SCAN_OPEN) == 0) {
         return trace.fail(5, REG_SCAN_NOT_OPEN);
     }
-    if (const unsigned int rc = GenRegTransaction::validate(*this, trace, matchType, key)) {
-        return rc;
+    if (validateRecord == nullptr || matchType != 0 || key != nullptr) {
+        if (const unsigned int rc = GenRegTransaction::validate(*this, trace, matchType, key)) {
+            return rc;
+        }
     }
     if ((state & REG_STATE_SCAN_AT_END) != 0) {
         return trace.exit(REG_NO_MORE_RECORDS);
@@ -112,6 +115,7 @@ unsigned int GenRegBin::GetNext(unsigned long matchType, void* key, void* result
     }
     GenRegBinFrames frames{*this, trace};
     const unsigned int found = find(frames, *input, trace, {matchType, key, work, size, result});
+    GenRegTransaction::placeStream(*this);
     if (found == REG_NO_MORE_RECORDS) {
         frames.markEndOfScan();
     }

@@ -200,6 +200,11 @@ unsigned int GenRegFile::OpenReg(unsigned long op) noexcept {
         return trace.fail(10, REG_SCAN_OPEN);
     }
     trace.input(1, sizeof op, &op);
+    if (regFp != nullptr || tmpFp != nullptr) {
+        const genreg::CauseMark cause;
+        (void)CloseReg(REG_OP_READ);  // of a transaction that was never closed
+        cause.restore();
+    }
     if (const unsigned int rc = moveToRealFile()) {
         return trace.fail(20, REG_OPEN_FILE_FAILED, rc);
     }

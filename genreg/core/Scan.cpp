@@ -81,11 +81,15 @@ unsigned int GenRegFile::CloseScan() noexcept {
 
 unsigned int GenRegFile::Rewind() noexcept {
     OperationTrace trace{Function::Rewind};
-    if (regFp == nullptr || std::fseek(regFp, static_cast<long>(regBody_), SEEK_SET) != 0) {
+    posix::FileStatus status = {};
+    if (regFp == nullptr || std::fseek(regFp, static_cast<long>(regBody_), SEEK_SET) != 0 ||
+        posix::statusOf(posix::descriptorOf(regFp), &status) != 0) {
         return trace.fail(10, REG_REWIND_FAILED);
     }
+    // Somebody who knows of no lock may have made the file longer.
+    regSize_ = status.size;
     if (scanInput_ != nullptr) {
-        scanInput_->seek(regBody_);
+        scanInput_->restart(posix::descriptorOf(regFp), regBody_, regSize_);
     }
     state &= ~REG_STATE_SCAN_AT_END;
     return 0;
@@ -99,8 +103,7 @@ unsigned int GenRegFile::getRegFilePosition(long long* position) noexcept {
     if (position == nullptr) {
         return trace.fail(20, REG_NULL_POINTER);
     }
-    // The engines read ahead without moving the stream; what they have taken is the scan's position.
-    const long long at = scanInput_ != nullptr ? static_cast<long long>(scanInput_->offset()) : std::ftell(regFp);
+    const long long at = std::ftell(regFp);
     if (at < 0) {
         return trace.fail(30, REG_GET_POSITION_FAILED, ossErrorMapSystem(errno));
     }

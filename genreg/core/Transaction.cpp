@@ -179,8 +179,17 @@ GenRegInput* GenRegTransaction::scanInput(GenRegFile& file) noexcept {
         }
         file.scanInput_ = new (std::nothrow)
             GenRegInput(descriptor, position < 0 ? file.regBody_ : static_cast<unsigned long>(position), status.size);
+        return file.scanInput_;
+    }
+    const long position = std::ftell(file.regFp);
+    if (position >= 0 && static_cast<unsigned long>(position) != file.scanInput_->offset()) {
+        file.scanInput_->seek(static_cast<unsigned long>(position));  // a client has read from the stream
     }
     return file.scanInput_;
+}
+
+void GenRegTransaction::placeStream(GenRegFile& file) noexcept {
+    (void)posix::placeStream(file.regFp, file.scanInput_->offset());
 }
 
 void GenRegTransaction::handOverStream(GenRegFile& file) noexcept {

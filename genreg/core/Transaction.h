@@ -74,8 +74,10 @@ public:
     [[nodiscard]] static unsigned int verify(GenRegFile& file, genreg::FunctionTrace& trace, const char* tag,
                                              genreg::VerifySteps& steps) noexcept;
 
-    // The read-ahead of the open scan, at the scan's position; null when there is no memory.
+    // The read-ahead of the open scan, where the stream stands; null when there is no memory.
     [[nodiscard]] static GenRegInput* scanInput(GenRegFile& file) noexcept;
+    // Moves the stream to where the read-ahead is, for a client that reads from it.
+    static void placeStream(GenRegFile& file) noexcept;
 
     // Gives the stream of an open scan the scan's position, for reads that go through the stream itself; the next
     // GetNext goes on where they stop.

@@ -90,6 +90,9 @@ bool matches(unsigned long mask, unsigned int recordType, Fields fields, const G
 }  // namespace
 
 bool imageMayMatch(unsigned long mask, const void* image, unsigned long, const void* key) noexcept {
+    if (key == nullptr) {
+        return mask == 0;
+    }
     Difference difference;
     return matches(mask, headerOf(image).recordType, ImageFields(image), *static_cast<const GlobalRegRecord*>(key),
                    &difference);
@@ -101,6 +104,9 @@ using namespace genreg;
 
 unsigned int GlobalReg::MatchRecord(unsigned long mask, void* fileRecord, void* keyRecord) noexcept {
     FunctionTrace trace{Function::GlobalMatchRecord};
+    if (keyRecord == nullptr) {
+        return trace.exit(mask == 0 ? 1 : 0);
+    }
     const auto& record = *static_cast<const GlobalRegRecord*>(fileRecord);
     Difference difference;
     const bool matched = matches(mask, record.recordType, RecordFields(record),

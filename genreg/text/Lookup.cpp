@@ -112,6 +112,7 @@ unsigned int GenRegText::GetNext(unsigned long mask, void* key, void* record) no
     FirstError result;
     GenRegTextLines lines{*this, trace};
     unsigned int found = find(lines, *input, trace, {mask, key, mask == 0, work.get(), size, record});
+    GenRegTransaction::placeStream(*this);
     if (found == REG_END_OF_INPUT) {
         lines.markEndOfScan();
         std::memset(record, 0, size);

@@ -121,6 +121,9 @@ void sleepMilliseconds(long milliseconds) noexcept;
 // dropped.
 [[nodiscard]] bool flushStream(std::FILE* stream) noexcept;
 
+// Moves a stream that is open for reading, as fseek does, but without reading anything there. False with errno.
+[[nodiscard]] bool placeStream(std::FILE* stream, unsigned long offset) noexcept;
+
 // False with errno. An interrupted close is a close: the descriptor is gone. What must not be lost is flushed before.
 [[nodiscard]] bool closeStream(std::FILE* stream) noexcept;
 

@@ -177,6 +177,21 @@ bool flushStream(std::FILE* stream) noexcept {
     return drain(stream) && std::fflush(stream) == 0;
 }
 
+bool placeStream(std::FILE* stream, unsigned long offset) noexcept {
+    const auto place = static_cast<off_t>(offset);
+#if defined(__GLIBC__)
+    if (stream->_IO_read_ptr == stream->_IO_read_end && ::__fpending(stream) == 0) {
+        if (::lseek(::fileno(stream), place, SEEK_SET) == -1) {
+            return false;
+        }
+        stream->_offset = place;
+        stream->_flags &= ~_IO_EOF_SEEN;
+        return true;
+    }
+#endif
+    return ::fseeko(stream, place, SEEK_SET) == 0;
+}
+
 bool closeStream(std::FILE* stream) noexcept {
     unguard(::fileno(stream));
     return std::fclose(stream) == 0 || errno == EINTR;

@@ -1,4 +1,6 @@
 // Finding records, at once and in a scan.
+#include <fstream>
+
 #include <functional>
 
 #include "support/BinRegistry.h"
@@ -110,6 +112,72 @@ TEST_F(BinLookup, AScanGivesEachMatchOnceAndThenItsEnd) {
         }
         EXPECT_EQ(items.CloseScan(), 0U);
     });
+}
+
+TEST_F(BinLookup, WithoutMaskAndKeyAScanListsWhateverTheSchemaSaysOfNull) {
+    eachWay([&](unsigned long features, BinItems::Slots slots) {
+        contents(binFile({a_, b_, c_}, (features & PACKED) != 0));
+        BinItems items(file(), features, slots);
+        items.validateRecord = [](unsigned long, void* record) { return record == nullptr ? 1U : 0U; };
+        ASSERT_EQ(items.OpenScan(), 0U);
+        for (const BinItem& expected : {a_, b_, c_}) {
+            EXPECT_EQ(items.GetNext(0, nullptr, &result_), 0U);
+            EXPECT_EQ(result_.value, expected.value);
+        }
+        EXPECT_EQ(items.GetNext(0, nullptr, &result_), REG_NO_MORE_RECORDS);
+        EXPECT_EQ(items.Rewind(), 0U);
+        EXPECT_EQ(items.GetNext(ITEM_NAME, nullptr, &result_), REG_RECORD_REFUSED);
+    });
+}
+
+TEST_F(BinLookup, ReadingTheStreamAndTheScanGoOnWhereTheOtherStopped) {
+    contents(binFile({a_, b_, c_, d_}, false));
+    BinItems items(file());
+    ASSERT_EQ(items.OpenScan(), 0U);
+    EXPECT_EQ(next(items, 0), 0U);
+    const std::string second = binFile({b_}, false);
+    std::string bytes(second.size(), '\0');
+    EXPECT_EQ(std::fread(bytes.data(), 1, bytes.size(), items.regFp), bytes.size());
+    EXPECT_TRUE(bytes == second);
+    long long position = 0;
+    EXPECT_EQ(items.getRegFilePosition(&position), 0U);
+    EXPECT_EQ(position, static_cast<long long>(2 * second.size()));
+    EXPECT_EQ(next(items, 0), 0U);
+    EXPECT_EQ(result_.value, 3);
+    EXPECT_EQ(std::fread(bytes.data(), 1, bytes.size(), items.regFp), bytes.size());
+    EXPECT_TRUE(bytes == binFile({d_}, false));
+    EXPECT_EQ(next(items, 0), REG_NO_MORE_RECORDS);
+}
+
+TEST_F(BinLookup, RewindSeesWhatAnotherProgramHasAppended) {
+    contents(binFile({a_}, false));
+    BinItems items(file());
+    ASSERT_EQ(items.OpenScan(), 0U);
+    EXPECT_EQ(next(items, 0), 0U);
+    EXPECT_EQ(next(items, 0), REG_NO_MORE_RECORDS);
+    std::ofstream(file(), std::ios::app) << binFile({b_}, false);
+    EXPECT_EQ(items.Rewind(), 0U);
+    EXPECT_EQ(next(items, 0), 0U);
+    EXPECT_EQ(next(items, 0), 0U);
+    EXPECT_EQ(result_.value, 2);
+}
+
+TEST_F(BinLookup, OpeningOnceMoreAbandonsWhatWasLeftOpen) {
+    const std::string before = binFile({a_});
+    for (const unsigned long op : {REG_OP_READ, REG_OP_CHANGE, REG_OP_ADD}) {
+        contents(before);
+        const long descriptors = openDescriptors();
+        {
+            BinItems items(file(), DUPLICATES);
+            ASSERT_EQ(items.OpenReg(op), 0U);
+            EXPECT_GE(std::fputs("junk", op == REG_OP_CHANGE ? items.tmpFp : items.regFp), op == REG_OP_READ ? EOF : 0);
+            ASSERT_EQ(items.OpenReg(REG_OP_READ), 0U);
+            EXPECT_EQ(items.tmpFp, nullptr);
+            EXPECT_EQ(items.CloseReg(REG_OP_READ), 0U);
+            EXPECT_EQ(openDescriptors(), descriptors);
+        }
+        EXPECT_EQ(contents(), before);
+    }
 }
 
 }  // namespace

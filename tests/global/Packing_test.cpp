@@ -133,4 +133,18 @@ TEST_F(DerivedRegistry, WhatAnObjectReplacesIsAskedAboutEveryRecord) {
     EXPECT_EQ(bytes(), frame(pack(second)));
 }
 
+TEST_F(DerivedRegistry, ANullKeyAsksForEveryRecord) {
+    const GlobalRegRecord record = recordOf(GLOBALREG_SERVICE, SERVICE_KNOWN_FIELDS);
+    writeFrames({pack(record), pack(recordOf(GLOBALREG_VARIABLE, ~0UL))});
+    GlobalReg registry;
+    GlobalRegRecord found;
+    ASSERT_EQ(registry.OpenScan(), 0U);
+    EXPECT_EQ(registry.GetNext(0, nullptr, &found), 0U);
+    EXPECT_TRUE(bytesOf(found) == bytesOf(record));
+    EXPECT_EQ(registry.GetNext(0, nullptr, &found), 0U);
+    EXPECT_EQ(registry.CloseScan(), 0U);
+    EXPECT_EQ(registry.Get(0, nullptr, &found), 0U);
+    EXPECT_EQ(registry.Delete(0, nullptr), REG_SEVERAL_MATCH);
+}
+
 }  // namespace
