@@ -26,6 +26,7 @@ public:
     void askBeforeDeleting() const;
 
 private:
+    void remark() const;
     [[nodiscard]] std::string hint(const std::string& command, const std::string& path) const {
         return fmt::format("genreg {} {} {}", form_.group, command, shellWord(path));
     }
@@ -54,6 +55,12 @@ Failure EntryCommand::notFound(const std::string& path, const std::vector<Entry>
     std::vector<std::string> names;
     for (const Entry& entry : entries) {
         names.push_back(entry.name);
+    }
+    const std::size_t refusedAt = form_.lines != nullptr ? refusedLine(*form_.lines, path, request_.name) : 0;
+    if (refusedAt != 0) {
+        return answer("not-found", EXIT_NEGATIVE, REG_NOT_FOUND, path,
+                      fmt::format("no line of {} is a {}", printable(request_.name), form_.noun),
+                      fmt::format("mend line {}", refusedAt));
     }
     const std::string meant = nearest(request_.name, names);
     return answer("not-found", EXIT_NEGATIVE, REG_NOT_FOUND, path,
@@ -117,7 +124,14 @@ std::vector<Entry> EntryCommand::concerned(const std::string& path, const std::v
     return matches;
 }
 
+void EntryCommand::remark() const {
+    if (form_.lines != nullptr) {
+        remarkOnName(context_, *form_.lines, request_.file, request_.name);
+    }
+}
+
 int EntryCommand::get(bool every) const {
+    remark();
     const std::vector<Entry> entries = entriesOf(form_, request_.file, doing_);
     std::vector<Entry> matches = named(entries);
     if (matches.empty()) {
@@ -138,6 +152,7 @@ int EntryCommand::get(bool every) const {
 }
 
 int EntryCommand::update(bool (EntryCommand::*make)(const std::string& path) const) const {
+    remark();
     Change change{request_.file, doing_, request_.result, [&](const std::string& path) { return (this->*make)(path); }};
     if (form_.shown == nullptr) {
         return carryOutOnText(context_, change);
@@ -247,6 +262,9 @@ int listEntries(Context& context, const EntryForm& form, const std::string& file
     }
     if (!context.output.style.json && !entries.empty()) {
         table.print(context.output);
+    }
+    if (form.lines != nullptr) {
+        remarkOnFile(context, *form.lines, file);
     }
     return EXIT_DONE;
 }

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "Command.h"
+#include "Remarks.h"
 
 namespace tool {
 
@@ -77,6 +78,7 @@ struct EntryForm {
     const char* shorten;
     std::unique_ptr<EntryFile> (*open)(const std::string& path, bool severalAllowed);
     std::string (*shown)(std::string_view bytes) = nullptr;  // a file that is no text, as lines of its difference
+    const LineForm* lines = nullptr;                         // of a file of lines, for remarks on them
 };
 
 // What a command concerns.

@@ -72,6 +72,8 @@ const EntryForm& form() {
         "the line would be longer than 2046 bytes, or would be read as something else",
         "shorten the command or the comment",
         openInitTab,
+        nullptr,
+        &initTabForm(),
     };
     return FORM;
 }

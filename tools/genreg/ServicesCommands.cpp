@@ -66,6 +66,8 @@ const EntryForm& form() {
         "the line would be longer than 2046 bytes, or would be read as something else",
         "shorten the comment or name fewer aliases",
         openServices,
+        nullptr,
+        &servicesForm(),
     };
     return FORM;
 }

@@ -7,6 +7,7 @@
 #include "Answers.h"
 #include "Commands.h"
 #include "Files.h"
+#include "Remarks.h"
 #include "Text.h"
 #include "Update.h"
 #include "VarValFile.h"
@@ -48,6 +49,11 @@ Failure notFound(const std::string& path, const std::string& name, const VarValC
     std::vector<std::string> names;
     for (const VarValEntry& entry : contents.pairs) {
         names.push_back(entry.variable);
+    }
+    const std::size_t refusedAt = refusedLine(varValForm(), path, name);
+    if (refusedAt != 0) {
+        return answer("not-found", EXIT_NEGATIVE, REG_NOT_FOUND, path,
+                      fmt::format("no line of {} is a pair", printable(name)), fmt::format("mend line {}", refusedAt));
     }
     const std::string meant = nearest(name, names);
     return answer("not-found", EXIT_NEGATIVE, REG_NOT_FOUND, path,
@@ -131,10 +137,7 @@ int list(Context& context, const Arguments& arguments) {
     if (!context.output.style.json && !contents.pairs.empty()) {
         table.print(context.output);
     }
-    if (contents.others != 0) {
-        context.output.detail(fmt::format("{}: not shown: {} without a pair", printable(arguments.file),
-                                          counted(contents.others, "line")));
-    }
+    remarkOnFile(context, varValForm(), arguments.file);
     return EXIT_DONE;
 }
 
@@ -194,6 +197,7 @@ std::string typedText(const Json& value) {
 
 int get(Context& context, const Arguments& arguments, bool every) {
     const std::string doing = "get " + printable(arguments.name);
+    remarkOnName(context, varValForm(), arguments.file, arguments.name);
     const VarValContents contents = contentsOf(arguments.file, doing);
     std::vector<VarValEntry> matches = named(contents, arguments.name);
     if (matches.empty()) {
@@ -299,6 +303,7 @@ VarValEdit editOf(const Arguments& arguments, const std::string& doing) {
 int set(Context& context, const Arguments& arguments) {
     const std::string doing = "set " + printable(arguments.name);
     const VarValEdit edit = editOf(arguments, doing);
+    remarkOnName(context, varValForm(), arguments.file, arguments.name);
     return carryOutOnText(context, {arguments.file, doing, resultOf(arguments, &edit),
                                     [&](const std::string& path) { return change(context, path, doing, edit); }});
 }
@@ -331,6 +336,7 @@ bool append(Context& context, const std::string& path, const std::string& doing,
 int add(Context& context, const Arguments& arguments) {
     const std::string doing = "add " + printable(arguments.name);
     const VarValEdit edit = editOf(arguments, doing);
+    remarkOnName(context, varValForm(), arguments.file, arguments.name);
     return carryOutOnText(context, {arguments.file, doing, resultOf(arguments, &edit),
                                     [&](const std::string& path) { return append(context, path, doing, edit); }});
 }
@@ -364,6 +370,7 @@ void askBeforeDeleting(const Context& context, const Arguments& arguments, const
 
 int erase(Context& context, const Arguments& arguments) {
     const std::string doing = "delete " + printable(arguments.name);
+    remarkOnName(context, varValForm(), arguments.file, arguments.name);
     if (context.options.all && !context.options.yes && !context.options.dryRun) {
         askBeforeDeleting(context, arguments, doing);
     }
