@@ -28,8 +28,10 @@ folder=$(mktemp -d "${TMPDIR:-/var/tmp}/bare-XXXXXX")
 child=
 clean_up() {
     trap '' INT TERM HUP
-    if [ -n "$child" ] && kill "$child" 2> /dev/null; then
-        wait "$child" || true
+    # unshare itself ignores all but this, at which its world ends, if a moment later.
+    if [ -n "$child" ] && kill -KILL "$child" 2> /dev/null; then
+        wait "$child" 2> /dev/null || true
+        sleep 1
     fi
     rm -rf --one-file-system "$folder"
 }
