@@ -46,6 +46,10 @@ TEST_F(InitTab, ACommentAloneIsAChange) {
     EXPECT_EQ(status("inittab set f id 3 initdefault", {"", "--comment", "default"}), 0);
     EXPECT_EQ(out("inittab get f id"), "3:initdefault:\n") << "no blank becomes the command";
     EXPECT_NE(read("f").find("x0:2:once:/bin/x0 # stays\n"), std::string::npos) << read("f");
+    EXPECT_EQ(status("inittab add f y0 3 once", {"", "--comment", "no command"}), 0);
+    EXPECT_NE(read("f").find("y0:3:once:# no command\n"), std::string::npos) << read("f");
+    EXPECT_EQ(status("inittab set f rc 4 wait", {"/etc/rc   3"}), 0);
+    EXPECT_NE(read("f").find("rc:4:wait:/etc/rc \\\n  3\n"), std::string::npos) << "its continuation stays";
     EXPECT_EQ(status("inittab set f x0 2 once /bin/x0 --comment", {""}), 0);
     EXPECT_NE(read("f").find("x0:2:once:/bin/x0\n"), std::string::npos) << read("f");
 }

@@ -10,34 +10,23 @@
 namespace tool {
 namespace {
 
-// A line "id:runlevels:action:command # comment".
-struct InitTabLine {
-    std::string fields;  // up to the end of the command
-    LineComment comment;
-
-    [[nodiscard]] std::string text() const { return fields + comment.bytes(); }
-};
-
-// Tabs before the comment belong to the command.
-constexpr std::string_view COMMAND_BLANKS = " ";
-
-InitTabLine takeEntryApart(std::string_view line) {
-    InitTabLine parts;
-    parts.comment = takeComment(line, COMMAND_BLANKS);
-    parts.fields = line;
-    return parts;
+// The comment as people mean it: without the blank behind its sign.
+std::optional<std::string> commentOf(const GenRegInitTabRecord& record) {
+    return shownComment((record.flags & INITTAB_HAS_COMMENT) != 0 ? record.comment : nullptr);
 }
 
 struct InitTabForm {
     using Schema = GenRegInitTab;
     using Record = GenRegInitTabRecord;
 
+    static constexpr GenRegParseLine parse = GenRegInitTab::ParseLine;  // comments as they stand
+
     static bool isEntry(const Record& record) {
         return (record.flags & INITTAB_HAS_ENTRY) != 0 && record.id != nullptr && record.command != nullptr;
     }
 
-    static Entry describe(const Record& record, std::string_view raw) {
-        const auto comment = takeEntryApart(raw).comment.shown();
+    static Entry describe(const Record& record) {
+        const auto comment = commentOf(record);
         Entry entry;
         entry.name = record.id;
         entry.value = fmt::format("{}:{}:{}", record.runLevel, record.action, record.command);
@@ -130,26 +119,33 @@ bool saysSo(const GenRegInitTabRecord& record, const Arguments& entry) {
            record.command == entry.command;
 }
 
-std::string rewritten(const Arguments& entry, std::string_view line) {
-    InitTabLine parts = takeEntryApart(line);
-    const auto record = parsed(line);
-    if (record == nullptr || !saysSo(*record, entry)) {
-        parts.fields = fmt::format("{}:{}:{}:{}", entry.id, entry.runLevels, entry.action, entry.command);
+// The line with what is asked for; where that cannot be written, a text that is too long for any line.
+std::string rewritten(Arguments entry, std::string_view line) {
+    auto record = parsed(line);
+    if (record == nullptr) {
+        record = std::make_unique<GenRegInitTabRecord>();
     }
+    record->flags |= INITTAB_HAS_ENTRY;
+    record->id = entry.id.data();
+    record->runLevel = entry.runLevels.data();
+    record->action = entry.action.data();
+    record->command = entry.command.data();
+    // One that says so already keeps its bytes.
+    std::string comment = " " + entry.comment.value_or("");
     if (entry.comment) {
-        parts.comment.set(*entry.comment, " ");
+        record->flags = INITTAB_HAS_ENTRY | (entry.comment->empty() ? 0 : INITTAB_HAS_COMMENT);
+        record->comment = commentOf(*record) != entry.comment ? comment.data() : record->comment;
     }
-    if (entry.command.empty()) {
-        parts.comment.gap.clear();  // the first blank would be the command
-    }
-    return parts.text();
+    std::string text(line.empty() ? "-:-:-:-" : line);  // a new one is written over this
+    text.resize(REG_LINE_SIZE);
+    const bool written = GenRegInitTab::RewriteLine(record.get(), text.data()) == 0;
+    return written ? text.substr(0, std::min(text.find('\n'), text.find('\0'))) : std::string(REG_LINE_SIZE, ' ');
 }
 
 bool isReadFrom(const Arguments& entry, std::string_view line) {
     const auto record = parsed(line);
-    const auto shown = takeEntryApart(line).comment.shown();
     return record != nullptr && saysSo(*record, entry) && !line.ends_with('\\') &&
-           (!entry.comment || shown == (entry.comment->empty() ? std::nullopt : entry.comment));
+           (!entry.comment || commentOf(*record) == (entry.comment->empty() ? std::nullopt : entry.comment));
 }
 
 EntryRequest requestOf(const Arguments& arguments) {

@@ -15,9 +15,10 @@
 namespace tool {
 
 // What a form of lines must tell of itself: Schema and Record of the library, and
+//   GenRegParseLine parse          that of lines that are kept
 //   bool isEntry(const Record&);
-//   Entry describe(const Record&, std::string_view raw)  all but number and raw
-//   void makeKey(Record&)                                leaves what finds an entry
+//   Entry describe(const Record&)  all but number and raw
+//   void makeKey(Record&)          leaves what finds an entry
 template <typename Form>
 class LineFile final : public Form::Schema, public EntryFile {
     using Schema = typename Form::Schema;
@@ -45,7 +46,7 @@ public:
         unsigned int code = 0;
         for (std::size_t number = 0; (code = this->GetNext(0, nullptr, record.get())) == 0; ++number) {
             if (record->parseCode == 0 && Form::isEntry(record->base)) {
-                Entry entry = Form::describe(record->base, record->raw);
+                Entry entry = Form::describe(record->base);
                 entry.number = number;
                 entry.raw = record->raw;
                 entries.push_back(std::move(entry));
@@ -94,6 +95,8 @@ private:
         if (code != 0) {
             throw libraryFailure(code, path, "use the file");
         }
+        // The engine puts into the file's bytes what differs, so that continuations stay.
+        (void)this->KeepLines(true);
         this->parseLine = parse;
         this->formatLine = format;
         this->matchRecord = match;
@@ -117,7 +120,7 @@ private:
         const std::size_t length = std::min(std::strcspn(line, "\n"), sizeof entry.raw - 1);
         std::memcpy(entry.raw, line, length);
         entry.raw[length] = '\0';
-        entry.parseCode = Schema::ParseLine(&entry.base, line);
+        entry.parseCode = Form::parse(&entry.base, line);
         return entry.parseCode;
     }
 

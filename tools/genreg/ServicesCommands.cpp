@@ -18,13 +18,15 @@ struct ServicesForm {
     using Schema = GenRegServices;
     using Record = GenRegServicesRecord;
 
+    static constexpr GenRegParseLine parse = GenRegServices::ParseKeptLine;  // comments as they stand
+
     static bool isEntry(const Record& record) {
         return (record.flags & SERVICES_HAS_NAME) != 0 && record.name != nullptr && record.protocol != nullptr;
     }
 
-    static Entry describe(const Record& record, std::string_view raw) {
+    static Entry describe(const Record& record) {
         const std::vector<std::string> aliases = aliasesOf(record);
-        const auto comment = takeServiceApart(raw).comment.shown();
+        const auto comment = commentOf(record);
         const std::string aliasText = fmt::format("{}", fmt::join(aliases, " "));
         Entry entry;
         entry.name = fmt::format("{}/{}", record.name, record.protocol);

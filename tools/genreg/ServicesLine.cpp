@@ -15,7 +15,6 @@
 namespace tool {
 namespace {
 
-constexpr std::string_view BLANKS = " \t\r";
 constexpr std::size_t MOST_ALIASES = std::size(decltype(GenRegServicesRecord::aliasTable){}) - 1;
 constexpr unsigned int LARGEST_PORT = 65535;
 constexpr std::string_view PROTOCOLS_WITH_ALIASES[] = {"udp", "tcp", "ddp", "divert", "sctp"};
@@ -27,7 +26,7 @@ unsigned int swapped(unsigned int port) {
 
 std::unique_ptr<GenRegServicesRecord> parsed(std::string_view line) {
     auto record = std::make_unique<GenRegServicesRecord>();
-    const bool read = GenRegServices::ParseLine(record.get(), std::string(line).c_str()) == 0 &&
+    const bool read = GenRegServices::ParseKeptLine(record.get(), std::string(line).c_str()) == 0 &&
                       (record->flags & SERVICES_HAS_NAME) != 0 && record->protocol != nullptr;
     return read ? std::move(record) : nullptr;
 }
@@ -62,72 +61,34 @@ void checkAliases(const std::string& protocol, const std::vector<std::string>& a
     }
 }
 
-std::string newLine(const Service& service) {
-    GenRegServicesRecord record{};
-    std::string name = service.name;
-    std::string protocol = service.protocol;
-    std::string comment = service.comment.value_or("");
-    std::vector<std::string> words = service.aliases.value_or(std::vector<std::string>());
-    record.flags = SERVICES_HAS_NAME | (comment.empty() ? 0 : SERVICES_HAS_COMMENT);
-    record.name = name.data();
-    record.protocol = protocol.data();
-    record.port = swapped(service.port);
-    record.comment = comment.data();
-    for (std::size_t i = 0; i < words.size() && i < MOST_ALIASES; ++i) {
-        record.aliasTable[i] = words[i].data();
-    }
-    record.aliases = words.empty() ? nullptr : record.aliasTable;
-    char line[REG_LINE_SIZE] = {};
-    // One that does not fit is answered by a text that is too long for any line.
-    return GenRegServices::FormatLine(&record, line) == 0 ? std::string(line, std::strcspn(line, "\n"))
-                                                          : std::string(REG_LINE_SIZE, ' ');
-}
-
 }  // namespace
 
-std::string ServicesLine::text() const {
-    return lead + name + beforePort + port + protocol + beforeAliases + aliases + comment.bytes() + end;
-}
-
-ServicesLine takeServiceApart(std::string_view line) {
-    ServicesLine parts;
-    if (line.ends_with('\r')) {
-        parts.end = "\r";
-        line.remove_suffix(1);
-    }
-    parts.comment = takeComment(line, BLANKS);
-    parts.lead = takeBlanks(line, BLANKS);
-    parts.name = takeUntil(line, BLANKS);
-    parts.beforePort = takeBlanks(line, BLANKS);
-    std::string_view service = takeUntil(line, BLANKS);
-    parts.port = takeUntil(service, "/");
-    parts.protocol = service;
-    parts.beforeAliases = takeBlanks(line, BLANKS);
-    parts.aliases = line;
-    return parts;
-}
-
 std::string Service::rewrite(std::string_view line) const {
-    if (line.empty()) {
-        return newLine(*this);
+    auto record = parsed(line);
+    if (record == nullptr) {
+        record = std::make_unique<GenRegServicesRecord>();
     }
-    ServicesLine parts = takeServiceApart(line);
-    const auto record = parsed(line);
-    if (record == nullptr || portOf(*record) != port) {
-        parts.port = std::to_string(port);
-    }
-    if (aliases && (record == nullptr || aliasesOf(*record) != *aliases)) {
-        if (aliases->empty()) {
-            parts.beforeAliases.clear();
-        } else if (parts.aliases.empty()) {
-            parts.beforeAliases = "\t";
+    Service wanted = *this;  // the record points at texts that it may change
+    record->flags |= SERVICES_HAS_NAME;
+    record->name = wanted.name.data();
+    record->protocol = wanted.protocol.data();
+    record->port = swapped(port);
+    if (aliases) {
+        std::ranges::fill(record->aliasTable, nullptr);
+        for (std::size_t i = 0; i < std::min(aliases->size(), MOST_ALIASES); ++i) {
+            record->aliasTable[i] = (*wanted.aliases)[i].data();
         }
-        parts.aliases = fmt::format("{}", fmt::join(*aliases, " "));
+        record->aliases = record->aliasTable;
     }
+    // One that says so already keeps its bytes.
     if (comment) {
-        parts.comment.set(*comment, "\t");
+        record->flags = SERVICES_HAS_NAME | (comment->empty() ? 0 : SERVICES_HAS_COMMENT);
+        record->comment = commentOf(*record) != comment ? wanted.comment->data() : record->comment;
     }
-    return parts.text();
+    std::string text(line);
+    text.resize(REG_LINE_SIZE);
+    const bool written = GenRegServices::RewriteLine(record.get(), text.data()) == 0;
+    return written ? text.substr(0, text.find('\n')) : std::string(REG_LINE_SIZE, ' ');
 }
 
 bool Service::isReadFrom(std::string_view line) const {
@@ -136,8 +97,11 @@ bool Service::isReadFrom(std::string_view line) const {
         (aliases && aliasesOf(*record) != *aliases)) {
         return false;
     }
-    const auto shown = takeServiceApart(line).comment.shown();
-    return !comment || shown == (comment->empty() ? std::nullopt : comment);
+    return !comment || commentOf(*record) == (comment->empty() ? std::nullopt : comment);
+}
+
+std::optional<std::string> commentOf(const GenRegServicesRecord& record) {
+    return shownComment((record.flags & SERVICES_HAS_COMMENT) != 0 ? record.comment : nullptr);
 }
 
 std::vector<std::string> aliasesOf(const GenRegServicesRecord& record) {

@@ -1,5 +1,4 @@
-// A line "name port/protocol alias ... # comment" with everything that stands between, so that one part can be replaced
-// and the rest be kept byte for byte.
+// A service as it is asked for, written into its line by the library, which keeps the rest byte for byte.
 #pragma once
 
 #include <genreg/GenRegServices.h>
@@ -13,23 +12,6 @@
 
 namespace tool {
 
-struct ServicesLine {
-    std::string lead;  // blanks before the name
-    std::string name;
-    std::string beforePort;
-    std::string port;           // as written
-    std::string protocol;       // with its "/"
-    std::string beforeAliases;  // blanks, none where there are no aliases
-    std::string aliases;        // as written
-    LineComment comment;
-    std::string end;  // a carriage return, if the line has one
-
-    [[nodiscard]] std::string text() const;
-};
-
-// Takes the line of a service apart.
-[[nodiscard]] ServicesLine takeServiceApart(std::string_view line);
-
 // A service as it is asked for.
 struct Service {
     std::string name;
@@ -38,13 +20,15 @@ struct Service {
     std::optional<std::vector<std::string>> aliases;  // none: as they stand
     std::optional<std::string> comment;               // none: as it stands; empty: none
 
-    // The line with what is asked for; a new one in the form of the library when there is no line yet.
+    // The line with what is asked for; a new one when there is no line yet. One that cannot be written is answered by a
+    // text that is too long for any line.
     [[nodiscard]] std::string rewrite(std::string_view line) const;
     // Whether the library reads the line as asked.
     [[nodiscard]] bool isReadFrom(std::string_view line) const;
 };
 
-// What the library read.
+// What the library read, the comment as people mean it.
+[[nodiscard]] std::optional<std::string> commentOf(const GenRegServicesRecord& record);
 [[nodiscard]] std::vector<std::string> aliasesOf(const GenRegServicesRecord& record);
 [[nodiscard]] unsigned int portOf(const GenRegServicesRecord& record);
 
