@@ -6,11 +6,13 @@
 
 #include "Answers.h"
 #include "Commands.h"
+#include "EntryLine.h"
 #include "Files.h"
 #include "Remarks.h"
 #include "Text.h"
 #include "Update.h"
 #include "VarValFile.h"
+#include "VarValLine.h"
 
 namespace tool {
 namespace {
@@ -108,12 +110,7 @@ void pairMembers(Json& object, const VarValEntry& entry) {
     object["line"] = entry.line;
     putText(object, "name", entry.variable);
     putText(object, "value", entry.value);
-    const auto comment = entry.parts.shownComment();
-    if (comment) {
-        putText(object, "comment", *comment);
-    } else {
-        object["comment"] = nullptr;
-    }
+    putComment(object, entry.comment);
 }
 
 VarValContents contentsOf(const std::string& path, const std::string& doing) {
@@ -130,8 +127,7 @@ int list(Context& context, const Arguments& arguments) {
             pairMembers(object, entry);
             context.output.json(object);
         } else {
-            const auto comment = entry.parts.shownComment();
-            table.row({cell(entry.variable), cell(entry.value), comment ? cell(*comment) : std::string(ABSENT)});
+            table.row({cell(entry.variable), cell(entry.value), commentCell(entry.comment)});
         }
     }
     if (!context.output.style.json && !contents.pairs.empty()) {
@@ -309,8 +305,8 @@ int set(Context& context, const Arguments& arguments) {
 }
 
 // New lines look like the last pair of the file.
-VarValLine layoutFor(const VarValContents& contents) {
-    return newLine(contents.pairs.empty() ? nullptr : &contents.pairs.back().parts);
+std::string layoutFor(const VarValContents& contents) {
+    return newLine(contents.pairs.empty() ? std::string_view() : contents.pairs.back().raw);
 }
 
 bool append(Context& context, const std::string& path, const std::string& doing, VarValEdit edit) {

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <memory>
 
+#include "EntryLine.h"
 #include "Failure.h"
 
 namespace tool {
@@ -16,26 +17,21 @@ unsigned int parse(void* record, const char* line) {
     entry.notYet = nullptr;
     std::strncpy(entry.raw, line, sizeof entry.raw - 1);
     entry.raw[sizeof entry.raw - 1] = '\0';
-    entry.parseCode = GenRegVarVal::ParseLine(&entry.base, line);
+    entry.parseCode = GenRegVarVal::ParseKeptLine(&entry.base, line);
     return entry.parseCode;
 }
 
-bool sameComment(const VarValEntryRecord& a, const VarValEntryRecord& b) {
-    const auto partsOfA = takeApart(a.raw);
-    const auto partsOfB = takeApart(b.raw);
-    return partsOfA && partsOfB && partsOfA->comment == partsOfB->comment;
+std::optional<std::string> commentOf(const GenRegVarValRecord& record) {
+    return shownComment((record.contains & VARVAL_HAS_COMMENT) != 0 ? record.comment : nullptr);
+}
+
+// No words are no comment.
+bool hasComment(const GenRegVarValRecord& record, const std::string& wanted) {
+    return commentOf(record) == (wanted.empty() ? std::nullopt : std::optional(wanted));
 }
 
 bool isAsAsked(const VarValEntryRecord& entry, const VarValEdit& edit) {
-    if (entry.base.value != edit.value) {
-        return false;
-    }
-    if (!edit.comment) {
-        return true;
-    }
-    const auto parts = takeApart(entry.raw);
-    const auto shown = parts ? parts->shownComment() : std::nullopt;
-    return edit.comment->empty() ? !shown : shown == edit.comment;
+    return entry.base.value == edit.value && (!edit.comment || hasComment(entry.base, *edit.comment));
 }
 
 // A line that got the new value from somebody else must reach the writing, which refuses it.
@@ -44,25 +40,32 @@ bool mayStay(const VarValEntryRecord& entry, const VarValEdit& edit) {
 }
 
 unsigned int match(unsigned long mask, void* record, void* key) {
-    if (GenRegVarVal::MatchRecord(mask, record, key) != 1) {
-        return 0;
+    const auto& wanted = *static_cast<VarValEntryRecord*>(key);
+    if (wanted.edit == nullptr && wanted.notYet == nullptr) {
+        return GenRegVarVal::MatchWhole(mask, record, key);
     }
     const auto& entry = *static_cast<VarValEntryRecord*>(record);
-    const auto& wanted = *static_cast<VarValEntryRecord*>(key);
+    const bool matches = GenRegVarVal::MatchRecord(mask, record, key) == 1;
     if (mask != EVERY_FIELD) {
-        return wanted.notYet == nullptr || !isAsAsked(entry, *wanted.notYet) ? 1 : 0;
+        return matches && (wanted.notYet == nullptr || !isAsAsked(entry, *wanted.notYet)) ? 1 : 0;
     }
-    const bool equal = wanted.edit != nullptr ? isAsAsked(entry, *wanted.edit) && mayStay(entry, *wanted.edit)
-                                              : sameComment(entry, wanted);
-    return equal ? 1 : 0;
+    return matches && isAsAsked(entry, *wanted.edit) && mayStay(entry, *wanted.edit) ? 1 : 0;
 }
 
-// Whether the line, once written, is read as asked for and the rest of it as before.
-bool readsAsAsked(const std::string& text, const VarValEdit& edit, const VarValLine& line) {
-    GenRegVarValRecord record{};
-    const auto parts = takeApart(text);
-    return GenRegVarVal::ParseLine(&record, text.c_str()) == 0 && (record.contains & VARVAL_HAS_PAIR) != 0 &&
-           record.variable == edit.variable && record.value == edit.value && parts && parts->comment == line.comment;
+// One blank stands before the comment, as in a line that the form writes. False where there is no room for it.
+bool settleComment(char* line) {
+    const char* const sign = std::strchr(line, '#');
+    if (sign == nullptr) {
+        return true;
+    }
+    const std::string comment = sign;
+    const std::string_view before = std::string_view(line).substr(0, static_cast<std::size_t>(sign - line));
+    const std::string text = std::string(before.substr(0, before.find_last_not_of(" \t\r") + 1)) + " " + comment;
+    if (text.size() >= REG_LINE_SIZE) {
+        return false;
+    }
+    std::memcpy(line, text.c_str(), text.size() + 1);
+    return true;
 }
 
 unsigned int format(void* record, char* line) {
@@ -70,30 +73,29 @@ unsigned int format(void* record, char* line) {
     if (edit == nullptr) {
         return REG_RECORD_REFUSED;
     }
-    VarValLine parts = edit->layout;
-    if (*line != '\0') {
-        const auto old = takeApart(line);
-        if (!old) {
-            return REG_NO_EQUAL_SIGN;
-        }
-        parts = *old;
-        if (edit->expected && parts.value != *edit->expected) {
-            edit->changedMeanwhile = true;
-            return REG_RECORD_REFUSED;
-        }
-    } else {
-        parts.variable = edit->variable;
+    const bool fresh = *line == '\0';
+    if (fresh) {
+        std::memcpy(line, edit->layout.c_str(), edit->layout.size() + 1);
     }
-    parts.value = edit->value;
-    if (edit->comment) {
-        parts.setComment(*edit->comment);
+    GenRegVarValRecord wanted{};
+    if (GenRegVarVal::ParseKeptLine(&wanted, line) != 0 || (wanted.contains & VARVAL_HAS_PAIR) == 0) {
+        return REG_NO_EQUAL_SIGN;
     }
-    const std::string text = parts.text();
-    if (text.size() >= REG_LINE_SIZE || !readsAsAsked(text, *edit, parts)) {
+    if (!fresh && edit->expected && wanted.value != *edit->expected) {
+        edit->changedMeanwhile = true;
+        return REG_RECORD_REFUSED;
+    }
+    wanted.variable = edit->variable.data();
+    wanted.value = edit->value.data();
+    std::string comment = " " + edit->comment.value_or("");
+    if (edit->comment && !hasComment(wanted, *edit->comment)) {
+        wanted.contains = VARVAL_HAS_PAIR | (edit->comment->empty() ? 0 : VARVAL_HAS_COMMENT);
+        wanted.comment = comment.data();
+    }
+    if (GenRegVarVal::RewriteLine(&wanted, line) != 0 || !settleComment(line)) {
         edit->doesNotFit = true;
         return REG_LINE_TOO_LONG;
     }
-    std::memcpy(line, text.c_str(), text.size() + 1);
     edit->written = true;
     return 0;
 }
@@ -131,7 +133,8 @@ void take(VarValContents& contents, const VarValEntryRecord& record) {
     entry.ended = std::strchr(record.raw, '\n') != nullptr;
     entry.variable = record.base.variable;
     entry.value = record.base.value;
-    entry.parts = takeApart(record.raw).value_or(VarValLine{});
+    entry.comment = commentOf(record.base);
+    entry.raw = record.raw;
     contents.pairs.push_back(std::move(entry));
 }
 
@@ -144,6 +147,7 @@ VarValFile::VarValFile(const std::string& path, bool severalAllowed, unsigned in
     if (code != 0) {
         throw libraryFailure(code, path, "use the file");
     }
+    (void)KeepLines(true);
     parseLine = parse;
     formatLine = format;
     matchRecord = match;

@@ -1,8 +1,5 @@
-// A variable/value file for editing: the library's engine with slots that keep the bytes of a line.
-//
-// The library's own form writes a comment with one more blank at each rewriting and turns its bytes outside ASCII into
-// dots. Here a line is parsed together with its raw text, a rewritten one keeps everything but what is edited, and two
-// lines are equal only when their comments are too. Locking, verification and commit are the engine's.
+// A variable/value file for editing: the library's engine, which keeps the lines, with slots that know what an edit
+// asks for: the value that is expected under the lock, a comment that stays as each line has it.
 #pragma once
 
 #include <genreg/GenRegVarVal.h>
@@ -10,8 +7,6 @@
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "VarValLine.h"
 
 namespace tool {
 
@@ -21,7 +16,7 @@ struct VarValEdit {
     std::string value;
     std::optional<std::string> comment;   // none: as it stands
     std::optional<std::string> expected;  // refuse when the line found under the lock has another value
-    VarValLine layout;                    // of a new line
+    std::string layout;                   // the line that a new one is written over
     // Results:
     bool changedMeanwhile = false;
     bool doesNotFit = false;
@@ -43,7 +38,8 @@ struct VarValEntry {
     bool ended = true;     // false: no newline was seen; the last line, or one with a NUL byte
     std::string variable;
     std::string value;
-    VarValLine parts;
+    std::optional<std::string> comment;  // as people mean it
+    std::string raw;                     // the line
 };
 
 // All pairs of a file in order, and how many other lines it has.

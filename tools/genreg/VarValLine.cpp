@@ -11,21 +11,6 @@
 namespace tool {
 namespace {
 
-constexpr std::string_view BLANKS = " \t\r";
-
-// Cuts the blanks at the front off the text and answers them.
-std::string_view takeBlanks(std::string_view& text) {
-    const std::size_t end = std::min(text.find_first_not_of(BLANKS), text.size());
-    const std::string_view blanks = text.substr(0, end);
-    text.remove_prefix(end);
-    return blanks;
-}
-
-std::string_view trimmedEnd(std::string_view text) {
-    const std::size_t last = text.find_last_not_of(BLANKS);
-    return text.substr(0, last == std::string_view::npos ? 0 : last + 1);
-}
-
 // What the library reads when this pair is written; false when it reads no pair.
 bool readsBack(std::string_view variable, std::string_view value) {
     const std::string line = fmt::format("{} = {}", variable, value);
@@ -76,71 +61,14 @@ Failure whyValueIsRefused(std::string_view value) {
 
 }  // namespace
 
-std::string VarValLine::text() const {
-    std::string line = lead + variable + beforeSign + "=" + afterSign + value;
-    if (!comment) {
-        return line + tail + end + "\n";
-    }
-    // Behind an empty value the blanks of the sign serve already; another one a time would add up.
-    const bool blankThere = value.empty() && !afterSign.empty();
-    return line + (blankThere ? "" : " ") + "#" + *comment + end + "\n";
-}
-
-std::optional<std::string> VarValLine::shownComment() const {
-    if (!comment) {
-        return std::nullopt;
-    }
-    return comment->empty() || comment->front() != ' ' ? *comment : comment->substr(1);
-}
-
-void VarValLine::setComment(std::string_view wanted) {
-    if (wanted.empty()) {
-        comment.reset();
-        tail.clear();
-    } else if (shownComment() != wanted) {
-        comment = fmt::format(" {}", wanted);
-    }
-}
-
-std::optional<VarValLine> takeApart(std::string_view line) {
-    VarValLine result;
-    if (!line.empty() && line.back() == '\n') {
-        line.remove_suffix(1);
-    }
-    if (!line.empty() && line.back() == '\r') {
-        line.remove_suffix(1);
-        result.end = "\r";
-    }
-    const std::size_t sign = line.find('#');
-    if (sign != std::string_view::npos) {
-        result.comment = line.substr(sign + 1);
-    }
-    std::string_view pair = line.substr(0, sign);
-    result.lead = takeBlanks(pair);
-    const std::size_t equal = pair.find('=');
-    if (equal == std::string_view::npos) {
-        return std::nullopt;
-    }
-    const std::string_view name = pair.substr(0, equal);
-    result.variable = trimmedEnd(name);
-    result.beforeSign = name.substr(result.variable.size());
-    pair.remove_prefix(equal + 1);
-    result.afterSign = takeBlanks(pair);
-    const std::size_t quote = pair.empty() || pair.front() != '"' ? std::string_view::npos : pair.find('"', 1);
-    result.value = quote == std::string_view::npos ? trimmedEnd(pair) : pair.substr(0, quote + 1);
-    // Text between a closing quote and the comment is no part of the form; it goes with the value.
-    const std::string_view rest = pair.substr(result.value.size());
-    result.tail = rest.find_first_not_of(BLANKS) == std::string_view::npos ? rest : std::string_view();
-    return result;
-}
-
-VarValLine newLine(const VarValLine* example) {
-    VarValLine line;
-    const bool compact =
-        example != nullptr && example->beforeSign.empty() && example->afterSign.empty() && !example->value.empty();
-    line.beforeSign = line.afterSign = compact ? "" : " ";
-    line.end = example != nullptr ? example->end : "";
-    return line;
+std::string newLine(std::string_view example) {
+    const auto isText = [&](std::size_t at) {
+        return at < example.size() && std::string_view(" \t\r\n#").find(example[at]) == std::string_view::npos;
+    };
+    const std::size_t equal = example.find('=');
+    const bool compact = equal != std::string_view::npos && equal > 0 && isText(equal - 1) && isText(equal + 1);
+    return fmt::format("{}{}\n", compact ? "x=0" : "x = 0",
+                       example.ends_with("\r\n") || example.ends_with('\r') ? "\r" : "");
 }
 
 std::string writtenValue(std::string_view value) {
