@@ -2,6 +2,14 @@
 //
 // A schema derives from an engine and fills the slots in its constructor; the engines call through the slots. There is
 // no virtual dispatch. One thread uses an object at a time; objects are neither copied nor moved.
+//
+// What every function in a slot owes the engines (GenRegText.h and GenRegBin.h go on from here, docs/schemas.md has an
+// example):
+// - It does not throw, and does not use the object that it serves.
+// - It keeps nothing of its arguments, which live for the call alone.
+// - It depends on its arguments alone: the engines call it as often as they need, twice for one record too.
+// A client hands a record in as void*; it is one of the schema's, of GetMaxRecordSize bytes. Null is no record:
+// ValidateRecord is to refuse it, but for a key with mask 0, which means that nothing is compared.
 #pragma once
 
 #include <genreg/Codes.h>
@@ -11,16 +19,18 @@
 class GenRegBase;
 
 // 1 when the record matches the key in the fields that the mask selects. With every bit set the engines ask whether two
-// records are equal; any answer but 0 is yes then.
+// records are equal; any answer but 0 is yes then. A record that ParseLine refused comes here too: what it lacks equals
+// nothing.
 using GenRegMatchRecord = unsigned int (*)(unsigned long mask, void* record, void* key);
-// 0 when the record is acceptable; the mask says which fields must be there.
+// 0 when the record is acceptable; the mask says which fields must be there. Asked about keys and about records that
+// are to be written, before any file is touched; any other answer is REG_RECORD_REFUSED to the caller, and its cause.
 using GenRegValidateRecord = unsigned int (*)(unsigned long mask, void* record);
 // Prints a record to standard output, for diagnostics.
 using GenRegPrintRecord = unsigned int (*)(void* record);
 // Records a change that was committed: operation REG_OP_CHANGE (key, new record), REG_OP_ADD (record, null) or
-// REG_OP_DELETE (key, null).
+// REG_OP_DELETE (key, null). An answer but 0 is logged, and nobody is notified.
 using GenRegLogChange = unsigned int (*)(GenRegBase* object, unsigned long operation, void* first, void* second);
-// Announces a change that was committed.
+// Announces a change that was committed. An answer but 0 is logged; the change stands.
 using GenRegNotifyChange = unsigned int (*)();
 
 class GENREG_EXPORT GenRegBase {

@@ -6,6 +6,29 @@
 //   +4       L  payload: the packed image of a record with REG_FEATURE_PACKED, else the record's bytes in memory
 // Checksum header: sqlzChecksumXOR of all bytes from offset 32 on, as "%d" text with its NUL, then zeros.
 // L is 3 to 1,048,576 when written; when read, a frame must end within the file.
+//
+// What a schema's functions owe this engine, beyond what GenRegBase.h asks:
+// - A record is copied as bytes, so nothing in it points into itself or needs to be freed.
+// - With packing on, what PackRecord writes UnpackRecord reads back as an equal record; an update whose image says
+//   something else is REG_VERIFY_FAILED. Without it the record's bytes are the file's, padding included: clear a record
+//   before you fill it.
+// - Images come from a file that anybody may have damaged. Of a schema that says how to check them (useShortcuts) the
+//   other functions see whole ones only; one that does not has to bear any bytes, with zeros behind them up to
+//   GetMaxRecordSize.
+//
+// Codes, besides those that stand with each operation:
+// every one          REG_RECORD_REFUSED, REG_NO_VALIDATE_RECORD, REG_NO_GET_MAX_RECORD_SIZE, REG_RECORD_TOO_SMALL,
+//                    REG_RECORD_SIZE_REFUSED, REG_NO_RECORD_BUFFER, REG_NO_MATCH_RECORD, REG_NO_UNPACK_RECORD,
+//                    REG_UNPACK_FAILED, REG_READ_FAILED, REG_FREE_RECORD_FAILED; all but GetNext REG_OPEN_FAILED,
+//                    REG_CLOSE_FAILED
+// Add, Change,       REG_LOCK_FAILED, REG_UNLOCK_FAILED, REG_COPY_WRITE_FAILED, REG_VERIFY_FAILED, REG_DISCARD_FAILED,
+// Delete             REG_NO_PACK_RECORD, REG_PACK_FAILED, REG_NO_NOTIFY
+// genregLastCause tells what stands behind a code. A call that fails leaves the old file, but for the cases in
+// docs/promises.md; REG_UNLOCK_FAILED, REG_FREE_RECORD_FAILED and REG_NO_NOTIFY come after the commit.
+//
+// Compare and set. Change and Delete touch what matches the key once they hold the lock. So a key that names the old
+// value too (key: what Get found; mask: every field that matters) makes a change only where nobody else was faster;
+// REG_NOT_FOUND says that somebody was.
 #pragma once
 
 #include <genreg/GenRegFile.h>
@@ -40,21 +63,23 @@ public:
     // Reads the frame at the stream's position. *buffer (from _ossMemAlloc, GetMaxRecordSize bytes) gets the payload;
     // it is replaced when the frame is larger, and is the caller's either way. *length is set even on failure. 0;
     // REG_NO_MORE_RECORDS; REG_FRAME_TRUNCATED; REG_FRAME_LENGTH_READ_FAILED; REG_FRAME_PAYLOAD_READ_FAILED;
-    // REG_NO_WORK_BUFFER; REG_FREE_WORK_BUFFER_FAILED.
+    // REG_NO_WORK_BUFFER; REG_FREE_WORK_BUFFER_FAILED; REG_NO_GET_MAX_RECORD_SIZE; REG_NULL_POINTER.
     unsigned int ReadRecord(std::FILE* stream, void** buffer, unsigned long* length) noexcept;
     // Writes one frame at the stream's position. The record is packed already when packing is on. REG_RECORD_TOO_SMALL,
     // REG_RECORD_SIZE_REFUSED: nothing is written. REG_FRAME_LENGTH_WRITE_FAILED, REG_FRAME_PAYLOAD_WRITE_FAILED,
-    // REG_NO_GET_RECORD_SIZE, REG_NO_GET_PACKED_RECORD_SIZE.
+    // REG_NO_GET_RECORD_SIZE, REG_NO_GET_PACKED_RECORD_SIZE, REG_NULL_POINTER.
     unsigned int WriteRecord(std::FILE* stream, void* record) noexcept;
 
     // The first record that matches, into result (GetMaxRecordSize bytes). REG_NOT_FOUND zeroes it. REG_MISSING: there
-    // is no file. REG_RECORD_REFUSED, REG_OPEN_FAILED, REG_READ_FAILED, REG_UNPACK_FAILED, REG_CLOSE_FAILED, and the
-    // codes of a missing slot, of the record size and of memory.
+    // is no file.
     unsigned int Get(unsigned long matchType, void* key, void* result) noexcept;
-    // The next one of the open scan. REG_SCAN_NOT_OPEN; REG_NO_MORE_RECORDS at the end and ever after.
+    // The next one of the open scan; with mask 0 and a null key the next one whatever it holds. REG_SCAN_NOT_OPEN;
+    // REG_NO_MORE_RECORDS at the end and ever after.
     unsigned int GetNext(unsigned long matchType, void* key, void* result) noexcept;
 
-    // Appends a record. REG_DUPLICATE when one matches already and duplicates are not allowed.
+    // Appends a record, and makes file and folder where there are none. REG_DUPLICATE when one matches already and
+    // duplicates are not allowed. REG_CALLBACK_MISSING (CheckFuncPtrs tells which), REG_FILE_SIZE_FAILED,
+    // REG_SEEK_END_FAILED, REG_RECORD_WRITE_FAILED.
     unsigned int Add(unsigned long matchType, void* record) noexcept;
     // Replaces the record that matches (every one where duplicates are allowed). REG_NOT_FOUND, REG_SEVERAL_MATCH,
     // REG_UNCHANGED.

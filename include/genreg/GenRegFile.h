@@ -51,6 +51,9 @@ public:
     // or a real path whose companions would not fit, leave the paths as they are.
     unsigned int GetAndSetRealRegistryPaths() noexcept;
 
+    // Add, Change and Delete take the lock and release it by themselves: it is nothing that a client has to do, and an
+    // object that holds it is refused there (REG_LOCK_FAILED, because of REG_ALREADY_LOCKED). It is for programs that
+    // replace the file by other means, or keep writers out for a while.
     // Takes the lock file: flags REG_LOCK_*, one of exclusive/shared and one of wait/nowait (else
     // REG_INVALID_ARGUMENT). The second argument is ignored. REG_NOT_CONFIGURED, REG_ALREADY_LOCKED,
     // REG_CREATE_DIRECTORY_FAILED, REG_OPEN_LOCK_FAILED, REG_LOCK_HELD (not waiting, or the limit was reached), else
@@ -63,23 +66,26 @@ public:
     // every second or so while the lock is held elsewhere. Neither concerns the lock on the registry file.
     void SetLockWait(long limitMilliseconds, GenRegLockNotice notice, void* context) noexcept;
 
-    // Opens for REG_OP_*. After any result but REG_SCAN_OPEN follow it with CloseReg. REG_MISSING,
-    // REG_OPEN_FILE_FAILED, REG_LOCK_FILE_FAILED, REG_READ_FAILED, REG_CHECKSUM_DIFFERS, REG_CHECKSUM_READ_FAILED,
-    // REG_NO_CHECKSUM_BUFFER, REG_DELETE_CORRUPT_FAILED, REG_FILE_INFO_FAILED, REG_OPEN_TMP_FAILED,
-    // REG_SET_PERMISSIONS_FAILED, REG_CREATE_DIRECTORY_FAILED, REG_SCAN_OPEN.
+    // Opens for REG_OP_*; the operations of the engines do so themselves. What an earlier OpenReg left open is
+    // abandoned first. After any result but REG_SCAN_OPEN follow it with CloseReg. REG_MISSING, REG_OPEN_FILE_FAILED,
+    // REG_LOCK_FILE_FAILED, REG_READ_FAILED, REG_CHECKSUM_DIFFERS, REG_CHECKSUM_READ_FAILED, REG_NO_CHECKSUM_BUFFER,
+    // REG_DELETE_CORRUPT_FAILED, REG_FILE_INFO_FAILED, REG_OPEN_TMP_FAILED, REG_SET_PERMISSIONS_FAILED,
+    // REG_CREATE_DIRECTORY_FAILED, REG_SCAN_OPEN, else the platform's code.
     unsigned int OpenReg(unsigned long op) noexcept;
     // Closes; commits with op 16 under REG_FEATURE_DEFERRED_COMMIT, else with op 2 and 8, and 4 unless duplicates are
-    // allowed; REG_OP_READ abandons. REG_CLOSE_FILE_FAILED, REG_CLOSE_TMP_FAILED, REG_BACKUP_FAILED,
+    // allowed; REG_OP_READ abandons. REG_SCAN_OPEN. REG_CLOSE_FILE_FAILED, REG_CLOSE_TMP_FAILED, REG_BACKUP_FAILED,
     // REG_RENAME_FAILED: the old file stands. REG_NO_CHECKSUM_BUFFER, REG_CHECKSUM_READ_FAILED, REG_COPY_WRITE_FAILED:
     // stamping the checksum failed, the old file stands. The platform's code when only the backup could not be removed.
     unsigned int CloseReg(unsigned long op) noexcept;
 
-    // A scan holds the file open under a shared lock; it reads the version that it opened. REG_NOT_CONFIGURED,
-    // REG_OPEN_FILE_FAILED, REG_LOCK_FILE_FAILED.
+    // A scan holds the file open under a shared lock; it reads the version that it opened. What an earlier scan left
+    // open is closed first. REG_NOT_CONFIGURED; REG_OPEN_FILE_FAILED, also where there is no file (the cause tells);
+    // REG_LOCK_FILE_FAILED. With REG_FEATURE_CHECKSUM_HEADER also REG_CHECKSUM_DIFFERS, REG_CHECKSUM_READ_FAILED,
+    // REG_NO_CHECKSUM_BUFFER; the scan is closed then.
     unsigned int OpenScan() noexcept;
     // Closes it, open or not. REG_CLOSE_FILE_FAILED.
     unsigned int CloseScan() noexcept;
-    // Back to the first record. REG_REWIND_FAILED.
+    // Back to the first record, and on to what another program has appended meanwhile. REG_REWIND_FAILED.
     unsigned int Rewind() noexcept;
     // The scan's position, opaque and valid only within the same scan. REG_SCAN_NOT_OPEN, REG_NULL_POINTER,
     // REG_GET_POSITION_FAILED, REG_SET_POSITION_FAILED.
@@ -100,6 +106,7 @@ protected:
     char lockPath[REG_PATH_SIZE] = {};
     OSSHFile lockFile;
     OSSFileOpenRequest lockOpenRequest = {OSS_REQUEST_VERSION, nullptr, 0, 0, 0, 0};
+    // After GetNext it stands where the scan does, and the scan goes on where a client has stopped reading it.
     std::FILE* regFp = nullptr;
     std::FILE* tmpFp = nullptr;
     unsigned long regPermissions = 0;   // of a new registry file; 0 is 0644

@@ -6,6 +6,8 @@
 // blank in front of it each time, until the line is too long, and makes a dot of each byte that is no printable ASCII;
 // a change of aliases or comment alone is REG_UNCHANGED. KeepLines(true) keeps the whole line but for what is changed,
 // and takes aliases and comments for parts of the record.
+//
+// The port of a record is in network byte order, in keys too: htons(50000) for 50000/tcp.
 #pragma once
 
 #include <genreg/GenRegText.h>

@@ -51,13 +51,15 @@ private:
 extern "C" {
 
 // Where the global registry lies. *length: the buffer's capacity on entry, the length that the path needs, its NUL
-// included, on return. 0, REG_PATH_BUFFER_NULL, REG_PATH_BUFFER_TOO_SMALL, or the platform's code.
+// included, on return. 0, REG_PATH_BUFFER_NULL, REG_PATH_BUFFER_TOO_SMALL, REG_NULL_POINTER (length), or
+// the platform's code.
 GENREG_EXPORT unsigned int GetGlobalRegPathname(char* buffer, unsigned short* length);
 // useDefaultPath: nothing but RVN_GLOBAL_REG_PATHNAME wins over /var/rvn/global.reg.
 GENREG_EXPORT unsigned int GetGlobalRegPathnameInternal(char* buffer, unsigned short* length, bool useDefaultPath);
 
 // Brings the fixpack number of this copy's service records up to the running level; *updated: how many were changed.
-// The first failed change is returned as it stands. REG_OPEN_FAILED when the scan could not be closed, REG_NO_MEMORY.
+// The first failed change is returned as it stands, and so is what the running level, OpenScan or GetNext failed with.
+// REG_OPEN_FAILED when the scan could not be closed, REG_NO_MEMORY, REG_NULL_POINTER (registry; updated may be null).
 GENREG_EXPORT unsigned int genregSyncGlobalRegFixpackNumber(GlobalReg* registry, unsigned long* updated);
 
 // Wakes the monitor (SIGHUP to the process that holds the lock on /var/rvn/.fmcd.lock). 0, the platform's code of a

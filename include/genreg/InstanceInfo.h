@@ -36,7 +36,7 @@ GENREG_EXPORT unsigned int ossGetInstanceInfo(char* service, unsigned long versi
 GENREG_EXPORT unsigned int ossRemoveInstanceInfo(char* service, unsigned long versionCode, char* instanceName);
 
 // Lists the instances of a service: open, next until REG_NO_MORE_RECORDS, close. The service text must live until the
-// list is closed. REG_NO_LIST, REG_LIST_SERVICE_NULL, or the code of OpenScan.
+// list is closed. REG_NO_LIST, REG_LIST_SERVICE_NULL, REG_LIST_HANDLE_NULL, or the code of OpenScan.
 GENREG_EXPORT unsigned int ossOpenInstanceList(char* service, void** handle);
 // REG_LIST_HANDLE_NULL, REG_INSTANCE_INFO_NULL, REG_NO_MORE_RECORDS, REG_NEXT_INSTANCE_FAILED.
 GENREG_EXPORT unsigned int ossGetNextInstance(void* handle, OSSInstanceInfo_t* info);

@@ -17,8 +17,9 @@ GENREG_EXPORT extern int bCompactFormattedLine;
 GENREG_EXPORT char* GenRegReadLine(char* rawBuffer, char* line, unsigned long maxLength, std::FILE* stream,
                                    unsigned int* rc, bool joinContinuations);
 
-// Writes a line folded into continuation lines of the width (3 or more). No newline is added at the end. 0 or
-// REG_INVALID_ARGUMENT.
+// Writes a line folded into continuation lines of the width (3 or more). No newline is added at the end. 0;
+// REG_INVALID_ARGUMENT; REG_NO_WORK_BUFFER, and nothing is written; REG_FREE_WORK_BUFFER_FAILED. Whether the stream
+// took it, its own error flag tells.
 GENREG_EXPORT unsigned int GenRegWriteLine(char* line, unsigned long width, std::FILE* stream);
 
 // In place: tabs, newlines and carriage returns become blanks, runs of blanks one blank except inside double quotes,
@@ -29,6 +30,6 @@ GENREG_EXPORT unsigned int StripWhiteSpace(char* text);
 GENREG_EXPORT void CleanString(char* text);
 
 // The next field up to a blank or tab, cut out of the text in place; *cursor moves behind it, or becomes null at the
-// end. 0, or REG_END_OF_INPUT with *field null when no field is left.
+// end. 0, or REG_END_OF_INPUT with *field null when no field is left. REG_INVALID_ARGUMENT: a null argument.
 GENREG_EXPORT unsigned int ExtractNextField(char** field, char** cursor);
 }

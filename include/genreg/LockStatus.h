@@ -12,6 +12,6 @@ struct GenRegLockNote {
     char program[64];  // cut to 63 bytes
 };
 
-// 0: nobody holds it (or there is no lock file). REG_LOCK_HELD: somebody does. Else the platform's code. The note (may
-// be null) is filled with what stands in the lock file.
+// 0: nobody holds it (or there is no lock file). REG_LOCK_HELD: somebody does. REG_NULL_POINTER: no path. Else the
+// platform's code. The note (may be null) is filled with what stands in the lock file.
 extern "C" GENREG_EXPORT unsigned int genregLockStatus(const char* lockPath, GenRegLockNote* note);

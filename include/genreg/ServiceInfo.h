@@ -34,7 +34,8 @@ GENREG_EXPORT unsigned int ossGetServiceInfo(char* service, unsigned long versio
 // REG_NOT_FOUND, REG_INFO_VERSION_MISSING, REG_INFO_SERVICE_MISSING, REG_REMOVE_SERVICE_FAILED.
 GENREG_EXPORT unsigned int ossRemoveServiceInfo(char* service, unsigned long versionCode);
 
-// Lists every service: open, next until REG_NO_MORE_RECORDS, close. REG_NO_LIST, REG_OPEN_SERVICE_LIST_FAILED.
+// Lists every service: open, next until REG_NO_MORE_RECORDS, close. REG_NO_LIST, REG_LIST_HANDLE_NULL,
+// REG_OPEN_SERVICE_LIST_FAILED.
 GENREG_EXPORT unsigned int ossOpenServiceList(void** handle);
 // REG_LIST_HANDLE_NULL, REG_SERVICE_INFO_NULL, REG_NO_MORE_RECORDS, REG_NEXT_SERVICE_FAILED.
 GENREG_EXPORT unsigned int ossGetNextService(void* handle, OSSServiceInfo_t* info);
