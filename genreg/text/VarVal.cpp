@@ -59,16 +59,14 @@ Layout newLayout() noexcept {
     return {"", 0, " ", blanks, " ", blanks};
 }
 
-// Whether ParseLine takes the line, of which the blanks in front are left out. Where quotes could matter, no.
+// Whether ParseLine takes the line, of which the blanks in front are left out.
 bool surelyParses(const char* at, const char* end) noexcept {
     const auto stops = [&] { return at == end || *at == '#' || *at == '\n' || *at == '\0'; };
     if (stops()) {
         return true;
     }
-    for (; !stops() && *at != '='; ++at) {
-        if (*at == '"') {
-            return false;
-        }
+    while (!stops() && *at != '=') {
+        ++at;
     }
     if (stops()) {
         return false;
@@ -86,7 +84,7 @@ bool surelyParses(const char* at, const char* end) noexcept {
 }
 
 // Whether a line may hold this variable, judged by its first word alone. The words of a name may stand any blanks
-// apart, and quotes change what a blank means: where either could matter the answer is yes.
+// apart, and quotes keep theirs: a name that has a blank is judged by what stands before it.
 bool lineMayHold(unsigned long mask, const char* line, unsigned long length, const void* key) noexcept {
     const char* const variable = static_cast<const GenRegVarValRecord*>(key)->variable;
     if ((mask & VARVAL_MATCH_VARIABLE) == 0 || variable == nullptr) {
@@ -104,8 +102,7 @@ bool lineMayHold(unsigned long mask, const char* line, unsigned long length, con
         ++want;
     }
     const bool wordHolds = *want == '\0' || *want == ' ';
-    const bool may =
-        at == end || *at == '"' || (wordHolds && (*want == ' ' || std::strchr(" \t\r\n=", *at) != nullptr));
+    const bool may = at == end || (wordHolds && (*want == ' ' || std::strchr(" \t\r\n=", *at) != nullptr));
     return may || !surelyParses(first, end);
 }
 

@@ -33,6 +33,16 @@ TEST(Scenario, DISABLED_Updates) {
     GenRegVarVal::PrintRecord(&record);
 }
 
+constexpr const char* REFUSED[] = {"b", "z = \"open", "x\"y =\"z", "\"q\" = \"z # \"", "\"only\""};
+
+TEST(Scenario, DISABLED_Refusals) {
+    const char* const path = ::getenv("REGISTRY");
+    ASSERT_NE(path, nullptr);
+    VarValFile file{path == nullptr ? "" : path};
+    GenRegVarValRecord record;
+    EXPECT_EQ(file.get("k", &record), 0u);
+}
+
 constexpr const char* CODES = "0 900001f1 900001fb 900001f6 0 0 900001c5";
 
 TEST_F(DiagnosticsTest, EachFailurePointLeavesALineInTheLog) {
@@ -45,6 +55,20 @@ TEST_F(DiagnosticsTest, EachFailurePointLeavesALineInTheLog) {
           "GenRegText::Change(0x082A002A) sev=3 code=0x900001c5 rc=0x90000513 probe=80"}) {
         EXPECT_NE(log.find(expected), std::string::npos) << expected << "\n" << log;
     }
+}
+
+TEST_F(DiagnosticsTest, ARefusedLineIsLoggedThoughAnotherIsLookedFor) {
+    std::string text;
+    for (const char* line : REFUSED) {
+        text += std::string(line) + "\n";
+    }
+    const std::string taken = "# x\"\n\"a\" = \"b\" # \"\nk = 1\n";
+    EXPECT_EQ(runAnew("Refusals", {"RVN_DIAG_LOG=" + path("log"), "REGISTRY=" + write("reg", text + taken)}), 0);
+    std::size_t refused = 0;
+    for (const std::string& line : lines("log")) {
+        refused += line.find("probe=110") != std::string::npos ? 1 : 0;
+    }
+    EXPECT_EQ(refused, std::size(REFUSED)) << read("log");
 }
 
 TEST_F(DiagnosticsTest, TracingChangesNoResultAndPairsEveryEntryWithAnExit) {

@@ -128,7 +128,8 @@ TEST_F(VarValOnDisk, TheVariableJudgesALineAsParsingDoes) {
          {"a", "b", "ab", " ", "\t", "=", "=", "=", "\"", "#", "\r", "\\\n", "\n", "\n", "\n", "\xe9", "\na = b\n"},
          REG_FEATURE_LINE_CONTINUATION,
          [](Dice& dice) {
-             constexpr const char* NAMES[] = {"a", "b", "ab", "", "a b", "a\"", "\xe9", "a=", "#"};
+             constexpr const char* NAMES[] = {"a",     "b",    "ab",     "",     "a b", "a\"",
+                                              "\"a\"", "\" b", "a\" \"", "\xe9", "a=",  "#"};
              constexpr const char* VALUES[] = {"", "a", "b"};
              return VarValFile::pair(dice.oneOf(NAMES), dice.oneOf(VALUES));
          },
