@@ -8,9 +8,11 @@
 #include <signal.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <map>
 #include <set>
@@ -20,6 +22,7 @@
 #include "prove/support/Folder.h"
 #include "prove/support/Image.h"
 #include "prove/support/Place.h"
+#include "prove/support/Stepper.h"
 #include "prove/support/ToolRun.h"
 
 namespace {
@@ -347,6 +350,48 @@ void closedStreams(Cases& cases, const Folder& folder, const std::set<int>& clos
     (void)cases.check(prove::namesIn(folder.path()).size() == 2, what + ": left strange files");
 }
 
+// Some file systems tell of a full disk no earlier than at the last close of what was written, which is made to fail.
+void lastClose(Cases& cases, const Folder& folder) {
+    if (!prove::canFailCalls()) {
+        cases.skip("the last close of standard output", "this system lets no process make another's calls fail");
+        return;
+    }
+    const std::string path = folder.file("settings");
+    (void)layOut(PLAIN, path);
+    const std::string out = folder.file("out");
+    const std::string err = folder.file("err");
+    // Fails the close of that number; how many there are.
+    const auto look = [&](unsigned long failing, int* status) {
+        unsigned long closes = 0;
+        prove::StepHooks hooks;
+        hooks.entry = [&](pid_t child, const prove::SystemCall& call) {
+            const bool ofOutput = call.number == SYS_close && prove::descriptorPath(child, call.arguments[0]) == out;
+            closes += ofOutput ? 1 : 0;
+            return ofOutput && closes == failing ? prove::Verdict{prove::Verdict::Kind::Fail, ENOSPC}
+                                                 : prove::Verdict{};
+        };
+        const prove::StepResult result = prove::step(
+            [&] {
+                for (const auto& [file, descriptor] : {std::pair(&out, STDOUT_FILENO), {&err, STDERR_FILENO}}) {
+                    const int opened = ::open(file->c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+                    (void)::dup2(opened, descriptor);
+                }
+                prove::beginPart();
+                return ::execl(RVN_TOOL, "genreg", "varval", "get", path.c_str(), "alpha", nullptr);
+            },
+            hooks);
+        *status = result.exitCode;
+        return closes;
+    };
+    int status = -1;
+    const unsigned long closes = look(0, &status);
+    (void)cases.check(status == 0 && closes > 0 && bytesOf(out) == PLAIN.answer, "a look-up that is watched fails");
+    (void)look(closes, &status);
+    (void)cases.check(status == WRITE_FAILED && bytesOf(err).value_or("").find("standard output") != std::string::npos,
+                      "the last close of standard output: exit " + std::to_string(status));
+    folder.empty();
+}
+
 void streams(Cases& cases) {
     const Folder folder(true);
     const std::set<int> CLOSED[] = {{0}, {1}, {2}, {0, 1}, {0, 2}, {1, 2}, {0, 1, 2}};
@@ -362,6 +407,8 @@ void streams(Cases& cases) {
         });
         (void)cases.check(mute.status == status, "words on a full device: exit " + std::to_string(mute.status));
     }
+    folder.empty();
+    lastClose(cases, folder);
 }
 
 // --- locks ---------------------------------------------------------------------------------------------------------

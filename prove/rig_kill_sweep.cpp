@@ -7,6 +7,7 @@
 // Two more outcomes are as described: an empty registry where none was before; and, where records are appended in place
 // under a checksum header, new records under the old header, which the next open reports.
 #include <genreg/Codes.h>
+#include <sys/syscall.h>
 
 #include <cstdio>
 
@@ -90,6 +91,7 @@ private:
         prove::StepHooks hooks;
         hooks.entry = [&](pid_t child, const prove::SystemCall& call) {
             checkLocked(child, call, place);
+            checkUnlocked(child, call, place);
             lookIn(scenario, place,
                    "at call " + std::to_string(call.index) + " (" + prove::callName(call.number) + ")");
             return prove::Verdict{};
@@ -135,6 +137,15 @@ private:
         rig_.check(!companion || !prove::isFree(place.lock(), Claim::Exclusive),
                    "call " + std::to_string(call.index) + " (" + prove::callName(call.number) +
                        ") touches a companion without the lock");
+    }
+
+    // What is closed is unlocked before: somebody forked meanwhile may have a copy of the descriptor.
+    void checkUnlocked(pid_t child, const prove::SystemCall& call, const Place& place) {
+        const std::string file = call.number == SYS_close ? prove::descriptorPath(child, call.arguments[0]) : "";
+        if (file == place.registry() || file == place.lock()) {
+            rig_.check(prove::isFree(file, Claim::Exclusive),
+                       "call " + std::to_string(call.index) + " closes what is still locked: " + file);
+        }
     }
 
     // A reader, at a moment when the writer stands still.

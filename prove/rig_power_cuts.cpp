@@ -237,6 +237,11 @@ private:
     Found found_;
 };
 
+// A large copy is committed at once as a small one is.
+bool repeats(const Scenario& scenario) {
+    return scenario.large && (scenario.features & REG_FEATURE_DEFERRED_COMMIT) == 0;
+}
+
 void cutsByRule(Cases& cases) {
     if (!prove::canStep()) {
         cases.skip("cuts by rule", "this system lets no process trace another");
@@ -248,7 +253,7 @@ void cutsByRule(Cases& cases) {
     const Scenario* control = nullptr;
     const std::vector<Scenario> all = prove::updates();
     for (const Scenario& scenario : all) {
-        if (cases.quick() && !scenario.quick) {
+        if (repeats(scenario) || (cases.quick() && !scenario.quick)) {
             continue;
         }
         (void)rule.run(
@@ -364,7 +369,8 @@ private:
 // mounted, which a copy is not.
 bool triedOnImage(const Scenario& scenario, bool quick) {
     const bool oneOfTwo = scenario.form == &prove::TEXT_FORM || scenario.form == &prove::BINARY_FORM;
-    return oneOfTwo && !scenario.linked && (scenario.quick || !quick);
+    const bool wanted = !quick || (scenario.quick && !scenario.missingDirectory);
+    return oneOfTwo && !scenario.linked && !repeats(scenario) && wanted;
 }
 
 // Names that are committed before contents are what may hurt, and what tells the two kinds of mount apart. The rest is

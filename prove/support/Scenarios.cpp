@@ -77,6 +77,7 @@ const NamedOperation OPERATIONS[] = {
 };
 const NamedOperation& ADD = OPERATIONS[0];
 const NamedOperation& CHANGE = OPERATIONS[1];
+const NamedOperation& DELETE = OPERATIONS[2];
 
 Rows fewRows(bool duplicates) {
     Rows rows = {{"alpha", 1}, {"beta", 2}, {"gamma", 3}};
@@ -142,6 +143,7 @@ void addSpecialCases(const Form& form, unsigned long features, std::vector<Scena
     Scenario nowhere = missing;
     nowhere.name += ", no directory";
     nowhere.missingDirectory = true;
+    nowhere.quick = form.choosesFeatures && !form.binary && features == DEFERRED;
     list.push_back(nowhere);
 
     Scenario stale = make(form, form.choosesFeatures ? CHANGE : ADD, features);
@@ -159,13 +161,23 @@ void addSpecialCases(const Form& form, unsigned long features, std::vector<Scena
     }
 }
 
+Scenario makeLarge(const Form& form, const NamedOperation& named, unsigned long features) {
+    Scenario large = make(form, named, features);
+    large.name += ", large";
+    large.before.rows = manyRows();
+    large.large = true;
+    return large;
+}
+
 void addLargeAndLinked(const Form& form, std::vector<Scenario>& list) {
     for (const NamedOperation& named : OPERATIONS) {
-        Scenario large = make(form, named, DEFERRED);
-        large.name += ", large";
-        large.before.rows = manyRows();
-        large.large = true;
-        list.push_back(large);
+        list.push_back(makeLarge(form, named, DEFERRED));
+    }
+    if (form.choosesFeatures) {
+        // Nothing is verified here: a write that fails in the middle of the copy is known to the copying alone.
+        list.push_back(makeLarge(form, form.binary ? CHANGE : DELETE, 0));
+        list.back().quick = &form != &PACKED_FORM;
+        list.push_back(makeLarge(form, ADD, form.binary ? CHECKSUM : 0));
     }
     Scenario linked = make(form, CHANGE, DEFERRED);
     linked.name += ", through a link";

@@ -112,8 +112,9 @@ public:
             }
             const int stop = WSTOPSIG(status_);
             signal_ = 0;
+            const bool exec = status_ >> 16 == PTRACE_EVENT_EXEC;
             if (stop != CALL_STOP) {
-                signal_ = stop;  // not the stepper's: the child gets it
+                signal_ = exec ? 0 : stop;  // not the stepper's: the child gets it
             } else if (!atCall()) {
                 (void)::kill(child_, SIGKILL);
                 require(::waitpid(child_, &status_, 0) == child_, "waitpid");
@@ -205,7 +206,7 @@ StepResult step(const std::function<int()>& body, const StepHooks& hooks) {
     }
     int status = 0;
     require(::waitpid(child, &status, 0) == child && WIFSTOPPED(status), "the child did not stop");
-    constexpr std::uintptr_t OPTIONS = PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL;
+    constexpr std::uintptr_t OPTIONS = PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL | PTRACE_O_TRACEEXEC;
     require(::ptrace(PTRACE_SETOPTIONS, child, nullptr, OPTIONS) == 0, "PTRACE_SETOPTIONS");
     return Tracee{child, hooks}.run();
 }
