@@ -99,6 +99,18 @@ TEST_F(ChecksumHeader, ABodyWhoseChecksumIsZeroIsGoneOnFrom) {
     });
 }
 
+TEST_F(ChecksumHeader, TheLongestChecksumIsOneToo) {
+    constexpr std::size_t LONGEST = 11;  // a minus and ten digits
+    BinItem item = a_;
+    for (int i = 0; i < 256 && stamped({item}).find('\0') != LONGEST; ++i) {
+        std::memset(&item.value, i, sizeof item.value);
+    }
+    ASSERT_EQ(stamped({item}).find('\0'), LONGEST);
+    contents(stamped({item}));
+    BinItems fresh(file(), PACKED | CHECKSUM);
+    EXPECT_EQ(scan(fresh), std::to_string(item.value));
+}
+
 TEST_F(ChecksumHeader, AShortFileHasNoHeader) {
     for (const auto& [body, values] : {std::pair{std::string(), ""}, {binFile({a_}), "1"}}) {
         ASSERT_LT(body.size(), 32U);

@@ -1,6 +1,7 @@
 // Finding records, at once and in a scan.
-#include <fstream>
+#include <genreg/GenRegBinVarVal.h>
 
+#include <fstream>
 #include <functional>
 
 #include "support/BinRegistry.h"
@@ -91,6 +92,31 @@ TEST_F(BinLookup, ARecordBelowEightBytesIsFoundButNotHandedOut) {
     EXPECT_EQ(get(items), REG_NOT_FOUND);
 }
 
+TEST_F(BinLookup, TheLargestRecordIsHandedOut) {
+    BinItems::knobs().maxSize = REG_MAX_RECORD_SIZE;
+    std::string record(REG_MAX_RECORD_SIZE, '\0');
+    std::memcpy(record.data(), &b_, sizeof b_);
+    record.back() = 'z';
+    contents(binFrame(record));
+    BinItems items(file());
+    std::string found(record.size(), '\0');
+    EXPECT_EQ(items.Get(ITEM_NAME, &key_, found.data()), 0U);
+    EXPECT_TRUE(found == record);
+}
+
+TEST(BinVarVal, ANameMayFillItsMember) {
+    GenRegBinVarValRecord stored = {
+        {'1', '2', '3', '4', '5', '6', '7', '8', '9', '0', '1', '2', '3', '4', '5', '6'}, 1, ""};
+    GenRegBinVarValRecord key = stored;
+    EXPECT_EQ(GenRegBinVarVal::MatchRecord(BINVARVAL_MATCH_VARIABLE, &stored, &key), 1U);
+    for (char& letter : key.variable) {
+        letter ^= 1;
+        EXPECT_EQ(GenRegBinVarVal::MatchRecord(BINVARVAL_MATCH_VARIABLE, &stored, &key), 0U);
+        EXPECT_EQ(GenRegBinVarVal::MatchRecord(BINVARVAL_MATCH_VALUE, &stored, &key), 1U);
+        letter ^= 1;
+    }
+}
+
 TEST_F(BinLookup, AScanGivesEachMatchOnceAndThenItsEnd) {
     const std::vector<BinItem> all = {binItem("b", 1), binItem("a", 2), binItem("b", 3), binItem("c", 4)};
     eachWay([&](unsigned long features, BinItems::Slots slots) {
@@ -107,6 +133,14 @@ TEST_F(BinLookup, AScanGivesEachMatchOnceAndThenItsEnd) {
             EXPECT_EQ(next(items, ITEM_NAME), REG_NO_MORE_RECORDS);
             EXPECT_TRUE(zeroed());
             EXPECT_EQ(next(items, 0), REG_NO_MORE_RECORDS);
+            EXPECT_TRUE(untouched());
+            // A look-up inside the scan answers all the same, and leaves the end the end.
+            ASSERT_EQ(items.setFeature(REG_FEATURE_GET_IN_SCAN), 0U);
+            EXPECT_EQ(get(items), 0U);
+            EXPECT_EQ(result_.value, 1);
+            EXPECT_EQ(get(items, ITEM_NAME | ITEM_VALUE), REG_NOT_FOUND);
+            EXPECT_TRUE(zeroed());
+            EXPECT_EQ(next(items, ITEM_NAME), REG_NO_MORE_RECORDS);
             EXPECT_TRUE(untouched());
             EXPECT_EQ(items.Rewind(), 0U);
         }

@@ -29,6 +29,20 @@ TEST_F(LockTest, FlagsMustNameATypeAndAWait) {
     EXPECT_EQ(inFile.Lock(HERE | REG_LOCK_CREATE_DIR, 10), REG_CREATE_DIRECTORY_FAILED);
 }
 
+TEST_F(LockTest, TheLockFileIsMadeWithThePermissionsAskedFor) {
+    for (const unsigned long asked : {0UL, 0600UL, 0640UL}) {
+        for (const unsigned long type : {REG_LOCK_EXCLUSIVE, REG_LOCK_SHARED}) {
+            remove(".reg.lock");
+            VarValFile file{reg()};
+            file.lockPermissions = asked;
+            ASSERT_EQ(file.Lock(type | REG_LOCK_NOWAIT, 10), 0u);
+            struct stat status = {};
+            ASSERT_EQ(::stat(path(".reg.lock").c_str(), &status), 0);
+            EXPECT_EQ(status.st_mode & 07777, asked != 0 ? asked : 0644UL);
+        }
+    }
+}
+
 TEST_F(LockTest, AnotherProcessIsToldAtOnceAndAThreadToo) {
     const auto tryIt = [&] {
         VarValFile other{reg()};

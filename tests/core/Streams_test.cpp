@@ -1,4 +1,6 @@
 // Transactions whose streams other hands have touched, and what their closing half makes of them.
+#include <fcntl.h>
+
 #include <cstdlib>
 
 #include "support/VarValFile.h"
@@ -45,6 +47,23 @@ TEST_F(StreamsTest, AClientsOwnStreamTakesNobodysLockWithIt) {
     EXPECT_EQ(closer.CloseReg(REG_OP_READ), 0U);
     VarValFile other{reg()};
     EXPECT_EQ(other.Lock(REG_LOCK_EXCLUSIVE | REG_LOCK_NOWAIT, 0), REG_LOCK_HELD);
+}
+
+TEST_F(StreamsTest, AClosedRegistrysNumberIsNobodysInAChild) {
+    (void)write("reg", "x = 1\n");
+    VarValFile file{reg()};
+    ASSERT_EQ(file.OpenReg(REG_OP_READ), 0U);
+    const int descriptor = ::fileno(file.regFp);
+    ASSERT_EQ(file.CloseReg(REG_OP_READ), 0U);
+    // The client's own, of the same file, which the child keeps.
+    const int own = ::open(reg().c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(own, descriptor);
+    EXPECT_EQ(inChild([&] {
+                  char byte = 0;
+                  return ::read(own, &byte, 1) == 1 ? 0 : 1;
+              }),
+              0);
+    ::close(own);
 }
 
 TEST_F(StreamsTest, TheCommitKeepsTheBitsThatTheRegistryHasByThen) {

@@ -63,6 +63,19 @@ TEST_F(AttributesTest, PermissionBitsArriveWholeWithTheirOwner) {
     }
 }
 
+TEST_F(AttributesTest, OwnerAndGroupArriveAlsoWhereOnlyOneOfThemDiffers) {
+    if (::getuid() != 0) {
+        GTEST_SKIP() << "needs root to give files away";
+    }
+    for (const auto& [owner, group] : {std::pair{USER, gid_t{0}}, {uid_t{0}, GROUP}}) {
+        ASSERT_EQ(::fchown(from_, owner, group), 0);
+        ASSERT_EQ(::fchown(to_, 0, 0), 0);
+        EXPECT_EQ(posix::carryAttributes(from_, to_), 0u);
+        EXPECT_EQ(of(to_).st_uid, owner);
+        EXPECT_EQ(of(to_).st_gid, group);
+    }
+}
+
 TEST_F(AttributesTest, AnUnprivilegedProcessCarriesItsGroupButNoForeignSetuidBit) {
     if (::getuid() != 0) {
         GTEST_SKIP() << "needs root to become somebody else";
@@ -92,6 +105,14 @@ TEST_F(AttributesTest, TheAclArrivesWithItsMask) {
     EXPECT_EQ(posix::carryAttributes(from_, to_), 0u);
     EXPECT_EQ(attribute(to_, ACL), acl);
     EXPECT_EQ(of(to_).st_mode & 07777, 0660u);
+
+    // Where there can be none the mask must not become the rights of the group.
+    int withoutAcls[2];
+    ASSERT_EQ(::pipe(withoutAcls), 0);
+    EXPECT_EQ(posix::carryAttributes(from_, withoutAcls[1]), 0u);
+    EXPECT_EQ(of(withoutAcls[1]).st_mode & 07777, 0600u);
+    ::close(withoutAcls[0]);
+    ::close(withoutAcls[1]);
 }
 
 TEST_F(AttributesTest, AnAclOfTheDirectoryDoesNotSlipIn) {

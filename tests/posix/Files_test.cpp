@@ -3,6 +3,7 @@
 #include <osse/Errors.h>
 #include <osse/OSSHFile.h>
 #include <signal.h>
+#include <sys/resource.h>
 
 #include <cerrno>
 
@@ -62,6 +63,21 @@ TEST_F(FilesTest, ExistingFilesAreOpenedWithoutFollowingOrWaiting) {
     EXPECT_EQ(posix::closeDescriptor(descriptor), ossErrorMapSystem(EBADF));
 }
 
+TEST_F(FilesTest, AWriteThatTheSystemCutsShortIsGoneOnWith) {
+    const std::string file = write("file", "");
+    EXPECT_EQ(inChild([&] {
+                  const rlimit limit{10, 10};
+                  int descriptor = -1;
+                  const bool ready = ::signal(SIGXFSZ, SIG_IGN) != SIG_ERR && ::setrlimit(RLIMIT_FSIZE, &limit) == 0 &&
+                                     posix::openToPatch(file.c_str(), &descriptor) == 0;
+                  const std::string bytes(20, 'x');
+                  const unsigned int rc = posix::writeAt(descriptor, bytes.data(), bytes.size(), 0);
+                  return ready && rc == ossErrorMapSystem(EFBIG) ? 0 : 1;
+              }),
+              0);
+    EXPECT_EQ(read("file").size(), 10U);
+}
+
 TEST_F(FilesTest, AFolderThatCannotBeSyncedIsNoFailure) {
     const std::string file = write("file", "");
     EXPECT_EQ(posix::syncDirectory(path("").c_str()), 0u);
@@ -81,10 +97,12 @@ TEST_F(FilesTest, ALockOfTheSameProcessIsSeenAndStays) {
     EXPECT_EQ(posix::isLocked(file.c_str(), &locked), 0u);
     EXPECT_FALSE(locked);
     ASSERT_EQ(handle.lock(&shared), 0u);
+    const long descriptors = openDescriptors();
     for (int asked = 0; asked < 2; ++asked) {  // asking does not give it away
         EXPECT_EQ(posix::isLocked(file.c_str(), &locked), 0u);
         EXPECT_TRUE(locked);
     }
+    EXPECT_EQ(openDescriptors(), descriptors);
     int descriptor = -1;
     long holder = 99;
     ASSERT_EQ(posix::openMonitorLock(file.c_str(), &descriptor), 0u);

@@ -23,6 +23,11 @@ void forkAndExit() {
 
 TEST_F(StreamsTest, AnExitingChildWritesNothingThatTheParentHoldsBack) {
     int descriptor = -1;
+    const std::string other = write("other", "x");
+    for (int earlier = 0; earlier < 300; ++earlier) {  // more than are guarded at a time
+        ASSERT_EQ(posix::openToRead(other.c_str(), &descriptor), 0U);
+        ASSERT_TRUE(posix::closeStream(posix::openStream(descriptor, "r")));
+    }
     ASSERT_EQ(posix::createFresh(path("copy").c_str(), true, &descriptor), 0U);
     std::FILE* const stream = posix::openStream(descriptor, "a");
     ASSERT_NE(stream, nullptr);
@@ -95,6 +100,22 @@ TEST_F(StreamsTest, WhatIsWrittenStandsWhereTheStreamStood) {
         }
         ASSERT_TRUE(posix::flushStream(stream) && posix::closeStream(stream));
         ASSERT_EQ(this->read(std::to_string(round).c_str()), expected) << told;
+    }
+}
+
+// An update that is told of a failure in the middle asks the stream again at its end.
+TEST_F(StreamsTest, AFailedWriteStaysKnownToTheStream) {
+    const std::string half(160, 'x');
+    for (const std::string& last : {half, half + half}) {  // pushes out what is held back; goes past the buffer
+        int descriptor = -1;
+        ASSERT_EQ(posix::openToAppend("/dev/full", &descriptor), 0U);
+        std::FILE* const stream = posix::openStream(descriptor, "a");
+        char buffer[256];
+        ASSERT_EQ(std::setvbuf(stream, buffer, _IOFBF, sizeof buffer), 0);
+        EXPECT_TRUE(last.size() > half.size() || posix::writeUnlocked(stream, half.data(), half.size()));
+        EXPECT_FALSE(posix::writeUnlocked(stream, last.data(), last.size()));
+        EXPECT_NE(std::ferror(stream), 0);
+        (void)posix::closeStream(stream);
     }
 }
 

@@ -26,6 +26,7 @@ public:
     using GenRegBase::validateRecord;
     using GenRegFile::getMaxRecordSize;
     using GenRegFile::lockPath;
+    using GenRegFile::lockPermissions;
     using GenRegFile::regFp;
     using GenRegFile::regPath;
     using GenRegFile::tmpFp;

@@ -80,10 +80,17 @@ TEST_F(LookupTest, AGetInAScanLeavesItWhereItWas) {
         EXPECT_EQ(file.get("v19999", &record), 0u);
         EXPECT_EQ(file.get("w", &record), REG_NOT_FOUND);
     }
+    int next = 2;
     while (file.GetNext(0, nullptr, &record) == 0) {
+        EXPECT_EQ(record.variable, "v" + std::to_string(next++));
     }
+    EXPECT_EQ(next, 20'000);
     EXPECT_EQ(file.get("v7", &record), 0u);
+    EXPECT_STREQ(record.variable, "v7");
     EXPECT_EQ(file.GetNext(0, nullptr, &record), REG_NO_MORE_RECORDS);  // the end stays the end
+    EXPECT_STREQ(record.variable, "v7");
+    EXPECT_EQ(file.get("w", &record), REG_NOT_FOUND);
+    EXPECT_TRUE(isZero(record));
 }
 
 TEST_F(LookupTest, PortsAreListedOncePerRunFromWhereTheFileStands) {
@@ -148,6 +155,39 @@ TEST_F(LookupTest, AScanExcludesOtherWorkOfItsObjectAndSeesTheVersionThatItOpene
     EXPECT_EQ(file.CloseReg(REG_OP_READ), 0u);
     ASSERT_EQ(file.OpenScan(), 0u);
     EXPECT_EQ(file.scanned(), "a c ");
+    // Opened anew without having been closed, too.
+    EXPECT_EQ(writer.remove("a"), 0u);
+    ASSERT_EQ(file.OpenScan(), 0u);
+    EXPECT_EQ(file.scanned(), "c ");
+}
+
+// With its newline a line has at most 2,047 bytes.
+TEST_F(LookupTest, TheLongestLineIsFoundAndChangedAndALongerOneOnlyCarried) {
+    const std::string value(2042, 'x');
+    const std::string longest = "a = " + value + "\n";
+    const std::string longer = "b = x" + value + "\n";
+    ASSERT_EQ(longest.size(), 2047U);
+    for (const unsigned long features : UPDATE_WAYS) {
+        write("reg", longest + longer);
+        VarValFile file{reg(), features};
+        GenRegVarValRecord record;
+        EXPECT_EQ(file.get("b", &record), REG_NOT_FOUND);
+        EXPECT_EQ(file.change("b", "1"), REG_NOT_FOUND);
+        ASSERT_EQ(file.get("a", &record), 0u);
+        EXPECT_EQ(record.value, value);
+        EXPECT_EQ(file.change("a", "1"), 0u);
+        EXPECT_EQ(content(), "a = 1\n" + longer);
+        EXPECT_EQ(file.change("a", ("x" + value).c_str()), REG_FORMAT_FAILED);
+        EXPECT_EQ(file.change("a", value.c_str()), 0u);
+        EXPECT_EQ(content(), longest + longer);
+        // A last line has no newline to count.
+        write("reg", longer + longest.substr(0, 2046) + "x");
+        EXPECT_EQ(file.change("a", "1"), 0u);
+        EXPECT_EQ(content(), longer + "a = 1\n");
+        write("reg", longest + longer.substr(0, 2047) + "x");
+        EXPECT_EQ(file.get("b", &record), REG_NOT_FOUND);
+        EXPECT_EQ(file.remove("b"), REG_NOT_FOUND);
+    }
 }
 
 }  // namespace

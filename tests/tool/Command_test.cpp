@@ -1,3 +1,7 @@
+#include <fcntl.h>
+
+#include <cstdlib>
+
 #include "Tool.h"
 
 namespace {
@@ -156,6 +160,12 @@ TEST_F(Command, AFileSizeLimitLeavesTheOldFile) {
     EXPECT_NE(result.err.find("not replaced: file too large"), std::string::npos) << result.err;
     EXPECT_EQ(read("f"), before);
     EXPECT_EQ(status("varval set f a 2"), 0);
+
+    // The copy of a rehearsal would not hold all of this file, though what the rehearsal makes of it would fit.
+    write("f", "a = " + std::string(1500, 'x') + "\nb = " + std::string(1500, 'y') + "\nc = 1\n");
+    const Result rehearsed = genreg("varval delete f a -n", {}, {"", 2048});
+    EXPECT_EQ(rehearsed.status, 8) << rehearsed.err;
+    EXPECT_EQ(rehearsed.out, "");
 }
 
 TEST_F(Command, ColoursAndControlBytesStayWhereTheyBelong) {
@@ -186,6 +196,31 @@ TEST_F(Command, TablesAreAlignedByWhatATerminalShows) {
     EXPECT_EQ(out("varval list f"), head +
                                         "日本  1      -\n😀é́z  1      -\na\xe2\x80\x8d     1      -\nñoñ   1      -\n"
                                         "abcd  1      -\n");
+}
+
+TEST_F(Command, ATerminalGetsColoursUnlessTheyAreUnwanted) {
+    write("f", "a = 1\n");
+    const auto coloured = [&](const std::string& line) {
+        const int master = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+        EXPECT_EQ(::grantpt(master) | ::unlockpt(master), 0);
+        Surroundings terminal;
+        terminal.standardOutput = ::ptsname(master);
+        const int held = ::open(terminal.standardOutput.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+        EXPECT_EQ(genreg(line, {}, terminal).status, 0) << line;
+        char bytes[4096];
+        const ssize_t got = ::read(master, bytes, sizeof bytes);
+        ::close(held);
+        ::close(master);
+        const std::string text(bytes, got > 0 ? static_cast<std::size_t>(got) : 0);
+        EXPECT_NE(text.find("+a = 2"), std::string::npos) << text;
+        return text.find('\x1b') != std::string::npos;
+    };
+    const Variable dialect("TERM", "xterm");
+    EXPECT_TRUE(coloured("varval set f a 2 -n"));
+    EXPECT_FALSE(coloured("varval set f a 2 -n --color never"));
+    const Variable unwanted("NO_COLOR", "1");
+    EXPECT_FALSE(coloured("varval set f a 2 -n"));
+    EXPECT_TRUE(coloured("varval set f a 2 -n --color always"));
 }
 
 }  // namespace
