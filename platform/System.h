@@ -59,6 +59,22 @@ inline int openHigh(const char* path, int flags, unsigned long permissions = 0) 
     return high;
 }
 
+// Opens what exists, or creates it fresh, never through a link. The two are kept apart: an open that may create follows
+// a link that leads nowhere, and is refused another's file in a sticky folder of everybody's, even to root.
+inline int openOrCreate(const char* path, int flags, unsigned long permissions) noexcept {
+    constexpr int MOST_TRIES = 3;  // more is no race between the two, but a link that leads nowhere
+    for (int tries = 1;; ++tries) {
+        const int opened = openHigh(path, flags);
+        if (opened != -1 || errno != ENOENT) {
+            return opened;
+        }
+        const int created = openHigh(path, flags | O_CREAT | O_EXCL | O_NOFOLLOW, permissions);
+        if (created != -1 || errno != EEXIST || tries == MOST_TRIES) {
+            return created;
+        }
+    }
+}
+
 // Lets a descriptor stand for what `from` stands for, close-on-exec; `from` stays open.
 inline int replaceDescriptor(int from, int descriptor) noexcept {
 #if defined(__APPLE__)

@@ -9,6 +9,7 @@
 #include <genreg/Cause.h>
 #include <genreg/Codes.h>
 #include <genreg/Constants.h>
+#include <grp.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -238,6 +239,72 @@ void names(Cases& cases) {
     }
 }
 
+// --- new lock files ------------------------------------------------------------------------------------------------
+
+// A registry of that owner, group and mode, updated first by somebody else, and the lock file that this leaves.
+struct LockFileCase {
+    uid_t owner;
+    gid_t group;
+    mode_t mode;
+    mode_t umask;
+    uid_t writer;  // with the group of the registry among its own
+    uid_t lockOwner;
+    mode_t lockMode;
+};
+
+constexpr uid_t OWNER = 4201;
+constexpr uid_t MEMBER = 4202;
+constexpr gid_t GROUP = 4300;
+
+constexpr LockFileCase LOCK_FILES[] = {
+    {OWNER, GROUP, 0644, 022, 0, OWNER, 0644},   {OWNER, GROUP, 0640, 022, 0, OWNER, 0640},
+    {OWNER, GROUP, 0600, 0, 0, OWNER, 0600},     {OWNER, GROUP, 0664, 022, 0, OWNER, 0664},
+    {OWNER, GROUP, 0660, 077, 0, OWNER, 0660},   {OWNER, GROUP, 0666, 022, 0, OWNER, 0666},
+    {0, GROUP, 0640, 077, 0, 0, 0600},           {OWNER, GROUP, 0660, 022, MEMBER, MEMBER, 0660},
+    {MEMBER, 0, 0640, 022, MEMBER, MEMBER, 0600}};
+
+std::optional<unsigned int> updateAs(const Kind& kind, const std::string& path, const Update& update, uid_t user,
+                                     mode_t mask) {
+    return prove::inChild([&] {
+        (void)::umask(mask);
+        const gid_t groups[] = {GROUP};
+        if (user != 0 && (::setgroups(1, groups) != 0 || ::setgid(user) != 0 || ::setuid(user) != 0)) {
+            return 1U;
+        }
+        return update.run(*openClient(kind, path));
+    });
+}
+
+void newLockFiles(Cases& cases) {
+    if (::geteuid() != 0) {
+        cases.skip("the owner of a new lock file", "takes root");
+        return;
+    }
+    const Folder folder(true);
+    const std::string path = folder.file("settings");
+    const std::string lock = prove::Companions(path).lock;
+    for (const LockFileCase& tried : LOCK_FILES) {
+        for (const Kind& kind : KINDS) {
+            folder.empty();
+            (void)Places::layOut(kind, path);
+            (void)::remove(lock.c_str());
+            (void)::chmod(folder.path().c_str(), 0777);
+            (void)!::chown(path.c_str(), tried.owner, tried.group);
+            (void)::chmod(path.c_str(), tried.mode);
+            const std::string what = std::string("the lock file of ") + prove::accessOf(path) + ", " + kind.name +
+                                     ", updated by " + std::to_string(tried.writer);
+            const auto rc = updateAs(kind, path, UPDATES[1], tried.writer, tried.umask);
+            (void)cases.check(rc == 0U, what + ": " + (rc ? hex(*rc) : "died"));
+            struct stat left = {};
+            (void)cases.check(::stat(lock.c_str(), &left) == 0 && left.st_uid == tried.lockOwner &&
+                                  (left.st_mode & 07777) == tried.lockMode,
+                              what + ": " + prove::accessOf(lock));
+            const auto own = updateAs(kind, path, UPDATES[0], tried.owner, tried.umask);
+            (void)cases.check(own == 0U, what + ": its owner is locked out, " + (own ? hex(*own) : "died"));
+        }
+    }
+}
+
 // --- forks ---------------------------------------------------------------------------------------------------------
 
 // A child that lives on; gone with the object.
@@ -364,6 +431,7 @@ int main(int argc, char** argv) {
         rig.tryAll(place);
     }
     names(cases);
+    newLockFiles(cases);
     forks(cases);
     strangers(cases);
     deadlySignal(cases);

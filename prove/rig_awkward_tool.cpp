@@ -55,6 +55,8 @@ const std::map<std::string, Complaint> COMPLAINTS = {
     {"a full disk", {WRITE_FAILED, "not replaced: no space left", "free some space"}},
     {"a folder in place of the set-aside copy", {WRITE_FAILED, "not replaced", "settings.cor out of the way"}},
     {"a folder in place of the backup", {WRITE_FAILED, "not replaced", ".settings.bkp out of the way"}},
+    {"a link planted as the lock file", {UNREADABLE, "lock file", ".settings.lock (ls -l)"}},
+    {"a link to nothing planted as the lock file", {UNREADABLE, "lock file", ".settings.lock (ls -l)"}},
     {"a folder in place of the lock file", {UNREADABLE, "lock file", ".settings.lock out of the way"}}};
 
 // The commands for one form of file; FILE stands for its path.

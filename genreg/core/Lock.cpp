@@ -7,6 +7,7 @@
 #include <osse/Time.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -25,19 +26,20 @@ constexpr std::size_t NOTE_SIZE = 128;
 
 constexpr char NOTE_START[] = "pid=";
 
-// Whether the file is empty or holds a note.
+// Whether the file, which has no other name, is empty or holds a note.
 bool takesNote(int descriptor) noexcept {
     char content[NOTE_SIZE + 1];
     std::size_t got = 0;
-    return posix::readAt(descriptor, content, sizeof content, 0, &got) == 0 &&
+    posix::FileStatus status = {};
+    return posix::statusOf(descriptor, &status) == 0 && status.regular && status.links == 1 &&
+           posix::readAt(descriptor, content, sizeof content, 0, &got) == 0 &&
            (got == 0 || (got == NOTE_SIZE && std::memcmp(content, NOTE_START, sizeof NOTE_START - 1) == 0));
 }
 
-// For people who wonder who holds the lock; a failure is nobody's concern. Only a file of the lock's own is written: a
-// link may lead to a file with other contents, and so does a lock file that another program uses.
-void writeNote(const char* path, int descriptor) noexcept {
-    char link[2];
-    if (posix::readLink(path, link, sizeof link) >= 0 || !takesNote(descriptor)) {
+// For people who wonder who holds the lock; a failure is nobody's concern. Only a file of the lock's own is written,
+// not one that another program uses.
+void writeNote(int descriptor) noexcept {
+    if (!takesNote(descriptor)) {
         return;
     }
     char note[NOTE_SIZE + 1];
@@ -131,15 +133,18 @@ unsigned int GenRegFile::Lock(unsigned long flags, unsigned long /*reserved*/) n
     if (lockFile.getFileHandle() >= 0) {
         (void)lockFile.close();  // left open by a lock that failed
     }
-    if (!exclusive) {
-        // A read-only open never creates; whether the file is there, it will tell.
-        (void)posix::createIfMissing(lockPath, permissions);
-    }
+    // A read-only open never creates, and what another open creates is not like the registry. Whether the file is
+    // there, the open will tell.
+    (void)posix::createLockFile(lockPath, regPath, permissions);
     lockOpenRequest = {
         OSS_REQUEST_VERSION, lockPath, OSS_OPEN_PLAIN, exclusive ? OSS_ACCESS_READ_WRITE : OSS_ACCESS_READ, 0,
         permissions};
     if (const unsigned int rc = lockFile.open(&lockOpenRequest)) {
         return trace.fail(80, REG_OPEN_LOCK_FAILED, rc);
+    }
+    if (!posix::isNamed(lockFile.getFileHandle(), lockPath)) {
+        (void)lockFile.close();  // what a link leads to keeps nobody out, and is nobody's to lock
+        return trace.fail(85, REG_OPEN_LOCK_FAILED, ossErrorMapSystem(ELOOP));
     }
     const bool waits = (flags & REG_LOCK_NOWAIT) == 0;
     const OSSFileLockRequest request = {OSS_REQUEST_VERSION, exclusive ? OSS_LOCK_EXCLUSIVE : OSS_LOCK_SHARED,
@@ -154,7 +159,7 @@ unsigned int GenRegFile::Lock(unsigned long flags, unsigned long /*reserved*/) n
     }
     state |= REG_STATE_LOCKED;
     if (exclusive) {
-        writeNote(lockPath, lockFile.getFileHandle());
+        writeNote(lockFile.getFileHandle());
     }
     return 0;
 }

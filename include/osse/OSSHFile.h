@@ -21,8 +21,9 @@
 constexpr unsigned int OSS_REQUEST_VERSION = 0x0A010000;
 
 constexpr unsigned int OSS_ACCESS_READ = 1;        // read only; a missing file is never created
-constexpr unsigned int OSS_ACCESS_READ_WRITE = 2;  // read and write; a missing file is created
+constexpr unsigned int OSS_ACCESS_READ_WRITE = 2;  // read and write; a missing file is created, a link is refused
 constexpr unsigned int OSS_ACCESS_CREATE = 4;      // read and append; a missing file is created
+// A file is created where nothing stands, a link that leads nowhere included.
 
 constexpr unsigned int OSS_LOCK_EXCLUSIVE = 1;
 constexpr unsigned int OSS_LOCK_SHARED = 2;

@@ -111,8 +111,7 @@ int LineFile::descriptor() noexcept {
 
 int LineFile::reopen(const char* path, const Opened* previous) noexcept {
     // Not blocking: a pipe without a reader must not hold up the program that fails.
-    int target =
-        platform::openHigh(path, O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK, LINE_FILE_PERMISSIONS);
+    int target = platform::openOrCreate(path, O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK, LINE_FILE_PERMISSIONS);
     if (target == -1) {
         return -1;
     }

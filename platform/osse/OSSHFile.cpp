@@ -17,7 +17,7 @@ int openFlags(unsigned int access) noexcept {
         case OSS_ACCESS_READ:
             return O_RDONLY | O_NONBLOCK;
         case OSS_ACCESS_READ_WRITE:
-            return O_RDWR | O_CREAT;
+            return O_RDWR | O_CREAT | O_NOFOLLOW;
         case OSS_ACCESS_CREATE:
             return O_RDWR | O_CREAT | O_APPEND;
         default:
@@ -34,7 +34,10 @@ int openHeld(const OSSFileOpenRequest& request, int flags) noexcept {
             return -1;
         }
         // Not blocking, so that a pipe put in the file's place cannot hold up the caller; files know no difference.
-        const int descriptor = platform::openHigh(request.path, flags | O_NONBLOCK, request.permissions);
+        const int opening = (flags & ~O_CREAT) | O_NONBLOCK;
+        const int descriptor = (flags & O_CREAT) != 0
+                                   ? platform::openOrCreate(request.path, opening, request.permissions)
+                                   : platform::openHigh(request.path, opening);
         if (descriptor == -1) {
             return -1;
         }

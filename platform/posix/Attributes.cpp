@@ -28,14 +28,7 @@ int syncToMedium(int descriptor) noexcept {
     return platform::retried([&] { return ::fsync(descriptor); });
 }
 
-// Whether the file `to` now has the ACL of the file `from`, or none if that has none.
-#if defined(__APPLE__)
-
-bool carryAcl(int from, int to) noexcept {
-    return ::fcopyfile(from, to, nullptr, COPYFILE_ACL) == 0;
-}
-
-#else
+#if !defined(__APPLE__)
 
 constexpr char ACL[] = "system.posix_acl_access";
 constexpr char SECURITY_LABEL[] = "security.selinux";
@@ -66,6 +59,19 @@ bool dropAcl(int to) noexcept {
     return ::fremovexattr(to, ACL) == 0 || errno == ENODATA || errno == ENOTSUP;
 }
 
+#endif
+
+}  // namespace
+
+#if defined(__APPLE__)
+
+bool carryAcl(int from, int to) noexcept {
+    return ::fcopyfile(from, to, nullptr, COPYFILE_ACL) == 0;
+}
+
+#else
+
+// A file that has none takes away what the directory gave the new one.
 bool carryAcl(int from, int to) noexcept {
     const ssize_t needed = ::flistxattr(from, nullptr, 0);
     if (needed == 0 || (needed == -1 && errno == ENOTSUP)) {
@@ -83,8 +89,6 @@ bool carryAcl(int from, int to) noexcept {
 }
 
 #endif
-
-}  // namespace
 
 unsigned int syncFile(int descriptor) noexcept {
     return resultOf(syncToMedium(descriptor));

@@ -21,6 +21,7 @@ unsigned int statusOf(int descriptor, FileStatus* status) noexcept {
                          .inode = static_cast<unsigned long>(found.st_ino),
                          .owner = found.st_uid,
                          .group = found.st_gid,
+                         .links = found.st_nlink,
                          .regular = S_ISREG(found.st_mode)};
     return 0;
 }

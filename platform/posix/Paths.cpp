@@ -24,14 +24,6 @@ long readLink(const char* path, char* target, std::size_t size) noexcept {
     return length;
 }
 
-unsigned int createIfMissing(const char* path, unsigned long permissions) noexcept {
-    const int descriptor = platform::openHigh(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, permissions);
-    if (descriptor == -1) {
-        return errno == EEXIST ? 0 : ossErrorMapSystem(errno);
-    }
-    return closeDescriptor(descriptor);
-}
-
 unsigned int createFresh(const char* path, bool appending, int* descriptor) noexcept {
     const int flags = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | (appending ? O_APPEND : 0);
     *descriptor = platform::openHigh(path, flags, PRIVATE);
@@ -63,6 +55,13 @@ bool isSameFile(int descriptor, const char* path) noexcept {
     struct stat open;
     struct stat named;
     return ::fstat(descriptor, &open) == 0 && ::stat(path, &named) == 0 && open.st_dev == named.st_dev &&
+           open.st_ino == named.st_ino;
+}
+
+bool isNamed(int descriptor, const char* path) noexcept {
+    struct stat open;
+    struct stat named;
+    return ::fstat(descriptor, &open) == 0 && ::lstat(path, &named) == 0 && open.st_dev == named.st_dev &&
            open.st_ino == named.st_ino;
 }
 

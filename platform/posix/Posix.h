@@ -19,9 +19,6 @@ namespace posix {
 // be read, EINVAL when it is no link.
 [[nodiscard]] long readLink(const char* path, char* target, std::size_t size) noexcept;
 
-// Creates an empty file with the permissions (less the umask) when nothing stands there; what exists is left alone.
-[[nodiscard]] unsigned int createIfMissing(const char* path, unsigned long permissions) noexcept;
-
 // A file that did not exist before, open for reading and writing (appending: every write goes to its end), with no
 // permissions for anyone but its owner. Never through a link. *descriptor is -1 on failure.
 [[nodiscard]] unsigned int createFresh(const char* path, bool appending, int* descriptor) noexcept;
@@ -37,6 +34,7 @@ struct FileStatus {
     unsigned long inode;
     unsigned int owner;
     unsigned int group;
+    unsigned long links;  // names of the file
     bool regular;
 };
 
@@ -78,6 +76,9 @@ struct FileStatus {
 // that `to` has from its directory and `from` has not is taken away.
 [[nodiscard]] unsigned int carryAttributes(int from, int to) noexcept;
 
+// The part of it that is the ACL; false when it is refused.
+[[nodiscard]] bool carryAcl(int from, int to) noexcept;
+
 // Permission bits; owner and group, where the group is tried alone when both are refused (the result is the first
 // failure).
 [[nodiscard]] unsigned int setPermissions(int descriptor, unsigned long permissions) noexcept;
@@ -85,16 +86,25 @@ struct FileStatus {
 
 // --- locks -------------------------------------------------------------------------------------------------------
 
-// Whether some open file holds a lock on the file that conflicts with an exclusive one. A missing file is not locked.
+// Creates an empty lock file when nothing stands at the path, not even a link; what stands there is left alone. As far
+// as this process may, it gets the owner, the group and the ACL of the registry. Where everybody may read the registry
+// it gets the permissions (less the umask), and is writable for whoever may write the registry; elsewhere it is no more
+// readable than the registry is. Without a registry it gets the permissions.
+[[nodiscard]] unsigned int createLockFile(const char* path, const char* registry, unsigned long permissions) noexcept;
+
+// Whether some open file holds a lock on the file that conflicts with an exclusive one. A missing file is not locked; a
+// link is not followed.
 [[nodiscard]] unsigned int isLocked(const char* path, bool* locked) noexcept;
 
-// The monitor's lock: opened read-write, created when missing, never truncated; then who holds a classic record lock on
-// it. *holder is below 1 when nobody does (or when the holder names no process).
+// The monitor's lock: opened read-write, created when missing, never truncated or through a link; then who holds a
+// classic record lock on it. *holder is below 1 when nobody does (or when the holder names no process).
 [[nodiscard]] unsigned int openMonitorLock(const char* path, int* descriptor) noexcept;
 [[nodiscard]] unsigned int recordLockHolder(int descriptor, long* holder) noexcept;
 
 // Whether the descriptor still is the file at the path.
 [[nodiscard]] bool isSameFile(int descriptor, const char* path) noexcept;
+// The same, and no link stands there.
+[[nodiscard]] bool isNamed(int descriptor, const char* path) noexcept;
 
 // --- process -----------------------------------------------------------------------------------------------------
 

@@ -1,5 +1,6 @@
 #include "AwkwardPlaces.h"
 
+#include <fcntl.h>
 #include <genreg/Codes.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
@@ -12,6 +13,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <iterator>
@@ -33,6 +35,13 @@ std::string needsRoot() {
     return ::geteuid() == 0 ? "" : "takes root";
 }
 
+void filterCalls(const sock_filter* filter, unsigned short length) {
+    const sock_fprog program = {length, const_cast<sock_filter*>(filter)};
+    if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 || ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0) {
+        std::abort();
+    }
+}
+
 // Refuses both calls that make hard links, as a file system without them does.
 void refuseLinks() {
     const sock_filter filter[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
@@ -44,10 +53,20 @@ void refuseLinks() {
 #endif
                                   BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
                                   BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
-    const sock_fprog program = {static_cast<unsigned short>(std::size(filter)), const_cast<sock_filter*>(filter)};
-    if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 || ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0) {
-        std::abort();
-    }
+    filterCalls(filter, std::size(filter));
+}
+
+// Refuses an open that could create the file but would take another's, as the system does, even to root, in a sticky
+// folder of everybody's (fs.protected_regular). Stdio's own opens of devices, which truncate, are let through.
+void refuseLooseCreation() {
+    const sock_filter filter[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                                  BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat, 0, 4),
+                                  BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args[2])),
+                                  BPF_STMT(BPF_ALU | BPF_AND | BPF_K, O_CREAT | O_EXCL | O_TRUNC),
+                                  BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, O_CREAT, 0, 1),
+                                  BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EACCES),
+                                  BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+    filterCalls(filter, std::size(filter));
 }
 
 void processPlaces(std::vector<AwkwardPlace>& places) {
@@ -94,6 +113,10 @@ void processPlaces(std::vector<AwkwardPlace>& places) {
     unlinked.causes = {REG_BACKUP_FAILED};
     unlinked.onlyReplacing = true;
     places.push_back(unlinked);
+
+    AwkwardPlace guarded = {"a sticky folder of everybody's (a filter of system calls stands in)"};
+    guarded.inside = [](const std::string&) { refuseLooseCreation(); };
+    places.push_back(guarded);
 }
 
 void folderPlaces(std::vector<AwkwardPlace>& places) {
@@ -173,7 +196,21 @@ void mountedPlaces(std::vector<AwkwardPlace>& places, bool ownMounts) {
     places.push_back(full);
 }
 
+void lockFileIsNone(AwkwardPlace& place) {
+    place.causes = {REG_OPEN_LOCK_FAILED};
+    place.mend = [](const std::string& path) { (void)::remove(Companions(path).lock.c_str()); };
+}
+
 void plantedPlaces(std::vector<AwkwardPlace>& places) {
+    AwkwardPlace loose = {"a link to nothing planted as the lock file"};
+    loose.prepare = [](const std::string& path) {
+        const std::string plant = Companions(path).lock;
+        (void)::remove(plant.c_str());
+        return ::symlink((folderOf(path) + "/made").c_str(), plant.c_str()) == 0 ? "" : "the link could not be planted";
+    };
+    lockFileIsNone(loose);
+    places.push_back(loose);
+
     using Path = std::string Companions::*;
     const std::pair<const char*, Path> companions[] = {{"temporary copy", &Companions::copy},
                                                        {"set-aside copy", &Companions::corrupt},
@@ -192,6 +229,9 @@ void plantedPlaces(std::vector<AwkwardPlace>& places) {
                     hard ? ::link(victim.c_str(), plant.c_str()) : ::symlink(victim.c_str(), plant.c_str());
                 return made == 0 ? "" : "the link could not be planted";
             };
+            if (member == &Companions::lock && !hard) {
+                lockFileIsNone(planted);
+            }
             places.push_back(planted);
         }
         AwkwardPlace folder = {std::string("a folder in place of the ") + companion};

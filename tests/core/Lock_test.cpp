@@ -1,4 +1,8 @@
 // The lock: who may update a registry.
+#include <genreg/LockStatus.h>
+#include <osse/Errors.h>
+
+#include <cerrno>
 #include <thread>
 
 #include "support/VarValFile.h"
@@ -59,17 +63,28 @@ TEST_F(LockTest, AnotherProcessIsToldAtOnceAndAThreadToo) {
     EXPECT_EQ(inChild([&] { return tryIt() == 0 ? 0 : 1; }), 0);  // the end of the holder gave the lock back
 }
 
-TEST_F(LockTest, TheNoteIsWrittenOverNothingButANote) {
-    const std::string precious(200, 'p');
-    write("precious", precious);
+TEST_F(LockTest, ALinkIsNoLockFile) {
     write("empty", "");
-    for (const char* target : {"precious", "empty"}) {
-        remove(".reg.lock");
+    for (const char* target : {"missing", "empty"}) {
         link(target, ".reg.lock");
+        for (const unsigned long type : {REG_LOCK_EXCLUSIVE, REG_LOCK_SHARED}) {
+            VarValFile file{reg()};
+            EXPECT_EQ(file.Lock(type | REG_LOCK_NOWAIT, 10), REG_OPEN_LOCK_FAILED) << target;
+            EXPECT_EQ(genregLockStatus(file.lockPath, nullptr), ossErrorMapSystem(ELOOP)) << target;
+        }
+        remove(".reg.lock");
+    }
+    EXPECT_EQ(Scratch::names(), "empty");
+    EXPECT_EQ(read("empty"), "");
+}
+
+TEST_F(LockTest, TheNoteIsWrittenOverNothingButANote) {
+    write("empty", "");
+    std::filesystem::create_hard_link(path("empty"), path(".reg.lock"));
+    {
         VarValFile file{reg()};
         ASSERT_EQ(file.Lock(HERE, 10), 0u);
     }
-    EXPECT_EQ(read("precious"), precious);
     EXPECT_EQ(read("empty"), "");
     remove(".reg.lock");
     write(".reg.lock", "somebody else's\n");

@@ -20,7 +20,7 @@ TEST_F(FilesTest, AFreshFileIsPrivateAndNeverThePlantedOne) {
     int descriptor = 99;
     EXPECT_EQ(posix::createFresh(planted.c_str(), false, &descriptor), ossErrorMapSystem(EEXIST));
     EXPECT_EQ(descriptor, -1);
-    EXPECT_EQ(posix::createIfMissing(planted.c_str(), 0644), 0u);
+    EXPECT_EQ(posix::createLockFile(planted.c_str(), "registry", 0644), 0u);
     EXPECT_EQ(names(), "planted");
 
     const std::string fresh = path("fresh");
@@ -31,7 +31,7 @@ TEST_F(FilesTest, AFreshFileIsPrivateAndNeverThePlantedOne) {
     EXPECT_EQ(posix::statusOf(descriptor, &status), 0u);
     EXPECT_EQ(status.permissions, 0600u);
     EXPECT_EQ(::fcntl(descriptor, F_GETFD), FD_CLOEXEC);
-    EXPECT_EQ(posix::createIfMissing(fresh.c_str(), 0644), 0u);
+    EXPECT_EQ(posix::createLockFile(fresh.c_str(), "registry", 0644), 0u);
     EXPECT_TRUE(posix::isSameFile(descriptor, fresh.c_str()));
     std::filesystem::rename(planted, fresh);
     EXPECT_FALSE(posix::isSameFile(descriptor, fresh.c_str()));

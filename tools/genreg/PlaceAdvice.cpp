@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <fmt/core.h>
 #include <genreg/Codes.h>
+#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -38,12 +39,39 @@ std::string outOfTheWay(const std::string& companion) {
     return fmt::format("move {} out of the way, then repeat", printable(companion));
 }
 
-std::string adviceForLock(int systemError, const std::string& lock) {
+std::string nameOf(uid_t user) {
+    const passwd* const entry = getpwuid(user);
+    return entry != nullptr ? entry->pw_name : fmt::format("user {}", user);
+}
+
+// A lock file that is another's than the file was left by somebody else's change.
+std::string adviceForForbiddenLock(const RegistryFile& file) {
+    const std::string lock = printable(file.lockFilePath());
+    struct stat info = {};
+    struct stat registry = {};
+    if (lstat(file.lockFilePath().c_str(), &info) != 0 || lstat(file.registryPath().c_str(), &registry) != 0) {
+        return fmt::format("run it as the owner of the file, or check the permissions of {} and its directory (ls -la)",
+                           lock);
+    }
+    const std::string owner = nameOf(info.st_uid);
+    if (info.st_uid == registry.st_uid) {
+        return fmt::format("run it as {}, the owner, or check the permissions of {} (ls -la)", owner, lock);
+    }
+    return fmt::format(
+        "its lock file belongs to {}: run it as {}, or let root give it to the owner of the file: "
+        "chown --reference={} {}",
+        owner, owner, shellWord(file.registryPath()), shellWord(file.lockFilePath()));
+}
+
+std::string adviceForLock(int systemError, const RegistryFile& file) {
+    const std::string lock = file.lockFilePath();
     switch (systemError) {
         case EACCES:
         case EPERM:
+            return adviceForForbiddenLock(file);
+        case ELOOP:
             return fmt::format(
-                "run it as the owner of the file, or check the permissions of {} and its directory (ls -la)",
+                "a link stands in the place of the lock file: look who put it there, and remove {} (ls -l)",
                 printable(lock));
         case EISDIR:
             return outOfTheWay(lock);
@@ -86,7 +114,7 @@ std::string adviceForBackup(int systemError, const RegistryFile& file) {
 std::string placeAdvice(unsigned int code, int systemError, const std::string& path) {
     switch (code) {
         case REG_OPEN_LOCK_FAILED:
-            return adviceForLock(systemError, RegistryFile(path).lockFilePath());
+            return adviceForLock(systemError, RegistryFile(path));
         case REG_BACKUP_FAILED:
             return adviceForBackup(systemError, RegistryFile(path));
         case REG_DELETE_CORRUPT_FAILED:
