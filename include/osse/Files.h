@@ -41,7 +41,8 @@ OSSE_EXPORT unsigned int ossFileRename(const char* from, const char* to);
 OSSE_EXPORT unsigned int ossFileGetInfoV9(const char* path, OSSFileInfo* info);
 OSSE_EXPORT unsigned int ossFileSetPermissions(const char* path, unsigned long permissions);
 
-// Not 0 when the file belongs to root and has the set-user-ID bit.
+// Not 0 when the path leads to a regular file that belongs to root and has the set-user-ID bit. Links on the way count
+// only when they are root's: another's leads where that one pleases.
 OSSE_EXPORT int ossPathIsSetuidRoot(const char* path);
 
 // The home directory of the user followed by the relative path (which begins with "/") into buffer. An unknown user is

@@ -15,6 +15,9 @@ constexpr unsigned long PERMISSION_BITS = 07777;
 constexpr unsigned long OWNER_MAY_ENTER = 0300;
 constexpr unsigned int DEPTH_WITH_PARENTS = 2;
 constexpr std::size_t LARGEST_USER_ENTRY = 1 << 20;
+constexpr int MOST_LINKS = 40;
+constexpr std::size_t NO_LINK = static_cast<std::size_t>(-1);
+constexpr std::size_t NO_SUCH_FILE = static_cast<std::size_t>(-2);
 
 unsigned int resultOf(int callResult) noexcept {
     return callResult == 0 ? 0 : ossErrorMapSystem(errno);
@@ -97,6 +100,41 @@ unsigned int makeParents(std::string_view path, unsigned long permissions) noexc
         prefix[i] = '/';
     }
     return 0;
+}
+
+// The end of the first part of the path that is a link; of that one, or of the file where there is none, the status.
+std::size_t firstLink(char* path, struct stat* status) noexcept {
+    for (std::size_t end = 1;; ++end) {
+        const char at = path[end];
+        if (at != '/' && at != '\0') {
+            continue;
+        }
+        path[end] = '\0';
+        const bool found = ::lstat(path, status) == 0;
+        path[end] = at;
+        if (!found || S_ISLNK(status->st_mode)) {
+            return found ? end : NO_SUCH_FILE;
+        }
+        if (at == '\0') {
+            return NO_LINK;
+        }
+    }
+}
+
+// Puts what the link leads to in its place; false when that cannot be read or does not fit.
+bool replaceLink(char (&path)[PATH_MAX], std::size_t end) noexcept {
+    char rest[PATH_MAX];
+    char target[PATH_MAX];
+    (void)copyOut(path + end, rest, sizeof rest);
+    path[end] = '\0';
+    const ssize_t length = ::readlink(path, target, sizeof target);
+    if (length <= 0) {
+        return false;
+    }
+    const std::string_view leads(target, static_cast<std::size_t>(length));
+    const std::size_t slash = std::string_view(path).rfind('/');
+    const std::size_t kept = leads.front() == '/' || slash == std::string_view::npos ? 0 : slash + 1;
+    return joinOut(leads, rest, path + kept, sizeof path - kept) == 0;
 }
 
 // *home points into entryText. Result: an errno; ENOENT for an unknown user, ERANGE when entryText is too small.
@@ -186,8 +224,24 @@ unsigned int ossFileSetPermissions(const char* path, unsigned long permissions) 
 }
 
 int ossPathIsSetuidRoot(const char* path) {
-    struct stat status;
-    return path != nullptr && ::stat(path, &status) == 0 && status.st_uid == 0 && (status.st_mode & S_ISUID) != 0;
+    char whole[PATH_MAX];
+    if (path == nullptr || *path == '\0' || copyOut(path, whole, sizeof whole) != 0) {
+        return 0;
+    }
+    for (int links = 0; links <= MOST_LINKS; ++links) {
+        struct stat status;
+        const std::size_t end = firstLink(whole, &status);
+        if (end == NO_SUCH_FILE) {
+            return 0;
+        }
+        if (end == NO_LINK) {
+            return S_ISREG(status.st_mode) && status.st_uid == 0 && (status.st_mode & S_ISUID) != 0;
+        }
+        if (status.st_uid != 0 || !replaceLink(whole, end)) {
+            return 0;
+        }
+    }
+    return 0;
 }
 
 unsigned int ossBuildHomeDirectoryRelativePath(const char* user, const char* relative, char* buffer,

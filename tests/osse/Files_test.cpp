@@ -34,6 +34,23 @@ TEST_F(FilesTest, OnlyRootsOwnSetuidFilesCount) {
     ASSERT_EQ(ossFileSetPermissions(file.c_str(), 04751), 0u);
     EXPECT_EQ(ossPathIsSetuidRoot(file.c_str()) != 0, ::getuid() == 0);
     if (::getuid() == 0) {
+        // Only a file, and only through links of root's.
+        std::filesystem::create_directory(path("folder"));
+        ASSERT_EQ(ossFileSetPermissions(path("folder").c_str(), 04755), 0u);
+        EXPECT_EQ(ossPathIsSetuidRoot(path("folder").c_str()), 0);
+        link("../file", "folder/link");
+        link("folder", "short");
+        link(path("short"), "whole");
+        const std::string far = path("whole/../short/link");
+        EXPECT_NE(ossPathIsSetuidRoot(far.c_str()), 0);
+        for (const char* name : {"folder/link", "short", "whole"}) {
+            ASSERT_EQ(::lchown(path(name).c_str(), 12345, 0), 0);
+            EXPECT_EQ(ossPathIsSetuidRoot(far.c_str()), 0) << name;
+            ASSERT_EQ(::lchown(path(name).c_str(), 0, 0), 0);
+        }
+        link("circle", "circle");
+        EXPECT_EQ(ossPathIsSetuidRoot(path("circle").c_str()), 0);
+        EXPECT_EQ(ossPathIsSetuidRoot(""), 0);
         ASSERT_EQ(::chown(file.c_str(), 12345, 0), 0);
         ASSERT_EQ(ossFileSetPermissions(file.c_str(), 04751), 0u);
         EXPECT_EQ(ossPathIsSetuidRoot(file.c_str()), 0);
