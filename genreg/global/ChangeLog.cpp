@@ -4,7 +4,8 @@
 //   CL=<command line>;REC=<record>[!<new record>]
 //
 // The file lies where anyone may plant one, so it is never created, never reached through a link, and judged by the
-// open descriptor. A line leaves in one write: lines of two processes never mix.
+// open descriptor: a second name of it may be somebody's file, planted here. A line leaves in one write: lines of two
+// processes never mix.
 
 #include <genreg/GlobalReg.h>
 #include <genreg/VersionCodes.h>
@@ -139,7 +140,8 @@ void appendRecord(const GlobalRegRecord& record, LogLine* line) noexcept {
     }
 }
 
-// The file, open for appending; -1 when nobody wants a log or what stands there is no plain file.
+// The file, open for appending; -1 when nobody wants a log or what stands there is no plain
+// file of one name.
 int openLog(FunctionTrace& trace, posix::FileStatus* status) noexcept {
     char target[2];
     if (!posix::exists(LOG_PATH) || posix::readLink(LOG_PATH, target, sizeof target) >= 0) {
@@ -150,7 +152,7 @@ int openLog(FunctionTrace& trace, posix::FileStatus* status) noexcept {
         trace.ignore(10, failed, failed);
         return -1;
     }
-    if (posix::statusOf(descriptor, status) != 0 || !status->regular) {
+    if (posix::statusOf(descriptor, status) != 0 || !status->regular || status->links != 1) {
         (void)posix::closeDescriptor(descriptor);
         return -1;
     }

@@ -112,6 +112,11 @@ TEST_F(ChangeLog, OnlyAPlainFileThatIsThereIsWritten) {
     EXPECT_EQ(log(), 0U);
     EXPECT_EQ(read("/tmp/target"), "");
 
+    remove(LOG);
+    ASSERT_EQ(::link("/tmp/target", LOG), 0);
+    EXPECT_EQ(log(), 0U);
+    EXPECT_EQ(read("/tmp/target"), "") << "a second name of somebody's file";
+
     for (const char* kind : {"fifo", "directory"}) {
         remove(LOG);
         ASSERT_EQ(*kind == 'f' ? ::mkfifo(LOG, 0666) : ::mkdir(LOG, 0777), 0);

@@ -40,6 +40,15 @@ bool isOn() {
         failure.hint = "look who put it there, and remove it";
         throw failure;
     }
+    std::error_code error;
+    if (std::filesystem::hard_link_count(LOG_PATH, error) > 1 && !error) {
+        Failure failure = systemFailure(EEXIST, LOG_PATH, "use it");
+        failure.kind = "conflict";
+        failure.exitStatus = EXIT_CONFLICT;
+        failure.message = fmt::format("{} has a second name: nobody logs to it", LOG_PATH);
+        failure.hint = "look who put it there, and remove it";
+        throw failure;
+    }
     return true;
 }
 
