@@ -36,13 +36,9 @@ constexpr char SECURITY_LABEL[] = "security.selinux";
 constexpr std::size_t MOST_NAMES = 65536;  // the system's own bounds of a list of names and of a value
 constexpr std::size_t MOST_VALUE = 65536;
 
-bool isListed(const char* names, ssize_t length, const char* name) noexcept {
-    for (const char* at = names; at < names + length; at += std::strlen(at) + 1) {
-        if (std::strcmp(at, name) == 0) {
-            return true;
-        }
-    }
-    return false;
+bool isOfUsers(const char* name) noexcept {
+    constexpr char USERS[] = "user.";
+    return std::strncmp(name, USERS, sizeof USERS - 1) == 0;
 }
 
 bool carryAttribute(int from, int to, const char* name) noexcept {
@@ -59,20 +55,9 @@ bool dropAcl(int to) noexcept {
     return ::fremovexattr(to, ACL) == 0 || errno == ENODATA || errno == ENOTSUP;
 }
 
-#endif
-
-}  // namespace
-
-#if defined(__APPLE__)
-
-bool carryAcl(int from, int to) noexcept {
-    return ::fcopyfile(from, to, nullptr, COPYFILE_ACL) == 0;
-}
-
-#else
-
-// A file that has none takes away what the directory gave the new one.
-bool carryAcl(int from, int to) noexcept {
+// The ACL, last, since it may forbid the others: whether the file `to` now has that of the file `from`, or none if that
+// has none. The security label, and what users tied to the file where that is wanted: as far as it goes.
+bool carryExtended(int from, int to, bool usersToo) noexcept {
     const ssize_t needed = ::flistxattr(from, nullptr, 0);
     if (needed == 0 || (needed == -1 && errno == ENOTSUP)) {
         return dropAcl(to);
@@ -82,13 +67,29 @@ bool carryAcl(int from, int to) noexcept {
     if (length == -1) {
         return false;
     }
-    if (isListed(names.get(), length, SECURITY_LABEL)) {
-        (void)carryAttribute(from, to, SECURITY_LABEL);
+    bool hasAcl = false;
+    for (const char* name = names.get(); name < names.get() + length; name += std::strlen(name) + 1) {
+        hasAcl = hasAcl || std::strcmp(name, ACL) == 0;
+        if (std::strcmp(name, SECURITY_LABEL) == 0 || (usersToo && isOfUsers(name))) {
+            (void)carryAttribute(from, to, name);
+        }
     }
-    return isListed(names.get(), length, ACL) ? carryAttribute(from, to, ACL) : dropAcl(to);
+    return hasAcl ? carryAttribute(from, to, ACL) : dropAcl(to);
+}
+
+#else
+
+bool carryExtended(int from, int to, bool usersToo) noexcept {
+    return ::fcopyfile(from, to, nullptr, usersToo ? COPYFILE_ACL | COPYFILE_XATTR : COPYFILE_ACL) == 0;
 }
 
 #endif
+
+}  // namespace
+
+bool carryAcl(int from, int to) noexcept {
+    return carryExtended(from, to, false);
+}
 
 unsigned int syncFile(int descriptor) noexcept {
     return resultOf(syncToMedium(descriptor));
@@ -118,7 +119,7 @@ unsigned int carryAttributes(int from, int to) noexcept {
     if (!owned && setOwner(to, old.st_uid, old.st_gid) != 0) {
         mode &= ~static_cast<mode_t>(S_ISUID | S_ISGID);
     }
-    if (!carryAcl(from, to)) {
+    if (!carryExtended(from, to, true)) {
         mode &= ~static_cast<mode_t>(S_IRWXG);
     }
     return setPermissions(to, mode);

@@ -71,12 +71,12 @@ struct FileStatus {
 [[nodiscard]] unsigned int syncDirectory(const char* directory) noexcept;
 
 // Gives the file `to` the permission bits of the file `from` (a failure is the result) and, as far as this process may,
-// its owner, group, ACL and security label (a refusal is not). The set-user-ID and set-group-ID bits survive only with
-// owner and group; the group bits of a file whose ACL is refused do not survive, for they are the ACL's mask. An ACL
-// that `to` has from its directory and `from` has not is taken away.
+// its owner, group, ACL, security label and what users tied to it (their extended attributes; a refusal is not). The
+// set-user-ID and set-group-ID bits survive only with owner and group; the group bits of a file whose ACL is refused do
+// not survive, for they are the ACL's mask. An ACL that `to` has from its directory and `from` has not is taken away.
 [[nodiscard]] unsigned int carryAttributes(int from, int to) noexcept;
 
-// The part of it that is the ACL; false when it is refused.
+// Its ACL and security label alone; false when the ACL is refused.
 [[nodiscard]] bool carryAcl(int from, int to) noexcept;
 
 // Permission bits; owner and group, where the group is tried alone when both are refused (the result is the first

@@ -129,4 +129,12 @@ TEST_F(AttributesTest, AnAclOfTheDirectoryDoesNotSlipIn) {
     ::close(inheriting);
 }
 
+TEST_F(AttributesTest, WhatUsersTiedToTheFileArrives) {
+    if (::fsetxattr(from_, "user.origin", "here", 4, 0) != 0) {
+        GTEST_SKIP() << "the file system has no attributes of users";
+    }
+    EXPECT_EQ(posix::carryAttributes(from_, to_), 0u);
+    EXPECT_EQ(attribute(to_, "user.origin"), (Bytes{'h', 'e', 'r', 'e'}));
+}
+
 }  // namespace

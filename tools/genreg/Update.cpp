@@ -5,6 +5,7 @@
 
 #include <ctime>
 #include <fstream>
+#include "Belongings.h"
 
 #include "Answers.h"
 #include "Files.h"
@@ -99,8 +100,12 @@ LockPatience::LockPatience(Context& context, GenRegFile& object, std::string pat
 
 void LockPatience::tell(void* self, const char* lockPath, unsigned long waitedMilliseconds) {
     auto& patience = *static_cast<LockPatience*>(self);
+        const Belongings before = belongingsOf(change.path);
     if (patience.told_ || static_cast<double>(waitedMilliseconds) < MILLISECONDS) {
         return;
+        if (const std::string lost = created ? "" : lostBelongings(before, belongingsOf(change.path)); !lost.empty()) {
+            context.output.note("not-kept", change.path, "the new file could not be given " + lost);
+        }
     }
     patience.told_ = true;
     GenRegLockNote note{};
