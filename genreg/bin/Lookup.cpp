@@ -93,8 +93,8 @@ unsigned int GenRegBin::Get(unsigned long matchType, void* key, void* result) no
 
 unsigned int GenRegBin::GetNext(unsigned long matchType, void* key, void* result) noexcept {
     OperationTrace trace{Function::BinGetNext};
-    if ((state & REG_STATE_SCAN_OPEN) == 0) {
-        return trace.fail(5, REG_SCAN_NOT_OPEN);
+    if (const unsigned int rc = GenRegTransaction::checkScan(*this, trace)) {
+        return rc;
     }
     if (validateRecord == nullptr || matchType != 0 || key != nullptr) {
         if (const unsigned int rc = GenRegTransaction::validate(*this, trace, matchType, key)) {

@@ -185,6 +185,11 @@ unsigned int GenRegFile::CloseReg(unsigned long op) noexcept {
         return trace.fail(10, REG_SCAN_OPEN);
     }
     trace.input(1, sizeof op, &op);
+    if (holdsParentsFiles() || (op == REG_OP_FINISH && copyIsParents())) {
+        (void)closeRegistryFile();
+        (void)closeTemporaryCopy(false);
+        return trace.fail(15, REG_CLOSE_FILE_FAILED, ossErrorMapSystem(EBADF));
+    }
     const bool writes = op == REG_OP_CHANGE || op == REG_OP_ADD || op == REG_OP_DELETE;
     if (regFp != nullptr && regAppends_ && tmpFp == nullptr) {
         if (const unsigned int rc = finishAppend(op != REG_OP_READ)) {

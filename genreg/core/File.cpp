@@ -35,6 +35,25 @@ GenRegFile::~GenRegFile() noexcept {
     state = REG_STATE_INITIAL;
 }
 
+// Never 0.
+unsigned int GenRegFile::thisProcess() noexcept {
+    return posix::forkGeneration() + 1;
+}
+
+// A handle that was open before a fork counts as closed in the child.
+bool GenRegFile::holdsParentsLock() const noexcept {
+    return (state & REG_STATE_LOCKED) != 0 && lockFile.getFileHandle() < 0;
+}
+
+bool GenRegFile::copyIsParents() const noexcept {
+    return copyMaker_ != 0 && copyMaker_ != thisProcess();
+}
+
+bool GenRegFile::holdsParentsFiles() const noexcept {
+    return (regFp != nullptr && regStreamOnHandle_ && regHandle_.getFileHandle() < 0) ||
+           (tmpFp != nullptr && copyIsParents());
+}
+
 unsigned int GenRegFile::Load(unsigned long /*reserved*/) noexcept {
     FunctionTrace trace{Function::Load};
     return trace.exit(0);

@@ -200,6 +200,9 @@ unsigned int GenRegFile::OpenReg(unsigned long op) noexcept {
         return trace.fail(10, REG_SCAN_OPEN);
     }
     trace.input(1, sizeof op, &op);
+    if (op != REG_OP_READ && (holdsParentsLock() || holdsParentsFiles() || (op == REG_OP_FINISH && copyIsParents()))) {
+        return trace.fail(15, REG_OPEN_FILE_FAILED, ossErrorMapSystem(EBADF));
+    }
     if (regFp != nullptr || tmpFp != nullptr) {
         const genreg::CauseMark cause;
         (void)CloseReg(REG_OP_READ);  // of a transaction that was never closed
@@ -239,6 +242,7 @@ unsigned int GenRegFile::OpenReg(unsigned long op) noexcept {
         return 0;
     }
     if (op == REG_OP_FINISH) {
+        copyMaker_ = thisProcess();
         return trace.exit(readTemporaryCopy());
     }
     if (const unsigned int rc = ossFileDelete(corPath); rc != 0 && rc != FILE_MISSING) {
@@ -248,5 +252,6 @@ unsigned int GenRegFile::OpenReg(unsigned long op) noexcept {
         trace.ignore(200, REG_SET_ASIDE_FAILED, rc);
         (void)ossFileDelete(tmpPath);
     }
+    copyMaker_ = thisProcess();
     return trace.exit(createTemporaryCopy());
 }

@@ -1,7 +1,9 @@
 #include "genreg/core/Transaction.h"
 
+#include <osse/Errors.h>
 #include <osse/Files.h>
 
+#include <cerrno>
 #include <new>
 
 #include "platform/posix/Posix.h"
@@ -79,7 +81,7 @@ unsigned int GenRegTransaction::update(GenRegFile& file, FunctionTrace& trace, c
         }
     }
     const bool abandoned = closeMode == REG_OP_READ || result.code() == REG_UNCHANGED;
-    if (deferred && plan.discards && abandoned && copied) {
+    if (deferred && plan.discards && abandoned && copied && !file.copyIsParents()) {
         if (const unsigned int rc = ossFileDelete(file.tmpPath)) {
             result.note(trace.fail(220, REG_DISCARD_FAILED, rc));
         }
@@ -166,6 +168,13 @@ unsigned int GenRegTransaction::verify(GenRegFile& file, FunctionTrace& trace, c
 bool GenRegTransaction::addsInPlace(const GenRegFile& file) noexcept {
     return (file.features & (REG_FEATURE_ALLOW_DUPLICATES | REG_FEATURE_DEFERRED_COMMIT)) ==
            REG_FEATURE_ALLOW_DUPLICATES;
+}
+
+unsigned int GenRegTransaction::checkScan(const GenRegFile& file, FunctionTrace& trace) noexcept {
+    if ((file.state & REG_STATE_SCAN_OPEN) == 0) {
+        return trace.fail(5, REG_SCAN_NOT_OPEN);
+    }
+    return file.holdsParentsFiles() ? trace.fail(7, REG_READ_FAILED, ossErrorMapSystem(EBADF)) : 0;
 }
 
 GenRegInput* GenRegTransaction::scanInput(GenRegFile& file) noexcept {

@@ -74,6 +74,9 @@ public:
     [[nodiscard]] static unsigned int verify(GenRegFile& file, genreg::FunctionTrace& trace, const char* tag,
                                              genreg::VerifySteps& steps) noexcept;
 
+    // REG_SCAN_NOT_OPEN; REG_READ_FAILED in a forked child, whose scan is its parent's.
+    [[nodiscard]] static unsigned int checkScan(const GenRegFile& file, genreg::FunctionTrace& trace) noexcept;
+
     // The read-ahead of the open scan, where the stream stands; null when there is no memory.
     [[nodiscard]] static GenRegInput* scanInput(GenRegFile& file) noexcept;
     // Moves the stream to where the read-ahead is, for a client that reads from it.

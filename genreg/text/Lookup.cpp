@@ -89,8 +89,8 @@ unsigned int GenRegText::Get(unsigned long mask, void* key, void* record) noexce
 
 unsigned int GenRegText::GetNext(unsigned long mask, void* key, void* record) noexcept {
     OperationTrace trace{Function::TextGetNext};
-    if ((state & REG_STATE_SCAN_OPEN) == 0) {
-        return trace.fail(5, REG_SCAN_NOT_OPEN);
+    if (const unsigned int rc = GenRegTransaction::checkScan(*this, trace)) {
+        return rc;
     }
     if (validateRecord == nullptr || mask != 0) {
         if (const unsigned int rc = GenRegTransaction::validate(*this, trace, mask, key)) {

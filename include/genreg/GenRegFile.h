@@ -17,6 +17,11 @@
 //
 // Locks belong to the open file, so threads of one process exclude each other like processes do. A thread must close
 // its own scan before it appends in place through another object.
+//
+// What an object has in use when its process forks, the child can only drop: its scan cannot be read there
+// (REG_READ_FAILED), its lock is not the child's, and no update is opened (REG_OPEN_FILE_FAILED) or closed
+// (REG_CLOSE_FILE_FAILED) on it, nor the copy that the parent made committed. An object that was not in use serves
+// parent and child alike.
 #pragma once
 
 #include <genreg/GenRegBase.h>
@@ -136,6 +141,11 @@ private:
     GENREG_HIDDEN unsigned int stampTemporaryCopy(unsigned int* checksum) noexcept;
     GENREG_HIDDEN unsigned int commit(unsigned int checksum) noexcept;
     GENREG_HIDDEN unsigned int lockWithin(const OSSFileLockRequest& request) noexcept;
+    GENREG_HIDDEN static unsigned int thisProcess() noexcept;
+    // What a forked child finds in use, and which is its parent's.
+    GENREG_HIDDEN bool holdsParentsLock() const noexcept;
+    GENREG_HIDDEN bool holdsParentsFiles() const noexcept;
+    GENREG_HIDDEN bool copyIsParents() const noexcept;
     GENREG_HIDDEN void dropScanInput() noexcept;
 
     OSSHFile regHandle_;                // owns the lock of regFp
@@ -147,6 +157,7 @@ private:
     bool regStreamOnHandle_ = false;    // regFp was opened on the descriptor of regHandle_
     bool regCreated_ = false;           // OpenReg made the registry file
     bool regAppends_ = false;           // regFp is open for appending, not for reading
+    unsigned int copyMaker_ = 0;        // the process that last made or opened the copy; 0: none did
     long lockWaitLimit_ = -1;
     GenRegLockNotice lockNotice_ = nullptr;
     void* lockNoticeContext_ = nullptr;

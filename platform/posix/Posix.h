@@ -123,7 +123,7 @@ void sleepMilliseconds(long milliseconds) noexcept;
 // --- streams -----------------------------------------------------------------------------------------------------
 
 // A stdio stream that owns the descriptor, or null (the descriptor is then still the caller's). In a forked child it
-// leads nowhere: nothing that the child does with it, or its exit does, reaches the file.
+// leads nowhere: nothing that the child does with it, or its exit does, reaches the file, and it cannot be read.
 [[nodiscard]] std::FILE* openStream(int descriptor, const char* mode) noexcept;
 [[nodiscard]] int descriptorOf(std::FILE* stream) noexcept;
 
@@ -141,3 +141,6 @@ void sleepMilliseconds(long milliseconds) noexcept;
 [[nodiscard]] bool writeUnlocked(std::FILE* stream, const void* bytes, std::size_t size) noexcept;
 
 }  // namespace posix
+// How many forks lie between the first process and this one: grows by one in each forked child.
+[[nodiscard]] unsigned int forkGeneration() noexcept;
+

@@ -3,7 +3,8 @@
 // A forked child has a copy of every stream: of what it holds back, and of its descriptor, behind which lies the same
 // open file as in the parent. At its exit the child would write the former out once more, into a registry that is
 // committed long since, or move the parent's place in a file that it reads. So the child's descriptors of our streams
-// lead nowhere.
+// lead nowhere: what is written there is gone, and reading is an error, lest the child takes it for the end of the
+// file.
 //
 // The C library's own flush gives up a write that a signal interrupts, and drops what the stream held back. So what a
 // stream holds back is written out here, where the library lets us at it (glibc), and handed to stdio elsewhere.
@@ -33,6 +34,8 @@ struct OpenStream {
 // Streams beyond these are not guarded.
 constexpr std::size_t MOST_STREAMS = 256;
 constinit OpenStream openStreams[MOST_STREAMS];
+
+constinit std::atomic<unsigned int> generation = 0;
 
 void guard(int descriptor) noexcept {
     struct stat status;
@@ -64,6 +67,7 @@ void unguard(int descriptor) noexcept {
 // that another handler has closed is taken again, lest the stream writes to whatever gets its number next.
 void afterForkInChild() noexcept {
     const platform::ErrnoKeeper keeper;
+    generation.fetch_add(1, std::memory_order_relaxed);
     int nowhere = -1;
     for (OpenStream& entry : openStreams) {
         const int descriptor = entry.descriptor.load(std::memory_order_acquire);
@@ -75,7 +79,7 @@ void afterForkInChild() noexcept {
         if (open && (now.st_dev != entry.device || now.st_ino != entry.inode)) {
             continue;
         }
-        nowhere = nowhere == -1 ? platform::openHigh("/dev/null", O_RDWR) : nowhere;
+        nowhere = nowhere == -1 ? platform::openHigh("/dev/null", O_WRONLY) : nowhere;
         if (nowhere == descriptor) {
             nowhere = -1;  // it got the number itself, and stays
         } else if (nowhere == -1 || platform::replaceDescriptor(nowhere, descriptor) == -1) {
@@ -155,6 +159,10 @@ std::FILE* openStream(int descriptor, const char* mode) noexcept {
 
 int descriptorOf(std::FILE* stream) noexcept {
     return ::fileno(stream);
+}
+
+unsigned int forkGeneration() noexcept {
+    return generation.load(std::memory_order_relaxed);
 }
 
 bool writeUnlocked(std::FILE* stream, const void* bytes, std::size_t size) noexcept {

@@ -36,6 +36,80 @@ TEST_F(StreamsTest, AChildForkedWhileACopyIsWrittenAddsNothingToIt) {
     ::close(gate[1]);
 }
 
+// What a child may try with an object that its parent has in use.
+TEST_F(StreamsTest, NoCallsOfAChildCommitTheParentsCopy) {
+    constexpr unsigned long CALLS[][4] = {{REG_OP_CHANGE, 0, 0, 0},
+                                          {REG_OP_FINISH, 0, 0, 0},
+                                          {REG_OP_CHANGE, REG_OP_FINISH, 0, 0},
+                                          {REG_OP_READ, REG_OP_FINISH, 0, 0}};
+    for (const unsigned long features : {0UL, REG_FEATURE_DEFERRED_COMMIT}) {
+        for (const char* moment : {"written", "closed", "verified"}) {
+            (void)write("reg", "old\n");
+            VarValFile file{reg(), features};
+            ASSERT_EQ(file.Lock(REG_LOCK_EXCLUSIVE | REG_LOCK_NOWAIT, 0), 0U);
+            ASSERT_EQ(file.OpenReg(REG_OP_CHANGE), 0U);
+            EXPECT_GE(std::fputs("new\n", file.tmpFp), 0);
+            if (*moment != 'w') {
+                file.features |= REG_FEATURE_DEFERRED_COMMIT;
+                ASSERT_EQ(file.CloseReg(REG_OP_CHANGE), 0U);
+            }
+            if (*moment == 'v') {
+                ASSERT_EQ(file.OpenReg(REG_OP_FINISH), 0U);
+            }
+            const std::string before = names() + content() + read("reg.tmp");
+            for (const auto& calls : CALLS) {
+                for (const bool opens : {false, true}) {
+                    EXPECT_EQ(inChild([&] {
+                                  unsigned int failed = 0;
+                                  for (const unsigned long op : calls) {
+                                      failed += op > REG_OP_READ && opens && file.OpenReg(op) != 0 ? 1 : 0;
+                                      failed += op > REG_OP_READ && file.CloseReg(op) != 0 ? 1 : 0;
+                                      if (op == REG_OP_READ) {
+                                          (void)file.UnLock();
+                                          (void)file.OpenReg(op);
+                                          (void)file.CloseReg(op);
+                                      }
+                                  }
+                                  const bool refused = failed > 0 || *moment == 'c';
+                                  return refused && file.change("old", "x") != 0 ? 0 : 1;
+                              }),
+                              0)
+                        << moment;
+                    EXPECT_EQ(names() + content() + read("reg.tmp"), before) << moment << calls[0] << opens;
+                }
+            }
+            EXPECT_EQ(file.CloseReg(*moment == 'w' ? REG_OP_CHANGE : REG_OP_FINISH), 0U);
+            if (*moment == 'w' && features != 0) {
+                EXPECT_EQ(file.CloseReg(REG_OP_FINISH), 0U);
+            }
+            EXPECT_EQ(content(), "new\n") << moment;
+            // At rest again, it serves a child like any other object.
+            EXPECT_EQ(file.UnLock(), 0U);
+            write("reg", "old = 1\n");
+            file.features = features;
+            EXPECT_EQ(inChild([&] { return file.change("old", "2") == 0 ? 0 : 1; }), 0);
+            EXPECT_EQ(content(), "old = 2\n");
+        }
+    }
+}
+
+TEST_F(StreamsTest, AScanFailsInAChildWhereverItStands) {
+    (void)write("reg", "x = 1\ny = 2\n");
+    VarValFile file{reg()};
+    ASSERT_EQ(file.OpenScan(), 0U);
+    GenRegVarValRecord record;
+    for (const unsigned int rc : {0U, 0U, static_cast<unsigned int>(REG_NO_MORE_RECORDS)}) {
+        const auto child = [&] {
+            const bool failed = file.GetNext(0, nullptr, &record) == REG_READ_FAILED && std::fgetc(file.regFp) == EOF &&
+                                std::ferror(file.regFp) != 0;
+            return failed && file.CloseScan() == 0 && file.OpenScan() == 0 && file.scanned() == "x y " ? 0 : 1;
+        };
+        EXPECT_EQ(inChild(child), 0);
+        EXPECT_EQ(file.GetNext(0, nullptr, &record), rc);
+    }
+    EXPECT_EQ(inChild([&] { return file.GetNext(0, nullptr, &record) == REG_READ_FAILED ? 0 : 1; }), 0);
+}
+
 TEST_F(StreamsTest, AClientsOwnStreamTakesNobodysLockWithIt) {
     (void)write("reg", "x = 1\n");
     VarValFile closer{reg()};
