@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -446,6 +447,39 @@ void locks(Cases& cases) {
     }
 }
 
+// --- what others lose ----------------------------------------------------------------------------------------------
+
+// Whoever may not give a file away makes it his own by an update, and is told so; what can be kept is kept.
+void belongings(Cases& cases) {
+    const Folder folder(false);
+    const std::string path = folder.file("settings");
+    (void)layOut(PLAIN, path);
+    if (::geteuid() != 0 || genreg({"--help"}, "", prove::becomeNobody).status != 0) {
+        cases.skip("another's file in everybody's folder", "takes root, and a tool that others may run");
+        return;
+    }
+    (void)::chmod(folder.path().c_str(), 0777);
+    (void)::chmod(path.c_str(), 0666);
+    const bool tied = ::setxattr(path.c_str(), "user.origin", "here", 4, 0) == 0;
+    const ToolRun own = genreg(PLAIN.updates[0], path);
+    (void)cases.check(own.status == 0 && own.err.empty(), "an update by the owner: " + own.err);
+    (void)::remove(prove::Companions(path).lock.c_str());
+    const ToolRun run = genreg(PLAIN.updates[CHANGE], path, prove::becomeNobody);
+    const bool told =
+        run.err.find("its owner root") != std::string::npos && run.err.find("its group") != std::string::npos;
+    (void)cases.check(run.status == 0 && told && run.err.find("origin") == std::string::npos,
+                      "an update by another: " + run.err);
+    char value[8] = "";
+    (void)cases.check(!tied || ::getxattr(path.c_str(), "user.origin", value, sizeof value) == 4,
+                      "an update by another: what was tied to the file is gone");
+    // The lock file that this left is nobody's; the one who made it is named.
+    (void)::chmod(prove::Companions(path).lock.c_str(), 0600);
+    (void)!::chown(prove::Companions(path).lock.c_str(), 0, 0);
+    const std::string wrong = prove::wrongWith(genreg(PLAIN.updates[CHANGE], path, prove::becomeNobody), path,
+                                               {UNREADABLE, "permission denied", "its lock file belongs to root"});
+    (void)cases.check(wrong.empty(), "another's lock file: " + wrong);
+}
+
 // --- what is no registry -------------------------------------------------------------------------------------------
 
 void strangers(Cases& cases) {
@@ -483,6 +517,7 @@ int main(int argc, char** argv) {
     names(cases);
     streams(cases);
     locks(cases);
+    belongings(cases);
     strangers(cases);
     return cases.finish();
 }

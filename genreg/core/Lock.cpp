@@ -46,31 +46,61 @@ void writeNote(int descriptor) noexcept {
     OSSTime now = {};
     (void)ossTimeGetUTC(&now);
     std::memset(note, ' ', NOTE_SIZE);
-    const unsigned long length = ossSnprintf(note, NOTE_SIZE, "pid=%ld since=%ld program=%.63s", posix::processId(),
-                                             now.seconds, posix::programName());
+    const long process = posix::processId();
+    const unsigned long length = ossSnprintf(note, NOTE_SIZE, "pid=%ld since=%ld program=%-63.63s start=%llu", process,
+                                             now.seconds, posix::programName(), posix::processStart(process));
     note[length] = ' ';
     note[NOTE_SIZE - 1] = '\n';
     (void)posix::writeAt(descriptor, note, NOTE_SIZE, 0);
 }
 
-void readNote(const char* path, GenRegLockNote* note) noexcept {
-    *note = {};
+struct Note {
+    GenRegLockNote shown;
+    unsigned long long start;  // of the process; 0: not told
+};
+
+Note readNote(const char* path) noexcept {
+    Note note = {};
     int descriptor = -1;
     if (posix::openToRead(path, &descriptor) != 0) {
-        return;
+        return note;
     }
     char text[NOTE_SIZE + 1] = {};
     std::size_t got = 0;
     if (posix::readAt(descriptor, text, NOTE_SIZE, 0, &got) == 0 && got == NOTE_SIZE) {
-        GenRegLockNote read = {};
-        if (std::sscanf(text, "pid=%ld since=%ld program=%63[^\n]", &read.pid, &read.since, read.program) == 3) {
-            for (std::size_t end = std::strlen(read.program); end > 0 && read.program[end - 1] == ' '; --end) {
-                read.program[end - 1] = '\0';
+        Note read = {};
+        GenRegLockNote& shown = read.shown;
+        if (std::sscanf(text, "pid=%ld since=%ld program=%63[^\n] start=%llu", &shown.pid, &shown.since, shown.program,
+                        &read.start) >= 3) {
+            for (std::size_t end = std::strlen(shown.program); end > 0 && shown.program[end - 1] == ' '; --end) {
+                shown.program[end - 1] = '\0';
             }
-            *note = read;
+            note = read;
         }
     }
     (void)posix::closeDescriptor(descriptor);
+    return note;
+}
+
+// Whether the process that left the note still runs: a number is given to others in time.
+bool stillRuns(const Note& note) noexcept {
+    const unsigned long long start = posix::processStart(note.shown.pid);
+    return posix::isAlive(note.shown.pid) && (start == 0 || note.start == 0 || start == note.start);
+}
+
+// The last to write a note need not be who holds the lock now: whoever may read the lock file can hold it without one.
+GenRegLockNote holderOf(const char* path, const Note& note) noexcept {
+    const long suspect = stillRuns(note) ? note.shown.pid : 0;
+    const long holder = posix::findLockHolder(path, suspect);
+    if (holder != 0 && holder == suspect) {
+        return note.shown;
+    }
+    GenRegLockNote seen = {};
+    seen.pid = holder;
+    if (holder != 0) {
+        posix::programOf(holder, seen.program, sizeof seen.program);
+    }
+    return seen;
 }
 
 }  // namespace
@@ -82,22 +112,26 @@ void GenRegFile::SetLockWait(long limitMilliseconds, GenRegLockNotice notice, vo
     lockNoticeContext_ = context;
 }
 
-// Asks again and again, at growing distances, until the lock is granted or the limit is reached.
-unsigned int GenRegFile::lockWithin(const OSSFileLockRequest& request) noexcept {
+// Takes the lock of the handle on the file at the path. A client that set a limit or wants to be told is answered in
+// time: the lock is asked for again and again, at growing distances.
+unsigned int GenRegFile::takeLock(OSSHFile& handle, const char* path, const OSSFileLockRequest& request) noexcept {
     constexpr long LONGEST_PAUSE = 20;
     constexpr long long NOTICE_EVERY = 1000;
+    if (request.wait != OSS_WAIT || (lockWaitLimit_ < 0 && lockNotice_ == nullptr)) {
+        return handle.lock(&request);
+    }
     OSSFileLockRequest attempt = request;
     attempt.wait = OSS_NO_WAIT;
     const long long start = posix::monotonicMilliseconds();
     long long nextNotice = NOTICE_EVERY;
     for (long pause = 1;; pause = std::min(2 * pause, LONGEST_PAUSE)) {
-        const unsigned int rc = lockFile.lock(&attempt);
+        const unsigned int rc = handle.lock(&attempt);
         const long long waited = posix::monotonicMilliseconds() - start;
         if (rc != OSS_WOULD_BLOCK || (lockWaitLimit_ >= 0 && waited >= lockWaitLimit_)) {
             return rc;
         }
         if (lockNotice_ != nullptr && waited >= nextNotice) {
-            lockNotice_(lockNoticeContext_, lockPath, static_cast<unsigned long>(waited));
+            lockNotice_(lockNoticeContext_, path, static_cast<unsigned long>(waited));
             nextNotice += NOTICE_EVERY;
         }
         posix::sleepMilliseconds(pause);
@@ -149,8 +183,7 @@ unsigned int GenRegFile::Lock(unsigned long flags, unsigned long /*reserved*/) n
     const bool waits = (flags & REG_LOCK_NOWAIT) == 0;
     const OSSFileLockRequest request = {OSS_REQUEST_VERSION, exclusive ? OSS_LOCK_EXCLUSIVE : OSS_LOCK_SHARED,
                                         waits ? OSS_WAIT : OSS_NO_WAIT};
-    const bool watched = waits && (lockWaitLimit_ >= 0 || lockNotice_ != nullptr);
-    const unsigned int rc = watched ? lockWithin(request) : lockFile.lock(&request);
+    const unsigned int rc = takeLock(lockFile, lockPath, request);
     if (rc == OSS_WOULD_BLOCK) {
         return trace.fail(90, REG_LOCK_HELD, rc);
     }
@@ -181,12 +214,13 @@ extern "C" unsigned int genregLockStatus(const char* lockPath, GenRegLockNote* n
     if (lockPath == nullptr) {
         return trace.fail(10, REG_NULL_POINTER);
     }
-    if (note != nullptr) {
-        readNote(lockPath, note);
-    }
     bool locked = false;
     if (const unsigned int rc = posix::isLocked(lockPath, &locked)) {
         return trace.fail(20, rc, rc);
+    }
+    if (note != nullptr) {
+        const Note left = readNote(lockPath);
+        *note = locked ? holderOf(lockPath, left) : left.shown;
     }
     return trace.exit(locked ? static_cast<unsigned int>(REG_LOCK_HELD) : 0U);
 }

@@ -74,7 +74,7 @@ unsigned int GenRegFile::openRegistryFile(unsigned long op) noexcept {
         return trace.fail(60, REG_OPEN_FILE_FAILED, rc);
     }
     const OSSFileLockRequest lock = {OSS_REQUEST_VERSION, regAppends_ ? OSS_LOCK_EXCLUSIVE : OSS_LOCK_SHARED, OSS_WAIT};
-    rc = regHandle_.lock(&lock);
+    rc = takeLock(regHandle_, regPath, lock);
     if (rc != 0) {
         (void)regHandle_.close();
         return trace.fail(70, REG_LOCK_FILE_FAILED, rc);

@@ -33,7 +33,7 @@ unsigned int GenRegFile::OpenScan() noexcept {
         return trace.fail(20, REG_OPEN_FILE_FAILED, rc);
     }
     const OSSFileLockRequest lock = {OSS_REQUEST_VERSION, OSS_LOCK_SHARED, OSS_WAIT};
-    if (const unsigned int rc = regHandle_.lock(&lock)) {
+    if (const unsigned int rc = takeLock(regHandle_, regPath, lock)) {
         (void)regHandle_.close();
         return trace.fail(30, REG_LOCK_FILE_FAILED, rc);
     }

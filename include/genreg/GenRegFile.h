@@ -33,7 +33,8 @@
 using GenRegGetRecordSize = unsigned int (*)(void* record, unsigned long* size);
 using GenRegGetMaxRecordSize = unsigned int (*)(unsigned long* size);
 
-// Told while Lock waits: the lock file, and how long it has waited so far in milliseconds.
+// Told while a lock is waited for: the file whose lock it is (the lock file, or the registry file itself), and how long
+// that wait has lasted so far in milliseconds.
 using GenRegLockNotice = void (*)(void* context, const char* lockPath, unsigned long waitedMilliseconds);
 
 class GenRegInput;
@@ -67,8 +68,12 @@ public:
     // REG_RELEASE_LOCK_FAILED (the object stays locked), REG_CLOSE_LOCK_FAILED.
     unsigned int UnLock() noexcept;
 
-    // A limit for the wait of Lock, in milliseconds; negative (the default) is none. The notice, when given, is called
-    // every second or so while the lock is held elsewhere. Neither concerns the lock on the registry file.
+    // A limit for each wait for a lock, in milliseconds; negative (the default) is none. It holds for that on the lock
+    // file, where Lock answers REG_LOCK_HELD once it is reached, and for those on the registry file, which a program
+    // may hold that knows of no lock file: there OpenReg and OpenScan, and with them every operation, fail with
+    // REG_LOCK_FILE_FAILED, the platform's code being OSS_WOULD_BLOCK. The notice, when given, is called every second
+    // or so while a lock is held elsewhere; context is handed on to it. Both last as long as the object, or until the
+    // next call.
     void SetLockWait(long limitMilliseconds, GenRegLockNotice notice, void* context) noexcept;
 
     // Opens for REG_OP_*; the operations of the engines do so themselves. What an earlier OpenReg left open is
@@ -140,7 +145,7 @@ private:
     GENREG_HIDDEN unsigned int closeTemporaryCopy(bool written) noexcept;
     GENREG_HIDDEN unsigned int stampTemporaryCopy(unsigned int* checksum) noexcept;
     GENREG_HIDDEN unsigned int commit(unsigned int checksum) noexcept;
-    GENREG_HIDDEN unsigned int lockWithin(const OSSFileLockRequest& request) noexcept;
+    GENREG_HIDDEN unsigned int takeLock(OSSHFile& handle, const char* path, const OSSFileLockRequest& request) noexcept;
     GENREG_HIDDEN static unsigned int thisProcess() noexcept;
     // What a forked child finds in use, and which is its parent's.
     GENREG_HIDDEN bool holdsParentsLock() const noexcept;

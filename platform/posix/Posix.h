@@ -96,6 +96,10 @@ struct FileStatus {
 // link is not followed.
 [[nodiscard]] unsigned int isLocked(const char* path, bool* locked) noexcept;
 
+// The process that holds such a lock, as far as the system lets this one look; 0 when nobody is seen to. The suspect
+// (0: none) is looked at first, and is the answer as well when it cannot be looked at and nobody else is seen.
+[[nodiscard]] long findLockHolder(const char* path, long suspect) noexcept;
+
 // The monitor's lock: opened read-write, created when missing, never truncated or through a link; then who holds a
 // classic record lock on it. *holder is below 1 when nobody does (or when the holder names no process).
 [[nodiscard]] unsigned int openMonitorLock(const char* path, int* descriptor) noexcept;
@@ -114,6 +118,13 @@ struct FileStatus {
 
 // The name of the running program, without its path; never null.
 [[nodiscard]] const char* programName() noexcept;
+
+// That of another process, cut to the buffer; empty when nobody can tell.
+void programOf(long process, char* name, std::size_t size) noexcept;
+
+// When the process started, in a unit of the system's own; no two processes of one number share it. 0: nobody can tell.
+[[nodiscard]] unsigned long long processStart(long process) noexcept;
+[[nodiscard]] bool isAlive(long process) noexcept;
 
 // --- time --------------------------------------------------------------------------------------------------------
 
@@ -137,10 +148,10 @@ void sleepMilliseconds(long milliseconds) noexcept;
 // False with errno. An interrupted close is a close: the descriptor is gone. What must not be lost is flushed before.
 [[nodiscard]] bool closeStream(std::FILE* stream) noexcept;
 
+// How many forks lie between the first process and this one: grows by one in each forked child.
+[[nodiscard]] unsigned int forkGeneration() noexcept;
+
 // Locale-free, unlocked writing for streams that one thread owns: true when all of it was taken.
 [[nodiscard]] bool writeUnlocked(std::FILE* stream, const void* bytes, std::size_t size) noexcept;
 
 }  // namespace posix
-// How many forks lie between the first process and this one: grows by one in each forked child.
-[[nodiscard]] unsigned int forkGeneration() noexcept;
-

@@ -1,6 +1,9 @@
 // The lock: who may update a registry.
+#include <fcntl.h>
+#include <genreg/Cause.h>
 #include <genreg/LockStatus.h>
 #include <osse/Errors.h>
+#include <signal.h>
 
 #include <cerrno>
 #include <thread>
@@ -91,6 +94,80 @@ TEST_F(LockTest, TheNoteIsWrittenOverNothingButANote) {
     VarValFile file{reg()};
     ASSERT_EQ(file.Lock(HERE, 10), 0u);
     EXPECT_EQ(read(".reg.lock"), "somebody else's\n");
+}
+
+TEST_F(LockTest, TheHolderIsNamedNotTheLastWhoLeftANote) {
+    const auto note = [&] {
+        GenRegLockNote found = {};
+        EXPECT_EQ(genregLockStatus(path(".reg.lock").c_str(), &found), REG_LOCK_HELD);
+        return found;
+    };
+    EXPECT_EQ(inChild([&] { return VarValFile{reg()}.Lock(HERE, 10) == 0 ? 0 : 1; }), 0);  // its note outlives it
+    VarValFile reader{reg()};
+    ASSERT_EQ(reader.Lock(REG_LOCK_SHARED | REG_LOCK_NOWAIT, 10), 0u);
+    EXPECT_EQ(note().pid, ::getpid());
+    EXPECT_EQ(note().since, 0);
+    EXPECT_STREQ(note().program, "core_test");
+    ASSERT_EQ(reader.UnLock(), 0u);
+
+    VarValFile writer{reg()};
+    ASSERT_EQ(writer.Lock(HERE, 10), 0u);
+    EXPECT_EQ(note().pid, ::getpid());
+    EXPECT_NE(note().since, 0);
+    // Where another's locks cannot be seen the note counts, unless it is of a process that had this number before.
+    const auto seenByOthers = [&] {
+        return inChild([&] { return ::setuid(12345) == 0 && note().pid == ::getppid() ? 0 : 1; });
+    };
+    const std::string written = read(".reg.lock");
+    const std::size_t start = written.find("start=");
+    ASSERT_NE(start, std::string::npos);
+    if (::getuid() == 0) {
+        EXPECT_EQ(seenByOthers(), 0);
+        write(".reg.lock", std::string(written).replace(start, 8, "start=1 "));
+        EXPECT_EQ(seenByOthers(), 1);
+        write(".reg.lock", std::string(written).replace(start, written.size() - 1 - start, 127 - start, ' '));
+        EXPECT_EQ(seenByOthers(), 0) << "notes of earlier releases tell no start";
+        write(".reg.lock", written);
+    }
+    ASSERT_EQ(writer.UnLock(), 0u);
+    GenRegLockNote left = {};
+    EXPECT_EQ(genregLockStatus(path(".reg.lock").c_str(), &left), 0u);
+    EXPECT_EQ(left.pid, ::getpid());
+}
+
+TEST_F(LockTest, ALimitHoldsForTheRegistryFileToo) {
+    write("reg", "x = 1\n");
+    int held[2];
+    ASSERT_EQ(::pipe(held), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {  // a program that knows of no lock file
+        struct flock request = {};
+        request.l_type = F_WRLCK;
+        const int descriptor = ::open(reg().c_str(), O_RDWR);
+        (void)!::write(held[1], ::fcntl(descriptor, F_SETLK, &request) == 0 ? "+" : "-", 1);
+        ::pause();
+    }
+    char sign = 0;
+    ASSERT_EQ(::read(held[0], &sign, 1), 1);
+    ASSERT_EQ(sign, '+');
+    VarValFile file{reg()};
+    std::string waitedFor;
+    const auto notice = [](void* context, const char* of, unsigned long) { *static_cast<std::string*>(context) = of; };
+    file.SetLockWait(20, nullptr, nullptr);
+    EXPECT_EQ(file.OpenReg(REG_OP_READ), REG_LOCK_FILE_FAILED);
+    EXPECT_EQ(file.CloseReg(REG_OP_READ), 0u);
+    EXPECT_EQ(file.OpenScan(), REG_LOCK_FILE_FAILED);
+    GenRegCause cause = {};
+    genregLastCause(&cause);
+    EXPECT_EQ(cause.platformCode, OSS_WOULD_BLOCK);
+    file.SetLockWait(1100, notice, &waitedFor);
+    EXPECT_EQ(file.change("x", "2"), REG_OPEN_FAILED);
+    EXPECT_EQ(waitedFor, reg());
+    ::kill(child, SIGKILL);
+    (void)waitFor(child);
+    EXPECT_EQ(file.change("x", "2"), 0u);
+    ::close(held[0]);
+    ::close(held[1]);
 }
 
 }  // namespace

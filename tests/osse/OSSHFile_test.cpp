@@ -5,6 +5,7 @@
 #include <signal.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <mutex>
 #include <thread>
@@ -190,6 +191,18 @@ TEST_F(HandleTest, ThreadsThatForkAndLockLeaveNoLockBehind) {
     }
     EXPECT_EQ(failures, 0);
     EXPECT_FALSE(lockedForOthers(file_));
+}
+
+TEST_F(HandleTest, NothingIsCreatedThroughALink) {
+    link("missing", "loose");
+    link("file", "link");
+    OSSHFile file;
+    EXPECT_EQ(openFor(file, path("link")), ossErrorMapSystem(ELOOP));
+    EXPECT_EQ(openFor(file, path("loose")), ossErrorMapSystem(ELOOP));
+    EXPECT_EQ(openFor(file, path("loose"), OSS_ACCESS_CREATE), ossErrorMapSystem(EEXIST));
+    EXPECT_FALSE(exists("missing"));
+    ASSERT_EQ(openFor(file, path("link"), OSS_ACCESS_CREATE), 0u);
+    EXPECT_EQ(file.close(), 0u);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "LockPatience.h"
 #include "RegistryBytes.h"
 
 namespace tool {
@@ -141,6 +142,7 @@ BinVarFile::BinVarFile(const std::string& path, bool severalAllowed) : BinVarFil
 BinVarFile::BinVarFile(const std::string& path, bool severalAllowed, unsigned int code)
     : GenRegBinVarVal(path.c_str(), &code), path_(path) {
     check(code, "use the file");
+    waitPatiently(*this, path);
     matchRecord = match;
     packRecord = pack;
     unpackRecord = unpack;

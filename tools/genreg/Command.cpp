@@ -9,6 +9,7 @@
 #include <memory>
 #include <vector>
 
+#include "LockPatience.h"
 #include "Text.h"
 
 namespace tool {
@@ -80,7 +81,7 @@ void declareGlobals(Parser& parser, Context& context) {
     parser.acting.emplace_back(USES_DRY_RUN,
                                app.add_flag("-n,--dry-run", options.dryRun, "change nothing; show what would change"));
     parser.acting.emplace_back(USES_DIFF, app.add_flag("--diff", options.diff, "show what was changed"));
-    app.add_option("--wait", options.waitSeconds, "how long to wait for the lock (10; 0 fails at once)")
+    app.add_option("--wait", options.waitSeconds, "how long to wait for a lock (10; 0 fails at once)")
         ->type_name("SECONDS")
         ->check(secondsProblem);
     parser.acting.emplace_back(
@@ -295,6 +296,7 @@ int run(Context& context, std::span<const CommandGroup> groups, std::span<const 
     chooseColor(parser.color, context.output);
     context.operation = parser.chosen->name;
     refuseIdleOptions(parser);
+    setPatience(context);
     return parser.action(context);
 }
 

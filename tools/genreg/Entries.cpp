@@ -80,7 +80,7 @@ Failure EntryCommand::severalMatch(const std::string& path, const std::vector<En
 }
 
 Failure EntryCommand::refused(unsigned int code, const std::string& path, const EntryEdit& edit) const {
-    Failure failure = updateFailure(context_, code, path, doing_);
+    Failure failure = libraryFailure(code, path, doing_);
     if (edit.doesNotFit) {
         failure.kind = "invalid";
         failure.exitStatus = EXIT_INVALID;
@@ -180,7 +180,6 @@ bool EntryCommand::set(const std::string& path) const {
     EntryEdit edit = request_.edit;
     const bool asAsked =
         std::all_of(matches.begin(), matches.end(), [&](const Entry& entry) { return edit.isAsAsked(entry.raw); });
-    const LockPatience patience(context_, file->engine(), path);
     const unsigned int code = file->change(key(), matches.front(), edit);
     if (code == REG_UNCHANGED || (code == REG_NOT_FOUND && asAsked)) {
         return false;
@@ -198,7 +197,6 @@ bool EntryCommand::add(const std::string& path) const {
     const bool exists = judgeFile(path, doing_, false);
     const auto file = form_.open(path, context_.options.all);
     EntryEdit edit = request_.edit;
-    const LockPatience patience(context_, file->engine(), path);
     const unsigned int code = file->add(request_.mask, edit);
     if (code == REG_DUPLICATE) {
         const auto matches = exists ? named(file->read(doing_)) : std::vector<Entry>();
@@ -217,13 +215,12 @@ bool EntryCommand::remove(const std::string& path) const {
     needFile(path, doing_);
     const auto file = form_.open(path, context_.options.all);
     const std::vector<Entry> matches = concerned(path, file->read(doing_), hint("list", path));
-    const LockPatience patience(context_, file->engine(), path);
     const unsigned int code = file->remove(key(), matches.front());
     if (code == REG_NOT_FOUND) {
         throw changedMeanwhile(path, request_.name, look());
     }
     if (code != 0) {
-        throw updateFailure(context_, code, path, doing_);
+        throw libraryFailure(code, path, doing_);
     }
     return true;
 }

@@ -8,6 +8,7 @@
 #include <cerrno>
 
 #include "CodeClasses.h"
+#include "LockPatience.h"
 #include "PlaceAdvice.h"
 #include "Text.h"
 
@@ -71,6 +72,9 @@ Failure libraryFailure(unsigned int code, std::string path, const std::string& d
     if (known && platformCode != 0 && platformCode != deciding) {
         why += ": " + systemWords(systemError);
     }
+    if (platformCode == OSS_WOULD_BLOCK) {
+        meaning = &classOf(OSS_WOULD_BLOCK);
+    }
     if (known && systemError == ENOENT && meaning->exitStatus == EXIT_UNREADABLE) {
         meaning = &classOf(REG_MISSING);
     }
@@ -92,6 +96,9 @@ Failure libraryFailure(unsigned int code, std::string path, const std::string& d
     }
     failure.detail = detailOf(code, cause);
     failure.path = std::move(path);
+    if (failure.exitStatus == EXIT_LOCKED) {
+        tellHolder(failure, cause.code == REG_LOCK_FILE_FAILED);
+    }
     return failure;
 }
 

@@ -14,11 +14,10 @@ constexpr char DOING[] = "bring the fixpack numbers up to date";
 unsigned long synchronise(Context& context, const std::string& path, bool rehearsal) {
     judgeFile(path, DOING, true);
     GlobalRegistry registry(context, path, rehearsal);
-    const LockPatience patience(context, registry, path);
     unsigned long updated = 0;
     const unsigned int code = genregSyncGlobalRegFixpackNumber(&registry, &updated);
     if (code != 0) {
-        throw updateFailure(context, code, path, DOING);
+        throw libraryFailure(code, path, DOING);
     }
     return updated;
 }

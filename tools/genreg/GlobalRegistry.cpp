@@ -8,6 +8,7 @@
 
 #include "Failure.h"
 #include "GlobalPath.h"
+#include "LockPatience.h"
 #include "RegistryBytes.h"
 
 namespace tool {
@@ -77,6 +78,7 @@ GlobalRegistry::GlobalRegistry(const Context& context, const std::string& path, 
     if (code != 0) {
         throw libraryFailure(code, path, "use the registry");
     }
+    waitPatiently(*this, path);
     matchRecord = match;
     validateRecord = validate;
     features |= layoutFeatures(path);

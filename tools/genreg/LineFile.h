@@ -11,6 +11,7 @@
 
 #include "Entries.h"
 #include "Files.h"
+#include "LockPatience.h"
 
 namespace tool {
 
@@ -95,6 +96,7 @@ private:
         if (code != 0) {
             throw libraryFailure(code, path, "use the file");
         }
+        waitPatiently(*this, path);
         // The engine puts into the file's bytes what differs, so that continuations stay.
         (void)this->KeepLines(true);
         this->parseLine = parse;

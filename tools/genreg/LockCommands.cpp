@@ -148,10 +148,9 @@ int lockAndRun(Context& context, const Arguments& arguments) {
     const std::string path = globalFile(context, arguments.file);
     judgeFile(path, "lock it", true);
     RegistryFile file(path);
-    const LockPatience patience(context, file, path);
     const unsigned int code = file.Lock(REG_LOCK_EXCLUSIVE | REG_LOCK_WAIT, 0);
     if (code != 0) {
-        throw updateFailure(context, code, path, "lock it");
+        throw libraryFailure(code, path, "lock it");
     }
     const int result = runCommand(context, arguments.command);
     const unsigned int unlocked = file.UnLock();

@@ -20,8 +20,10 @@ Json lockObject(const RegistryFile& file) {
     object["program"] = nullptr;
     if (code == REG_LOCK_HELD && note.pid != 0) {
         object["pid"] = note.pid;
-        object["since"] = fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(static_cast<std::time_t>(note.since)));
-        object["seconds"] = static_cast<long long>(std::time(nullptr)) - note.since;
+        if (note.since != 0) {
+            object["since"] = fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(static_cast<std::time_t>(note.since)));
+            object["seconds"] = static_cast<long long>(std::time(nullptr)) - note.since;
+        }
         object.erase("program");
         putText(object, "program", note.program);
     }
@@ -35,9 +37,12 @@ std::string lockText(const Json& lock) {
     if (lock["pid"].is_null()) {
         return "held by another process that left no note";
     }
-    return fmt::format("held by pid {} ({}) for {}, since {}", lock["pid"].dump(),
-                       printable(lock.value("program", std::string("?"))), duration(lock["seconds"].get<long long>()),
-                       lock["since"].get<std::string>());
+    const std::string holder =
+        fmt::format("held by pid {} ({})", lock["pid"].dump(), printable(lock.value("program", std::string("?"))));
+    return lock["since"].is_null()
+               ? holder
+               : fmt::format("{} for {}, since {}", holder, duration(lock["seconds"].get<long long>()),
+                             lock["since"].get<std::string>());
 }
 
 }  // namespace tool

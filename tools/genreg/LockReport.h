@@ -8,8 +8,8 @@
 
 namespace tool {
 
-// "held"; "pid", "since" (UTC), "seconds" and "program" from the note, null where there is none. A note that is
-// left in a free lock file is not told. Throws a Failure when the lock file cannot be read.
+// "held"; "pid", "since" (UTC), "seconds" and "program" of the holder, null where nobody can tell. A note that is left
+// in a free lock file is not told. Throws a Failure when the lock file cannot be read.
 [[nodiscard]] Json lockObject(const RegistryFile& file);
 [[nodiscard]] std::string lockText(const Json& lock);
 

@@ -290,7 +290,7 @@ bool addRecord(const Task& task, GlobalRegistry& registry, const std::string& pa
         throw changedMeanwhile(task);
     }
     if (code != 0) {
-        throw updateFailure(task.context, code, path, task.doing);
+        throw libraryFailure(code, path, task.doing);
     }
     return true;
 }
@@ -299,7 +299,6 @@ bool addRecord(const Task& task, GlobalRegistry& registry, const std::string& pa
 bool change(const Task& task, const std::string& path, const std::vector<FieldEdit>& edits, bool* added) {
     const bool exists = judgeFile(path, task.doing, false);
     GlobalRegistry registry(task.context, path, path != task.path);
-    const LockPatience patience(task.context, registry, path);
     const std::vector<FoundRecord> all = exists ? registry.read(task.doing) : std::vector<FoundRecord>();
     const std::vector<FoundRecord> matches = meant(task, all);
     *added = matches.empty();
@@ -320,7 +319,7 @@ bool change(const Task& task, const std::string& path, const std::vector<FieldEd
         throw changedMeanwhile(task);
     }
     if (code != 0 && code != REG_UNCHANGED) {
-        throw updateFailure(task.context, code, path, task.doing);
+        throw libraryFailure(code, path, task.doing);
     }
     return code == 0;
 }
@@ -378,7 +377,6 @@ std::vector<FoundRecord> removable(const Task& task, const std::string& path) {
 bool removeRecords(const Task& task, const std::string& path) {
     const std::vector<FoundRecord> matches = removable(task, path);
     GlobalRegistry registry(task.context, path, path != task.path);
-    const LockPatience patience(task.context, registry, path);
     const unsigned int code = task.context.options.ifValue
                                   ? registry.remove(matches.front())
                                   : registry.removeMatching(task.key, task.context.options.all);
@@ -386,7 +384,7 @@ bool removeRecords(const Task& task, const std::string& path) {
         throw changedMeanwhile(task);
     }
     if (code != 0) {
-        throw updateFailure(task.context, code, path, task.doing);
+        throw libraryFailure(code, path, task.doing);
     }
     return true;
 }

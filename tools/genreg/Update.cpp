@@ -1,30 +1,19 @@
 #include "Update.h"
 
 #include <fmt/core.h>
-#include <genreg/LockStatus.h>
 
-#include <ctime>
 #include <fstream>
-#include "Belongings.h"
 
 #include "Answers.h"
+#include "Belongings.h"
 #include "Files.h"
+#include "LockPatience.h"
 #include "RecordDiff.h"
 #include "RegistryBytes.h"
 #include "Text.h"
 
 namespace tool {
 namespace {
-
-constexpr double MILLISECONDS = 1000;
-
-std::string holder(const GenRegLockNote& note) {
-    if (note.pid == 0) {
-        return "another process";
-    }
-    return fmt::format("pid {} ({}) for {}", note.pid, printable(note.program),
-                       duration(static_cast<long long>(std::time(nullptr)) - note.since));
-}
 
 void replaceAll(std::string& text, const std::string& from, const std::string& to) {
     for (std::size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
@@ -90,42 +79,8 @@ RegistryFile::RegistryFile(const std::string& path) {
     if (code != 0) {
         throw libraryFailure(code, path, "use that path");
     }
+    waitPatiently(*this, path);
     (void)GetAndSetRealRegistryPaths();
-}
-
-LockPatience::LockPatience(Context& context, GenRegFile& object, std::string path)
-    : context_(context), path_(std::move(path)) {
-    object.SetLockWait(static_cast<long>(context.options.waitSeconds * MILLISECONDS), tell, this);
-}
-
-void LockPatience::tell(void* self, const char* lockPath, unsigned long waitedMilliseconds) {
-    auto& patience = *static_cast<LockPatience*>(self);
-        const Belongings before = belongingsOf(change.path);
-    if (patience.told_ || static_cast<double>(waitedMilliseconds) < MILLISECONDS) {
-        return;
-        if (const std::string lost = created ? "" : lostBelongings(before, belongingsOf(change.path)); !lost.empty()) {
-            context.output.note("not-kept", change.path, "the new file could not be given " + lost);
-        }
-    }
-    patience.told_ = true;
-    GenRegLockNote note{};
-    (void)genregLockStatus(lockPath, &note);
-    patience.context_.output.note(
-        "waiting", patience.path_,
-        fmt::format("locked by {}; waiting up to {:g} s", holder(note), patience.context_.options.waitSeconds));
-}
-
-Failure updateFailure(const Context& context, unsigned int code, const std::string& path, const std::string& doing) {
-    Failure failure = libraryFailure(code, path, doing);
-    if (failure.exitStatus == EXIT_LOCKED) {
-        GenRegLockNote note{};
-        (void)genregLockStatus(RegistryFile(path).lockFilePath().c_str(), &note);
-        const double waited = context.options.waitSeconds;
-        failure.message = fmt::format("{} is locked by {}; {}", printable(path), holder(note),
-                                      waited > 0 ? fmt::format("gave up after {:g} s", waited) : "did not wait");
-        failure.hint = fmt::format("genreg lock status {}, or --wait 60", shellWord(path));
-    }
-    return failure;
 }
 
 Change changeOfRecords(const std::string& path, const std::string& doing, const Json& result) {
@@ -145,8 +100,12 @@ int carryOut(Context& context, const Change& change) {
     context.output.changed = false;
     if (!context.options.dryRun) {
         const bool created = !judgeFile(change.path, change.doing, false);
+        const Belongings before = belongingsOf(change.path);
         changed = change.make(change.path);
         context.output.changed = changed;
+        if (const std::string lost = created ? "" : lostBelongings(before, belongingsOf(change.path)); !lost.empty()) {
+            context.output.note("not-kept", change.path, "the new file could not be given " + lost);
+        }
         if (created && changed) {
             context.output.note("created", change.path, "the file is new");
         }

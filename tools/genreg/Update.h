@@ -26,25 +26,6 @@ public:
     [[nodiscard]] std::string lockFilePath() const { return lockPath; }
 };
 
-// Sets --wait on the object, and says after a second who is being waited for. It must not outlive the object.
-class LockPatience {
-public:
-    LockPatience(Context& context, GenRegFile& object, std::string path);
-    LockPatience(const LockPatience&) = delete;
-    LockPatience& operator=(const LockPatience&) = delete;
-
-private:
-    static void tell(void* self, const char* lockPath, unsigned long waitedMilliseconds);
-
-    Context& context_;
-    std::string path_;
-    bool told_ = false;
-};
-
-// The failure of a call that takes the lock: as libraryFailure, and a held lock is told with its holder.
-[[nodiscard]] Failure updateFailure(const Context& context, unsigned int code, const std::string& path,
-                                    const std::string& doing);
-
 struct Change {
     std::string path;   // as the user named it
     std::string doing;  // "set PORT"

@@ -8,6 +8,7 @@
 #include "Commands.h"
 #include "EntryLine.h"
 #include "Files.h"
+#include "LockPatience.h"
 #include "Remarks.h"
 #include "Text.h"
 #include "Update.h"
@@ -159,6 +160,7 @@ private:
 Json convert(const Arguments& arguments, const VarValEntry& entry) {
     unsigned int code = 0;
     LinesOfValue file(arguments.file, entry.value, &code);
+    waitPatiently(file, arguments.file);
     const char* name = arguments.name.c_str();
     bool truth = false;
     double real = 0;
@@ -229,9 +231,8 @@ Json resultOf(const Arguments& arguments, const VarValEdit* edit) {
     return result;
 }
 
-Failure refused(const Context& context, unsigned int code, const std::string& path, const std::string& doing,
-                const VarValEdit& edit) {
-    Failure failure = updateFailure(context, code, path, doing);
+Failure refused(unsigned int code, const std::string& path, const std::string& doing, const VarValEdit& edit) {
+    Failure failure = libraryFailure(code, path, doing);
     if (edit.doesNotFit) {
         failure.kind = "invalid";
         failure.exitStatus = EXIT_INVALID;
@@ -269,7 +270,6 @@ bool change(Context& context, const std::string& path, const std::string& doing,
     if (!all) {
         edit.expected = found;
     }
-    const LockPatience patience(context, file, path);
     const unsigned int code = file.change(VARVAL_MATCH_VARIABLE | (byValue ? VARVAL_MATCH_VALUE : 0), found, edit);
     if (code == REG_UNCHANGED || (code == REG_NOT_FOUND && all && (!byValue || found == edit.value))) {
         return false;
@@ -278,7 +278,7 @@ bool change(Context& context, const std::string& path, const std::string& doing,
         throw changedMeanwhile(path, edit.variable, LOOK);
     }
     if (code != 0) {
-        throw refused(context, code, path, doing, edit);
+        throw refused(code, path, doing, edit);
     }
     return true;
 }
@@ -314,7 +314,6 @@ bool append(Context& context, const std::string& path, const std::string& doing,
     VarValFile file(path, context.options.all);
     const VarValContents contents = exists ? file.read(doing) : VarValContents{};
     edit.layout = layoutFor(contents);
-    const LockPatience patience(context, file, path);
     const unsigned int code = file.add(edit);
     if (code == REG_DUPLICATE) {
         const auto matches = named(contents, edit.variable);
@@ -324,7 +323,7 @@ bool append(Context& context, const std::string& path, const std::string& doing,
                      "genreg varval set, or --all for one more line of the name");
     }
     if (code != 0) {
-        throw refused(context, code, path, doing, edit);
+        throw refused(code, path, doing, edit);
     }
     return true;
 }
@@ -344,13 +343,12 @@ bool remove(Context& context, const std::string& path, const std::string& name, 
     const std::string otherwise = "genreg varval list " + shellWord(path);
     const std::string found = concerned(context, path, name, contents, otherwise).front().value;
     const bool byValue = context.options.ifValue.has_value();
-    const LockPatience patience(context, file, path);
     const unsigned int code = file.remove(VARVAL_MATCH_VARIABLE | (byValue ? VARVAL_MATCH_VALUE : 0), name, found);
     if (code == REG_NOT_FOUND) {
         throw changedMeanwhile(path, name, LOOK);
     }
     if (code != 0) {
-        throw updateFailure(context, code, path, doing);
+        throw libraryFailure(code, path, doing);
     }
     return true;
 }

@@ -5,6 +5,7 @@
 
 #include "EntryLine.h"
 #include "Failure.h"
+#include "LockPatience.h"
 
 namespace tool {
 namespace {
@@ -147,6 +148,7 @@ VarValFile::VarValFile(const std::string& path, bool severalAllowed, unsigned in
     if (code != 0) {
         throw libraryFailure(code, path, "use the file");
     }
+    waitPatiently(*this, path);
     (void)KeepLines(true);
     parseLine = parse;
     formatLine = format;
