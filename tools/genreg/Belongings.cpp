@@ -3,7 +3,6 @@
 #include <fmt/core.h>
 #include <grp.h>
 #include <pwd.h>
-#include <sys/stat.h>
 #include <sys/xattr.h>
 
 #include <cstring>
@@ -51,17 +50,17 @@ std::map<std::string, std::string> attributesOf(const std::string& /*path*/) {
 
 #endif
 
-std::string ownerName(uid_t user) {
-    const passwd* const entry = getpwuid(user);
-    return entry != nullptr ? entry->pw_name : fmt::format("{}", user);
-}
-
 std::string groupName(gid_t group) {
     const ::group* const entry = getgrgid(group);
     return entry != nullptr ? entry->gr_name : fmt::format("{}", group);
 }
 
 }  // namespace
+
+std::string userName(uid_t user) {
+    const passwd* const entry = getpwuid(user);
+    return entry != nullptr ? entry->pw_name : fmt::format("{}", user);
+}
 
 Belongings belongingsOf(const std::string& path) {
     struct stat info = {};
@@ -75,7 +74,7 @@ std::string lostBelongings(const Belongings& before, const Belongings& after) {
     std::string list;
     const auto lost = [&list](const std::string& what) { list += (list.empty() ? "" : ", ") + what; };
     if (before.owner != after.owner) {
-        lost(fmt::format("its owner {} (now {})", ownerName(before.owner), ownerName(after.owner)));
+        lost(fmt::format("its owner {} (now {})", userName(before.owner), userName(after.owner)));
     }
     if (before.group != after.group) {
         lost(fmt::format("its group {} (now {})", groupName(before.group), groupName(after.group)));

@@ -1,7 +1,7 @@
 // What a file is besides its contents: an update puts a new file in its place, which is to be given all of it.
 #pragma once
 
-#include <sys/types.h>
+#include <sys/stat.h>
 
 #include <map>
 #include <string>
@@ -14,6 +14,9 @@ struct Belongings {
     mode_t permissions = 0;
     std::map<std::string, std::string> attributes;  // extended ones, by what users call them
 };
+
+// By name where it has one, else by number.
+[[nodiscard]] std::string userName(uid_t user);
 
 // Of the file that the path leads to; of a file that is not there, nothing.
 [[nodiscard]] Belongings belongingsOf(const std::string& path);

@@ -3,12 +3,12 @@
 #include <fcntl.h>
 #include <fmt/core.h>
 #include <genreg/Codes.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 
+#include "Belongings.h"
 #include "CodeClasses.h"
 #include "Text.h"
 #include "Update.h"
@@ -39,11 +39,6 @@ std::string outOfTheWay(const std::string& companion) {
     return fmt::format("move {} out of the way, then repeat", printable(companion));
 }
 
-std::string nameOf(uid_t user) {
-    const passwd* const entry = getpwuid(user);
-    return entry != nullptr ? entry->pw_name : fmt::format("user {}", user);
-}
-
 // A lock file that is another's than the file was left by somebody else's change.
 std::string adviceForForbiddenLock(const RegistryFile& file) {
     const std::string lock = printable(file.lockFilePath());
@@ -53,7 +48,7 @@ std::string adviceForForbiddenLock(const RegistryFile& file) {
         return fmt::format("run it as the owner of the file, or check the permissions of {} and its directory (ls -la)",
                            lock);
     }
-    const std::string owner = nameOf(info.st_uid);
+    const std::string owner = userName(info.st_uid);
     if (info.st_uid == registry.st_uid) {
         return fmt::format("run it as {}, the owner, or check the permissions of {} (ls -la)", owner, lock);
     }
