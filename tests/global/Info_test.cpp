@@ -34,6 +34,10 @@ std::string listed(const char* ofService) {
     }
     EXPECT_EQ(result, 0x900001beU);
     EXPECT_EQ(ossGetNextInstance(handle, &info), 0x900001beU) << "and ever after";
+    const auto inherited = [&] {
+        return ossGetNextInstance(handle, &info) == 0x90000266U && ossCloseInstanceList(handle) == 0 ? 0 : 1;
+    };
+    EXPECT_EQ(inChild(inherited), 0) << "not a child's to end";
     EXPECT_EQ(ossCloseInstanceList(handle), 0U);
     return names;
 }

@@ -25,6 +25,7 @@ LENDERS = {
     "core/Transaction GenRegTransaction::update": UPDATE,
     "core/Transaction GenRegTransaction::announce": UPDATE,
     "core/Transaction GenRegTransaction::verify": r"GenReg(Text|Bin)::Verify",
+    "core/Transaction GenRegTransaction::checkScan": r"GenReg(Text|Bin)::GetNext",
     "core/Transaction GenRegLookup": r"GenReg(Text|Bin)::Get",
     "text/Schema GenRegTextSchema": r"GenRegVarVal|GenRegServices|GenRegInitTab",
     "text/Lines": r"GenRegText::(Add|Change|Delete|Get|GetNext|Verify)|GetPortnumbers",
