@@ -5,6 +5,7 @@
 #include <dirent.h>
 #include <signal.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -74,6 +75,18 @@ Seen holdsLock(long process, const struct stat& file) noexcept {
     return Seen::No;
 }
 
+unsigned long long readStart(long process) noexcept {
+    constexpr int WORDS_BEFORE = 20;  // from the end of the program's name, which may hold anything
+    char path[PATH_SIZE];
+    char text[1024];
+    (void)std::snprintf(path, sizeof path, "/proc/%ld/stat", process);
+    const char* at = readText(path, text) ? std::strrchr(text, ')') : nullptr;
+    for (int word = 0; at != nullptr && word < WORDS_BEFORE; ++word) {
+        at = std::strchr(at + 1, ' ');
+    }
+    return at == nullptr ? 0 : std::strtoull(at, nullptr, 10);
+}
+
 #endif
 
 }  // namespace
@@ -121,15 +134,19 @@ void programOf(long process, char* name, std::size_t size) noexcept {
 }
 
 unsigned long long processStart(long process) noexcept {
-    constexpr int WORDS_BEFORE = 20;  // from the end of the program's name, which may hold anything
-    char path[PATH_SIZE];
-    char text[1024];
-    (void)std::snprintf(path, sizeof path, "/proc/%ld/stat", process);
-    const char* at = readText(path, text) ? std::strrchr(text, ')') : nullptr;
-    for (int word = 0; at != nullptr && word < WORDS_BEFORE; ++word) {
-        at = std::strchr(at + 1, ' ');
+    // This process's own, which every lock asks for, is read once; a forked child is another process.
+    constexpr int PROCESS_BITS = 22;  // the system's bound of their numbers
+    constexpr unsigned long long PROCESS = (1ULL << PROCESS_BITS) - 1;
+    static constinit std::atomic<unsigned long long> own = 0;
+    if (process != ::getpid()) {
+        return readStart(process);
     }
-    return at == nullptr ? 0 : std::strtoull(at, nullptr, 10);
+    unsigned long long known = own.load(std::memory_order_relaxed);
+    if ((known & PROCESS) != static_cast<unsigned long long>(process)) {
+        known = readStart(process) << PROCESS_BITS | static_cast<unsigned long long>(process);
+        own.store(known, std::memory_order_relaxed);
+    }
+    return known >> PROCESS_BITS;
 }
 
 #endif
