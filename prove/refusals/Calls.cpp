@@ -67,6 +67,20 @@ void Refusals::calls() {
         (void)text.CloseReg(REG_OP_READ);
         return rc;
     };
+    const std::string lock = rig_.scratch() + "/." + std::filesystem::path(file_).filename().string() + ".lock";
+    const auto lockAndUnlock = [&] {
+        unsigned int ignored = 0;
+        GenRegVarVal file(file_.c_str(), &ignored);
+        const unsigned int rc = file.Lock(REG_LOCK_EXCLUSIVE | REG_LOCK_NOWAIT, 0);
+        return rc != 0 ? rc : file.UnLock();
+    };
+    int asked = 0;
+    const auto isUnlocking = [&](pid_t child, const SystemCall& call) {
+        return isOn(SYS_fcntl, lock)(child, call) && ++asked == 2;  // behind the one that locks
+    };
+    expectFailing({"UnLock", 10, REG_RELEASE_LOCK_FAILED}, REG_RELEASE_LOCK_FAILED, EIO, isUnlocking, lockAndUnlock);
+    expectFailing({"UnLock", 20, REG_CLOSE_LOCK_FAILED}, REG_CLOSE_LOCK_FAILED, EIO, isOn(SYS_close, lock),
+                  lockAndUnlock);
     expectFailing({"OpenReg", 160, REG_SET_PERMISSIONS_FAILED}, REG_SET_PERMISSIONS_FAILED, EPERM,
                   isOn(SYS_fchmod, path(".tmp")), finish);
     // Marks by a call of its own where the look-up begins, and where it has found the line.
