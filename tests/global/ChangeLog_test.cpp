@@ -120,7 +120,11 @@ TEST_F(ChangeLog, OnlyAPlainFileThatIsThereIsWritten) {
     for (const char* kind : {"fifo", "directory"}) {
         remove(LOG);
         ASSERT_EQ(*kind == 'f' ? ::mkfifo(LOG, 0666) : ::mkdir(LOG, 0777), 0);
+        const int reader = ::open(LOG, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
         EXPECT_EQ(log(), 0U) << kind;
+        char byte = 0;
+        EXPECT_LE(::read(reader, &byte, 1), 0) << "somebody waits at the end of the pipe";
+        ::close(reader);
     }
 }
 

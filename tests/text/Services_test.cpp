@@ -51,6 +51,9 @@ TEST(ServicesLine, IsTakenApart) {
     const std::string port = std::to_string(stored(50000));
     EXPECT_EQ(parsed("  rvn_main\t50000/tcp  one\ttwo # for\tall\x01\xe9\n"),
               "0 3 rvn_main " + port + "/tcp # for\tall.. one two");
+    for (const std::string protocol : {"udp", "tcp", "ddp", "divert", "sctp"}) {
+        EXPECT_EQ(parsed("rvn 50000/" + protocol + " one"), "0 2 rvn " + port + "/" + protocol + " #(null) one");
+    }
     EXPECT_EQ(parsed("rvn 50000/dccp one # c"), "0 3 rvn " + port + "/dccp # c");
     EXPECT_EQ(parsed("rvn 50000/tcp/x one"), "0 2 rvn " + port + "/tcp/x #(null)");
     EXPECT_EQ(parsed("rvn 50000 one\n"), "0 2 rvn 0/(null) #(null)");

@@ -1,4 +1,6 @@
+#include <chrono>
 #include <cstring>
+#include <thread>
 
 #include "Tool.h"
 
@@ -54,6 +56,7 @@ TEST_F(BinVar, LimitsConflictsAndDamageAreToldApart) {
     expectFailure(6, "no whole number", "binvar set f b 1x");
     expectFailure(6, "empty", "binvar add f", {"", "1"});
     expectFailure(5, "there already (record 2)", "binvar add f b 1");
+    EXPECT_EQ(objects(genreg("binvar add f b 1 -n --json").err).at(0)["path"], "f") << "not the rehearsal's copy";
     expectFailure(5, "records: 1, 3", "binvar set f a 1");
     expectFailure(5, "records: 1, 3", "binvar delete f a");
     expectFailure(5, "b is 0, not 7", "binvar set f b 1 --if-value 7");
@@ -73,6 +76,27 @@ TEST_F(BinVar, LimitsConflictsAndDamageAreToldApart) {
         EXPECT_EQ(status("binvar add f n 1"), 7);
         EXPECT_EQ(read("f"), bytes);
     }
+}
+
+// The holder of the lock replaces the file while the command waits for it.
+TEST_F(BinVar, WhatSomebodyElseChangedMeanwhileIsNotDeleted) {
+    const std::string theirs = frame("a", 2, "");
+    write("f", frame("a", 1, ""));
+    write("new", theirs);
+    const auto until = [](const auto& holds) {
+        while (!holds()) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    };
+    const Running holder =
+        start("lock run f -- sh -c", {"touch held; while [ ! -e go ]; do sleep 0.02; done; mv new f"});
+    until([&] { return exists("held"); });
+    const Running deleter = start("binvar delete f a --wait 60");
+    until([&] { return !read(deleter.err).empty(); });  // it has read, and says whom it waits for
+    write("go", "");
+    EXPECT_EQ(finish(holder).status, 0);
+    EXPECT_EQ(finish(deleter).status, 5);
+    EXPECT_EQ(read("f"), theirs);
 }
 
 }  // namespace

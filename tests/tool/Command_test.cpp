@@ -76,6 +76,8 @@ TEST_F(Command, ErrorsSayWhatWhereWhyAndWhatNext) {
     EXPECT_EQ(genreg("varval set absent a 1").err,
               "genreg: absent: cannot set a: there is no such file\n"
               "  try: check the path; an add creates a missing file   [0x90000513]\n");
+    write("it's", "b = 1\n");
+    EXPECT_NE(genreg("varval get it's a").err.find("varval list 'it'\\''s'"), std::string::npos);
     expectFailure(3,
                   R"({"schema":1,"kind":"missing","exit":3,"code":"0x90000513","operation":"varval set",)"
                   R"("path":"absent","message":"absent: cannot set a: there is no such file",)"
@@ -101,6 +103,8 @@ TEST_F(Command, WhatIsNoReadableFileIsToldApart) {
         }
     }
     EXPECT_EQ(names(), "d dangling f loop");
+    // A file that cannot be read to its end is not taken for what came before.
+    EXPECT_NE(genreg("diff f /proc/self/mem").err.find("input/output error"), std::string::npos);
 }
 
 TEST_F(Command, MissingPermissionsAreNamedAndNothingChanges) {

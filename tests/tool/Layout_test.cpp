@@ -51,7 +51,8 @@ protected:
     // Every command that takes a file apart finds it in "f", and says so in the same words.
     void expectDamage(const std::string& said) {
         std::string first;
-        for (const Words& words : std::vector<Words>{{"status", "f"}, {"dump", "f"}, {"diff", "f", "f"}}) {
+        for (const Words& words :
+             std::vector<Words>{{"status", "f"}, {"dump", "f"}, {"dump", "f", "--raw"}, {"diff", "f", "f"}}) {
             EXPECT_EQ(run(words), 7) << words[0];
             const std::string message = last().err.substr(0, last().err.find('\n'));
             EXPECT_NE(message.find(said), std::string::npos) << message;

@@ -28,6 +28,7 @@ TEST_F(Lock, ACommandRunsUnderItAndItsStatusIsPassedOn) {
     EXPECT_EQ(report["held"], true);
     EXPECT_EQ(report["program"], "genreg");
     EXPECT_EQ(status("lock run f -- sh -c", {"kill -9 $$"}), 137);
+    EXPECT_EQ(status("lock run f -- sh -c", {"kill -PIPE $$"}), 141) << "what the tool ignores is not its";
     EXPECT_EQ(status("lock run f -- no-such-command"), 127);
     EXPECT_EQ(status("lock run f -- ./f"), 126);
     EXPECT_EQ(status("lock run f"), 2);
@@ -144,6 +145,7 @@ TEST_F(Lock, ASignalReachesTheCommandAndTheLockEndsWithIt) {
     ::kill(holder.pid, SIGTERM);
     EXPECT_EQ(finish(holder).status, 128 + SIGTERM);
     EXPECT_EQ(status("lock status f"), 0);
+    EXPECT_TRUE(object("lock status f")["pid"].is_null()) << "who held it is nobody who holds it";
 }
 
 TEST_F(Lock, StatusExplainsWhatAKilledWriterLeft) {

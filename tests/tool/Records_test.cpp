@@ -230,6 +230,9 @@ TEST_F(Records, DiffTellsRecordsByKey) {
     EXPECT_EQ(difference.out,
               "--- a\n+++ b\n- variable S old\n~ variable S x\n    value: 1 -> -\n"
               "    0x40000000: 07 -> 08\n+ variable S new\n    value = n\n");
+    write("c", frame(record("x", 4).text("").end()));
+    write("d", frame(record("x").end()));
+    EXPECT_EQ(genreg("diff c d").out, "--- c\n+++ d\n~ variable S x\n    value: \"\" -> -\n");
     write("c", fresh + same);
     EXPECT_NE(done("diff b c").find("order"), std::string::npos);
     // Alone: with what a writer left beside it, else with the global registry.

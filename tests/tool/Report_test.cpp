@@ -61,6 +61,8 @@ TEST_F(Report, StatusCountsLinesByKind) {
     EXPECT_EQ(report["companions"].size(), 0U);
     EXPECT_EQ(out("--registry f status"), out("status f"));
     EXPECT_EQ(names(), "f") << "looking leaves nothing behind";
+    link("nowhere", "f.tmp");
+    EXPECT_EQ(object("status f")["companions"].at(0)["companion"], "tmp") << "a link that somebody planted, too";
     write("binary", std::string("a\0b", 3));
     EXPECT_EQ(objects(genreg("status binary --json").out).at(0)["lines"], nullptr);
 }
@@ -86,6 +88,18 @@ TEST_F(Report, ADifferenceAppliedToTheOneGivesTheOther) {
     std::reverse(after.begin() + 10000, after.begin() + 10010);
     EXPECT_EQ(patched(before, after, &edits), after);
     EXPECT_LE(edits, 60U);
+    // Where one line in the middle is all that they share, what stands behind it is compared as well.
+    constexpr int OTHERS = 2100;
+    before.clear();
+    after.clear();
+    for (int i = 0; i < OTHERS; ++i) {
+        before.push_back("old " + std::to_string(i));
+        after.push_back("new " + std::to_string(i));
+    }
+    before.insert(before.end(), {"one", "same", "same", "z"});
+    after.insert(after.end(), {"one", "a", "same", "same"});
+    EXPECT_EQ(patched(before, after, &edits), after);
+    EXPECT_EQ(edits, 2U * OTHERS + 2);
 }
 
 TEST_F(Report, ADifferenceNamesAMissingNewlineAndWhatIsNoText) {

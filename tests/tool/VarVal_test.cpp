@@ -38,6 +38,10 @@ TEST_F(VarVal, ReadsTheFirstLineOrEveryLineOfAName) {
               R"({"schema":1,"line":8,"name":"port","value":"6000","comment":null})"
               "\n");
     expectFailure(1, "port", "varval get f prot");
+    for (const char* noText : {"\xed\xa0\x80", "\xc0\xaf", "\xf4\x90\x80\x80"}) {
+        write("f", std::string("odd = ") + noText + "\n");
+        EXPECT_TRUE(object("varval get f odd").contains("value_b64")) << "no UTF-8, though it looks so";
+    }
 }
 
 TEST_F(VarVal, TypedValuesAreConvertedWholeOrRefused) {

@@ -1,3 +1,7 @@
+#include <fcntl.h>
+#include <signal.h>
+
+#include <ctime>
 #include <functional>
 #include <thread>
 
@@ -125,7 +129,43 @@ TEST_F(Watch, ACommandRunsForEachChange) {
 
 using Monitor = InPrivateWorld<Watch, Programs::AreRun>;
 
+constexpr char LOCK[] = "/var/rvn/.fmcd.lock";
+
+// This process holds the lock: as one that the system cannot name, then as a monitor.
+TEST_F(Monitor, IsNotWokenByARehearsal) {
+    const int file = ::open(LOCK, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    set("inst1");
+    ASSERT_EQ(::fcntl(file, F_OFD_SETLK, &lock), 0);
+    const Json shown = object("status")["monitor"];
+    EXPECT_EQ(shown["held"], true);
+    EXPECT_TRUE(shown["pid"].is_null());
+    lock.l_type = F_UNLCK;
+    ASSERT_EQ(::fcntl(file, F_OFD_SETLK, &lock), 0);
+    lock.l_type = F_WRLCK;
+    ASSERT_EQ(::fcntl(file, F_SETLK, &lock), 0);
+    sigset_t hangup;
+    sigemptyset(&hangup);
+    sigaddset(&hangup, SIGHUP);
+    ASSERT_EQ(::sigprocmask(SIG_BLOCK, &hangup, nullptr), 0);
+    const timespec now = {};
+    set("inst2 -n");
+    EXPECT_EQ(::sigtimedwait(&hangup, nullptr, &now), -1);
+    set("inst2");
+    EXPECT_EQ(::sigtimedwait(&hangup, nullptr, &now), SIGHUP);
+    ASSERT_EQ(::sigprocmask(SIG_UNBLOCK, &hangup, nullptr), 0);
+    ::close(file);
+}
+
 TEST_F(Monitor, IsTheOneThatWritersWake) {
+    link("/tmp/elsewhere", LOCK);
+    const Running refused = start("watch");
+    EXPECT_TRUE(tells(refused.err, "symbolic links")) << "one is planted where the lock should be";
+    ::kill(refused.pid, SIGTERM);
+    EXPECT_EQ(finish(refused).status, 3);
+    EXPECT_FALSE(exists("/tmp/elsewhere"));
+    remove(LOCK);
     const Running monitor = watch("--json");
     expectFailure(4, "pid " + std::to_string(monitor.pid), "watch");
     set("inst1");
