@@ -47,6 +47,20 @@ TEST_F(InstallTest, LinesThatAreNotUnderstoodChangeNothing) {
     }
 }
 
+TEST_F(InstallTest, ThePathIsHandedOutWholeOrNotAtAll) {
+    const std::string whole = path("");
+    std::string buffer(whole.size() + 2, '?');
+    EXPECT_EQ(sqloInstallPath(whole.size() + 1, buffer.data()), 0u);
+    EXPECT_EQ(buffer, whole + std::string("\0?", 2));
+    for (const unsigned long size : {whole.size(), 1UL, 0UL}) {
+        buffer.assign(buffer.size(), '?');
+        EXPECT_EQ(sqloInstallPath(size, buffer.data()), OSS_BUFFER_TOO_SMALL);
+        EXPECT_EQ(buffer[0], size == 0 ? '?' : '\0');
+        EXPECT_EQ(buffer[size], '?');
+    }
+    EXPECT_EQ(sqloInstallPath(1, nullptr), OSS_NULL_POINTER);
+}
+
 TEST_F(InstallTest, ASetuidProgramListensToNoEnvironment) {
     if (::getuid() != 0) {
         GTEST_SKIP() << "needs root to make a set-user-ID program";
