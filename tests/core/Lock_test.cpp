@@ -114,6 +114,7 @@ TEST_F(LockTest, TheHolderIsNamedNotTheLastWhoLeftANote) {
     ASSERT_EQ(writer.Lock(HERE, 10), 0u);
     EXPECT_EQ(note().pid, ::getpid());
     EXPECT_NE(note().since, 0);
+    EXPECT_STREQ(note().program, "core_test");
     // Where another's locks cannot be seen the note counts, unless it is of a process that had this number before.
     const auto seenByOthers = [&] {
         return inChild([&] { return ::setuid(12345) == 0 && note().pid == ::getppid() ? 0 : 1; });
