@@ -54,8 +54,11 @@ TEST_F(Records, WhatIsSetIsReadBackListedAndRemoved) {
     EXPECT_EQ(out("instance list OTHER"), "");
     EXPECT_EQ(status("variable get RVN V comment"), 1);
     expectFailure(1, "try: inst,", "instance get RVN 9.7.0.2 isnt");
-    done("service remove RVN 9.7.0.2");
+    done("instance set RVN 9.8 other");
+    EXPECT_NE(done("service remove RVN 9.7.0.2").find("leaves without a service: instance RVN 9.7.0.2 inst\n"),
+              std::string::npos);
     EXPECT_EQ(status("service remove RVN 9.7.0.2"), 1);
+    done("instance remove RVN 9.8 other");
     // A variable is found by its key, whatever its further text.
     done("variable remove RVN V");
     done("instance remove RVN 9.7.0.2 inst");

@@ -1,7 +1,9 @@
 // Setting and removing records of the global registry.
 #include <fmt/core.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstring>
 #include <iterator>
 
 #include "Answers.h"
@@ -203,7 +205,24 @@ std::vector<FoundRecord> removable(const RecordTask& task, const std::vector<Fou
     return matches;
 }
 
-bool removeFrom(const RecordTask& task, const std::string& path) {
+// The instances whose service would be gone with these records.
+std::vector<std::string> leftBehind(const std::vector<FoundRecord>& all, const std::vector<FoundRecord>& removed) {
+    std::vector<std::string> names;
+    for (const GlobalRegRecord& record : all) {
+        const auto isOf = [&](const GlobalRegRecord& service) {
+            return service.recordType == GLOBALREG_SERVICE && record.recordType == GLOBALREG_INSTANCE &&
+                   record.body.instance.versionCode == service.body.service.versionCode &&
+                   std::strncmp(record.body.instance.service, service.body.service.service,
+                                sizeof service.body.service.service) == 0;
+        };
+        if (std::any_of(removed.begin(), removed.end(), isOf)) {
+            names.push_back(keyText(record));
+        }
+    }
+    return names;
+}
+
+bool removeFrom(const RecordTask& task, const std::string& path, std::vector<std::string>* left) {
     const std::vector<FoundRecord> all = recordsOf(task, path);
     const std::vector<FoundRecord> matches = removable(task, all);
     GlobalRegistry registry(task.context, path, path != task.path);
@@ -216,7 +235,25 @@ bool removeFrom(const RecordTask& task, const std::string& path) {
     if (code != 0) {
         throw libraryFailure(code, path, task.doing);
     }
+    *left = leftBehind(all, matches);
     return true;
+}
+
+void tellLeftBehind(const RecordTask& task, const std::vector<std::string>& left) {
+    constexpr std::size_t SHOWN = 5;
+    if (left.empty()) {
+        return;
+    }
+    std::string names;
+    for (std::size_t i = 0; i < std::min(left.size(), SHOWN); ++i) {
+        names += (names.empty() ? "" : ", ") + left[i];
+    }
+    if (left.size() > SHOWN) {
+        names += fmt::format(" and {} more", left.size() - SHOWN);
+    }
+    task.context.output.note("left-behind", task.path,
+                             fmt::format("{}: {} without a service: {}", keyText(task.key),
+                                         task.context.options.dryRun ? "would leave" : "leaves", names));
 }
 
 }  // namespace
@@ -268,8 +305,11 @@ int removeRecords(Context& context, const RecordArguments& arguments) {
         }
     }
     Change change = changeOf(task);
-    change.make = [&](const std::string& path) { return removeFrom(task, path); };
-    return carryOut(context, change);
+    std::vector<std::string> left;
+    change.make = [&](const std::string& path) { return removeFrom(task, path, &left); };
+    const int status = carryOut(context, change);
+    tellLeftBehind(task, left);
+    return status;
 }
 
 }  // namespace tool
