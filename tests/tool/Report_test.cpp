@@ -121,6 +121,14 @@ TEST_F(Report, EveryCodeIsExplainedInEveryForm) {
         EXPECT_FALSE(all[i]["advice"].get<std::string>().empty());
         EXPECT_FALSE(all[i]["operations"].get<std::string>().empty());
         exits[all[i]["code"]] = all[i]["exit"];
+        // What became of the file is told wherever an update may have failed, and as the sentence tells it.
+        const std::string text = all[i]["text"];
+        const bool kept = text.find("not replaced") != std::string::npos || text.find("as it was") != std::string::npos;
+        const bool replaced =
+            text.find("change stands") != std::string::npos || text.find("was updated") != std::string::npos;
+        EXPECT_TRUE(!kept || all[i]["file"] == "kept") << text;
+        EXPECT_TRUE(!replaced || all[i]["file"] == "replaced") << text;
+        EXPECT_EQ(all[i]["exit"] == 8, !all[i]["file"].is_null()) << text;
     }
     EXPECT_EQ(genregCodeAt(all.size()), 0U);
     const std::string once = out("explain 0x900001f6");

@@ -66,6 +66,9 @@ Json explanation(unsigned int code) {
     object["advice"] = advice.empty() ? std::string(meaning.advice) : advice;
     object["exit"] = meaning.exitStatus;
     object["inner_decides"] = meaning.wrapper;
+    constexpr const char* FILES[] = {nullptr, "kept", "replaced", "unknown"};
+    const char* const file = FILES[static_cast<std::size_t>(meaning.file)];
+    object["file"] = file == nullptr ? Json(nullptr) : Json(file);
     return object;
 }
 

@@ -31,11 +31,6 @@ std::string clause(unsigned int code) {
     return text;
 }
 
-bool saysWhatStands(const std::string& text) {
-    return text.find("replaced") != std::string::npos || text.find("stands") != std::string::npos ||
-           text.find("was updated") != std::string::npos;
-}
-
 std::string detailOf(unsigned int code, const GenRegCause& cause) {
     std::string text = fmt::format("{:#010x} {}", code, genregCodeName(code));
     if (cause.code == 0) {
@@ -78,8 +73,8 @@ Failure libraryFailure(unsigned int code, std::string path, const std::string& d
     if (known && systemError == ENOENT && meaning->exitStatus == EXIT_UNREADABLE) {
         meaning = &classOf(REG_MISSING);
     }
-    if (meaning->exitStatus == EXIT_WRITE_FAILED && !saysWhatStands(why)) {
-        why += meaning->replaced ? "; the change stands" : "; the file was not replaced";
+    if (const std::string_view after = fileAfter(deciding); !after.empty()) {
+        why += fmt::format("; {}", after);
     }
 
     Failure failure;
