@@ -85,6 +85,41 @@ TEST_F(Command, ErrorsSayWhatWhereWhyAndWhatNext) {
                   "varval set absent a 1 --json");
 }
 
+TEST_F(Command, AnAddMakesNoFolderUnlessItIsAskedTo) {
+    for (const char* line : {"varval add new/dir/f a 1", "binvar add new/dir/f a 1", "services add new/dir/f a 1/tcp",
+                             "inittab add new/dir/f a 1 once x"}) {
+        expectFailure(3, "there is no folder new/dir\n", line);
+        expectFailure(3, "--parents", std::string("-n ") + line);
+        EXPECT_EQ(names(), "");
+        const Result made = genreg(std::string("--parents ") + line);
+        EXPECT_EQ(made.status, 0) << made.err;
+        EXPECT_NE(made.err.find("new/dir: the folder is new"), std::string::npos) << made.err;
+        EXPECT_EQ(genreg(std::string("--parents --all ") + line).err, "");
+        remove("new");
+    }
+    // A link counts as what it leads to.
+    link("no/f", "dangling");
+    expectFailure(3, "there is no folder ", "varval add dangling a 1");
+    EXPECT_EQ(status("varval set new/f a 1"), 3);
+    write("f", "");
+    EXPECT_EQ(status("varval add f/f a 1 --parents"), 8);
+    EXPECT_EQ(names(), "dangling f");
+    // The global registry's comes with it.
+    EXPECT_NE(genreg("--registry new/g service set RVN 9.7").err.find("new: the folder is new"), std::string::npos);
+}
+
+TEST_F(Command, OtherNamesOfAFileAreSpokenOf) {
+    write("f", "a = 1\n");
+    std::filesystem::create_hard_link(path("f"), path("twin"));
+    EXPECT_NE(genreg("-n varval set f a 2").err.find("1 other name "), std::string::npos);
+    EXPECT_NE(genreg("varval set f a 2").err.find("1 other name "), std::string::npos);
+    EXPECT_EQ(read("twin"), "a = 1\n");
+    EXPECT_EQ(genreg("varval set f a 3").err, "");
+    // The backup of an interrupted commit is none of the user's.
+    std::filesystem::create_hard_link(path("f"), path(".f.bkp"));
+    EXPECT_EQ(genreg("varval set f a 4").err, "");
+}
+
 TEST_F(Command, WhatIsNoReadableFileIsToldApart) {
     write("f", "a = 1\n");
     std::filesystem::create_directory(path("d"));

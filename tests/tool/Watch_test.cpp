@@ -165,8 +165,9 @@ TEST_F(Monitor, IsTheOneThatWritersWake) {
     ::kill(refused.pid, SIGTERM);
     EXPECT_EQ(finish(refused).status, 3);
     EXPECT_FALSE(exists("/tmp/elsewhere"));
-    remove(LOCK);
+    std::filesystem::remove_all("/var/rvn");  // as on a machine where nothing was recorded yet
     const Running monitor = watch("--json");
+    EXPECT_NE(read(monitor.err).find("/var/rvn\",\"message\":\"the folder is new\""), std::string::npos);
     expectFailure(4, "pid " + std::to_string(monitor.pid), "watch");
     set("inst1");
     EXPECT_TRUE(tells(monitor.out, "inst1"));

@@ -141,7 +141,7 @@ constexpr Command COMMANDS[] = {
     {"binvar get-all", "the values of every record of a variable", 0, declareGetAll},
     {"binvar set", "change a value; the record keeps its place and comment", USES_UPDATE | USES_IF_VALUE | USES_ALL,
      declareSet},
-    {"binvar add", "append a record for a new variable", USES_UPDATE | USES_ALL, declareAdd},
+    {"binvar add", "append a record for a new variable", USES_UPDATE | USES_PARENTS | USES_ALL, declareAdd},
     {"binvar delete", "remove the record of a variable", USES_UPDATE | USES_IF_VALUE | USES_ALL | USES_YES,
      declareDelete},
 };

@@ -89,6 +89,8 @@ void declareGlobals(Parser& parser, Context& context) {
     parser.acting.emplace_back(USES_ALL,
                                app.add_flag("--all", options.all, "every record that matches, not just a single one"));
     parser.acting.emplace_back(USES_YES, app.add_flag("-y,--yes", options.yes, "do not ask"));
+    parser.acting.emplace_back(USES_PARENTS,
+                               app.add_flag("--parents", options.parents, "make the folder of a file that is new"));
     app.add_flag("-q", context.output.style.quiet, "no remarks on standard error");
     app.add_flag("-v", context.output.style.verbose, "say more on standard error");
     app.add_option("--color", parser.color, "auto, always or never (auto heeds NO_COLOR and TERM=dumb)")
@@ -295,6 +297,7 @@ int run(Context& context, std::span<const CommandGroup> groups, std::span<const 
     }
     chooseColor(parser.color, context.output);
     context.operation = parser.chosen->name;
+    context.uses = parser.chosen->uses;
     refuseIdleOptions(parser);
     setPatience(context);
     return parser.action(context);

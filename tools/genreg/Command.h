@@ -22,6 +22,7 @@ struct Options {
     std::optional<std::string> ifValue;
     bool all = false;
     bool yes = false;
+    bool parents = false;
 };
 
 // What a command works with.
@@ -29,6 +30,7 @@ struct Context {
     Options options;
     Output output;
     std::string operation;  // the command's name
+    unsigned int uses = 0;  // of the command: USES_*
     int argumentCount = 0;  // the command line, as main got it
     char** arguments = nullptr;
 };
@@ -43,6 +45,7 @@ constexpr unsigned int USES_IF_VALUE = 0x4;
 constexpr unsigned int USES_ALL = 0x8;
 constexpr unsigned int USES_REGISTRY = 0x10;
 constexpr unsigned int USES_YES = 0x20;
+constexpr unsigned int USES_PARENTS = 0x40;
 constexpr unsigned int USES_UPDATE = USES_DRY_RUN | USES_DIFF;
 
 struct Command {

@@ -2,6 +2,8 @@
 
 #include <fmt/core.h>
 #include <genreg/Codes.h>
+#include <osse/Files.h>
+#include <osse/OSSHFile.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -55,6 +57,51 @@ bool judgeFile(const std::string& path, const std::string& doing, bool mustExist
         throw notRegular(path, doing, status.type() == std::filesystem::file_type::directory);
     }
     return true;
+}
+
+bool isSameFile(const std::string& a, const std::string& b) {
+    std::error_code error;
+    return std::filesystem::equivalent(a, b, error) && !error;
+}
+
+std::string folderOf(const std::string& path) {
+    const std::filesystem::path parent = std::filesystem::path(path).parent_path();
+    return parent.empty() ? "." : parent.string();
+}
+
+bool isFolder(const std::string& folder) {
+    std::error_code error;
+    return std::filesystem::is_directory(folder, error);
+}
+
+Failure missingFolder(const std::string& folder, const std::string& path, const std::string& doing) {
+    std::error_code error;
+    const auto type = std::filesystem::status(folder, error).type();
+    if (type != std::filesystem::file_type::not_found) {
+        return systemFailure(error ? error.value() : ENOTDIR, path, doing);
+    }
+    Failure failure = systemFailure(ENOENT, path, doing);
+    failure.message = fmt::format("{}: cannot {}: there is no folder {}", printable(path), doing, printable(folder));
+    failure.hint = "check the path; --parents makes the folder";
+    return failure;
+}
+
+void makeFolder(Output& output, const std::string& folder) {
+    constexpr unsigned long PERMISSIONS = 0755;
+    if (isFolder(folder)) {
+        return;
+    }
+    const OSSDirectoryCreateRequest request = {OSS_REQUEST_VERSION, folder.c_str(), PERMISSIONS, 2};
+    if (const unsigned int code = ossDirectoryCreate(&request)) {
+        throw libraryFailure(code, folder, "make the folder");
+    }
+    tellOfFolder(output, folder);
+}
+
+void tellOfFolder(Output& output, const std::string& folder) {
+    if (!folder.empty() && isFolder(folder)) {
+        output.note("created", folder, "the folder is new");
+    }
 }
 
 std::string readFile(const std::string& path, const std::string& doing) {

@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "Output.h"
+
 namespace tool {
 
 // The bytes of a regular file. Throws a Failure for what is missing, unreadable or no regular file.
@@ -24,6 +26,19 @@ struct FileLine {
 // Refuses, in words, what the library would stumble over: a directory, a device, a pipe (whose opening would wait for
 // ever). Answers whether the file exists; a missing one is refused only when it must exist.
 bool judgeFile(const std::string& path, const std::string& doing, bool mustExist);
+
+// Whether both paths lead to one file.
+[[nodiscard]] bool isSameFile(const std::string& a, const std::string& b);
+
+// The folder that a file lies in.
+[[nodiscard]] std::string folderOf(const std::string& path);
+[[nodiscard]] bool isFolder(const std::string& folder);
+// Why a file cannot be made there.
+[[nodiscard]] Failure missingFolder(const std::string& folder, const std::string& path, const std::string& doing);
+// Makes it where it is missing, and those above, as the library does for an add. Throws a Failure.
+void makeFolder(Output& output, const std::string& folder);
+// Says that it is new, once it is there.
+void tellOfFolder(Output& output, const std::string& folder);
 
 // A private folder, removed with everything in it at the end. Signals that would end the tool wait until then.
 class ScratchFolder {

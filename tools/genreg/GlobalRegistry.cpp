@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <filesystem>
 #include <memory>
 #include <new>
 
@@ -66,11 +65,6 @@ std::string globalRegistryPath(const Context& context) {
         throw systemFailure(ENOMEM, path, "use it as the global registry");
     }
     return path;
-}
-
-bool isSameFile(const std::string& a, const std::string& b) {
-    std::error_code error;
-    return std::filesystem::equivalent(a, b, error) && !error;
 }
 
 GlobalRegistry::GlobalRegistry(const Context& context, const std::string& path, bool rehearsal) : path_(path) {

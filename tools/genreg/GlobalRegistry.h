@@ -14,8 +14,6 @@ namespace tool {
 
 // The global registry that the options and the surroundings choose, for updates of it. Throws a Failure.
 [[nodiscard]] std::string globalRegistryPath(const Context& context);
-// Whether both paths lead to one file.
-[[nodiscard]] bool isSameFile(const std::string& a, const std::string& b);
 
 // The library's engine with slots of its own. Where those of the library take an absent number for 0, and ask a
 // variable for its further text whatever the mask says, here just the fields of the mask count; and records are equal

@@ -226,7 +226,7 @@ constexpr Command COMMANDS[] = {
     {"inittab get", "run levels, action and command of an entry, the first of its lines", USES_ALL, declareGet},
     {"inittab set", "change an entry; its line keeps its place and comment", USES_UPDATE | USES_IF_VALUE | USES_ALL,
      declareSet},
-    {"inittab add", "append a line for a new entry", USES_UPDATE | USES_ALL, declareAdd},
+    {"inittab add", "append a line for a new entry", USES_UPDATE | USES_PARENTS | USES_ALL, declareAdd},
     {"inittab delete", "remove the line of an entry", USES_UPDATE | USES_IF_VALUE | USES_ALL | USES_YES, declareDelete},
 };
 

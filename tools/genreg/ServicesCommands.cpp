@@ -218,7 +218,7 @@ constexpr Command COMMANDS[] = {
     {"services get", "the port and protocol of a service, the first of its lines", USES_ALL, declareGet},
     {"services set", "change a service; what is not given stays, and so does its line",
      USES_UPDATE | USES_IF_VALUE | USES_ALL, declareSet},
-    {"services add", "append a line for a new service", USES_UPDATE | USES_ALL, declareAdd},
+    {"services add", "append a line for a new service", USES_UPDATE | USES_PARENTS | USES_ALL, declareAdd},
     {"services delete", "remove the line of a service", USES_UPDATE | USES_IF_VALUE | USES_ALL | USES_YES,
      declareDelete},
 };

@@ -72,6 +72,61 @@ void tell(Context& context, const Change& change, bool changed, const std::optio
     }
 }
 
+// Refuses to add to a file whose folder is missing, unless it shall be made. The folder that will be made, or nothing.
+std::string folderToMake(const Context& context, const Change& change) {
+    const bool adds = change.makesFolder || (context.uses & USES_PARENTS) != 0;
+    if (judgeFile(change.path, change.doing, false) || !adds) {
+        return {};
+    }
+    std::string folder = folderOf(RegistryFile(change.path).registryPath());
+    if (isFolder(folder)) {
+        return {};
+    }
+    if (!change.makesFolder && !context.options.parents) {
+        throw missingFolder(folder, change.path, change.doing);
+    }
+    return folder;
+}
+
+// An update gives the name to a new file; what else the old one is called goes on with the old contents.
+void warnOfOtherNames(Context& context, const Change& change) {
+    std::error_code error;
+    const auto names = std::filesystem::hard_link_count(change.path, error);
+    if (error || names < 2) {
+        return;
+    }
+    // The backup of a commit that was interrupted is a name too, which the next one takes away.
+    const std::uintmax_t own = isSameFile(change.path, RegistryFile(change.path).backupPath()) ? 2 : 1;
+    if (names > own) {
+        context.output.note("hard-link", change.path,
+                            fmt::format("the file has {} other name{} (hard links), which a change leaves with the old "
+                                        "contents",
+                                        names - own, names - own == 1 ? "" : "s"));
+    }
+}
+
+// Makes the change, and tells of the folder and the file that are new, and of what a new file lacks.
+bool makeInPlace(Context& context, const Change& change, const std::string& newFolder) {
+    const bool created = !judgeFile(change.path, change.doing, false);
+    const Belongings before = belongingsOf(change.path);
+    bool changed = false;
+    try {
+        changed = change.make(change.path);
+    } catch (const Failure&) {
+        tellOfFolder(context.output, newFolder);
+        throw;
+    }
+    tellOfFolder(context.output, newFolder);
+    context.output.changed = changed;
+    if (const std::string lost = created ? "" : lostBelongings(before, belongingsOf(change.path)); !lost.empty()) {
+        context.output.note("not-kept", change.path, "the new file could not be given " + lost);
+    }
+    if (created && changed) {
+        context.output.note("created", change.path, "the file is new");
+    }
+    return changed;
+}
+
 }  // namespace
 
 RegistryFile::RegistryFile(const std::string& path) {
@@ -87,28 +142,21 @@ Change changeOfRecords(const std::string& path, const std::string& doing, const 
     const auto print = [](Output& output, const Difference& difference) {
         (void)printRecordDifference(output, difference);
     };
-    return {path, doing, result, {}, print, recordDifferenceObjects};
+    return {path, doing, result, {}, print, recordDifferenceObjects, true};
 }
 
 int carryOut(Context& context, const Change& change) {
     std::optional<Difference> difference;
     bool changed = true;
+    const std::string newFolder = folderToMake(context, change);
+    warnOfOtherNames(context, change);
     if (context.options.dryRun || context.options.diff) {
         difference = rehearse(change);
         changed = !difference->empty();
     }
     context.output.changed = false;
     if (!context.options.dryRun) {
-        const bool created = !judgeFile(change.path, change.doing, false);
-        const Belongings before = belongingsOf(change.path);
-        changed = change.make(change.path);
-        context.output.changed = changed;
-        if (const std::string lost = created ? "" : lostBelongings(before, belongingsOf(change.path)); !lost.empty()) {
-            context.output.note("not-kept", change.path, "the new file could not be given " + lost);
-        }
-        if (created && changed) {
-            context.output.note("created", change.path, "the file is new");
-        }
+        changed = makeInPlace(context, change, newFolder);
     }
     tell(context, change, changed, difference);
     return EXIT_DONE;

@@ -35,9 +35,11 @@ struct Change {
     // How a difference is shown, to people and to programs.
     std::function<void(Output& output, const Difference& difference)> print = printDifference;
     std::function<std::vector<Json>(const Difference& difference)> objects = differenceObjects;
+    bool makesFolder = false;  // where the file's folder is missing; else --parents must ask for it
 };
 
-// A change of the global registry, whose difference is shown record by record. It has yet to be told how it is made.
+// A change of the global registry, which has its folder made and whose difference is shown record by record. It has yet
+// to be told how it is made.
 [[nodiscard]] Change changeOfRecords(const std::string& path, const std::string& doing, const Json& result);
 
 // Makes the change as the options ask, tells of it, answers the exit status.

@@ -404,7 +404,7 @@ constexpr Command COMMANDS[] = {
     {"varval get-all", "the values of every line of a variable", 0, declareGet<true>},
     {"varval set", "change a value; the line keeps its layout and comment", USES_UPDATE | USES_IF_VALUE | USES_ALL,
      declareSet},
-    {"varval add", "append a line for a new variable", USES_UPDATE | USES_ALL, declareAdd},
+    {"varval add", "append a line for a new variable", USES_UPDATE | USES_PARENTS | USES_ALL, declareAdd},
     {"varval delete", "remove the line of a variable", USES_UPDATE | USES_IF_VALUE | USES_ALL | USES_YES,
      declareDelete},
 };

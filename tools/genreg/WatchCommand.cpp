@@ -17,6 +17,7 @@
 #include "GlobalPath.h"
 #include "RegistryChanges.h"
 #include "Text.h"
+#include "Update.h"
 #include "Watching.h"
 
 extern char** environ;
@@ -238,7 +239,8 @@ int watch(Context& context, const Arguments& arguments) {
     WatchSignals signals(!arguments.follow);
     std::optional<MonitorLock> lock;
     if (!arguments.follow) {
-        lock.emplace();
+        lock.emplace(context.output);
+        makeFolder(context.output, folderOf(RegistryFile(path).registryPath()));
     }
     Watcher watcher(context, arguments, signals, path);
     watcher.begin();

@@ -13,12 +13,14 @@
 #include <filesystem>
 
 #include "Failure.h"
+#include "Files.h"
 #include "Text.h"
 
 namespace tool {
 namespace {
 
 constexpr char LOCK_PATH[] = "/var/rvn/.fmcd.lock";
+constexpr char OR_FOLLOW[] = ", or genreg watch --follow, which needs no lock";
 constexpr int LOCK_PERMISSIONS = 0644;
 constexpr unsigned int NEWS =
     IN_CREATE | IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE | IN_MOVE_SELF | IN_ONLYDIR;
@@ -63,14 +65,20 @@ struct flock wholeFile(short type) {
 
 }  // namespace
 
-MonitorLock::MonitorLock() {
+MonitorLock::MonitorLock(Output& output) {
+    try {
+        makeFolder(output, folderOf(LOCK_PATH));
+    } catch (Failure& failure) {
+        failure.hint += OR_FOLLOW;
+        throw;
+    }
     descriptor_ = open(LOCK_PATH, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, LOCK_PERMISSIONS);
     if (descriptor_ < 0) {
         const int error = errno;
         Failure failure = systemFailure(error, LOCK_PATH, "become the monitor");
         const bool forbidden = error == EACCES || error == EPERM || error == EROFS;
         failure.hint = forbidden ? "run it as a user who may write there" : failure.hint;
-        failure.hint += ", or genreg watch --follow, which needs no lock";
+        failure.hint += OR_FOLLOW;
         throw failure;
     }
     struct flock request = wholeFile(F_WRLCK);

@@ -5,14 +5,17 @@
 #include <string>
 #include <vector>
 
+#include "Output.h"
+
 namespace tool {
 
 // The lock that names the process which writers wake. It is a classic record lock: closing any other descriptor of the
 // file in this process would give it back, so it is opened once.
 class MonitorLock {
 public:
-    // Throws a Failure: held by somebody else (with the pid), or not to be opened.
-    MonitorLock();
+    // Makes its folder where that is missing. Throws a Failure: held by somebody else (with the pid), or not to be
+    // opened.
+    explicit MonitorLock(Output& output);
     ~MonitorLock();
     MonitorLock(const MonitorLock&) = delete;
     MonitorLock& operator=(const MonitorLock&) = delete;
