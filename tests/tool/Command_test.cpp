@@ -11,7 +11,7 @@ using Command = ToolTest;
 TEST_F(Command, GlobalOptionsStandBeforeOrBehindTheCommand) {
     write("f", "a = 1\n");
     EXPECT_EQ(out("--json varval get f a"), out("varval get f a --json"));
-    EXPECT_EQ(status("varval --json get --wait 0 f a"), 0);
+    EXPECT_EQ(status("varval --json get --wait 0 f a --wait 1"), 0) << "the last one counts";
     // Words that are commands elsewhere, and values that look like options.
     EXPECT_EQ(status("varval add f status lock"), 0);
     EXPECT_EQ(status("varval set f status -- --json"), 0);
@@ -46,6 +46,46 @@ TEST_F(Command, AMistypedWordIsAnsweredWithTheNearestAndNothingIsDone) {
         expectFailure(2, c.hint, c.line);
     }
     EXPECT_EQ(names(), "f");
+}
+
+TEST_F(Command, NothingThatDestroysIsSuggested) {
+    write("f", "a = 1\na = 2\n");
+    const struct {
+        const char *line, *hint;
+    } cases[] = {
+        // The words of other tools.
+        {"varval rm f a", "genreg varval delete --help"},
+        {"services remove f a", "genreg services delete --help"},
+        {"inittab unset f a", "genreg inittab delete --help"},
+        {"binvar rename f a b", "genreg binvar add with the new name"},
+        {"instance delete RVN", "genreg instance remove --help"},
+        {"instance rename RVN", "genreg instance set with the new name"},
+        {"variable unset RVN V", "genreg variable set, where FIELD= takes a field out"},
+        // Where two are near, the one that keeps.
+        {"log of", "genreg log on\n"},
+        {"varval delte f a", "genreg varval delete --help"},
+        {"varval delete f a --all --yess", "--help"},
+        {"varval delete f a --all", "at a terminal"},
+        {"rm f", "genreg --help"},
+        // Behind "--" nothing is an option.
+        {"varval get f b -- -q", "options come before \"--\""},
+        {"varval delete f -- a --all", "options come before \"--\""},
+        {"instance set RVN 9.7 i -- --dry-run", "options come before \"--\""},
+        {"varval get f a --color never --color auto", "--color is given twice"},
+    };
+    for (const auto& c : cases) {
+        const Result result = genreg(c.line);
+        EXPECT_EQ(result.status, 2) << c.line;
+        std::string hint = result.err.substr(std::min(result.err.find("  try: "), result.err.size()));
+        EXPECT_NE(result.err.find(c.hint), std::string::npos) << c.line << ": " << result.err;
+        for (const std::string word : {"delete", "remove", "off"}) {
+            const std::size_t at = hint.find(" " + word);
+            EXPECT_TRUE(at == std::string::npos || hint.compare(at + 1, word.size() + 7, word + " --help") == 0)
+                << hint;
+        }
+        EXPECT_EQ(hint.find("-y"), std::string::npos) << hint;
+    }
+    EXPECT_EQ(read("f"), "a = 1\na = 2\n");
 }
 
 TEST_F(Command, HelpIsNoFailureAndNamesTheCommands) {
@@ -205,6 +245,19 @@ TEST_F(Command, AFileSizeLimitLeavesTheOldFile) {
     const Result rehearsed = genreg("varval delete f a -n", {}, {"", 2048});
     EXPECT_EQ(rehearsed.status, 8) << rehearsed.err;
     EXPECT_EQ(rehearsed.out, "");
+}
+
+TEST_F(Command, NoMemoryIsToldApartFromADefect) {
+    Surroundings poor;
+    poor.memoryLimit = 256UL << 20U;
+    if (genreg("version decode 1", {}, poor).status != 0) {
+        GTEST_SKIP() << "the tool as built takes more memory than that to start";
+    }
+    write("f", "");
+    std::filesystem::resize_file(path("f"), 512UL << 20U);
+    const Result result = genreg("status f", {}, poor);
+    EXPECT_EQ(result.status, 8);
+    EXPECT_NE(result.err.find("no memory left\n  try: free some memory"), std::string::npos) << result.err;
 }
 
 TEST_F(Command, ColoursAndControlBytesStayWhereTheyBelong) {

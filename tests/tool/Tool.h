@@ -19,6 +19,7 @@ struct Surroundings {
     std::string standardOutput;  // instead of a file that is read back
     unsigned long fileSizeLimit = 0;
     bool unprivileged = false;  // when the test runs as root
+    unsigned long memoryLimit = 0;
 };
 
 class ToolTest : public GlobalRegistry {
@@ -103,6 +104,10 @@ private:
         if (around.fileSizeLimit != 0) {
             const rlimit limit{around.fileSizeLimit, around.fileSizeLimit};
             (void)::setrlimit(RLIMIT_FSIZE, &limit);
+        }
+        if (around.memoryLimit != 0) {
+            const rlimit limit{around.memoryLimit, around.memoryLimit};
+            (void)::setrlimit(RLIMIT_AS, &limit);
         }
         if (around.unprivileged && ::getuid() == 0 && ::setuid(NOBODY) != 0) {
             ::_exit(CANNOT_START);

@@ -148,7 +148,7 @@ TEST_F(VarVal, ASecondLineOfTheNameIsAConflictUnlessAllAreMeant) {
     EXPECT_EQ(status("varval set f a 1 --all"), 0);
     EXPECT_EQ(read("f"), "a = 1 # x\nb = 0\na = 1 # y\n");
     EXPECT_EQ(status("varval add f a 4 --all"), 0);
-    expectFailure(2, "-y", "varval delete f a --all");  // nobody to ask
+    expectFailure(2, "at a terminal", "varval delete f a --all");  // nobody to ask
     EXPECT_EQ(status("varval delete f a --all -y"), 0);
     EXPECT_EQ(read("f"), "b = 0\n");
 }
@@ -178,7 +178,7 @@ TEST_F(VarVal, ANewLineLooksLikeTheLastOne) {
         EXPECT_EQ(status("varval add f n 1"), 0);
         EXPECT_EQ(read("f"), c.after);
     }
-    EXPECT_NE(genreg("varval add new/f n 1").err.find("new"), std::string::npos);
+    EXPECT_NE(genreg("varval add new/f n 1 --parents").err.find("new"), std::string::npos);
     EXPECT_EQ(read("new/f"), "n = 1\n");
 }
 

@@ -88,7 +88,8 @@ Failure otherValue(const std::string& path, const std::string& name, const std::
 
 void confirm(const std::string& path, const std::string& what) {
     if (isatty(STDIN_FILENO) == 0 || isatty(STDERR_FILENO) == 0) {
-        throw usageFailure(fmt::format("{}: {}: there is nobody to ask", printable(path), what), "-y");
+        throw usageFailure(fmt::format("{}: {}: there is nobody to ask", printable(path), what),
+                           "run it at a terminal, which asks");
     }
     toStandardError(fmt::format("genreg: {}: {}? [y/N] ", printable(path), what));
     std::string reply;

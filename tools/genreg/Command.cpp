@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "LockPatience.h"
+#include "Suggestions.h"
 #include "Text.h"
 
 namespace tool {
@@ -83,6 +84,7 @@ void declareGlobals(Parser& parser, Context& context) {
     parser.acting.emplace_back(USES_DIFF, app.add_flag("--diff", options.diff, "show what was changed"));
     app.add_option("--wait", options.waitSeconds, "how long to wait for a lock (10; 0 fails at once)")
         ->type_name("SECONDS")
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
         ->check(secondsProblem);
     parser.acting.emplace_back(
         USES_IF_VALUE, app.add_option("--if-value", options.ifValue, "only if this is the value now")->type_name("V"));
@@ -165,40 +167,89 @@ std::vector<std::string> commandNames(const CLI::App& app) {
     return names;
 }
 
+// The words behind "--", which are no options.
+std::vector<std::string> behindSeparator(const Context& context) {
+    char** const end = context.arguments + context.argumentCount;
+    char** const separator =
+        std::find_if(context.arguments, end, [](const char* word) { return std::string_view(word) == "--"; });
+    return {separator == end ? end : separator + 1, end};
+}
+
+Failure oneTooMany(const CLI::App& command, const std::string& word, bool misplaced) {
+    const std::string help = fmt::format("{} --help", fullName(command));
+    return usageFailure(fmt::format("{}one argument too many: \"{}\"", shortName(command), printable(word)),
+                        misplaced ? "options come before \"--\"; " + help : help);
+}
+
+// The parser takes a word behind "--" for an option all the same when the command has no place left for it.
+void refuseOptionsBehindSeparator(const Context& context, const CLI::App& root) {
+    const CLI::App& command = innermost(root);
+    std::vector<std::string> taken = root.remaining(true);
+    for (const CLI::Option* option : command.get_options()) {
+        if (option->get_positional()) {
+            taken.insert(taken.end(), option->results().begin(), option->results().end());
+        }
+    }
+    for (const std::string& word : behindSeparator(context)) {
+        if (word.starts_with('-') && word != "--" && std::find(taken.begin(), taken.end(), word) == taken.end()) {
+            throw oneTooMany(command, word, true);
+        }
+    }
+}
+
 // Answers a word that nothing takes with the one that was probably meant.
-Failure unknownWord(const CLI::App& root, const CLI::App& command, const std::string& word) {
-    const bool isOption = word.size() > 1 && word[0] == '-';
+Failure unknownWord(const Context& context, const CLI::App& root, const CLI::App& command, const std::string& word) {
+    const std::vector<std::string> behind = behindSeparator(context);
+    const bool misplaced =
+        std::any_of(behind.begin(), behind.end(), [](const std::string& each) { return each.starts_with('-'); });
+    const bool isOption =
+        word.size() > 1 && word[0] == '-' && std::find(behind.begin(), behind.end(), word) == behind.end();
     const std::vector<std::string> known = isOption ? optionNames(root, command) : commandNames(command);
     const std::string help = fmt::format("{} --help", fullName(command));
     const std::string shown = printable(word);
     if (!isOption && known.empty()) {
-        return usageFailure(fmt::format("{}one argument too many: \"{}\"", shortName(command), shown), help);
+        return oneTooMany(command, word, misplaced);
     }
-    const std::string meant = nearest(word.substr(0, word.find('=')), known);
-    std::string hint = meant.empty() ? help : isOption ? meant : fullName(command) + " " + meant;
-    if (isOption && meant.empty()) {
-        hint += fmt::format("; a value that begins with \"-\" stands behind \"--\"");
+    std::string hint = isOption ? suggestedOption(known, word) : suggestedCommand(fullName(command), known, word);
+    if (isOption && hint.empty()) {
+        hint = help + "; a value that begins with \"-\" stands behind \"--\"";
     }
-    return usageFailure(fmt::format("there is no {} \"{}\"", isOption ? "option" : "command", shown), hint);
+    return usageFailure(fmt::format("there is no {} \"{}\"", isOption ? "option" : "command", shown),
+                        hint.empty() ? help : hint);
 }
 
-Failure parseFailure(const CLI::App& root, const CLI::ParseError& error) {
+// The option that is there more often than it may be; null when none is.
+const CLI::Option* repeatedOption(const CLI::App& root, const CLI::App& command) {
+    for (const CLI::App* app : {&root, &command}) {
+        for (const CLI::Option* option : app->get_options()) {
+            if (option->count() > 1 && option->get_expected_max() == 1 && !option->get_positional() &&
+                option->get_multi_option_policy() == CLI::MultiOptionPolicy::Throw) {
+                return option;
+            }
+        }
+    }
+    return nullptr;
+}
+
+Failure parseFailure(const Context& context, const CLI::App& root, const CLI::ParseError& error) {
     const CLI::App& command = innermost(root);
     for (const std::string& word : root.remaining(true)) {
         if (word != "--") {
-            return unknownWord(root, command, word);
+            return unknownWord(context, root, command, word);
         }
     }
+    const std::string help = fmt::format("{} --help", fullName(command));
     if (!commandNames(command).empty()) {
         std::string list;
         for (const std::string& name : commandNames(command)) {
             list += (list.empty() ? "" : ", ") + name;
         }
-        return usageFailure(fmt::format("{}which command? {}", shortName(command), list),
-                            fmt::format("{} --help", fullName(command)));
+        return usageFailure(fmt::format("{}which command? {}", shortName(command), list), help);
     }
-    return usageFailure(fmt::format("{}{}", shortName(command), printable(error.what())),
-                        fmt::format("{} --help", fullName(command)));
+    if (const CLI::Option* option = repeatedOption(root, command)) {
+        return usageFailure(fmt::format("{}{} is given twice", shortName(command), option->get_name()), help);
+    }
+    return usageFailure(fmt::format("{}{}", shortName(command), printable(error.what())), help);
 }
 
 void printHelp(Output& output, const CLI::App& command) {
@@ -221,7 +272,7 @@ int help(Context& context, const Parser& parser) {
     for (const std::string& word : parser.helpWords) {
         const auto known = command->get_subcommands([&](const CLI::App* sub) { return sub->get_name() == word; });
         if (known.empty()) {
-            throw unknownWord(parser.app, *command, word);
+            throw unknownWord(context, parser.app, *command, word);
         }
         command = known.front();
     }
@@ -293,10 +344,11 @@ int run(Context& context, std::span<const CommandGroup> groups, std::span<const 
     } catch (const CLI::ParseError& error) {
         chooseColor(parser.color, context.output);
         context.operation = operationOf(innermost(parser.app));
-        throw parseFailure(parser.app, error);
+        throw parseFailure(context, parser.app, error);
     }
     chooseColor(parser.color, context.output);
     context.operation = parser.chosen->name;
+    refuseOptionsBehindSeparator(context, parser.app);
     context.uses = parser.chosen->uses;
     refuseIdleOptions(parser);
     setPatience(context);

@@ -37,7 +37,7 @@ bool isOn() {
         failure.exitStatus = EXIT_CONFLICT;
         failure.message = fmt::format("{} is {}: nobody logs to it", LOG_PATH,
                                       type == std::filesystem::file_type::symlink ? "a link" : "no plain file");
-        failure.hint = "look who put it there, and remove it";
+        failure.hint = "look who put it there: ls -l " + std::string(LOG_PATH);
         throw failure;
     }
     std::error_code error;

@@ -44,12 +44,13 @@ std::vector<FieldEdit> editsOf(const RecordKind& kind, const std::vector<std::st
         const std::size_t sign = word.find('=');
         if (sign == std::string::npos) {
             throw usageFailure(fmt::format("{} is no field=value", cell(word)),
-                               fmt::format("genreg {} set --help", kind.name));
+                               word.starts_with('-') ? std::string("options come before \"--\"")
+                                                     : fmt::format("genreg {} set --help", kind.name));
         }
         const GlobalRegField& field = fieldNamed(kind, word.substr(0, sign));
         if ((kind.keyFields & field.bit) != 0) {
             throw usageFailure(fmt::format("{} is a part of the key, which does not change", field.name),
-                               "set a new record, then remove the old one");
+                               "a record of another key is another record: set that one");
         }
         if ((named & field.bit) != 0) {
             throw usageFailure(fmt::format("{} is given twice", field.name));

@@ -1,8 +1,12 @@
+#include <genreg/Codes.h>
+
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <exception>
+#include <new>
 #include <vector>
 
+#include "CodeClasses.h"
 #include "Commands.h"
 
 namespace {
@@ -46,6 +50,14 @@ int guarded(tool::Context& context, int count, char** arguments) {
         context.output.finish();
         return status;
     } catch (const tool::Failure& failure) {
+        return reported(context, failure);
+    } catch (const std::bad_alloc&) {
+        tool::Failure failure;
+        failure.kind = "no-memory";
+        failure.exitStatus = tool::EXIT_WRITE_FAILED;
+        failure.message = "there is no memory left";
+        failure.message += context.output.changed.value_or(false) ? "; the change itself stands" : "";
+        failure.hint = tool::classOf(REG_NO_MEMORY).advice;
         return reported(context, failure);
     } catch (const std::exception& error) {
         tool::Failure failure;
