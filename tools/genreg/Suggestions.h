@@ -1,5 +1,5 @@
-// What a word that nothing takes is answered with. Nothing that destroys is suggested: who copies a hint without reading
-// it loses nothing by it. Where somebody plainly meant such a command, the hint leads to its help.
+// What a word that nothing takes is answered with. Nothing that destroys is suggested: who copies a hint without
+// reading it loses nothing by it. Where somebody plainly meant such a command, the hint leads to its help.
 #pragma once
 
 #include <span>
