@@ -7,7 +7,6 @@
 #include <osse/Time.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -176,9 +175,9 @@ unsigned int GenRegFile::Lock(unsigned long flags, unsigned long /*reserved*/) n
     if (const unsigned int rc = lockFile.open(&lockOpenRequest)) {
         return trace.fail(80, REG_OPEN_LOCK_FAILED, rc);
     }
-    if (!posix::isNamed(lockFile.getFileHandle(), lockPath)) {
+    if (const unsigned int rc = posix::checkNamed(lockFile.getFileHandle(), lockPath)) {
         (void)lockFile.close();  // what a link leads to keeps nobody out, and is nobody's to lock
-        return trace.fail(85, REG_OPEN_LOCK_FAILED, ossErrorMapSystem(ELOOP));
+        return trace.fail(85, REG_OPEN_LOCK_FAILED, rc);
     }
     const bool waits = (flags & REG_LOCK_NOWAIT) == 0;
     const OSSFileLockRequest request = {OSS_REQUEST_VERSION, exclusive ? OSS_LOCK_EXCLUSIVE : OSS_LOCK_SHARED,

@@ -58,11 +58,15 @@ bool isSameFile(int descriptor, const char* path) noexcept {
            open.st_ino == named.st_ino;
 }
 
-bool isNamed(int descriptor, const char* path) noexcept {
+unsigned int checkNamed(int descriptor, const char* path) noexcept {
     struct stat open;
     struct stat named;
-    return ::fstat(descriptor, &open) == 0 && ::lstat(path, &named) == 0 && open.st_dev == named.st_dev &&
-           open.st_ino == named.st_ino;
+    const int unread = ::fstat(descriptor, &open) != 0 ? -1 : ::lstat(path, &named);
+    if (unread != 0) {
+        return resultOf(unread);
+    }
+    const bool same = open.st_dev == named.st_dev && open.st_ino == named.st_ino;
+    return same ? 0 : ossErrorMapSystem(ELOOP);
 }
 
 }  // namespace posix

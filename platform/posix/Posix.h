@@ -107,8 +107,8 @@ struct FileStatus {
 
 // Whether the descriptor still is the file at the path.
 [[nodiscard]] bool isSameFile(int descriptor, const char* path) noexcept;
-// The same, and no link stands there.
-[[nodiscard]] bool isNamed(int descriptor, const char* path) noexcept;
+// The same, where no link may stand: the code of ELOOP for another file, else of why nobody can tell.
+[[nodiscard]] unsigned int checkNamed(int descriptor, const char* path) noexcept;
 
 // --- process -----------------------------------------------------------------------------------------------------
 

@@ -146,7 +146,7 @@ TEST_F(KeepLines, OnlyThePartOfAPairThatDiffersIsReplaced) {
 
 TEST_F(KeepLines, OnlyThePartOfAServiceThatDiffersIsReplaced) {
     using Record = GenRegServicesRecord;
-    const auto aliases = [](std::vector<const char*> words) {
+    const auto aliases = [](const std::vector<const char*>& words) {
         return [words](Record& record) {
             std::fill(std::begin(record.aliasTable), std::end(record.aliasTable), nullptr);
             std::transform(words.begin(), words.end(), record.aliasTable, text);
