@@ -88,6 +88,7 @@ unsigned int GenRegFile::Rewind() noexcept {
     }
     // Somebody who knows of no lock may have made the file longer.
     regSize_ = status.size;
+    scanStream_ = static_cast<long>(regBody_);
     if (scanInput_ != nullptr) {
         scanInput_->restart(posix::descriptorOf(regFp), regBody_, regSize_);
     }
@@ -107,7 +108,8 @@ unsigned int GenRegFile::getRegFilePosition(long long* position) noexcept {
     if (at < 0) {
         return trace.fail(30, REG_GET_POSITION_FAILED, ossErrorMapSystem(errno));
     }
-    *position = at;
+    const bool scans = scanInput_ != nullptr && at == scanStream_;
+    *position = scans ? static_cast<long long>(scanInput_->offset()) : at;
     return 0;
 }
 
@@ -122,6 +124,7 @@ unsigned int GenRegFile::setRegFilePosition(long long* position) noexcept {
     if (*position < 0 || std::fseek(regFp, static_cast<long>(*position), SEEK_SET) != 0) {
         return trace.fail(30, REG_SET_POSITION_FAILED, ossErrorMapSystem(errno));
     }
+    scanStream_ = static_cast<long>(*position);
     if (scanInput_ != nullptr) {
         scanInput_->seek(static_cast<unsigned long>(*position));
     }

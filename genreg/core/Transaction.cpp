@@ -188,17 +188,22 @@ GenRegInput* GenRegTransaction::scanInput(GenRegFile& file) noexcept {
         }
         file.scanInput_ = new (std::nothrow)
             GenRegInput(descriptor, position < 0 ? file.regBody_ : static_cast<unsigned long>(position), status.size);
+        file.scanStream_ = position;
         return file.scanInput_;
     }
     const long position = std::ftell(file.regFp);
-    if (position >= 0 && static_cast<unsigned long>(position) != file.scanInput_->offset()) {
+    if (position >= 0 && position != file.scanStream_) {
         file.scanInput_->seek(static_cast<unsigned long>(position));  // a client has read from the stream
+        file.scanStream_ = position;
     }
     return file.scanInput_;
 }
 
+// A stream that could not be moved is no sign of a client's reading: the scan goes on where it is.
 void GenRegTransaction::placeStream(GenRegFile& file) noexcept {
-    (void)posix::placeStream(file.regFp, file.scanInput_->offset());
+    const unsigned long offset = file.scanInput_->offset();
+    const bool placed = posix::placeStream(file.regFp, offset);
+    file.scanStream_ = placed ? static_cast<long>(offset) : std::ftell(file.regFp);
 }
 
 void GenRegTransaction::handOverStream(GenRegFile& file) noexcept {

@@ -155,6 +155,7 @@ private:
 
     OSSHFile regHandle_;                // owns the lock of regFp
     GenRegInput* scanInput_ = nullptr;  // read-ahead of an open scan
+    long scanStream_ = 0;               // where the scan left regFp; elsewhere a client has moved it
     char* tmpBuffer_ = nullptr;         // stdio's buffer of tmpFp
     unsigned long regBody_ = 0;         // where the first record of regFp begins
     unsigned long tmpBody_ = 0;         // and of tmpFp, when it is read
