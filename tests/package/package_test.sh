@@ -54,7 +54,7 @@ if [ "$(uname)" != Darwin ]; then
 fi
 
 # The tool stands beside the libraries and finds them from where it was moved to.
-if [ -x "$build/tools/genreg/genreg" ]; then
+if [ -x "$build/tool/genreg" ]; then
     "$scratch/moved/bin/genreg" --help > /dev/null || fail "the moved tool does not start"
 fi
 

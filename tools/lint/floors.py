@@ -12,6 +12,12 @@ MOST_LINES = 600
 CLIENT = ("include/",)
 PLATFORM = ("include/osse/", "include/install/", "platform/posix/", "platform/System.h")
 CORE = CLIENT + ("platform/posix/", "genreg/core/")
+
+
+def rooms(*names):
+    return tuple(f"tool/{name}/" for name in names)
+
+
 FLOORS = {
     "include/osse/": ("include/osse/",),
     "include/install/": ("include/install/", "include/osse/"),
@@ -24,7 +30,13 @@ FLOORS = {
     "genreg/text/": CORE + ("genreg/text/",),
     "genreg/bin/": CORE + ("genreg/bin/",),
     "genreg/global/": CORE + ("genreg/bin/", "genreg/global/"),
-    "tools/genreg/": CLIENT + ("tools/genreg/",),
+    "tool/base/": CLIENT + rooms("base"),
+    "tool/records/": CLIENT + rooms("base", "records"),
+    "tool/entries/": CLIENT + rooms("base", "records", "entries"),
+    "tool/global/": CLIENT + rooms("base", "records", "global"),
+    "tool/inspect/": CLIENT + rooms("base", "records", "entries", "global", "inspect"),
+    "tool/watch/": CLIENT + rooms("base", "records", "entries", "global", "watch"),
+    "tool/": CLIENT + ("tool/",),
     "examples/": CLIENT,
     "tests/": ("",),
     "bench/": ("",),
@@ -37,7 +49,9 @@ OUTSIDE = {
     "tests/": re.compile(r".*"),
     "bench/": re.compile(r".*"),
     "prove/": re.compile(r".*"),
-    "tools/genreg/": re.compile(r"CLI/.*|nlohmann/.*|fmt/.*|(unistd|fcntl|signal|spawn|poll|pwd|grp|sys/wait|sys/stat|sys/inotify|sys/xattr)\.h"),
+    "tool/": re.compile(r"CLI/.*|nlohmann/.*|fmt/.*"),
+    "tool/base/": re.compile(r"CLI/.*|nlohmann/.*|fmt/.*|(unistd|fcntl|signal|spawn|pwd|grp|sys/wait|sys/stat|sys/xattr)\.h"),
+    "tool/watch/": re.compile(r"nlohmann/.*|fmt/.*|(unistd|fcntl|signal|poll|sys/wait|sys/inotify)\.h"),
 }
 
 # Where somebody else's text would say it, this project says it in its own words.

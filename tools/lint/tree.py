@@ -27,7 +27,7 @@ def includes(path):
     """(name as written, file of the tree or None) for each include of the file."""
     found = []
     for quote, name in INCLUDE.findall(text(path)):
-        places = ([path.parent] if quote == '"' else []) + [pathlib.PurePosixPath(p) for p in ("include", ".", "tests")]
+        places = ([path.parent] if quote == '"' else []) + [pathlib.PurePosixPath(p) for p in ("include", ".", "tests", "tool")]
         inside = next((place / name for place in places if (ROOT / place / name).is_file()), None)
         if inside is not None:
             inside = pathlib.PurePosixPath((ROOT / inside).resolve().relative_to(ROOT))

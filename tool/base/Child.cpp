@@ -1,0 +1,108 @@
+#include "base/Child.h"
+
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+extern char** environ;
+
+namespace tool {
+namespace {
+
+constexpr int EXIT_BY_SIGNAL = 128;
+
+std::vector<char*> pointersTo(const std::vector<std::string>& words) {
+    std::vector<char*> pointers;
+    for (const std::string& word : words) {
+        pointers.push_back(const_cast<char*>(word.c_str()));
+    }
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+volatile sig_atomic_t runningChild = 0;
+
+void forwardSignal(int signal) {
+    if (runningChild > 0) {
+        (void)kill(static_cast<pid_t>(runningChild), signal);
+    }
+}
+
+void yieldSignals() {
+    struct sigaction ignore {};
+    ignore.sa_handler = SIG_IGN;
+    (void)sigaction(SIGINT, &ignore, nullptr);
+    (void)sigaction(SIGQUIT, &ignore, nullptr);
+    struct sigaction forward {};
+    forward.sa_handler = forwardSignal;
+    (void)sigaction(SIGTERM, &forward, nullptr);
+    (void)sigaction(SIGHUP, &forward, nullptr);
+}
+
+}  // namespace
+
+std::vector<std::string> inheritedEnvironment() {
+    std::vector<std::string> variables;
+    for (char** variable = environ; *variable != nullptr; ++variable) {
+        variables.emplace_back(*variable);
+    }
+    return variables;
+}
+
+int startChild(const ChildSetup& setup, pid_t* child) {
+    const std::vector<char*> words = pointersTo(setup.words);
+    const std::vector<char*> environment = pointersTo(setup.environment);
+    sigset_t defaults;
+    sigemptyset(&defaults);
+    for (const int signal : {SIGPIPE, SIGXFSZ, SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGCHLD}) {
+        sigaddset(&defaults, signal);
+    }
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setsigdefault(&attributes, &defaults);
+    posix_spawnattr_setsigmask(&attributes, &setup.blocked);
+    const int flags = POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | (setup.ownGroup ? POSIX_SPAWN_SETPGROUP : 0);
+    posix_spawnattr_setflags(&attributes, static_cast<short>(flags));
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    if (setup.input >= 0) {
+        posix_spawn_file_actions_adddup2(&actions, setup.input, STDIN_FILENO);
+    }
+    if (setup.output >= 0) {
+        posix_spawn_file_actions_adddup2(&actions, setup.output, STDOUT_FILENO);
+    }
+    const int error = posix_spawnp(child, words.front(), &actions, &attributes, words.data(), environment.data());
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
+    return error;
+}
+
+int runInForeground(ChildSetup setup, int* exitStatus) {
+    // A signal that comes before there is anyone to hand it to waits until there is.
+    sigset_t forwarded;
+    sigemptyset(&forwarded);
+    sigaddset(&forwarded, SIGTERM);
+    sigaddset(&forwarded, SIGHUP);
+    (void)sigprocmask(SIG_BLOCK, &forwarded, &setup.blocked);
+    yieldSignals();
+    pid_t child = 0;
+    const int error = startChild(setup, &child);
+    runningChild = static_cast<sig_atomic_t>(error == 0 ? child : 0);
+    (void)sigprocmask(SIG_SETMASK, &setup.blocked, nullptr);
+    if (error != 0) {
+        return error;
+    }
+    int ended = 0;
+    while (waitpid(child, &ended, 0) < 0 && errno == EINTR) {
+    }
+    *exitStatus = exitStatusOf(ended);
+    return 0;
+}
+
+int exitStatusOf(int ended) {
+    return WIFSIGNALED(ended) ? EXIT_BY_SIGNAL + WTERMSIG(ended) : WEXITSTATUS(ended);
+}
+
+}  // namespace tool

@@ -1,0 +1,358 @@
+#include "base/Command.h"
+
+#include <fmt/core.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "base/LockPatience.h"
+#include "base/Suggestions.h"
+#include "base/Text.h"
+
+namespace tool {
+namespace {
+
+constexpr std::string_view DESCRIPTION = "Reads and edits registry files, safely among several processes.";
+constexpr std::string_view FOOTER =
+    "Exit: 0 done or nothing to change, 1 not found or differs, 2 usage, 3 missing or unreadable, 4 locked,\n"
+    "5 conflict, 6 invalid value, 7 damaged, 8 the update failed, 70 a defect of the tool.";
+
+constexpr double MOST_SECONDS = 1e6;
+
+constexpr std::string_view VERSION = GENREG_VERSION;
+
+struct Parser {
+    CLI::App app{std::string(DESCRIPTION), "genreg"};
+    std::map<const CLI::App*, const Command*> commands;
+    std::vector<std::string> helpWords;
+    std::string color = "auto";
+    const Command* chosen = nullptr;
+    Action action;
+    std::vector<std::pair<unsigned int, CLI::Option*>> acting;  // options that not every command takes
+};
+
+// The help of a command lists the global options that it takes, too.
+class HelpFormatter final : public CLI::Formatter {
+public:
+    explicit HelpFormatter(const Parser& parser) : parser_(parser) {}
+
+    std::string make_footer(const CLI::App* app) const override {
+        const auto command = parser_.commands.find(app);
+        return (command == parser_.commands.end() ? "" : globalOptions(*command->second)) +
+               CLI::Formatter::make_footer(app);
+    }
+
+private:
+    [[nodiscard]] std::string globalOptions(const Command& command) const {
+        std::string text = "Global options:\n";
+        for (const CLI::Option* option : parser_.app.get_options()) {
+            const auto acts = std::find_if(parser_.acting.begin(), parser_.acting.end(),
+                                           [&](const auto& acting) { return acting.second == option; });
+            const bool taken = acts == parser_.acting.end() || (command.uses & acts->first) != 0;
+            const bool listed = option == parser_.app.get_help_ptr() || option == parser_.app.get_version_ptr();
+            text += taken && !listed ? make_option(option, false) : "";
+        }
+        return text + "\n";
+    }
+
+    const Parser& parser_;
+};
+
+// NaN, which compares with nothing, is out of the range as well.
+std::string secondsProblem(const std::string& text) {
+    double seconds = 0;
+    const bool fits = CLI::detail::lexical_cast(text, seconds) && seconds >= 0 && seconds <= MOST_SECONDS;
+    return fits ? "" : fmt::format("{} is no number of seconds from 0 to {}", text, MOST_SECONDS);
+}
+
+void declareGlobals(Parser& parser, Context& context) {
+    CLI::App& app = parser.app;
+    Options& options = context.options;
+    app.set_version_flag("-V,--version", std::string(VERSION));
+    parser.acting.emplace_back(USES_REGISTRY, app.add_option("--registry", options.registry,
+                                                             "the registry to work on, where FILE is not given")
+                                                  ->type_name("PATH"));
+    parser.acting.emplace_back(
+        USES_REGISTRY, app.add_flag("--default-path", options.defaultPath, "the global registry in its default place"));
+    app.add_flag("--json", context.output.style.json, "one JSON object per line, for programs");
+    parser.acting.emplace_back(USES_DRY_RUN,
+                               app.add_flag("-n,--dry-run", options.dryRun, "change nothing; show what would change"));
+    parser.acting.emplace_back(USES_DIFF, app.add_flag("--diff", options.diff, "show what was changed"));
+    app.add_option("--wait", options.waitSeconds, "how long to wait for a lock (10; 0 fails at once)")
+        ->type_name("SECONDS")
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
+        ->check(secondsProblem);
+    parser.acting.emplace_back(
+        USES_IF_VALUE, app.add_option("--if-value", options.ifValue, "only if this is the value now")->type_name("V"));
+    parser.acting.emplace_back(USES_ALL,
+                               app.add_flag("--all", options.all, "every record that matches, not just a single one"));
+    parser.acting.emplace_back(USES_YES, app.add_flag("-y,--yes", options.yes, "do not ask"));
+    parser.acting.emplace_back(USES_PARENTS,
+                               app.add_flag("--parents", options.parents, "make the folder of a file that is new"));
+    app.add_flag("-q", context.output.style.quiet, "no remarks on standard error");
+    app.add_flag("-v", context.output.style.verbose, "say more on standard error");
+    app.add_option("--color", parser.color, "auto, always or never (auto heeds NO_COLOR and TERM=dumb)")
+        ->type_name("WHEN")
+        ->check(CLI::IsMember({"auto", "always", "never"}).description(""));
+}
+
+void declareCommand(CLI::App& above, const Command& command, const std::string& word, Parser& parser) {
+    CLI::App* sub = above.add_subcommand(word, std::string(command.summary));
+    const Action action = command.declare(*sub);
+    parser.commands[sub] = &command;
+    sub->final_callback([&parser, &command, action] {
+        parser.chosen = &command;
+        parser.action = action;
+    });
+}
+
+void declareCommands(Parser& parser, std::span<const CommandGroup> groups, std::span<const Command> commands) {
+    std::map<std::string_view, CLI::App*> parents;
+    for (const CommandGroup& group : groups) {
+        CLI::App* parent = parser.app.add_subcommand(std::string(group.name), std::string(group.summary));
+        parent->require_subcommand(1);
+        parents[group.name] = parent;
+    }
+    for (const Command& command : commands) {
+        const std::size_t blank = command.name.find(' ');
+        CLI::App& above = blank == std::string_view::npos ? parser.app : *parents.at(command.name.substr(0, blank));
+        declareCommand(above, command, std::string(command.name.substr(blank + 1)), parser);
+    }
+}
+
+// The innermost command that was recognised.
+const CLI::App& innermost(const CLI::App& app) {
+    const auto chosen = app.get_subcommands();
+    return chosen.empty() ? app : innermost(*chosen.front());
+}
+
+std::string fullName(const CLI::App& app) {
+    return app.get_parent() == nullptr ? app.get_name() : fullName(*app.get_parent()) + " " + app.get_name();
+}
+
+// "varval set"; empty for the tool itself.
+std::string operationOf(const CLI::App& app) {
+    const std::string name = fullName(app);
+    const std::size_t blank = name.find(' ');
+    return blank == std::string::npos ? "" : name.substr(blank + 1);
+}
+
+// The same behind "genreg: ", which every message begins with.
+std::string shortName(const CLI::App& app) {
+    const std::string name = operationOf(app);
+    return name.empty() ? "" : name + ": ";
+}
+
+std::vector<std::string> optionNames(const CLI::App& root, const CLI::App& command) {
+    std::vector<std::string> names;
+    for (const CLI::App* app : {&root, &command}) {
+        for (const CLI::Option* option : app->get_options()) {
+            for (const std::string& name : option->get_lnames()) {
+                names.push_back("--" + name);
+            }
+        }
+    }
+    return names;
+}
+
+std::vector<std::string> commandNames(const CLI::App& app) {
+    std::vector<std::string> names;
+    for (const CLI::App* sub : app.get_subcommands([](const CLI::App*) { return true; })) {
+        names.push_back(sub->get_name());
+    }
+    return names;
+}
+
+// The words behind "--", which are no options.
+std::vector<std::string> behindSeparator(const Context& context) {
+    char** const end = context.arguments + context.argumentCount;
+    char** const separator =
+        std::find_if(context.arguments, end, [](const char* word) { return std::string_view(word) == "--"; });
+    return {separator == end ? end : separator + 1, end};
+}
+
+Failure oneTooMany(const CLI::App& command, const std::string& word, bool misplaced) {
+    const std::string help = fmt::format("{} --help", fullName(command));
+    return usageFailure(fmt::format("{}one argument too many: \"{}\"", shortName(command), printable(word)),
+                        misplaced ? "options come before \"--\"; " + help : help);
+}
+
+// The parser takes a word behind "--" for an option all the same when the command has no place left for it.
+void refuseOptionsBehindSeparator(const Context& context, const CLI::App& root) {
+    const CLI::App& command = innermost(root);
+    std::vector<std::string> taken = root.remaining(true);
+    for (const CLI::Option* option : command.get_options()) {
+        if (option->get_positional()) {
+            taken.insert(taken.end(), option->results().begin(), option->results().end());
+        }
+    }
+    for (const std::string& word : behindSeparator(context)) {
+        if (word.starts_with('-') && word != "--" && std::find(taken.begin(), taken.end(), word) == taken.end()) {
+            throw oneTooMany(command, word, true);
+        }
+    }
+}
+
+// Answers a word that nothing takes with the one that was probably meant.
+Failure unknownWord(const Context& context, const CLI::App& root, const CLI::App& command, const std::string& word) {
+    const std::vector<std::string> behind = behindSeparator(context);
+    const bool misplaced =
+        std::any_of(behind.begin(), behind.end(), [](const std::string& each) { return each.starts_with('-'); });
+    const bool isOption =
+        word.size() > 1 && word[0] == '-' && std::find(behind.begin(), behind.end(), word) == behind.end();
+    const std::vector<std::string> known = isOption ? optionNames(root, command) : commandNames(command);
+    const std::string help = fmt::format("{} --help", fullName(command));
+    const std::string shown = printable(word);
+    if (!isOption && known.empty()) {
+        return oneTooMany(command, word, misplaced);
+    }
+    std::string hint = isOption ? suggestedOption(known, word) : suggestedCommand(fullName(command), known, word);
+    if (isOption && hint.empty()) {
+        hint = help + "; a value that begins with \"-\" stands behind \"--\"";
+    }
+    return usageFailure(fmt::format("there is no {} \"{}\"", isOption ? "option" : "command", shown),
+                        hint.empty() ? help : hint);
+}
+
+// The option that is there more often than it may be; null when none is.
+const CLI::Option* repeatedOption(const CLI::App& root, const CLI::App& command) {
+    for (const CLI::App* app : {&root, &command}) {
+        for (const CLI::Option* option : app->get_options()) {
+            if (option->count() > 1 && option->get_expected_max() == 1 && !option->get_positional() &&
+                option->get_multi_option_policy() == CLI::MultiOptionPolicy::Throw) {
+                return option;
+            }
+        }
+    }
+    return nullptr;
+}
+
+Failure parseFailure(const Context& context, const CLI::App& root, const CLI::ParseError& error) {
+    const CLI::App& command = innermost(root);
+    for (const std::string& word : root.remaining(true)) {
+        if (word != "--") {
+            return unknownWord(context, root, command, word);
+        }
+    }
+    const std::string help = fmt::format("{} --help", fullName(command));
+    if (!commandNames(command).empty()) {
+        std::string list;
+        for (const std::string& name : commandNames(command)) {
+            list += (list.empty() ? "" : ", ") + name;
+        }
+        return usageFailure(fmt::format("{}which command? {}", shortName(command), list), help);
+    }
+    if (const CLI::Option* option = repeatedOption(root, command)) {
+        return usageFailure(fmt::format("{}{} is given twice", shortName(command), option->get_name()), help);
+    }
+    return usageFailure(fmt::format("{}{}", shortName(command), printable(error.what())), help);
+}
+
+void printHelp(Output& output, const CLI::App& command) {
+    std::string text = command.get_formatter()->make_help(&command, fullName(command), CLI::AppFormatMode::Normal);
+    text.erase(text.find_last_not_of('\n') + 1);
+    output.line(text);
+}
+
+void printVersion(Output& output) {
+    if (output.style.json) {
+        output.json({{"version", VERSION}});
+    } else {
+        output.line(fmt::format("genreg {}", VERSION));
+    }
+}
+
+// The help of the command that the words name.
+int help(Context& context, const Parser& parser) {
+    const CLI::App* command = &parser.app;
+    for (const std::string& word : parser.helpWords) {
+        const auto known = command->get_subcommands([&](const CLI::App* sub) { return sub->get_name() == word; });
+        if (known.empty()) {
+            throw unknownWord(context, parser.app, *command, word);
+        }
+        command = known.front();
+    }
+    printHelp(context.output, *command);
+    return EXIT_DONE;
+}
+
+void declareHelp(Parser& parser) {
+    static constexpr Command HELP = {"help", "the help of the tool or a command", 0, nullptr};
+    CLI::App* sub = parser.app.add_subcommand(std::string(HELP.name), std::string(HELP.summary));
+    sub->add_option("COMMAND", parser.helpWords, "the words of the command");
+    sub->final_callback([&parser] {
+        parser.chosen = &HELP;
+        parser.action = [&parser](Context& context) { return help(context, parser); };
+    });
+}
+
+void chooseColor(const std::string& when, Output& output) {
+    const char* noColor = std::getenv("NO_COLOR");
+    const char* terminal = std::getenv("TERM");
+    const bool wanted =
+        (noColor == nullptr || *noColor == '\0') && (terminal == nullptr || std::string_view(terminal) != "dumb");
+    output.style.color = when == "always" || (when == "auto" && wanted && output.isTerminal());
+    output.style.errorColor = when == "always" || (when == "auto" && wanted && isatty(STDERR_FILENO) != 0);
+}
+
+void refuseIdleOptions(const Parser& parser) {
+    for (const auto& [use, option] : parser.acting) {
+        if (option->count() != 0 && (parser.chosen->uses & use) == 0) {
+            throw usageFailure(
+                fmt::format("{} means nothing to \"genreg {}\"", option->get_name(), parser.chosen->name),
+                fmt::format("genreg {} --help", parser.chosen->name));
+        }
+    }
+}
+
+}  // namespace
+
+CLI::Option* addOptionalFile(CLI::App& parser, std::string& file, const std::string& help) {
+    return parser.add_option("FILE", file, help)->check([](const std::string& text) {
+        return text.empty() ? "the name is empty" : "";
+    });
+}
+
+int run(Context& context, std::span<const CommandGroup> groups, std::span<const Command> commands, int count,
+        char** arguments) {
+    context.argumentCount = count;
+    context.arguments = arguments;
+    Parser parser;
+    parser.app.formatter(std::make_shared<HelpFormatter>(parser));
+    parser.app.fallthrough();
+    parser.app.require_subcommand(1);
+    parser.app.footer(std::string(FOOTER));
+    declareGlobals(parser, context);
+    declareCommands(parser, groups, commands);
+    declareHelp(parser);
+    // A command line that cannot be parsed is answered in the form asked for all the same.
+    for (int i = 1; i < count && std::string_view(arguments[i]) != "--"; ++i) {
+        context.output.style.json = context.output.style.json || std::string_view(arguments[i]) == "--json";
+    }
+    try {
+        parser.app.parse(count, arguments);
+    } catch (const CLI::CallForHelp&) {
+        printHelp(context.output, innermost(parser.app));
+        return EXIT_DONE;
+    } catch (const CLI::CallForVersion&) {
+        printVersion(context.output);
+        return EXIT_DONE;
+    } catch (const CLI::ParseError& error) {
+        chooseColor(parser.color, context.output);
+        context.operation = operationOf(innermost(parser.app));
+        throw parseFailure(context, parser.app, error);
+    }
+    chooseColor(parser.color, context.output);
+    context.operation = parser.chosen->name;
+    refuseOptionsBehindSeparator(context, parser.app);
+    context.uses = parser.chosen->uses;
+    refuseIdleOptions(parser);
+    setPatience(context);
+    return parser.action(context);
+}
+
+}  // namespace tool

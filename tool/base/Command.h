@@ -1,0 +1,71 @@
+// Commands are data: a name, a sentence, the global options that mean something to it, and the function that declares
+// its arguments. The parser is built from the list; a new command is an entry in it.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "base/Output.h"
+
+namespace tool {
+
+struct Options {
+    std::optional<std::string> registry;
+    bool defaultPath = false;
+    bool dryRun = false;
+    bool diff = false;
+    double waitSeconds = 10;
+    std::optional<std::string> ifValue;
+    bool all = false;
+    bool yes = false;
+    bool parents = false;
+};
+
+// What a command works with.
+struct Context {
+    Options options;
+    Output output;
+    std::string operation;  // the command's name
+    unsigned int uses = 0;  // of the command: USES_*
+    int argumentCount = 0;  // the command line, as main got it
+    char** arguments = nullptr;
+};
+
+// Answers the exit status; failures are thrown.
+using Action = std::function<int(Context&)>;
+
+// Global options that act; a command refuses those that it does not list, rather than to ignore them.
+constexpr unsigned int USES_DRY_RUN = 0x1;
+constexpr unsigned int USES_DIFF = 0x2;
+constexpr unsigned int USES_IF_VALUE = 0x4;
+constexpr unsigned int USES_ALL = 0x8;
+constexpr unsigned int USES_REGISTRY = 0x10;
+constexpr unsigned int USES_YES = 0x20;
+constexpr unsigned int USES_PARENTS = 0x40;
+constexpr unsigned int USES_UPDATE = USES_DRY_RUN | USES_DIFF;
+
+struct Command {
+    std::string_view name;  // "varval set": the words on the command line
+    std::string_view summary;
+    unsigned int uses;
+    Action (*declare)(CLI::App& parser);
+};
+
+struct CommandGroup {
+    std::string_view name;
+    std::string_view summary;
+};
+
+// Declares a FILE that need not be given. An empty one is refused: a script whose variable is empty does not mean the
+// registry that is meant when there is none.
+CLI::Option* addOptionalFile(CLI::App& parser, std::string& file, const std::string& help);
+
+// Parses the command line and runs what it asks for. Throws Failure; answers the exit status.
+int run(Context& context, std::span<const CommandGroup> groups, std::span<const Command> commands, int count,
+        char** arguments);
+
+}  // namespace tool

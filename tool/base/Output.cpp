@@ -1,0 +1,220 @@
+#include "base/Output.h"
+
+#include <fcntl.h>
+#include <fmt/core.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <utility>
+
+#include "base/Text.h"
+
+namespace tool {
+namespace {
+
+constexpr int SCHEMA = 1;
+constexpr int FIRST_OWN_DESCRIPTOR = 3;
+
+void fillIfClosed(int descriptor, int access) noexcept {
+    if (fcntl(descriptor, F_GETFD) >= 0) {
+        return;
+    }
+    const int null = open("/dev/null", access);
+    if (null >= 0 && null != descriptor) {
+        (void)dup2(null, descriptor);
+        (void)close(null);
+    }
+}
+
+// Takes the place of standard output, so that nothing but the tool writes to the user's. Null when that was closed.
+std::FILE* takeStandardOutput() {
+    const int own = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, FIRST_OWN_DESCRIPTOR);
+    if (own < 0) {
+        fillIfClosed(STDOUT_FILENO, O_WRONLY);
+        return nullptr;
+    }
+    std::FILE* null = std::freopen("/dev/null", "w", stdout);
+    std::FILE* stream = null == nullptr ? nullptr : fdopen(own, "w");
+    if (stream == nullptr) {
+        close(own);
+    }
+    return stream;
+}
+
+}  // namespace
+
+void toStandardError(std::string_view text) noexcept {
+    (void)std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
+void fillClosedStandardFiles() noexcept {
+    fillIfClosed(STDIN_FILENO, O_RDONLY);
+    fillIfClosed(STDERR_FILENO, O_WRONLY);
+}
+
+Output::Output() noexcept : stream_(takeStandardOutput()) {}
+
+Output::~Output() noexcept {
+    if (stream_ != nullptr) {
+        (void)std::fclose(stream_);
+    }
+}
+
+int Output::descriptor() const noexcept {
+    return stream_ == nullptr ? -1 : fileno(stream_);
+}
+
+bool Output::isTerminal() const noexcept {
+    return stream_ != nullptr && isatty(fileno(stream_)) != 0;
+}
+
+void Output::line(std::string_view text) {
+    if (error_ != 0) {
+        return;
+    }
+    if (stream_ == nullptr) {
+        error_ = EBADF;
+    } else if (std::fwrite(text.data(), 1, text.size(), stream_) != text.size() || std::fputc('\n', stream_) == EOF) {
+        error_ = errno;
+    }
+}
+
+void Output::json(const Json& members) {
+    Json object{{"schema", SCHEMA}};
+    object.update(members);
+    line(jsonText(object));
+}
+
+void Output::flush() {
+    if (error_ == 0 && stream_ != nullptr && std::fflush(stream_) != 0) {
+        error_ = errno;
+    }
+}
+
+void Output::finish() {
+    flush();
+    // Some file systems tell of a full disk no earlier than here.
+    if (error_ == 0 && stream_ != nullptr && std::fclose(std::exchange(stream_, nullptr)) != 0) {
+        error_ = errno;
+    }
+    refuseFailure();
+}
+
+void Output::deliver() {
+    flush();
+    refuseFailure();
+}
+
+void Output::refuseFailure() {
+    if (error_ == 0) {
+        return;
+    }
+    const int failed = std::exchange(error_, 0);
+    if (failed == EPIPE) {
+        (void)std::signal(SIGPIPE, SIG_DFL);
+        (void)std::raise(SIGPIPE);
+    }
+    Failure failure = systemFailure(failed, "standard output", "write the result");
+    failure.kind = "output";
+    failure.exitStatus = EXIT_WRITE_FAILED;
+    if (changed) {
+        failure.message += *changed ? "; the change itself stands" : "; nothing was changed";
+    }
+    if (changed.value_or(false)) {
+        failure.hint = "do not repeat the change";
+    }
+    throw failure;
+}
+
+void Output::note(std::string_view kind, const std::string& path, const std::string& message) {
+    if (style.quiet) {
+        return;
+    }
+    if (style.json) {
+        Json object{{"schema", SCHEMA}, {"kind", kind}};
+        putText(object, "path", path);
+        object["message"] = message;
+        toStandardError(jsonText(object) + "\n");
+    } else {
+        toStandardError(fmt::format("genreg: {}: {}\n", printable(path), message));
+    }
+}
+
+void Output::detail(const std::string& message) {
+    if (style.verbose && !style.json) {
+        toStandardError(fmt::format("genreg: {}\n", message));
+    }
+}
+
+void Output::report(const Failure& failure) {
+    if (style.json) {
+        Json object{{"schema", SCHEMA}, {"kind", failure.kind}, {"exit", failure.exitStatus}};
+        object["code"] = failure.code == 0 ? Json(nullptr) : Json(hexCode(failure.code));
+        object["operation"] = failure.operation;
+        putText(object, "path", failure.path);
+        object["message"] = failure.message;
+        object["hint"] = failure.hint;
+        toStandardError(jsonText(object) + "\n");
+        return;
+    }
+    const std::string_view red = style.errorColor ? "\x1b[31m" : "";
+    const std::string_view plain = style.errorColor ? "\x1b[0m" : "";
+    const std::string code = failure.code == 0 ? "" : fmt::format("   [{}]", hexCode(failure.code));
+    std::string text = fmt::format("{}genreg:{} {}", red, plain, failure.message);
+    text += failure.hint.empty() ? code + "\n" : fmt::format("\n  try: {}{}\n", failure.hint, code);
+    toStandardError(text);
+    if (style.verbose && !failure.detail.empty()) {
+        toStandardError(fmt::format("  {}\n", failure.detail));
+    }
+}
+
+std::string jsonText(const Json& object) {
+    return printableJson(object.dump(-1, ' ', false, Json::error_handler_t::replace));
+}
+
+void putText(Json& members, const std::string& key, std::string_view bytes) {
+    if (isUtf8(bytes)) {
+        members[key] = bytes;
+    } else {
+        members[key + "_b64"] = base64(bytes);
+    }
+}
+
+std::string hexCode(unsigned int code) {
+    return fmt::format("{:#010x}", code);
+}
+
+std::string cell(std::string_view text) {
+    if (text.empty()) {
+        return "\"\"";
+    }
+    return text == ABSENT ? "\"-\"" : printable(text);
+}
+
+Table::Table(std::vector<std::string> heading) : rows_{std::move(heading)} {}
+
+void Table::row(std::vector<std::string> cells) {
+    rows_.push_back(std::move(cells));
+}
+
+void Table::print(Output& output) const {
+    std::vector<std::size_t> widths(rows_.front().size());
+    for (const auto& row : rows_) {
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            widths[i] = std::max(widths[i], width(row[i]));
+        }
+    }
+    for (const auto& row : rows_) {
+        std::string text;
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            text += row[i];
+            // The last column ends the line without blanks behind it.
+            text += i + 1 < row.size() ? std::string(widths[i] - width(row[i]) + 2, ' ') : "";
+        }
+        output.line(text);
+    }
+}
+
+}  // namespace tool

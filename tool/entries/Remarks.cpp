@@ -1,0 +1,246 @@
+#include "entries/Remarks.h"
+
+#include <fmt/core.h>
+#include <genreg/GenRegInitTab.h>
+#include <genreg/GenRegServices.h>
+#include <genreg/GenRegVarVal.h>
+
+#include <algorithm>
+#include <memory>
+#include <vector>
+
+#include "base/DiskFiles.h"
+#include "base/Text.h"
+#include "records/RecordDiff.h"
+#include "records/RegistryBytes.h"
+
+namespace tool {
+namespace {
+
+constexpr std::string_view BLANKS = " \t\r";
+constexpr std::size_t MOST_NUMBERS = 5;
+
+using Kind = JudgedLine::Kind;
+
+JudgedLine judgeVarVal(const std::string& text) {
+    auto record = std::make_unique<GenRegVarValRecord>();
+    switch (GenRegVarVal::ParseLine(record.get(), text.c_str())) {
+        case 0:
+            return (record->contains & VARVAL_HAS_PAIR) == 0 ? JudgedLine{}
+                                                             : JudgedLine{Kind::ENTRY, record->variable, ""};
+        case REG_UNTERMINATED_QUOTE:
+            return {Kind::REFUSED, "",
+                    text.find('#') == std::string::npos
+                        ? "a quote is never closed"
+                        : "a quote is never closed; \"#\" begins the comment even inside quotes"};
+        default:
+            return {Kind::REFUSED, "", "there is no \"=\" in it"};
+    }
+}
+
+JudgedLine judgeService(const std::string& text) {
+    auto record = std::make_unique<GenRegServicesRecord>();
+    switch (GenRegServices::ParseLine(record.get(), text.c_str())) {
+        case 0:
+            break;
+        case REG_SERVICE_WITHOUT_PORT:
+            return {Kind::REFUSED, "", "it has no port and protocol"};
+        default:
+            return {Kind::REFUSED, "", "it has more than 127 aliases"};
+    }
+    if (record->name == nullptr) {
+        return {};
+    }
+    return record->protocol != nullptr ? JudgedLine{Kind::ENTRY, record->name, ""}
+                                       : JudgedLine{Kind::REFUSED, "", "its port has no \"/\" and protocol"};
+}
+
+JudgedLine judgeEntry(const std::string& text) {
+    auto record = std::make_unique<GenRegInitTabRecord>();
+    if (GenRegInitTab::ParseLine(record.get(), text.c_str()) != 0) {
+        return {Kind::REFUSED, "", "it has fewer than three \":\" before its comment"};
+    }
+    return (record->flags & INITTAB_HAS_ENTRY) == 0 ? JudgedLine{} : JudgedLine{Kind::ENTRY, record->id, ""};
+}
+
+// A line of the file with what is odd about it.
+struct Seen {
+    std::size_t number = 0;
+    std::string text;
+    JudgedLine judged;
+    bool cut = false;        // "#" stands right behind the value
+    bool backslash = false;  // the value ends in one
+};
+
+// As the library hands it to the form: continuations joined, without the newline, up to a NUL byte.
+std::string textOf(const FileLine& line, bool continued) {
+    std::string text(line.bytes.substr(0, line.bytes.find('\0')));
+    for (std::size_t at = 0; continued && (at = text.find("\\\n", at)) != std::string::npos;) {
+        text.erase(at, 2);
+    }
+    return text.substr(0, text.find('\n'));
+}
+
+Seen lookAt(const LineForm& form, const FileLine& line) {
+    Seen seen{line.number, textOf(line, form.continued), {}};
+    if (line.bytes.size() >= REG_LINE_SIZE) {
+        seen.judged = {Kind::REFUSED, "", fmt::format("it is longer than {} bytes", REG_LINE_SIZE - 2)};
+        return seen;
+    }
+    seen.judged = form.judge(seen.text);
+    if (seen.judged.kind != Kind::ENTRY) {
+        return seen;
+    }
+    const std::size_t sign = seen.text.find('#');
+    const std::string_view body = std::string_view(seen.text).substr(0, sign);
+    seen.cut = sign != std::string::npos && !body.empty() && BLANKS.find(body.back()) == std::string_view::npos &&
+               body.back() != '=' && body.back() != ':';
+    const std::size_t last = body.find_last_not_of(BLANKS);
+    seen.backslash = !form.continued && last != std::string_view::npos && body[last] == '\\';
+    return seen;
+}
+
+std::vector<Seen> lookAtAll(const LineForm& form, const std::string& bytes) {
+    std::vector<Seen> all;
+    for (const FileLine& line : fileLines(bytes, form.continued)) {
+        all.push_back(lookAt(form, line));
+    }
+    return all;
+}
+
+// The bytes of the file; none where the command itself will say why not.
+std::string bytesOf(const std::string& path) {
+    try {
+        return judgeFile(path, "read", false) ? readFile(path, "read") : std::string();
+    } catch (const Failure&) {
+        return {};
+    }
+}
+
+// "http/tcp" is http in the line.
+std::string_view nameIn(const LineForm& form, std::string_view name) {
+    return form.nameEnd == 0 ? name : name.substr(0, name.find(form.nameEnd));
+}
+
+bool beginsWith(const Seen& line, std::string_view name) {
+    std::string_view text = line.text;
+    text.remove_prefix(std::min(text.find_first_not_of(BLANKS), text.size()));
+    return !name.empty() && line.judged.kind == Kind::REFUSED && text.starts_with(name) &&
+           (text.size() == name.size() ||
+            std::string_view(" \t\r=:#\"").find(text[name.size()]) != std::string_view::npos);
+}
+
+// "3 lines: 4, 7, 9", and "..." where there are too many to name.
+template <typename Take>
+std::string places(const std::vector<Seen>& lines, const Take& take) {
+    std::string numbers;
+    std::size_t count = 0;
+    for (const Seen& line : lines) {
+        if (take(line) && ++count <= MOST_NUMBERS) {
+            numbers += fmt::format("{}{}", numbers.empty() ? "" : ", ", line.number);
+        }
+    }
+    return count == 0 ? ""
+                      : fmt::format("{}: {}{}", counted(count, "line"), numbers, count > MOST_NUMBERS ? ", ..." : "");
+}
+
+std::size_t entriesOf(const LineForm& form, const std::string& bytes) {
+    const std::vector<Seen> lines = lookAtAll(form, bytes);
+    return static_cast<std::size_t>(
+        std::count_if(lines.begin(), lines.end(), [](const Seen& line) { return line.judged.kind == Kind::ENTRY; }));
+}
+
+// Why a file without an entry of the form has none; empty when it just has none.
+std::string otherKind(const LineForm& form, const std::string& path, const std::string& bytes) {
+    if (isBinary(bytes)) {
+        const bool global = takeApart(bytes, false).content == RegistryContent::GLOBAL;
+        return fmt::format("it is no file of lines but a binary one; try genreg {} {}",
+                           global ? "status" : "binvar list", shellWord(path));
+    }
+    const LineForm* best = nullptr;
+    std::size_t most = 0;
+    for (const LineForm* other : {&servicesForm(), &initTabForm(), &varValForm()}) {
+        const std::size_t found = other != &form ? entriesOf(*other, bytes) : 0;
+        if (found > most) {
+            best = other;
+            most = found;
+        }
+    }
+    return best == nullptr
+               ? ""
+               : fmt::format("its lines are of another form; try genreg {} list {}", best->group, shellWord(path));
+}
+
+}  // namespace
+
+const LineForm& varValForm() {
+    static const LineForm FORM{"varval", "pair", false, 0, judgeVarVal};
+    return FORM;
+}
+
+const LineForm& servicesForm() {
+    static const LineForm FORM{"services", "service", false, '/', judgeService};
+    return FORM;
+}
+
+const LineForm& initTabForm() {
+    static const LineForm FORM{"inittab", "entry", true, 0, judgeEntry};
+    return FORM;
+}
+
+void remarkOnFile(Context& context, const LineForm& form, const std::string& path) {
+    const std::string bytes = bytesOf(path);
+    const std::vector<Seen> lines = lookAtAll(form, bytes);
+    if (entriesOf(form, bytes) == 0) {
+        const std::string why = otherKind(form, path, bytes);
+        if (!why.empty()) {
+            context.output.note("other-kind", path, fmt::format("there is no {} in it: {}", form.noun, why));
+            return;
+        }
+    }
+    const auto tell = [&](const char* kind, const std::string& where, const std::string& what) {
+        if (!where.empty()) {
+            context.output.note(kind, path, what + where);
+        }
+    };
+    tell("other-form", places(lines, [](const Seen& line) { return line.judged.kind == Kind::REFUSED; }),
+         "of another form, and not shown, ");
+    tell("cut", places(lines, [](const Seen& line) { return line.cut; }),
+         "\"#\" without a blank before it ends the value on ");
+    tell("backslash", places(lines, [](const Seen& line) { return line.backslash; }),
+         "a backslash, which continues no line, ends the value on ");
+}
+
+void remarkOnName(Context& context, const LineForm& form, const std::string& path, std::string_view wanted) {
+    const std::string_view name = nameIn(form, wanted);
+    for (const Seen& line : lookAtAll(form, bytesOf(path))) {
+        if (beginsWith(line, name)) {
+            context.output.note("refused-line", path,
+                                fmt::format("line {} begins with {}, but is no {}: {}", line.number, printable(name),
+                                            form.noun, line.judged.why));
+        }
+        if (line.judged.kind != Kind::ENTRY || line.judged.name != name) {
+            continue;
+        }
+        if (line.cut) {
+            context.output.note("cut", path,
+                                fmt::format("line {}: \"#\" without a blank before it ends the value", line.number));
+        }
+        if (line.backslash) {
+            context.output.note(
+                "backslash", path,
+                fmt::format("line {}: the value ends in a backslash, which continues no line", line.number));
+        }
+    }
+}
+
+std::size_t refusedLine(const LineForm& form, const std::string& path, std::string_view name) {
+    for (const Seen& line : lookAtAll(form, bytesOf(path))) {
+        if (beginsWith(line, nameIn(form, name))) {
+            return line.number;
+        }
+    }
+    return 0;
+}
+
+}  // namespace tool

@@ -1,0 +1,57 @@
+#include <fmt/core.h>
+#include <install/Install.h>
+
+#include "base/DiskFiles.h"
+#include "base/Update.h"
+#include "global/GlobalCommands.h"
+#include "global/GlobalRegistry.h"
+#include "records/RecordDiff.h"
+
+namespace tool {
+namespace {
+
+constexpr char DOING[] = "bring the fixpack numbers up to date";
+
+unsigned long synchronise(Context& context, const std::string& path, bool rehearsal) {
+    judgeFile(path, DOING, true);
+    GlobalRegistry registry(context, path, rehearsal);
+    unsigned long updated = 0;
+    const unsigned int code = genregSyncGlobalRegFixpackNumber(&registry, &updated);
+    if (code != 0) {
+        throw libraryFailure(code, path, DOING);
+    }
+    return updated;
+}
+
+int sync(Context& context) {
+    SqleLevelInfo level{};
+    (void)sqleGetLevelInfo(SQLE_LEVEL_INFO_VERSION, &level);
+    const std::string path = globalRegistryPath(context);
+    unsigned long updated = 0;
+    Change change = changeOfRecords(path, DOING, {{"version", level.versionString}, {"fixpack", level.fixpackNumber}});
+    change.make = [&](const std::string& file) {
+        updated = synchronise(context, file, file != path);
+        change.result["updated"] = updated;
+        return updated != 0;
+    };
+    const int status = carryOut(context, change);
+    if (!context.output.style.json) {
+        context.output.line(fmt::format("{} service record{} of {} {} to fixpack number {}", updated,
+                                        updated == 1 ? "" : "s", level.versionString,
+                                        context.options.dryRun ? "would be brought" : "brought", level.fixpackNumber));
+    }
+    return status;
+}
+
+constexpr Command COMMANDS[] = {
+    {"fixpack sync", "bring the fixpack numbers of this copy's services up to the running level",
+     USES_UPDATE | USES_REGISTRY, [](CLI::App&) -> Action { return sync; }},
+};
+
+}  // namespace
+
+std::span<const Command> fixpackCommands() {
+    return COMMANDS;
+}
+
+}  // namespace tool

@@ -1,0 +1,126 @@
+#include "global/GlobalRegistry.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+#include <new>
+
+#include "base/Failure.h"
+#include "base/LockPatience.h"
+#include "global/GlobalPath.h"
+#include "records/RegistryBytes.h"
+
+namespace tool {
+namespace {
+
+constexpr char PATH_VARIABLE[] = "RVN_GLOBAL_REG_PATHNAME";
+constexpr unsigned long EVERY_FIELD = ~0UL;
+
+unsigned int match(unsigned long mask, void* record, void* key) {
+    if (mask == 0) {
+        return 1;
+    }
+    const auto& found = *static_cast<const GlobalRegRecord*>(record);
+    const auto& wanted = *static_cast<const GlobalRegRecord*>(key);
+    if (found.recordType != wanted.recordType) {
+        return 0;
+    }
+    // The key's own fields must be there; where all are asked for, no other may.
+    const unsigned long compared = mask & kindOf(found.recordType).known;
+    const unsigned long presence =
+        mask == EVERY_FIELD ? found.fieldMask ^ wanted.fieldMask : wanted.fieldMask & ~found.fieldMask;
+    return (presence & compared) == 0 && sameValues(found, wanted, compared) ? 1 : 0;
+}
+
+// Asks for the fields of the key alone: a field that is to be removed is in the mask and not in the record.
+unsigned int validate(unsigned long mask, void* record) {
+    if (mask == 0 || record == nullptr) {
+        return 0;
+    }
+    const RecordKind* kind = findKind(static_cast<const GlobalRegRecord*>(record)->recordType);
+    return kind == nullptr ? static_cast<unsigned int>(REG_RECORD_TYPE_INVALID)
+                           : GlobalReg::ValidateRecord(mask & kind->keyFields, record);
+}
+
+// Of the record that was unpacked last: the library leaves them out.
+thread_local LaterItems laterOfLast;
+
+unsigned int unpack(void** buffer) noexcept {
+    unsigned long size = 0;
+    try {
+        (void)GlobalReg::GetPackedRecordSize(*buffer, &size);
+        laterOfLast = laterItems(decodeImage({static_cast<const char*>(*buffer), size}));
+    } catch (const std::bad_alloc&) {
+        return REG_NO_UNPACK_BUFFER;
+    }
+    return GlobalReg::UnpackRecord(buffer);
+}
+
+}  // namespace
+
+std::string globalRegistryPath(const Context& context) {
+    std::string path = globalPath(context).path;
+    // The change log names the path by the library's rules, which know nothing of the options.
+    if (setenv(PATH_VARIABLE, path.c_str(), 1) != 0) {
+        throw systemFailure(ENOMEM, path, "use it as the global registry");
+    }
+    return path;
+}
+
+GlobalRegistry::GlobalRegistry(const Context& context, const std::string& path, bool rehearsal) : path_(path) {
+    const unsigned int code = setRegistryPaths(path.c_str());
+    if (code != 0) {
+        throw libraryFailure(code, path, "use the registry");
+    }
+    waitPatiently(*this, path);
+    matchRecord = match;
+    validateRecord = validate;
+    features |= layoutFeatures(path);
+    SetCommandLine(context.argumentCount, context.arguments);
+    if (rehearsal) {
+        (void)unsetFeature(REG_FEATURE_CHANGE_LOG | REG_FEATURE_NOTIFY);
+    }
+}
+
+std::vector<FoundRecord> GlobalRegistry::read(const std::string& doing) {
+    unpackRecord = unpack;
+    unsigned int code = OpenScan();
+    if (code != 0) {
+        throw libraryFailure(code, path_, doing);
+    }
+    std::vector<FoundRecord> records;
+    const auto record = std::make_unique<GlobalRegRecord>();
+    while ((code = GetNext(0, nullptr, record.get())) == 0) {
+        records.push_back({*record, laterOfLast});
+    }
+    if (code != REG_NO_MORE_RECORDS) {
+        throw libraryFailure(code, path_, doing);
+    }
+    code = CloseScan();
+    if (code != 0) {
+        throw libraryFailure(code, path_, doing);
+    }
+    unpackRecord = UnpackRecord;
+    return records;
+}
+
+unsigned int GlobalRegistry::add(GlobalRegRecord record) {
+    return Add(kindOf(record.recordType).keyFields, &record);
+}
+
+unsigned int GlobalRegistry::change(GlobalRegRecord found, GlobalRegRecord record) {
+    return Change(EVERY_FIELD, &found, &record);
+}
+
+unsigned int GlobalRegistry::remove(GlobalRegRecord found) {
+    return Delete(EVERY_FIELD, &found);
+}
+
+unsigned int GlobalRegistry::removeMatching(GlobalRegRecord key, bool severalAllowed) {
+    if (severalAllowed) {
+        (void)setFeature(REG_FEATURE_ALLOW_DUPLICATES);
+    }
+    return Delete(key.fieldMask, &key);
+}
+
+}  // namespace tool

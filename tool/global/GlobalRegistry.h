@@ -1,0 +1,41 @@
+// The global registry for the commands: which file it is, its records, and updates that never overwrite what was
+// changed meanwhile.
+#pragma once
+
+#include <genreg/GlobalReg.h>
+
+#include <string>
+#include <vector>
+
+#include "base/Command.h"
+#include "records/RecordFields.h"
+
+namespace tool {
+
+// The global registry that the options and the surroundings choose, for updates of it. Throws a Failure.
+[[nodiscard]] std::string globalRegistryPath(const Context& context);
+
+// The library's engine with slots of its own. Where those of the library take an absent number for 0, and ask a
+// variable for its further text whatever the mask says, here just the fields of the mask count; and records are equal
+// only when the same fields are there.
+class GlobalRegistry : public GlobalReg {
+public:
+    // rehearsal: neither change log nor signal. Throws a Failure when the path is refused.
+    GlobalRegistry(const Context& context, const std::string& path, bool rehearsal);
+
+    // Every record, in one scan. Throws a Failure.
+    [[nodiscard]] std::vector<FoundRecord> read(const std::string& doing);
+
+    // The engine's operations. Each answers the engine's code.
+    unsigned int add(GlobalRegRecord record);
+    // REG_NOT_FOUND when no record is as found any more.
+    unsigned int change(GlobalRegRecord found, GlobalRegRecord record);
+    unsigned int remove(GlobalRegRecord found);
+    // Every record whose fields are those of the key.
+    unsigned int removeMatching(GlobalRegRecord key, bool severalAllowed);
+
+private:
+    std::string path_;
+};
+
+}  // namespace tool

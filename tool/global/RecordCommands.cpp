@@ -1,0 +1,173 @@
+#include <fmt/core.h>
+
+#include <memory>
+
+#include "base/Answers.h"
+#include "base/Text.h"
+#include "global/GlobalCommands.h"
+#include "global/RecordTask.h"
+
+namespace tool {
+namespace {
+
+// The key's columns, and those that any record has something in.
+void printTable(Output& output, const RecordKind& kind, const std::vector<FoundRecord>& records) {
+    unsigned long shown = kind.keyFields;
+    LaterItems later;
+    for (const FoundRecord& record : records) {
+        shown |= record.fieldMask;
+        later.insert(record.later.begin(), record.later.end());
+    }
+    std::vector<std::string> heading;
+    for (const GlobalRegField& field : kind.fields) {
+        if ((shown & field.bit) != 0) {
+            heading.emplace_back(field.name);
+        }
+    }
+    for (const auto& [bit, ignored] : later) {
+        heading.push_back(laterName(bit));
+    }
+    Table table(heading);
+    for (const FoundRecord& record : records) {
+        std::vector<std::string> cells;
+        for (const GlobalRegField& field : kind.fields) {
+            if ((shown & field.bit) != 0) {
+                cells.push_back(valueCell(record, field));
+            }
+        }
+        for (const auto& [bit, ignored] : later) {
+            cells.push_back(laterCell(record.later, bit));
+        }
+        table.row(std::move(cells));
+    }
+    table.print(output);
+}
+
+int list(Context& context, const RecordArguments& arguments) {
+    const RecordTask task = taskOf(context, arguments, "list");
+    const std::vector<FoundRecord> records = meant(task, recordsOf(task, task.path));
+    if (context.output.style.json) {
+        for (const FoundRecord& record : records) {
+            context.output.json(recordObject(record));
+        }
+    } else if (!records.empty()) {
+        printTable(context.output, task.kind, records);
+    }
+    return EXIT_DONE;
+}
+
+int get(Context& context, const RecordArguments& arguments) {
+    const GlobalRegField* field =
+        arguments.words.empty() ? nullptr : &fieldNamed(kindOf(arguments.type), arguments.words.front());
+    const RecordTask task = taskOf(context, arguments, "get");
+    const std::vector<FoundRecord> all = recordsOf(task, task.path);
+    const std::vector<FoundRecord> records = meant(task, all);
+    if (records.empty()) {
+        throw notFound(task, all);
+    }
+    for (const FoundRecord& record : records) {
+        const auto value = field == nullptr ? std::nullopt : valueText(record, *field);
+        if (field != nullptr && !value) {
+            throw answer("not-found", EXIT_NEGATIVE, REG_NOT_FOUND, task.path,
+                         fmt::format("{} has no {}", keyText(record), field->name), commandFor(task, "get"));
+        }
+        if (context.output.style.json) {
+            context.output.json(field == nullptr ? recordObject(record)
+                                                 : recordObject(record, field->bit | task.kind.keyFields));
+        } else if (field != nullptr) {
+            context.output.line(context.output.isTerminal() ? printable(*value) : *value);
+        } else {
+            Table table({"FIELD", "VALUE"});
+            for (const GlobalRegField& each : task.kind.fields) {
+                table.row({each.name, valueCell(record, each)});
+            }
+            for (const auto& [bit, bytes] : record.later) {
+                table.row({laterName(bit), laterCell(bytes)});
+            }
+            table.print(context.output);
+        }
+    }
+    return EXIT_DONE;
+}
+
+constexpr const char* KEY_WORDS[] = {"SERVICE", "VERSION", "NAME"};
+constexpr const char* KEY_HELP[] = {"the service", "its version: 9.7.0.2", "the name"};
+
+// The words of the key: all of them, or at least so many.
+std::shared_ptr<RecordArguments> declareKey(CLI::App& parser, unsigned int type, std::size_t required) {
+    auto arguments = std::make_shared<RecordArguments>(RecordArguments{type});
+    const bool versioned = type != GLOBALREG_VARIABLE;
+    const std::size_t count = keyFieldsOf(kindOf(type)).size();
+    arguments->key.reserve(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::size_t word = !versioned && i == 1 ? 2 : i;
+        auto* const option = parser.add_option_function<std::string>(
+            KEY_WORDS[word], [arguments](const std::string& text) { arguments->key.push_back(text); }, KEY_HELP[word]);
+        option->required(i < required);
+    }
+    return arguments;
+}
+
+std::string fieldsText(unsigned int type) {
+    const RecordKind& kind = kindOf(type);
+    std::string text = "Fields:";
+    for (const GlobalRegField& field : kind.fields) {
+        text += (kind.keyFields & field.bit) != 0 ? "" : fmt::format(" {}", field.name);
+    }
+    return text;
+}
+
+constexpr std::size_t WHOLE_KEY = 3;
+
+template <unsigned int TYPE>
+Action declareList(CLI::App& parser) {
+    return [arguments = declareKey(parser, TYPE, 0)](Context& context) { return list(context, *arguments); };
+}
+
+template <unsigned int TYPE>
+Action declareGet(CLI::App& parser) {
+    auto arguments = declareKey(parser, TYPE, WHOLE_KEY);
+    parser.add_option("FIELD", arguments->words, "only the value of this field")->expected(0, 1);
+    parser.footer(fieldsText(TYPE));
+    return [arguments](Context& context) { return get(context, *arguments); };
+}
+
+template <unsigned int TYPE>
+Action declareSet(CLI::App& parser) {
+    auto arguments = declareKey(parser, TYPE, WHOLE_KEY);
+    parser.add_option("FIELD=VALUE", arguments->words, "fields to set; FIELD= removes one, others stay as they are");
+    parser.footer(fieldsText(TYPE));
+    return [arguments](Context& context) { return setRecord(context, *arguments); };
+}
+
+template <unsigned int TYPE>
+Action declareRemove(CLI::App& parser) {
+    return [arguments = declareKey(parser, TYPE, 1)](Context& context) { return removeRecords(context, *arguments); };
+}
+
+constexpr unsigned int SETS = USES_REGISTRY | USES_UPDATE;
+constexpr unsigned int REMOVES = SETS | USES_ALL | USES_YES;
+
+constexpr Command COMMANDS[] = {
+    {"service list", "the installed copies", USES_REGISTRY, declareList<GLOBALREG_SERVICE>},
+    {"service get", "one of them, or one of its fields", USES_REGISTRY, declareGet<GLOBALREG_SERVICE>},
+    {"service set", "set fields; a missing record is added", SETS, declareSet<GLOBALREG_SERVICE>},
+    {"service remove", "remove one, or with --all each that matches", REMOVES, declareRemove<GLOBALREG_SERVICE>},
+    {"instance list", "the instances", USES_REGISTRY, declareList<GLOBALREG_INSTANCE>},
+    {"instance get", "one of them, or one of its fields", USES_REGISTRY, declareGet<GLOBALREG_INSTANCE>},
+    {"instance set", "set fields; a missing record is added", SETS, declareSet<GLOBALREG_INSTANCE>},
+    {"instance remove", "remove one, or with --all each that matches", REMOVES, declareRemove<GLOBALREG_INSTANCE>},
+    {"variable list", "the settings", USES_REGISTRY, declareList<GLOBALREG_VARIABLE>},
+    {"variable get", "one of them, or one of its fields", USES_REGISTRY, declareGet<GLOBALREG_VARIABLE>},
+    {"variable set", "set fields; a missing record is added", SETS | USES_IF_VALUE, declareSet<GLOBALREG_VARIABLE>},
+    {"variable remove", "remove one, or with --all each that matches", REMOVES | USES_IF_VALUE,
+     declareRemove<GLOBALREG_VARIABLE>},
+};
+
+}  // namespace
+
+std::span<const Command> recordCommands() {
+    return COMMANDS;
+}
+
+}  // namespace tool

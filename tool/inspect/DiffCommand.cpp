@@ -1,0 +1,168 @@
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+
+#include "base/Diff.h"
+#include "base/DiskFiles.h"
+#include "base/Text.h"
+#include "base/Update.h"
+#include "entries/BinVarFile.h"
+#include "global/GlobalRegistry.h"
+#include "inspect/InspectCommands.h"
+#include "records/RecordDiff.h"
+#include "records/RegistryBytes.h"
+
+namespace tool {
+namespace {
+
+struct Arguments {
+    std::string before;
+    std::string after;
+};
+
+bool isThere(const std::string& path) {
+    std::error_code error;
+    return std::filesystem::is_regular_file(path, error);
+}
+
+// What a single file is compared with: what a writer left beside it, else the global registry.
+std::string otherSide(const Context& context, const std::string& path) {
+    judgeFile(path, "compare", true);
+    const RegistryFile file(path);
+    for (const std::string& companion : {file.temporaryPath(), file.backupPath(), file.corruptPath()}) {
+        if (isThere(companion) && !isSameFile(companion, path)) {
+            return companion;
+        }
+    }
+    std::string global = globalRegistryPath(context);
+    const bool comparable = isBinary(readFile(path, "compare")) && isThere(global) && !isSameFile(global, path);
+    if (!comparable) {
+        throw usageFailure(
+            fmt::format("{}: no .tmp, .bkp or .cor stands beside it; compare it with what?", printable(path)),
+            fmt::format("genreg diff {} OTHER", shellWord(path)));
+    }
+    return global;
+}
+
+// Refuses to call a comparison complete that could not read everything.
+void refuseDamage(const std::string& path, const RegistryBytes& file) {
+    if (!file.isSound()) {
+        throw damageFailure(path, file);
+    }
+}
+
+int differing(Context& context, const Difference& difference, const std::string& why) {
+    context.output.note("differs", difference.oldName,
+                        fmt::format("differs from {}; {}", printable(difference.newName), why));
+    return EXIT_NEGATIVE;
+}
+
+int compareLinesOf(Context& context, const Difference& difference) {
+    Output& output = context.output;
+    if (difference.empty()) {
+        output.detail("no difference");
+        return EXIT_DONE;
+    }
+    if (output.style.json) {
+        for (const Json& object : differenceObjects(difference)) {
+            output.json(object);
+        }
+    } else {
+        printDifference(output, difference);
+    }
+    return EXIT_NEGATIVE;
+}
+
+int sameRecords(Context& context, const Difference& difference) {
+    if (!difference.empty()) {
+        context.output.note("same", difference.oldName,
+                            fmt::format("has the records of {}; their order or what readers skip differs",
+                                        printable(difference.newName)));
+    }
+    return EXIT_DONE;
+}
+
+int compareRecordsOf(Context& context, const Difference& difference) {
+    Output& output = context.output;
+    bool differs = false;
+    if (output.style.json) {
+        const std::vector<Json> objects = recordDifferenceObjects(difference);
+        std::for_each(objects.begin(), objects.end(), [&](const Json& object) { output.json(object); });
+        differs = !objects.empty();
+    } else {
+        differs = printRecordDifference(output, difference);
+    }
+    refuseDamage(difference.oldName, takeApart(difference.before, true));
+    refuseDamage(difference.newName, takeApart(difference.after, true));
+    return differs ? EXIT_NEGATIVE : sameRecords(context, difference);
+}
+
+int compareVariables(Context& context, const Difference& difference) {
+    const Difference lines{difference.oldName, difference.newName, binVarLines(difference.before),
+                           binVarLines(difference.after)};
+    return lines.empty() ? sameRecords(context, difference) : compareLinesOf(context, lines);
+}
+
+int compareBinary(Context& context, const Difference& difference) {
+    const RegistryBytes before = takeApart(difference.before, false);
+    const RegistryBytes after = takeApart(difference.after, false);
+    // What is too damaged to tell goes with the other side.
+    const auto is = [](const RegistryBytes& file, RegistryContent content) {
+        return file.parts.empty() || file.content == content ||
+               (file.content == RegistryContent::OTHER && !file.isSound());
+    };
+    const auto both = [&](RegistryContent content) { return is(before, content) && is(after, content); };
+    if (both(RegistryContent::GLOBAL)) {
+        return compareRecordsOf(context, difference);
+    }
+    int status = EXIT_DONE;
+    if (both(RegistryContent::VARIABLES)) {
+        status = compareVariables(context, difference);
+    } else if (!difference.empty()) {
+        status = differing(context, difference,
+                           before.content == after.content ? "their records are of a kind not known here"
+                                                           : "their records are of different kinds");
+    }
+    refuseDamage(difference.oldName, before);
+    refuseDamage(difference.newName, after);
+    return status;
+}
+
+int compare(Context& context, const Arguments& arguments) {
+    const std::string other = arguments.after.empty() ? otherSide(context, arguments.before) : arguments.after;
+    const Difference difference{arguments.before, other, readFile(arguments.before, "compare"),
+                                readFile(other, "compare")};
+    const auto comparable = [](const std::string& bytes) { return bytes.empty() || isBinary(bytes); };
+    if (comparable(difference.before) && comparable(difference.after)) {
+        return compareBinary(context, difference);
+    }
+    if (isBinary(difference.before) || isBinary(difference.after)) {
+        return differing(context, difference, "one of them is text");
+    }
+    return compareLinesOf(context, difference);
+}
+
+Action declareDiff(CLI::App& parser) {
+    auto arguments = std::make_shared<Arguments>();
+    parser.add_option("A", arguments->before, "a registry file, or a companion or copy of it")->required();
+    parser.add_option("B", arguments->after,
+                      "the other one; when there is none, the .tmp, .bkp or .cor beside A, else the global registry");
+    parser.footer(
+        "Binary registries are compared record by record: - only in A, + only in B, ~ fields old -> new.\n"
+        "Exits 7 when a frame of either is damaged; the sound ones are compared all the same.");
+    return [arguments](Context& context) { return compare(context, *arguments); };
+}
+
+constexpr Command COMMANDS[] = {
+    {"diff", "compare two registries by lines or records; exits 1 when they differ", 0, declareDiff},
+};
+
+}  // namespace
+
+std::span<const Command> diffCommands() {
+    return COMMANDS;
+}
+
+}  // namespace tool

@@ -1,0 +1,233 @@
+#include <fmt/core.h>
+#include <osse/Files.h>
+
+#include <chrono>
+#include <memory>
+#include <optional>
+
+#include "base/DiskFiles.h"
+#include "base/Text.h"
+#include "base/Update.h"
+#include "entries/VarValFile.h"
+#include "global/GlobalPath.h"
+#include "global/GlobalRegistry.h"
+#include "inspect/InspectCommands.h"
+#include "inspect/LockReport.h"
+#include "inspect/RegistryReport.h"
+
+namespace tool {
+namespace {
+
+struct Companion {
+    const char* name;
+    std::string path;
+    std::string meaning;
+};
+
+// A companion may be a link that somebody planted: it counts as there, wherever it leads.
+bool isThere(const std::string& path) {
+    std::error_code error;
+    return std::filesystem::exists(std::filesystem::symlink_status(path, error));
+}
+
+// Size and age, as far as they can be told.
+void addSizeAndAge(Json& object, const std::string& path) {
+    std::error_code error;
+    const auto size = std::filesystem::file_size(path, error);
+    object["size"] = error ? Json(nullptr) : Json(size);
+    const auto written = std::filesystem::last_write_time(path, error);
+    const auto age = std::chrono::file_clock::now() - written;
+    object["age_seconds"] = error ? Json(nullptr) : Json(std::chrono::duration_cast<std::chrono::seconds>(age).count());
+}
+
+std::string ageText(const Json& object) {
+    return object["age_seconds"].is_null() ? "?" : duration(object["age_seconds"].get<long long>());
+}
+
+// What a temporary copy that nobody is writing tells. Nothing in it says what cut it short; a disk without room for the
+// next version makes one cause far more likely than the others.
+std::string leftoverText(const RegistryFile& file) {
+    std::error_code error;
+    const auto space = std::filesystem::space(file.temporaryPath(), error);
+    const auto needed = std::filesystem::file_size(file.registryPath(), error);
+    if (!error && space.available < needed) {
+        return fmt::format(
+            "left by an update that most likely ran out of disk space ({} free, {} needed): free some; "
+            "the next update sets it aside as .cor",
+            counted(space.available, "byte"), needed);
+    }
+    return "left by an update that did not end: its writer was interrupted, or the disk was full; the next update sets "
+           "it aside as .cor";
+}
+
+// The companions that are there, and what each of them tells about the past.
+std::vector<Companion> companions(const RegistryFile& file, bool held) {
+    std::vector<Companion> all{
+        {"tmp", file.temporaryPath(),
+         held ? "the next version, being written by the holder of the lock" : leftoverText(file)},
+        {"bkp", file.backupPath(),
+         isSameFile(file.backupPath(), file.registryPath())
+             ? "a second name of this version, left by an interrupted commit; the next commit removes it"
+             : "an older version, left by a commit that failed; the next commit removes it"},
+        {"cor", file.corruptPath(),
+         "an unfinished copy set aside; look what is missing (genreg diff), the next update removes it"},
+        {"lock file", file.lockFilePath(), "what writers lock; it stays"}};
+    std::erase_if(all, [](const Companion& companion) { return !isThere(companion.path); });
+    return all;
+}
+
+Json companionObject(const Companion& companion) {
+    Json object{{"companion", companion.name}};
+    putText(object, "path", companion.path);
+    addSizeAndAge(object, companion.path);
+    object["meaning"] = companion.meaning;
+    return object;
+}
+
+Json fileObject(const std::string& given, const RegistryFile& file) {
+    OSSFileInfo info{};
+    const unsigned int code = ossFileGetInfoV9(given.c_str(), &info);
+    if (code != 0) {
+        throw libraryFailure(code, given, "tell the status");
+    }
+    Json object = Json::object();
+    putText(object, "path", given);
+    putText(object, "real_path", file.registryPath());
+    addSizeAndAge(object, given);
+    object["mode"] = fmt::format("{:04o}", info.permissions);
+    object["owner"] = info.owner;
+    object["group"] = info.group;
+    return object;
+}
+
+struct Report {
+    Json file;
+    Json lines;    // null for a binary registry
+    Json records;  // null for a text registry
+    Json lock;
+    std::vector<Json> companions;
+    Json monitor;  // of the global registry; null for others
+    Json changeLog;
+};
+
+Json linesObject(const std::string& path) {
+    const VarValContents contents = VarValFile(path, true).read("read");
+    return {{"total", contents.lines},
+            {"pairs", contents.pairs.size()},
+            {"comments", contents.comments},
+            {"blank", contents.blanks},
+            {"other", contents.others}};
+}
+
+void print(Output& output, const Report& report) {
+    const auto text = [](const Json& object, const char* key) { return printable(object.value(key, std::string())); };
+    const std::string path = text(report.file, "path");
+    const std::string real = text(report.file, "real_path");
+    output.line(fmt::format("file      {}{}", path, path == real ? "" : " -> " + real));
+    output.line(fmt::format("size      {}, changed {} ago", sizeText(report.file), ageText(report.file)));
+    output.line(fmt::format("mode      {}, owned by user {}, group {}", text(report.file, "mode"),
+                            report.file["owner"].dump(), report.file["group"].dump()));
+    if (report.lines.is_null()) {
+        output.line("records   " + recordsText(report.records));
+    } else {
+        output.line(fmt::format("lines     {} in all: {} variable = value, {} comment, {} blank, {} of another form",
+                                report.lines["total"].dump(), report.lines["pairs"].dump(),
+                                report.lines["comments"].dump(), report.lines["blank"].dump(),
+                                report.lines["other"].dump()));
+    }
+    output.line("lock      " + lockText(report.lock));
+    for (const Json& companion : report.companions) {
+        output.line(fmt::format("{:<9} {} ({}, {} old): {}", text(companion, "companion"), text(companion, "path"),
+                                sizeText(companion), ageText(companion), text(companion, "meaning")));
+    }
+    if (!report.monitor.is_null()) {
+        output.line("monitor   " + monitorText(report.monitor));
+        output.line("log       " + changeLogText(report.changeLog));
+    }
+}
+
+// The records of a binary registry: counted, and what of them is damaged.
+struct Records {
+    Json counted = Json::object();
+    std::optional<Failure> damage{};
+};
+
+// Frames of none but unknown types are another kind of registry; among records of the known types, or in the global
+// registry, they are damage, as they are to every reader.
+Records recordsOf(const std::string& path, const std::string& bytes, bool global) {
+    const RecordFile file = parseRecords(bytes, global);
+    Records records{file.bytes.content == RegistryContent::VARIABLES ? variablesObject(file.bytes)
+                                                                     : recordsObject(file)};
+    if (!file.bytes.isSound()) {
+        records.damage = damageFailure(path, file.bytes);
+    }
+    return records;
+}
+
+// A file of --registry may be of any kind: it is judged by its bytes.
+bool isGlobalRegistry(const Context& context, const std::string& path) {
+    if (context.options.registry) {
+        return false;
+    }
+    try {
+        return isSameFile(path, globalRegistryPath(context));
+    } catch (const Failure&) {
+        return false;  // it cannot be told where the global registry lies, and a file was named
+    }
+}
+
+int status(Context& context, const std::string& given) {
+    const std::string path = globalFile(context, given);
+    judgeFile(path, "tell the status", true);
+    const bool global = isGlobalRegistry(context, path);
+    const std::string bytes = readFile(path, "tell the status");
+    const bool binary = global || isBinary(bytes);
+    const Records records = binary ? recordsOf(path, bytes, global) : Records();
+    const RegistryFile file(path);
+    Report report{fileObject(path, file), nullptr, nullptr, lockObject(file), {}, nullptr, nullptr};
+    (binary ? report.records : report.lines) = binary ? records.counted : linesObject(path);
+    for (const Companion& companion : companions(file, report.lock["held"].get<bool>())) {
+        report.companions.push_back(companionObject(companion));
+    }
+    if (global) {
+        report.monitor = monitorObject();
+        report.changeLog = changeLogObject();
+    }
+    if (context.output.style.json) {
+        Json object = report.file;
+        object["lines"] = report.lines;
+        object["records"] = report.records;
+        object["lock"] = report.lock;
+        object["companions"] = report.companions;
+        object["monitor"] = report.monitor;
+        object["change_log"] = report.changeLog;
+        context.output.json(object);
+    } else {
+        print(context.output, report);
+    }
+    if (records.damage) {
+        throw Failure(*records.damage);
+    }
+    return EXIT_DONE;
+}
+
+Action declareStatus(CLI::App& parser) {
+    auto file = std::make_shared<std::string>();
+    addOptionalFile(parser, *file, "the registry file; the global registry when there is none");
+    parser.footer(
+        "The global registry, and a file that begins as one of records does, is read as records; any other file as "
+        "lines.");
+    return [file](Context& context) { return status(context, *file); };
+}
+
+constexpr Command COMMANDS[] = {
+    {"status", "size, mode, owner, contents, companions and lock of a registry", USES_REGISTRY, declareStatus},
+};
+
+}  // namespace
+
+std::span<const Command> statusCommands() {
+    return COMMANDS;
+}
+
+}  // namespace tool

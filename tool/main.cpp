@@ -1,0 +1,83 @@
+#include <genreg/Codes.h>
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <exception>
+#include <new>
+#include <vector>
+
+#include "base/CodeClasses.h"
+#include "entries/EntryCommands.h"
+#include "global/GlobalCommands.h"
+#include "inspect/InspectCommands.h"
+#include "watch/WatchCommand.h"
+
+namespace {
+
+constexpr tool::CommandGroup GROUPS[] = {
+    {"service", "installed copies in the global registry"},
+    {"instance", "instances in the global registry"},
+    {"variable", "settings in the global registry"},
+    {"varval", "files of lines \"variable = value\""},
+    {"services", "files of lines \"name port/protocol alias ...\""},
+    {"inittab", "files of lines \"id:runlevels:action:command\""},
+    {"binvar", "binary files of names and 32-bit values"},
+    {"lock", "the lock that writers of a registry take"},
+    {"version", "versions: dotted, as codes and as level numbers"},
+    {"fixpack", "the fixpack numbers of the installed copies"},
+    {"log", "the log of changes of the global registry"},
+};
+
+std::vector<tool::Command> allCommands() {
+    std::vector<tool::Command> commands;
+    for (const auto list :
+         {tool::statusCommands(), tool::recordCommands(), tool::varValCommands(), tool::servicesCommands(),
+          tool::initTabCommands(), tool::binVarCommands(), tool::diffCommands(), tool::lockCommands(),
+          tool::explainCommands(), tool::pathCommands(), tool::versionCommands(), tool::fixpackCommands(),
+          tool::logCommands(), tool::dumpCommands(), tool::watchCommands()}) {
+        commands.insert(commands.end(), list.begin(), list.end());
+    }
+    return commands;
+}
+
+int reported(tool::Context& context, tool::Failure failure) {
+    failure.operation = context.operation;
+    context.output.report(failure);
+    return failure.exitStatus;
+}
+
+int guarded(tool::Context& context, int count, char** arguments) {
+    try {
+        const std::vector<tool::Command> commands = allCommands();
+        const int status = tool::run(context, GROUPS, commands, count, arguments);
+        context.output.finish();
+        return status;
+    } catch (const tool::Failure& failure) {
+        return reported(context, failure);
+    } catch (const std::bad_alloc&) {
+        tool::Failure failure;
+        failure.kind = "no-memory";
+        failure.exitStatus = tool::EXIT_WRITE_FAILED;
+        failure.message = "there is no memory left";
+        failure.message += context.output.changed.value_or(false) ? "; the change itself stands" : "";
+        failure.hint = tool::classOf(REG_NO_MEMORY).advice;
+        return reported(context, failure);
+    } catch (const std::exception& error) {
+        tool::Failure failure;
+        failure.kind = "defect";
+        failure.message = std::string("unexpected: ") + error.what();
+        failure.hint = "this is a defect of the tool: report it with the command line";
+        return reported(context, failure);
+    }
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+    // A limit on file sizes and a reader that went away become errors of the write, in the middle of an update too.
+    (void)std::signal(SIGXFSZ, SIG_IGN);
+    (void)std::signal(SIGPIPE, SIG_IGN);
+    tool::fillClosedStandardFiles();
+    tool::Context context;
+    return guarded(context, count, arguments);
+}

@@ -1,0 +1,246 @@
+#include <fcntl.h>
+#include <fmt/chrono.h>
+#include <fmt/core.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+#include <memory>
+#include <optional>
+
+#include "base/Child.h"
+#include "base/DiskFiles.h"
+#include "base/Text.h"
+#include "base/Update.h"
+#include "global/GlobalPath.h"
+#include "watch/RegistryChanges.h"
+#include "watch/WatchCommand.h"
+#include "watch/Watching.h"
+
+namespace tool {
+namespace {
+
+constexpr int MEND_MILLISECONDS = 1000;      // how often a directory that went away is looked for
+constexpr int PATIENCE_MILLISECONDS = 5000;  // for a command that was asked to end
+
+struct Arguments {
+    std::string command;
+    bool follow = false;
+};
+
+// A command of --exec as it runs: a process group of its own, the change on its standard input.
+class Reaction {
+public:
+    Reaction(const Context& context, const std::string& command, const std::vector<std::string>& variables,
+             const std::string& input) {
+        const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(std::tmpfile(), std::fclose);
+        if (stream == nullptr || std::fwrite(input.data(), 1, input.size(), stream.get()) != input.size() ||
+            std::fflush(stream.get()) != 0) {
+            throw systemFailure(errno, command, "hand the change to the command");
+        }
+        (void)fcntl(fileno(stream.get()), F_SETFD, FD_CLOEXEC);
+        std::rewind(stream.get());
+        start(command, variables, fileno(stream.get()), context.output.descriptor());
+    }
+
+    // Waits for its end; hurries it when the end of all is asked for. The exit status as a shell tells it.
+    int await(const WatchSignals& signals) const {
+        int ended = 0;
+        int left = PATIENCE_MILLISECONDS;
+        while (waitpid(child_, &ended, WNOHANG) == 0) {
+            if (!signals.endAsked()) {
+                (void)signals.wait(-1, -1, -1);
+                continue;
+            }
+            (void)kill(-child_, left > 0 ? SIGTERM : SIGKILL);
+            (void)signals.wait(-1, -1, left > 0 ? 100 : -1);
+            left -= 100;
+        }
+        return exitStatusOf(ended);
+    }
+
+private:
+    void start(const std::string& command, const std::vector<std::string>& variables, int input, int output) {
+        ChildSetup setup;
+        setup.words = {"/bin/sh", "-c", command};
+        setup.environment = variables;
+        for (std::string& inherited : inheritedEnvironment()) {
+            if (!inherited.starts_with("GENREG_")) {
+                setup.environment.push_back(std::move(inherited));
+            }
+        }
+        setup.input = input;
+        setup.output = output;
+        setup.ownGroup = true;
+        sigemptyset(&setup.blocked);
+        if (const int error = startChild(setup, &child_)) {
+            throw systemFailure(error, command, "run it");
+        }
+    }
+
+    pid_t child_ = 0;
+};
+
+std::string now() {
+    return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(std::time(nullptr)));
+}
+
+// The registry, and what it leads to where it is a link.
+std::vector<std::string> placesOf(const std::string& path) {
+    std::error_code error;
+    const std::string real = std::filesystem::weakly_canonical(path, error);
+    return error || real == path ? std::vector{path} : std::vector{path, real};
+}
+
+class Watcher {
+public:
+    Watcher(Context& context, const Arguments& arguments, WatchSignals& signals, std::string path)
+        : context_(context), arguments_(arguments), signals_(signals), path_(std::move(path)), news_(placesOf(path_)) {
+        if (auto records = read()) {
+            records_ = std::move(*records);
+        }
+    }
+
+    void begin() const {
+        context_.output.note("watching", path_,
+                             fmt::format("watching {}{}; ^C or SIGTERM ends it", counted(records_.size(), "record"),
+                                         arguments_.follow ? "" : fmt::format(" as the monitor, pid {}", getpid())));
+    }
+
+    void run() {
+        Output& output = context_.output;
+        bool mended = true;
+        bool read = true;
+        while (!signals_.endAsked() && read) {
+            read = signals_.wait(news_.descriptor(), output.descriptor(), mended ? -1 : MEND_MILLISECONDS);
+            const bool concerned = news_.take();
+            const bool look = signals_.takeLook();
+            const bool wasMended = mended;
+            mended = news_.mend();
+            if (concerned || look || !wasMended) {
+                tellChanges();
+            }
+        }
+    }
+
+private:
+    // None while the file is damaged, or being written by somebody who does not replace it: what was read before
+    // stands until it can be read again. A missing file has no records.
+    std::optional<RegistryRecords> read() {
+        try {
+            if (!judgeFile(path_, "watch it", false)) {
+                return RegistryRecords();
+            }
+            const std::string bytes = readFile(path_, "watch it");
+            const RegistryBytes parts = takeApart(bytes, true);
+            if (parts.isSound()) {
+                refused_.clear();
+                return recordsOf(parts);
+            }
+            tellOnce(damageText(parts) + "; see genreg dump");
+        } catch (const Failure& failure) {
+            if (failure.kind == "missing") {
+                return RegistryRecords();
+            }
+            tellOnce(failure.message);
+        }
+        return std::nullopt;
+    }
+
+    void tellOnce(const std::string& message) {
+        if (message != refused_) {
+            refused_ = message;
+            context_.output.note("unreadable", path_, message);
+        }
+    }
+
+    void tellChanges() {
+        auto records = read();
+        if (!records) {
+            return;
+        }
+        const std::vector<RegistryChange> changes = changesBetween(records_, *records);
+        records_ = std::move(*records);
+        Output& output = context_.output;
+        for (const RegistryChange& change : changes) {
+            Json object{{"time", now()}};
+            object.update(changeObject(change));
+            if (output.style.json) {
+                output.json(object);
+            } else {
+                output.line(fmt::format("{}  {}", object["time"].get<std::string>(), changeText(change)));
+            }
+            output.deliver();
+            if (!arguments_.command.empty() && !signals_.endAsked()) {
+                react(change, object);
+            }
+        }
+    }
+
+    void react(const RegistryChange& change, const Json& object) {
+        Json input{{"schema", 1}};
+        input.update(object);
+        std::vector<std::string> variables{fmt::format("GENREG_ACTION={}", change.action()),
+                                           fmt::format("GENREG_TYPE={}", object["type"].get<std::string>()),
+                                           fmt::format("GENREG_PATH={}", path_)};
+        for (const auto& [name, value] : object["key"].items()) {
+            variables.push_back(fmt::format("GENREG_{}={}", variableName(name), value.get<std::string>()));
+        }
+        const Reaction reaction(context_, arguments_.command, variables, jsonText(input) + "\n");
+        if (const int status = reaction.await(signals_); status != 0 && !signals_.endAsked()) {
+            context_.output.note("command", path_, fmt::format("\"{}\" ended with {}", arguments_.command, status));
+        }
+    }
+
+    // SERVICE, VERSION, NAME; with _b64 behind it where the value is no UTF-8 and so told in that form.
+    static std::string variableName(const std::string& field) {
+        const std::string suffix = field.ends_with("_b64") ? "_b64" : "";
+        return (field.starts_with("service") ? "SERVICE" : field == "versionCode" ? "VERSION" : "NAME") + suffix;
+    }
+
+    Context& context_;
+    const Arguments& arguments_;
+    WatchSignals& signals_;
+    std::string path_;
+    DirectoryNews news_;  // from before the first reading on
+    RegistryRecords records_;
+    std::string refused_;
+};
+
+int watch(Context& context, const Arguments& arguments) {
+    const std::string path = globalFile(context);
+    WatchSignals signals(!arguments.follow);
+    std::optional<MonitorLock> lock;
+    if (!arguments.follow) {
+        lock.emplace(context.output);
+        makeFolder(context.output, folderOf(RegistryFile(path).registryPath()));
+    }
+    Watcher watcher(context, arguments, signals, path);
+    watcher.begin();
+    watcher.run();
+    return EXIT_DONE;
+}
+
+Action declareWatch(CLI::App& parser) {
+    auto arguments = std::make_shared<Arguments>();
+    parser.add_option("--exec", arguments->command, "run this for each change, which is on its standard input as JSON")
+        ->type_name("CMD");
+    parser.add_flag("--follow", arguments->follow, "only look on: no lock, no privilege");
+    return [arguments](Context& context) { return watch(context, *arguments); };
+}
+
+constexpr Command COMMANDS[] = {
+    {"watch", "print each change of the global registry; unless --follow, as the monitor that writers wake",
+     USES_REGISTRY, declareWatch},
+};
+
+}  // namespace
+
+std::span<const Command> watchCommands() {
+    return COMMANDS;
+}
+
+}  // namespace tool
