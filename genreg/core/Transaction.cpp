@@ -208,7 +208,8 @@ void GenRegTransaction::placeStream(GenRegFile& file) noexcept {
 
 void GenRegTransaction::handOverStream(GenRegFile& file) noexcept {
     if (file.scanInput_ != nullptr) {
-        (void)std::fseek(file.regFp, static_cast<long>(file.scanInput_->offset()), SEEK_SET);
+        (void)scanInput(file);
+        placeStream(file);
         file.dropScanInput();
     }
 }

@@ -183,6 +183,27 @@ TEST_F(BinLookup, ReadingTheStreamAndTheScanGoOnWhereTheOtherStopped) {
     EXPECT_EQ(next(items, 0), REG_NO_MORE_RECORDS);
 }
 
+TEST_F(BinLookup, AFrameIsReadWhereAClientHasMovedTheStream) {
+    const std::vector<BinItem> all = {a_, b_, c_, d_};
+    const auto frame = static_cast<long>(binFile({a_}, false).size());
+    contents(binFile(all, false));
+    for (std::size_t moved = 0; moved < all.size(); ++moved) {
+        SCOPED_TRACE(moved);
+        BinItems items(file());
+        ASSERT_EQ(items.OpenScan(), 0U);
+        EXPECT_EQ(next(items, 0), 0U);
+        ASSERT_EQ(std::fseek(items.regFp, static_cast<long>(moved) * frame, SEEK_SET), 0);
+        BinItem read = {};
+        void* buffer = &read;
+        unsigned long length = 0;
+        ASSERT_EQ(items.ReadRecord(items.regFp, &buffer, &length), 0U);
+        EXPECT_EQ(buffer, static_cast<void*>(&read));
+        EXPECT_EQ(read.value, all[moved].value);
+        EXPECT_EQ(next(items, 0), moved + 1 < all.size() ? 0U : static_cast<unsigned int>(REG_NO_MORE_RECORDS));
+        EXPECT_EQ(result_.value, moved + 1 < all.size() ? all[moved + 1].value : 0);
+    }
+}
+
 TEST_F(BinLookup, RewindSeesWhatAnotherProgramHasAppended) {
     contents(binFile({a_}, false));
     BinItems items(file());
