@@ -1,6 +1,7 @@
 #include <genreg/ByteOrder.h>
 #include <genreg/Codes.h>
 
+#include "genreg/core/FrameBytes.h"
 #include "genreg/core/FunctionTrace.h"
 
 using genreg::Function;
@@ -13,9 +14,7 @@ unsigned int toBigEndianUint32(signed char* bytes, unsigned int value) {
     if (bytes == nullptr) {
         return trace.fail(10, REG_NULL_POINTER);
     }
-    for (int i = 0; i < 4; ++i) {
-        bytes[i] = static_cast<signed char>(static_cast<unsigned char>(value >> (24 - 8 * i)));
-    }
+    genreg::encodeLength(true, value, reinterpret_cast<char*>(bytes));
     return 0;
 }
 
@@ -24,11 +23,7 @@ unsigned int fromBigEndianUint32(signed char* bytes, unsigned int* value) {
     if (bytes == nullptr || value == nullptr) {
         return trace.fail(10, REG_NULL_POINTER);
     }
-    unsigned int result = 0;
-    for (int i = 0; i < 4; ++i) {
-        result = result << 8U | static_cast<unsigned char>(bytes[i]);
-    }
-    *value = result;
+    *value = genreg::decodeLength(true, reinterpret_cast<const char*>(bytes));
     return 0;
 }
 }

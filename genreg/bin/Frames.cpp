@@ -1,6 +1,5 @@
 #include "genreg/bin/Frames.h"
 
-#include <genreg/ByteOrder.h>
 #include <osse/Errors.h>
 
 #include <algorithm>
@@ -14,28 +13,6 @@ using genreg::Frame;
 using genreg::FRAME_LENGTH_SIZE;
 using genreg::RecordBuffer;
 
-void GenRegBinFrames::encodeLength(bool bigEndian, unsigned int length, char* bytes) noexcept {
-    if (bigEndian) {
-        signed char ordered[FRAME_LENGTH_SIZE];
-        (void)toBigEndianUint32(ordered, length);
-        std::memcpy(bytes, ordered, sizeof ordered);
-    } else {
-        std::memcpy(bytes, &length, sizeof length);
-    }
-}
-
-unsigned int GenRegBinFrames::decodeLength(bool bigEndian, const char* bytes) noexcept {
-    unsigned int length = 0;
-    if (bigEndian) {
-        signed char ordered[FRAME_LENGTH_SIZE];
-        std::memcpy(ordered, bytes, sizeof ordered);
-        (void)fromBigEndianUint32(ordered, &length);
-    } else {
-        std::memcpy(&length, bytes, sizeof length);
-    }
-    return length;
-}
-
 unsigned int GenRegBinFrames::next(GenRegInput& input, Frame* frame) noexcept {
     const std::size_t head = input.fill(FRAME_LENGTH_SIZE);
     if (input.error() != 0) {
@@ -47,7 +24,7 @@ unsigned int GenRegBinFrames::next(GenRegInput& input, Frame* frame) noexcept {
     if (head < FRAME_LENGTH_SIZE) {
         return trace_.fail(410, REG_FRAME_TRUNCATED);
     }
-    const std::size_t length = decodeLength(has(REG_FEATURE_BIG_ENDIAN), input.data());
+    const std::size_t length = genreg::decodeLength(has(REG_FEATURE_BIG_ENDIAN), input.data());
     if (length > input.size() - input.offset() - FRAME_LENGTH_SIZE) {
         return trace_.fail(420, REG_FRAME_TRUNCATED);
     }
@@ -153,7 +130,7 @@ unsigned int GenRegBinFrames::payloadSize(void* record, unsigned long* size) noe
 
 bool GenRegBinFrames::writeBytes(std::FILE* stream, const void* payload, unsigned long size, bool inPlace) noexcept {
     char head[FRAME_LENGTH_SIZE];
-    encodeLength(has(REG_FEATURE_BIG_ENDIAN), static_cast<unsigned int>(size), head);
+    genreg::encodeLength(has(REG_FEATURE_BIG_ENDIAN), static_cast<unsigned int>(size), head);
     if (!inPlace) {
         return posix::writeUnlocked(stream, head, sizeof head) && posix::writeUnlocked(stream, payload, size);
     }

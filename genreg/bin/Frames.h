@@ -5,6 +5,7 @@
 
 #include <cstddef>
 
+#include "genreg/core/FrameBytes.h"
 #include "genreg/core/FunctionTrace.h"
 #include "genreg/core/Input.h"
 #include "genreg/core/RecordBuffer.h"
@@ -12,14 +13,7 @@
 namespace genreg {
 
 constexpr unsigned long EVERY_FIELD = ~0UL;
-constexpr unsigned long FRAME_LENGTH_SIZE = 4;
 constexpr unsigned long ANY_SIZE = ~0UL;  // of a record whose buffer is the caller's or the schema's to size
-
-// A frame as it stands in the file. Valid until the next one of the same input.
-struct Frame {
-    const char* payload;
-    std::size_t length;
-};
 
 }  // namespace genreg
 
@@ -28,7 +22,8 @@ public:
     GenRegBinFrames(GenRegBin& engine, genreg::FunctionTrace& trace) noexcept : engine_(engine), trace_(trace) {}
 
     // 0; REG_NO_MORE_RECORDS, which is no failure; REG_FRAME_TRUNCATED; REG_FRAME_LENGTH_READ_FAILED;
-    // REG_FRAME_PAYLOAD_READ_FAILED. Nothing is read or allocated for a length that the file cannot hold.
+    // REG_FRAME_PAYLOAD_READ_FAILED. Nothing is read or allocated for a length that the file cannot hold. The frame is
+    // valid until the next one of the same input.
     [[nodiscard]] unsigned int next(GenRegInput& input, genreg::Frame* frame) noexcept;
 
     // Refuses an image whose lengths lie; REG_UNPACK_FAILED.
@@ -67,10 +62,6 @@ public:
     [[nodiscard]] std::FILE* copy() const noexcept { return engine_.tmpFp; }
     [[nodiscard]] const char* registryPath() const noexcept { return engine_.regPath; }
     void markEndOfScan() noexcept { engine_.state |= REG_STATE_SCAN_AT_END; }
-
-    // The length field in the file's byte order.
-    static void encodeLength(bool bigEndian, unsigned int length, char* bytes) noexcept;
-    [[nodiscard]] static unsigned int decodeLength(bool bigEndian, const char* bytes) noexcept;
 
     // The bytes that a frame of this (packed) record holds: REG_NO_GET_PACKED_RECORD_SIZE, REG_NO_GET_RECORD_SIZE.
     [[nodiscard]] unsigned int payloadSize(void* record, unsigned long* size) noexcept;

@@ -22,7 +22,7 @@ unsigned int GenRegBin::ReadRecord(std::FILE* stream, void** buffer, unsigned lo
     }
     char head[FRAME_LENGTH_SIZE] = {};
     const std::size_t got = std::fread(head, 1, sizeof head, stream);
-    *length = GenRegBinFrames::decodeLength((features & REG_FEATURE_BIG_ENDIAN) != 0, head);
+    *length = genreg::decodeLength((features & REG_FEATURE_BIG_ENDIAN) != 0, head);
     if (got == 0) {
         return std::ferror(stream) != 0 ? trace.fail(10, REG_FRAME_LENGTH_READ_FAILED, ossErrorMapSystem(errno))
                                         : trace.exit(REG_NO_MORE_RECORDS);
@@ -67,7 +67,7 @@ unsigned int GenRegBin::WriteRecord(std::FILE* stream, void* record) noexcept {
         return rc;
     }
     char head[FRAME_LENGTH_SIZE];
-    GenRegBinFrames::encodeLength((features & REG_FEATURE_BIG_ENDIAN) != 0, static_cast<unsigned int>(size), head);
+    genreg::encodeLength((features & REG_FEATURE_BIG_ENDIAN) != 0, static_cast<unsigned int>(size), head);
     if (std::fwrite(head, 1, sizeof head, stream) != sizeof head) {
         return trace.fail(60, REG_FRAME_LENGTH_WRITE_FAILED, ossErrorMapSystem(errno));
     }

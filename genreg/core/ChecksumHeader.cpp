@@ -2,13 +2,11 @@
 
 #include <genreg/Checksum.h>
 #include <genreg/Codes.h>
-#include <genreg/Constants.h>
-#include <genreg/RegistryBytes.h>
 #include <osse/Text.h>
 
-#include <bit>
 #include <cstring>
 
+#include "genreg/core/FrameBytes.h"
 #include "genreg/core/RecordBuffer.h"
 #include "platform/posix/Posix.h"
 
@@ -16,7 +14,6 @@ namespace genreg {
 namespace {
 
 constexpr unsigned long LONGEST_CHECKSUM = 12;  // "-2147483648" and its NUL
-constexpr unsigned long FRAME_LENGTH = 4;
 
 // Room to spare, as the stamped copy needs it for its header.
 constexpr unsigned long SPARE = 100;
@@ -51,39 +48,22 @@ bool looksLikeHeader(const char* bytes) noexcept {
 
 bool fitsBody(const char* content, unsigned long size) noexcept {
     char expected[CHECKSUM_HEADER_SIZE];
-    printChecksum(sqlzChecksumXOR(content + CHECKSUM_HEADER_SIZE, size - CHECKSUM_HEADER_SIZE), expected);
+    printChecksum(bodyChecksum(content, size), expected);
     return std::strncmp(expected, content, CHECKSUM_HEADER_SIZE) == 0;
 }
 
-bool parsesAsFrames(const char* content, unsigned long size, bool bigEndian) noexcept {
-    unsigned long position = 0;
-    while (size - position >= FRAME_LENGTH) {
-        unsigned char bytes[FRAME_LENGTH];
-        std::memcpy(bytes, content + position, FRAME_LENGTH);
-        unsigned long length = 0;
-        for (unsigned long i = 0; i < FRAME_LENGTH; ++i) {
-            const bool mostSignificantFirst = bigEndian || std::endian::native == std::endian::big;
-            length = length << 8U | bytes[mostSignificantFirst ? i : FRAME_LENGTH - 1 - i];
-        }
-        if (length > size - position - FRAME_LENGTH) {
-            return false;
-        }
-        position += FRAME_LENGTH + length;
-    }
-    return position == size;
+}  // namespace
+
+unsigned int bodyChecksum(const char* content, unsigned long size) noexcept {
+    return sqlzChecksumXOR(content + CHECKSUM_HEADER_SIZE, size - CHECKSUM_HEADER_SIZE);
 }
 
-HeaderFit judgeBytes(const char* content, unsigned long size, bool bigEndian) noexcept {
+HeaderFit judgeHeader(const char* content, unsigned long size) noexcept {
     if (size < CHECKSUM_HEADER_SIZE || !looksLikeHeader(content)) {
         return HeaderFit::None;
     }
-    if (fitsBody(content, size)) {
-        return HeaderFit::Fits;
-    }
-    return parsesAsFrames(content, size, bigEndian) ? HeaderFit::None : HeaderFit::Misfits;
+    return fitsBody(content, size) ? HeaderFit::Fits : HeaderFit::Misfits;
 }
-
-}  // namespace
 
 unsigned int judgeChecksumHeader(int descriptor, unsigned long size, bool bigEndian, HeaderFit* fit,
                                  unsigned int* platformCode) noexcept {
@@ -96,7 +76,11 @@ unsigned int judgeChecksumHeader(int descriptor, unsigned long size, bool bigEnd
     if (const unsigned int rc = readAll(descriptor, size, content, platformCode)) {
         return rc;
     }
-    *fit = judgeBytes(static_cast<const char*>(content.get()), size, bigEndian);
+    const auto* const bytes = static_cast<const char*>(content.get());
+    *fit = judgeHeader(bytes, size);
+    if (*fit == HeaderFit::Misfits && parsesAsFrames(bigEndian, bytes, size, 0)) {
+        *fit = HeaderFit::None;
+    }
     return 0;
 }
 
@@ -141,15 +125,3 @@ unsigned int stampChecksumHeader(int descriptor, unsigned long size, bool insert
 }
 
 }  // namespace genreg
-
-extern "C" unsigned int genregCheckHeader(const void* bytes, unsigned long length, unsigned long features,
-                                          unsigned long* records) {
-    using genreg::HeaderFit;
-    const bool bigEndian = (features & REG_FEATURE_BIG_ENDIAN) != 0;
-    const HeaderFit fit =
-        bytes == nullptr ? HeaderFit::None : genreg::judgeBytes(static_cast<const char*>(bytes), length, bigEndian);
-    if (records != nullptr) {
-        *records = fit == HeaderFit::None ? 0 : genreg::CHECKSUM_HEADER_SIZE;
-    }
-    return fit == HeaderFit::Misfits ? static_cast<unsigned int>(REG_CHECKSUM_DIFFERS) : 0U;
-}

@@ -4,16 +4,23 @@
 // Where a function has a *platformCode it is always set: what the system said where reading or writing failed, else 0.
 #pragma once
 
+#include <genreg/RegistryBytes.h>
+
 namespace genreg {
 
-constexpr unsigned long CHECKSUM_HEADER_SIZE = 32;
+constexpr unsigned long CHECKSUM_HEADER_SIZE = REG_CHECKSUM_HEADER_SIZE;
 
 // How a file and a checksum header go together.
 enum class HeaderFit {
     None,    // the file does not begin with a header
     Fits,    // it does, and it fits the rest
-    Misfits  // it begins with what looks like one that does not fit, and no frame begins there either
+    Misfits  // it begins with what looks like one that does not fit
 };
+
+// Looks at the bytes of a file, and only at those: frames may look like a header that does not fit.
+[[nodiscard]] HeaderFit judgeHeader(const char* content, unsigned long size) noexcept;
+// What the header of a file should state; it has one, so that there are as many bytes.
+[[nodiscard]] unsigned int bodyChecksum(const char* content, unsigned long size) noexcept;
 
 // Looks at a file whose header is not known to be there. A file that parses as frames from its first byte on has none,
 // whatever it looks like. 0; REG_CHECKSUM_READ_FAILED; REG_NO_CHECKSUM_BUFFER.

@@ -18,44 +18,45 @@ constexpr unsigned long BODY = offsetof(GlobalRegRecord, body);
 constexpr unsigned int ANY = 0;       // every content is accepted
 constexpr unsigned int OPTIONAL = 0;  // no mask requires it
 constexpr bool LOGGED = true;
+constexpr bool KEY = true;
 
 // clang-format off
 constexpr GlobalRegField INSTANCE_FIELDS[] = {
-    {INSTANCE_SERVICE,       "service",      TEXT,    LOGGED, BODY + offsetof(I, service),      sizeof I::service,      REG_INSTANCE_SERVICE_EMPTY,         REG_INSTANCE_SERVICE_MISSING,       "Service     "},
-    {INSTANCE_VERSION_CODE,  "versionCode",  VERSION, LOGGED, BODY + offsetof(I, versionCode),  sizeof I::versionCode,  ANY,                                REG_INSTANCE_VERSION_MISSING,       "VersionCode "},
-    {INSTANCE_NAME,          "instanceName", TEXT,    LOGGED, BODY + offsetof(I, instanceName), sizeof I::instanceName, REG_INSTANCE_NAME_EMPTY,            REG_INSTANCE_NAME_MISSING,          "InstanceName"},
-    {INSTANCE_PATH,          "instancePath", TEXT,    LOGGED, BODY + offsetof(I, instancePath), sizeof I::instancePath, REG_INSTANCE_PATH_EMPTY,            REG_INSTANCE_PATH_MISSING,          "InstancePath"},
-    {INSTANCE_USAGE,         "usage",        TEXT,    LOGGED, BODY + offsetof(I, usage),        sizeof I::usage,        REG_INSTANCE_USAGE_EMPTY,           REG_INSTANCE_USAGE_MISSING,         "Usage       "},
-    {INSTANCE_START_AT_BOOT, "startAtBoot",  NUMBER,  LOGGED, BODY + offsetof(I, startAtBoot),  sizeof I::startAtBoot,  REG_INSTANCE_START_AT_BOOT_INVALID, REG_INSTANCE_START_AT_BOOT_MISSING, "StartAtBoot "},
-    {INSTANCE_MAINTENANCE,   "maintenance",  NUMBER,  LOGGED, BODY + offsetof(I, maintenance),  sizeof I::maintenance,  REG_INSTANCE_MAINTENANCE_INVALID,   REG_INSTANCE_MAINTENANCE_MISSING,   "Maintenance "},
+    {INSTANCE_SERVICE,       "service",      TEXT,    LOGGED, KEY,  BODY + offsetof(I, service),      sizeof I::service,      REG_INSTANCE_SERVICE_EMPTY,         REG_INSTANCE_SERVICE_MISSING,       "Service     "},
+    {INSTANCE_VERSION_CODE,  "versionCode",  VERSION, LOGGED, KEY,  BODY + offsetof(I, versionCode),  sizeof I::versionCode,  ANY,                                REG_INSTANCE_VERSION_MISSING,       "VersionCode "},
+    {INSTANCE_NAME,          "instanceName", TEXT,    LOGGED, KEY,  BODY + offsetof(I, instanceName), sizeof I::instanceName, REG_INSTANCE_NAME_EMPTY,            REG_INSTANCE_NAME_MISSING,          "InstanceName"},
+    {INSTANCE_PATH,          "instancePath", TEXT,    LOGGED, !KEY, BODY + offsetof(I, instancePath), sizeof I::instancePath, REG_INSTANCE_PATH_EMPTY,            REG_INSTANCE_PATH_MISSING,          "InstancePath"},
+    {INSTANCE_USAGE,         "usage",        TEXT,    LOGGED, !KEY, BODY + offsetof(I, usage),        sizeof I::usage,        REG_INSTANCE_USAGE_EMPTY,           REG_INSTANCE_USAGE_MISSING,         "Usage       "},
+    {INSTANCE_START_AT_BOOT, "startAtBoot",  NUMBER,  LOGGED, !KEY, BODY + offsetof(I, startAtBoot),  sizeof I::startAtBoot,  REG_INSTANCE_START_AT_BOOT_INVALID, REG_INSTANCE_START_AT_BOOT_MISSING, "StartAtBoot "},
+    {INSTANCE_MAINTENANCE,   "maintenance",  NUMBER,  LOGGED, !KEY, BODY + offsetof(I, maintenance),  sizeof I::maintenance,  REG_INSTANCE_MAINTENANCE_INVALID,   REG_INSTANCE_MAINTENANCE_MISSING,   "Maintenance "},
     // kept: the two extra fields are not printed.
-    {INSTANCE_EXTRA_PATH,    "extraPath",    TEXT,    LOGGED, BODY + offsetof(I, extraPath),    sizeof I::extraPath,    REG_INSTANCE_EXTRA_PATH_EMPTY,      REG_INSTANCE_EXTRA_PATH_MISSING,    nullptr},
-    {INSTANCE_EXTRA_NAME,    "extraName",    TEXT,    LOGGED, BODY + offsetof(I, extraName),    sizeof I::extraName,    REG_INSTANCE_EXTRA_NAME_EMPTY,      REG_INSTANCE_EXTRA_NAME_MISSING,    nullptr},
-    {INSTANCE_COMMENT,       "comment",      TEXT,    LOGGED, BODY + offsetof(I, comment),      sizeof I::comment,      REG_INSTANCE_COMMENT_EMPTY,         REG_INSTANCE_COMMENT_MISSING,       "Comment     "},
+    {INSTANCE_EXTRA_PATH,    "extraPath",    TEXT,    LOGGED, !KEY, BODY + offsetof(I, extraPath),    sizeof I::extraPath,    REG_INSTANCE_EXTRA_PATH_EMPTY,      REG_INSTANCE_EXTRA_PATH_MISSING,    nullptr},
+    {INSTANCE_EXTRA_NAME,    "extraName",    TEXT,    LOGGED, !KEY, BODY + offsetof(I, extraName),    sizeof I::extraName,    REG_INSTANCE_EXTRA_NAME_EMPTY,      REG_INSTANCE_EXTRA_NAME_MISSING,    nullptr},
+    {INSTANCE_COMMENT,       "comment",      TEXT,    LOGGED, !KEY, BODY + offsetof(I, comment),      sizeof I::comment,      REG_INSTANCE_COMMENT_EMPTY,         REG_INSTANCE_COMMENT_MISSING,       "Comment     "},
 };
 
 // kept: services are not printed; a mask never requires the fixpack number; the codes of a missing flag and of a
 // missing second number stand in crossed order.
 constexpr GlobalRegField SERVICE_FIELDS[] = {
-    {SERVICE_SERVICE,        "service",        TEXT,    LOGGED, BODY + offsetof(S, service),        sizeof S::service,        REG_SERVICE_SERVICE_EMPTY,  REG_SERVICE_SERVICE_MISSING,  nullptr},
-    {SERVICE_VERSION_CODE,   "versionCode",    VERSION, LOGGED, BODY + offsetof(S, versionCode),    sizeof S::versionCode,    ANY,                        REG_SERVICE_VERSION_MISSING,  nullptr},
-    {SERVICE_PATH,           "servicePath",    TEXT,    LOGGED, BODY + offsetof(S, servicePath),    sizeof S::servicePath,    REG_SERVICE_PATH_EMPTY,     REG_SERVICE_PATH_MISSING,     nullptr},
-    {SERVICE_ALT_PATH,       "serviceAltPath", TEXT,    LOGGED, BODY + offsetof(S, serviceAltPath), sizeof S::serviceAltPath, REG_SERVICE_ALT_PATH_EMPTY, REG_SERVICE_ALT_PATH_MISSING, nullptr},
-    {SERVICE_TEXT,           "serviceText",    TEXT,    LOGGED, BODY + offsetof(S, serviceText),    sizeof S::serviceText,    REG_SERVICE_TEXT_EMPTY,     REG_SERVICE_TEXT_MISSING,     nullptr},
-    {SERVICE_FIXPACK_NUMBER, "fixpackNumber",  NUMBER,  LOGGED, BODY + offsetof(S, fixpackNumber),  sizeof S::fixpackNumber,  ANY,                        OPTIONAL,                     nullptr},
-    {SERVICE_NUMBER1,        "serviceNumber1", NUMBER,  LOGGED, BODY + offsetof(S, serviceNumber1), sizeof S::serviceNumber1, ANY,                        REG_SERVICE_NUMBER1_MISSING,  nullptr},
-    {SERVICE_FLAG,           "serviceFlag",    FLAG,    LOGGED, BODY + offsetof(S, serviceFlag),    sizeof S::serviceFlag,    ANY,                        REG_SERVICE_FLAG_MISSING,     nullptr},
-    {SERVICE_NUMBER2,        "serviceNumber2", NUMBER,  LOGGED, BODY + offsetof(S, serviceNumber2), sizeof S::serviceNumber2, ANY,                        REG_SERVICE_NUMBER2_MISSING,  nullptr},
-    {SERVICE_NUMBER3,        "serviceNumber3", NUMBER,  LOGGED, BODY + offsetof(S, serviceNumber3), sizeof S::serviceNumber3, ANY,                        REG_SERVICE_NUMBER3_MISSING,  nullptr},
+    {SERVICE_SERVICE,        "service",        TEXT,    LOGGED, KEY,  BODY + offsetof(S, service),        sizeof S::service,        REG_SERVICE_SERVICE_EMPTY,  REG_SERVICE_SERVICE_MISSING,  nullptr},
+    {SERVICE_VERSION_CODE,   "versionCode",    VERSION, LOGGED, KEY,  BODY + offsetof(S, versionCode),    sizeof S::versionCode,    ANY,                        REG_SERVICE_VERSION_MISSING,  nullptr},
+    {SERVICE_PATH,           "servicePath",    TEXT,    LOGGED, !KEY, BODY + offsetof(S, servicePath),    sizeof S::servicePath,    REG_SERVICE_PATH_EMPTY,     REG_SERVICE_PATH_MISSING,     nullptr},
+    {SERVICE_ALT_PATH,       "serviceAltPath", TEXT,    LOGGED, !KEY, BODY + offsetof(S, serviceAltPath), sizeof S::serviceAltPath, REG_SERVICE_ALT_PATH_EMPTY, REG_SERVICE_ALT_PATH_MISSING, nullptr},
+    {SERVICE_TEXT,           "serviceText",    TEXT,    LOGGED, !KEY, BODY + offsetof(S, serviceText),    sizeof S::serviceText,    REG_SERVICE_TEXT_EMPTY,     REG_SERVICE_TEXT_MISSING,     nullptr},
+    {SERVICE_FIXPACK_NUMBER, "fixpackNumber",  NUMBER,  LOGGED, !KEY, BODY + offsetof(S, fixpackNumber),  sizeof S::fixpackNumber,  ANY,                        OPTIONAL,                     nullptr},
+    {SERVICE_NUMBER1,        "serviceNumber1", NUMBER,  LOGGED, !KEY, BODY + offsetof(S, serviceNumber1), sizeof S::serviceNumber1, ANY,                        REG_SERVICE_NUMBER1_MISSING,  nullptr},
+    {SERVICE_FLAG,           "serviceFlag",    FLAG,    LOGGED, !KEY, BODY + offsetof(S, serviceFlag),    sizeof S::serviceFlag,    ANY,                        REG_SERVICE_FLAG_MISSING,     nullptr},
+    {SERVICE_NUMBER2,        "serviceNumber2", NUMBER,  LOGGED, !KEY, BODY + offsetof(S, serviceNumber2), sizeof S::serviceNumber2, ANY,                        REG_SERVICE_NUMBER2_MISSING,  nullptr},
+    {SERVICE_NUMBER3,        "serviceNumber3", NUMBER,  LOGGED, !KEY, BODY + offsetof(S, serviceNumber3), sizeof S::serviceNumber3, ANY,                        REG_SERVICE_NUMBER3_MISSING,  nullptr},
 };
 
 // kept: a mask never requires the further text, which is neither printed nor logged.
 constexpr GlobalRegField VARIABLE_FIELDS[] = {
-    {VARIABLE_SERVICE, "service",      TEXT, LOGGED,  BODY + offsetof(V, service),      sizeof V::service,      REG_VARIABLE_SERVICE_EMPTY, REG_VARIABLE_SERVICE_MISSING, "Service "},
-    {VARIABLE_NAME,    "variable",     TEXT, LOGGED,  BODY + offsetof(V, variable),     sizeof V::variable,     REG_VARIABLE_NAME_EMPTY,    REG_VARIABLE_NAME_MISSING,    "Variable"},
-    {VARIABLE_VALUE,   "value",        TEXT, LOGGED,  BODY + offsetof(V, value),        sizeof V::value,        REG_VARIABLE_VALUE_EMPTY,   REG_VARIABLE_VALUE_MISSING,   "Value   "},
-    {VARIABLE_TEXT,    "variableText", TEXT, !LOGGED, BODY + offsetof(V, variableText), sizeof V::variableText, REG_VARIABLE_TEXT_EMPTY,    OPTIONAL,                     nullptr},
-    {VARIABLE_COMMENT, "comment",      TEXT, LOGGED,  BODY + offsetof(V, comment),      sizeof V::comment,      REG_VARIABLE_COMMENT_EMPTY, REG_VARIABLE_COMMENT_MISSING, "Comment "},
+    {VARIABLE_SERVICE, "service",      TEXT, LOGGED,  KEY,  BODY + offsetof(V, service),      sizeof V::service,      REG_VARIABLE_SERVICE_EMPTY, REG_VARIABLE_SERVICE_MISSING, "Service "},
+    {VARIABLE_NAME,    "variable",     TEXT, LOGGED,  KEY,  BODY + offsetof(V, variable),     sizeof V::variable,     REG_VARIABLE_NAME_EMPTY,    REG_VARIABLE_NAME_MISSING,    "Variable"},
+    {VARIABLE_VALUE,   "value",        TEXT, LOGGED,  !KEY, BODY + offsetof(V, value),        sizeof V::value,        REG_VARIABLE_VALUE_EMPTY,   REG_VARIABLE_VALUE_MISSING,   "Value   "},
+    {VARIABLE_TEXT,    "variableText", TEXT, !LOGGED, !KEY, BODY + offsetof(V, variableText), sizeof V::variableText, REG_VARIABLE_TEXT_EMPTY,    OPTIONAL,                     nullptr},
+    {VARIABLE_COMMENT, "comment",      TEXT, LOGGED,  !KEY, BODY + offsetof(V, comment),      sizeof V::comment,      REG_VARIABLE_COMMENT_EMPTY, REG_VARIABLE_COMMENT_MISSING, "Comment "},
 };
 // clang-format on
 

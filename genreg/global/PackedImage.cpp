@@ -6,14 +6,6 @@
 namespace genreg {
 namespace {
 
-// A text needs its NUL: within the item, or in the room that the item leaves in the member.
-bool fitsMember(const PackedItem& item, const GlobalRegField& field) noexcept {
-    if (item.length == field.capacity && field.kind == GLOBALREG_FIELD_TEXT) {
-        return std::memchr(item.bytes, 0, item.length) != nullptr;
-    }
-    return item.length <= field.capacity;
-}
-
 bool packsAsItStands(const PackedItem& item, const GlobalRegField& field) noexcept {
     if (field.kind == GLOBALREG_FIELD_TEXT) {
         return textOf(item, field).size() + 1 == item.length;
@@ -21,44 +13,8 @@ bool packsAsItStands(const PackedItem& item, const GlobalRegField& field) noexce
     return item.length == field.capacity;
 }
 
-unsigned int checkItems(const unsigned char* image, unsigned long length, unsigned long* damage) noexcept {
-    const ImageHeader header = headerOf(image);
-    const RecordType* type = recordTypeOf(header.recordType);
-    if (type == nullptr) {
-        *damage = 0;
-        return REG_UNKNOWN_RECORD_TYPE;
-    }
-    unsigned long at = IMAGE_HEADER_SIZE;
-    const unsigned long end = length - IMAGE_CHECKSUM_SIZE;
-    unsigned long bits = header.fieldMask & ~ITEMLESS_BIT;
-    while (bits != 0) {
-        *damage = at;
-        const unsigned long bit = takeLowest(&bits);
-        if (end - at < ITEM_LENGTH_SIZE) {
-            return REG_UNPACK_FAILED;
-        }
-        const PackedItem item = {bit, loadLittle(image + at, ITEM_LENGTH_SIZE), image + at + ITEM_LENGTH_SIZE};
-        if (item.length > end - at - ITEM_LENGTH_SIZE) {
-            return REG_UNPACK_FAILED;
-        }
-        if ((bit & type->known) != 0 && !fitsMember(item, fieldOf(*type, bit))) {
-            return REG_UNPACK_FAILED;
-        }
-        at += ITEM_LENGTH_SIZE + item.length;
-    }
-    // What stands behind the checksum would be lost when the record is written again, so it is no whole image.
-    if (at != end) {
-        *damage = at;
-        return REG_UNPACK_FAILED;
-    }
-    return 0;
-}
-
 unsigned int checkWhole(const void* image, unsigned long length, unsigned long* damage) noexcept {
-    *damage = 0;
-    return image != nullptr && length >= IMAGE_LEAST_SIZE
-               ? checkItems(static_cast<const unsigned char*>(image), length, damage)
-               : static_cast<unsigned int>(REG_UNPACK_FAILED);
+    return walkUnchecked(image, length, damage, [](const PackedItem&, const GlobalRegField*) {});
 }
 
 }  // namespace
@@ -100,4 +56,25 @@ extern "C" unsigned int globalRegCheckImage(const void* image, unsigned long len
         *damage = at;
     }
     return result;
+}
+
+extern "C" unsigned int globalRegNextItem(const void* image, unsigned long length, GlobalRegItem* item) {
+    if (item == nullptr) {
+        return REG_NULL_POINTER;
+    }
+    const unsigned long before = item->bit;
+    *item = {};
+    const auto take = [&](const genreg::PackedItem& found, const GlobalRegField* field) {
+        if (found.bit > before && item->bit == 0) {
+            const auto offset = static_cast<unsigned long>(found.bytes - static_cast<const unsigned char*>(image));
+            *item = {found.bit, field, found.bytes, found.length, offset - genreg::ITEM_LENGTH_SIZE};
+        }
+    };
+    unsigned long damage = 0;
+    const unsigned int result = genreg::walkUnchecked(image, length, &damage, take);
+    if (item->bit != 0) {
+        return 0;
+    }
+    item->offset = damage;
+    return result == 0 ? static_cast<unsigned int>(REG_NO_MORE_RECORDS) : result;
 }

@@ -3,7 +3,7 @@
 //   0   4  recordType      4   8  fieldMask      12  8  missingFieldMask
 //   20     for each bit of fieldMask from 0 to 62 an item: 16-bit length L, L bytes
 //   end-4  checksum
-// Little-endian, unaligned. Everything here but checkImage wants an image that passed it.
+// Little-endian, unaligned. Everything here but checkImage and walkUnchecked wants an image that passed it.
 #pragma once
 
 #include <bit>
@@ -71,6 +71,53 @@ struct PackedItem {
 
 [[nodiscard]] inline const GlobalRegField& fieldOf(const RecordType& type, unsigned long bit) noexcept {
     return type.fields[static_cast<unsigned long>(std::countr_zero(bit))];
+}
+
+// A text needs its NUL: within the item, or in the room that the item leaves in the member.
+[[nodiscard]] inline bool fitsMember(const PackedItem& item, const GlobalRegField& field) noexcept {
+    if (item.length == field.capacity && field.kind == GLOBALREG_FIELD_TEXT) {
+        return std::memchr(item.bytes, 0, item.length) != nullptr;
+    }
+    return item.length <= field.capacity;
+}
+
+// Shows `visit` each item of an image that nobody has checked, with its field (null for one of a later release), up to
+// what does not fit; *damage is the offset of that.
+template <class Visit>
+[[nodiscard]] unsigned int walkUnchecked(const void* image, unsigned long length, unsigned long* damage,
+                                         Visit visit) noexcept {
+    *damage = 0;
+    if (image == nullptr || length < IMAGE_LEAST_SIZE) {
+        return REG_UNPACK_FAILED;
+    }
+    const ImageHeader header = headerOf(image);
+    const RecordType* type = recordTypeOf(header.recordType);
+    if (type == nullptr) {
+        return REG_UNKNOWN_RECORD_TYPE;
+    }
+    const auto* const bytes = static_cast<const unsigned char*>(image);
+    const unsigned long end = length - IMAGE_CHECKSUM_SIZE;
+    unsigned long at = IMAGE_HEADER_SIZE;
+    for (unsigned long bits = header.fieldMask & ~ITEMLESS_BIT; bits != 0;) {
+        *damage = at;
+        const unsigned long bit = takeLowest(&bits);
+        if (end - at < ITEM_LENGTH_SIZE) {
+            return REG_UNPACK_FAILED;
+        }
+        const PackedItem item = {bit, loadLittle(bytes + at, ITEM_LENGTH_SIZE), bytes + at + ITEM_LENGTH_SIZE};
+        if (item.length > end - at - ITEM_LENGTH_SIZE) {
+            return REG_UNPACK_FAILED;
+        }
+        const GlobalRegField* field = (bit & type->known) != 0 ? &fieldOf(*type, bit) : nullptr;
+        if (field != nullptr && !fitsMember(item, *field)) {
+            return REG_UNPACK_FAILED;
+        }
+        visit(item, field);
+        at += ITEM_LENGTH_SIZE + item.length;
+    }
+    // What stands behind the checksum would be lost when the record is written again, so it is no whole image.
+    *damage = at;
+    return at == end ? 0U : static_cast<unsigned int>(REG_UNPACK_FAILED);
 }
 
 // Walks the items in their order. An image of an unknown type counts as having none.

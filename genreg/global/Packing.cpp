@@ -144,12 +144,18 @@ void readField(const PackedItem& item, const GlobalRegField& field, GlobalRegRec
                 fits ? std::min(item.length, field.capacity) : field.capacity - 1);
 }
 
-void readImage(const void* image, const RecordType& type, GlobalRegRecord* record) noexcept {
+// The record of the image before its fields are read.
+void readHeader(const void* image, GlobalRegRecord* record) noexcept {
     const ImageHeader header = headerOf(image);
     std::memset(static_cast<void*>(record), 0, sizeof *record);
     record->recordType = header.recordType;
     record->fieldMask = header.fieldMask;
-    record->missingFieldMask = header.missingFieldMask | (type.known & ~header.fieldMask);
+    record->missingFieldMask = header.missingFieldMask;
+}
+
+void readImage(const void* image, const RecordType& type, GlobalRegRecord* record) noexcept {
+    readHeader(image, record);
+    record->missingFieldMask |= type.known & ~record->fieldMask;
     PackedItems items(image);
     PackedItem item;
     bool more = items.next(&item);
@@ -229,4 +235,24 @@ unsigned int GlobalReg::UnpackRecord(void** buffer) noexcept {
         return trace.fail(30, REG_FREE_UNPACK_BUFFER_FAILED);
     }
     return trace.exit(result);
+}
+
+extern "C" unsigned int globalRegReadImage(const void* image, unsigned long length, GlobalRegRecord* record) {
+    if (record == nullptr) {
+        return REG_NULL_POINTER;
+    }
+    if (image != nullptr && length >= IMAGE_LEAST_SIZE) {
+        readHeader(image, record);
+        record->checksum = static_cast<int>(
+            loadLittle(static_cast<const unsigned char*>(image) + length - IMAGE_CHECKSUM_SIZE, IMAGE_CHECKSUM_SIZE));
+    } else {
+        std::memset(static_cast<void*>(record), 0, sizeof *record);
+    }
+    const auto take = [&](const PackedItem& item, const GlobalRegField* field) {
+        if (field != nullptr) {
+            readField(item, *field, record);
+        }
+    };
+    unsigned long damage = 0;
+    return walkUnchecked(image, length, &damage, take);
 }

@@ -1,5 +1,6 @@
 // The checksum header in front of the records: where there is none, none that fits, and none that may stay.
 #include <genreg/Checksum.h>
+#include <genreg/GlobalRegRecord.h>
 #include <genreg/RegistryBytes.h>
 #include <sys/syscall.h>
 
@@ -7,6 +8,7 @@
 #include <map>
 
 #include "support/BinRegistry.h"
+#include "support/GlobalRegistry.h"
 
 namespace {
 bool syncsFail = false;
@@ -31,6 +33,23 @@ protected:
         return header + body;
     }
     static std::string stamped(const std::vector<BinItem>& items) { return stamped(binFile(items)); }
+
+    // The frames of these bytes are what the object, which is open, reads of the file.
+    static void expectSameFrames(BinItems& items, const std::string& bytes, const GenRegLayout& layout) {
+        void* buffer = ossMemAlloc(sizeof(BinItem));
+        unsigned long length = 0;
+        GenRegFrame frame;
+        unsigned int rc = 0;
+        for (unsigned long at = layout.records; rc == 0; at = frame.end) {
+            rc = genregReadFrame(bytes.data(), bytes.size(), layout.features, at, &frame);
+            EXPECT_EQ(items.ReadRecord(items.regFp, &buffer, &length), rc) << bytes;
+            EXPECT_TRUE(rc != 0 || std::string(static_cast<const char*>(frame.payload), frame.length) ==
+                                       std::string(static_cast<char*>(buffer), length));
+            EXPECT_TRUE(rc != REG_FRAME_TRUNCATED || frame.length == length || bytes.size() - at < 4);
+            EXPECT_LE(frame.end, bytes.size());
+        }
+        (void)ossMemFree(buffer);
+    }
 
     // The ways in which the header is used: what is committed how.
     template <typename Body>
@@ -144,8 +163,8 @@ TEST_F(ChecksumHeader, FramesThatLookLikeAHeaderAreFrames) {
     EXPECT_EQ(scan(items), "REG_CHECKSUM_DIFFERS");
 }
 
-// What is judged in memory is what an object finds that does not know the file yet.
-TEST_F(ChecksumHeader, BytesAreJudgedAsTheFileIs) {
+// What is read in memory is what an object finds that does not know the file yet.
+TEST_F(ChecksumHeader, BytesAreReadAsTheFileIs) {
     const std::string sound = stamped({a_, b_});
     const std::string body = sound.substr(32);
     const auto headed = [&](std::string text, char behind) {
@@ -156,24 +175,50 @@ TEST_F(ChecksumHeader, BytesAreJudgedAsTheFileIs) {
     const std::string sum = sound.c_str();
     const std::string big = std::string("\0\0\0\x31", 4) + std::string(0x31, 'x');
     std::map<std::pair<unsigned int, unsigned long>, int> seen;
-    for (const std::string& bytes :
-         {std::string(), sound.substr(0, 31), stamped(""), body, body + body, sound, sound + "x", headed(sum, 'x'),
-          headed("0" + sum, 0), headed("99999999999", 0), headed("-", 0), headed("999999999999", 0),
-          binFrame(std::string(0x31, 'x')), binFrame(std::string(0x31, 'x')) + "y", big}) {
-        for (const unsigned long order : {0UL, REG_FEATURE_BIG_ENDIAN}) {
-            contents(bytes);
-            BinItems items(file(), CHECKSUM | order);
-            unsigned long records = 99;
-            const unsigned int rc = genregCheckHeader(bytes.data(), bytes.size(), order, &records);
-            EXPECT_EQ(items.OpenReg(REG_OP_READ), rc) << bytes;
-            EXPECT_TRUE(rc != 0 || std::ftell(items.regFp) == static_cast<long>(records)) << bytes;
-            EXPECT_EQ(items.CloseReg(REG_OP_READ), 0U);
-            ++seen[{rc, records}];
+    for (const std::string& bytes : {std::string(),
+                                     sound.substr(0, 31),
+                                     stamped(""),
+                                     body,
+                                     body + body,
+                                     sound,
+                                     sound + "x",
+                                     headed(sum, 'x'),
+                                     headed("0" + sum, 0),
+                                     headed("99999999999", 0),
+                                     headed("-", 0),
+                                     headed("999999999999", 0),
+                                     binFrame(std::string(0x31, 'x')),
+                                     binFrame(std::string(0x31, 'x')) + "y",
+                                     big,
+                                     stamped(big),
+                                     big + "y",
+                                     big.substr(0, 3),
+                                     std::string(4, '\0'),
+                                     body.substr(0, body.size() - 1)}) {
+        GenRegLayout layout;
+        const unsigned int rc = genregReadLayout(bytes.data(), bytes.size(), &layout);
+        contents(bytes);
+        BinItems items(file(), CHECKSUM | layout.features);
+        EXPECT_EQ(items.OpenReg(REG_OP_READ), rc) << bytes;
+        EXPECT_EQ(layout.stated != nullptr, layout.records == 32) << bytes;
+        ++seen[{rc, layout.features}];
+        if (rc == 0) {
+            EXPECT_EQ(std::ftell(items.regFp), static_cast<long>(layout.records)) << bytes;
+            expectSameFrames(items, bytes, layout);
         }
+        EXPECT_EQ(items.CloseReg(REG_OP_READ), 0U);
     }
-    EXPECT_EQ(seen.size(), 3U);
-    EXPECT_EQ((seen[{REG_CHECKSUM_DIFFERS, 32}]), 9);
-    EXPECT_EQ(genregCheckHeader(nullptr, 99, 0, nullptr), 0U);
+    EXPECT_EQ(seen.size(), 5U);
+    EXPECT_EQ((seen[{REG_CHECKSUM_DIFFERS, CHECKSUM}]), 4);
+    GenRegLayout none;
+    EXPECT_EQ(genregReadLayout(nullptr, 99, &none), 0U);
+    EXPECT_EQ(none.stated, nullptr);
+    // The length of a record's frame looks like a header, and the record behind it is cut off.
+    const std::string record = Image(GLOBALREG_INSTANCE, 0x27).text("RVN").version().text("inst1").number(1).end();
+    ASSERT_EQ(record.size(), 54U);
+    const std::string damaged = frame(record) + frame(record).substr(0, 40);
+    EXPECT_EQ(genregReadLayout(damaged.data(), damaged.size(), &none), 0U);
+    EXPECT_EQ(none.records, 0U);
 }
 
 TEST_F(ChecksumHeader, AnAppendThatCannotBeMadeDurableLeavesFileAndHeaderAsTheyWere) {

@@ -7,12 +7,41 @@ namespace {
 
 using namespace std::string_literals;
 
+// What is read of an image that nobody has checked: its items one behind the other up to the damage, and their values.
+void expectItems(const char* image, unsigned long length, unsigned int result, unsigned long damage) {
+    GlobalRegRecord read;
+    EXPECT_EQ(globalRegReadImage(image, length, &read), result);
+    unsigned long seen = 0;
+    unsigned long end = 20;
+    GlobalRegItem item = {};
+    unsigned int rc = 0;
+    while ((rc = globalRegNextItem(image, length, &item)) == 0) {
+        EXPECT_EQ(item.offset, end);
+        EXPECT_EQ(item.bytes, image + item.offset + 2);
+        EXPECT_EQ(item.field != nullptr, (item.bit & (read.recordType == GLOBALREG_VARIABLE ? 0x1f : 0x3ff)) != 0);
+        EXPECT_GT(item.bit, seen);
+        seen |= item.bit;
+        end += 2 + item.length;
+    }
+    EXPECT_EQ(rc, result == 0 ? static_cast<unsigned int>(REG_NO_MORE_RECORDS) : result);
+    if (result == 0) {
+        EXPECT_EQ(seen, read.fieldMask & ~(1UL << 63));
+        GlobalRegRecord whole = unpacked({image, length});
+        whole.missingFieldMask = read.missingFieldMask;
+        EXPECT_EQ(bytesOf(read), bytesOf(whole));
+    } else {
+        EXPECT_EQ(item.offset, damage);
+    }
+}
+
 // A copy on the heap without a byte to spare, so that a sanitizer sees each step outside.
 unsigned int check(const std::string& image) {
     const std::unique_ptr<char[]> copy(new char[image.size()]);
     std::memcpy(copy.get(), image.data(), image.size());
     const unsigned int result = slots().checkPacked(copy.get(), image.size());
-    EXPECT_EQ(globalRegCheckImage(copy.get(), image.size(), nullptr), result);
+    unsigned long damage = 0;
+    EXPECT_EQ(globalRegCheckImage(copy.get(), image.size(), &damage), result);
+    expectItems(copy.get(), image.size(), result, damage);
     return result;
 }
 

@@ -1,7 +1,6 @@
 #include "records/RegistryBytes.h"
 
 #include <fmt/core.h>
-#include <genreg/Checksum.h>
 #include <genreg/Constants.h>
 #include <genreg/RegistryBytes.h>
 #include <genreg/VersionCodes.h>
@@ -16,7 +15,6 @@ namespace tool {
 namespace {
 
 constexpr std::size_t LENGTH_SIZE = 4;
-constexpr std::size_t HEADER_SIZE = 32;
 
 constexpr std::size_t MASK_OFFSET = 4;
 constexpr std::size_t MISSING_OFFSET = 12;
@@ -101,10 +99,6 @@ private:
     bool bigEndian_;
 };
 
-bool leadsToEnd(const Body& body) {
-    return body.follow([](std::string_view) {});
-}
-
 RegistryContent judge(const Body& body, bool expectGlobal) {
     bool anyGlobal = false;
     bool anySaysGlobal = false;
@@ -123,39 +117,6 @@ RegistryContent judge(const Body& body, bool expectGlobal) {
         return RegistryContent::VARIABLES;
     }
     return expectGlobal || anySaysGlobal ? RegistryContent::GLOBAL : RegistryContent::OTHER;
-}
-
-// The length of a frame may look like a checksum: 54 is "6" and a NUL. Whether the bytes are frames tells the two
-// apart; where they are damaged frames, a record of the global registry in the first one does.
-bool beginsAsRecord(std::string_view bytes) {
-    return findKind(static_cast<unsigned int>(little(bytes.substr(LENGTH_SIZE, MASK_OFFSET)))) != nullptr;
-}
-
-std::optional<RegistryHeader> headerOf(std::string_view bytes) {
-    unsigned int code = 0;
-    // The byte order of the lengths shows behind the header, or without one from the first byte on.
-    for (const unsigned long features : {0UL, REG_FEATURE_BIG_ENDIAN}) {
-        unsigned long records = 0;
-        code = genregCheckHeader(bytes.data(), bytes.size(), features, &records);
-        if (records == 0) {
-            return std::nullopt;
-        }
-    }
-    if (code != 0 && beginsAsRecord(bytes)) {
-        return std::nullopt;
-    }
-    const std::string_view body = bytes.substr(HEADER_SIZE);
-    const auto computed = static_cast<int>(sqlzChecksumXOR(body.data(), body.size()));
-    return RegistryHeader{std::string(textOf(bytes)), computed, code == 0};
-}
-
-bool isBigEndian(std::string_view bytes, std::size_t start) {
-    const Body little(bytes, start, false);
-    const Body big(bytes, start, true);
-    if (start == bytes.size() || leadsToEnd(little)) {
-        return false;
-    }
-    return leadsToEnd(big) || (!little.fits(start) && big.fits(start));
 }
 
 // What a payload that is not sound has wrong, and where within it.
@@ -389,10 +350,12 @@ std::size_t frameLength(std::string_view bytes, std::size_t at, bool bigEndian) 
 }
 
 RegistryLayout layoutOf(std::string_view bytes) {
-    RegistryLayout layout;
-    layout.header = headerOf(bytes);
-    layout.start = layout.header ? HEADER_SIZE : 0;
-    layout.bigEndian = isBigEndian(bytes, layout.start);
+    GenRegLayout told{};
+    const unsigned int code = genregReadLayout(bytes.data(), bytes.size(), &told);
+    RegistryLayout layout{told.records, (told.features & REG_FEATURE_BIG_ENDIAN) != 0, {}};
+    if (told.stated != nullptr) {
+        layout.header = RegistryHeader{told.stated, told.computed, code == 0};
+    }
     return layout;
 }
 
