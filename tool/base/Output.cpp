@@ -171,7 +171,7 @@ void Output::report(const Failure& failure) {
 }
 
 std::string jsonText(const Json& object) {
-    return printableJson(object.dump(-1, ' ', false, Json::error_handler_t::replace));
+    return printableJson(object.dump());
 }
 
 void putText(Json& members, const std::string& key, std::string_view bytes) {

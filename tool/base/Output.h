@@ -6,17 +6,15 @@
 #pragma once
 
 #include <cstdio>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "base/Failure.h"
+#include "base/Json.h"
 
 namespace tool {
-
-using Json = nlohmann::ordered_json;
 
 struct OutputStyle {
     bool json = false;

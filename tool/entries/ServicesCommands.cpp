@@ -140,7 +140,7 @@ EntryRequest editOf(const Arguments& arguments, bool fresh) {
 int ports(Context& context, const Arguments& arguments) {
     std::map<unsigned int, std::vector<std::string>> services;
     for (const Entry& entry : entriesOf(form(), arguments.file, "list the ports")) {
-        services[entry.members["port"]].push_back(entry.name);
+        services[entry.members["port"].get<unsigned int>()].push_back(entry.name);
     }
     Table table({"PORT", "SERVICES"});
     for (const auto& [port, names] : services) {

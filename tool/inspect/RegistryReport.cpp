@@ -78,7 +78,7 @@ Json monitorObject() {
 }
 
 std::string monitorText(const Json& monitor) {
-    const std::string path = monitor["path"];
+    const auto path = monitor["path"].get<std::string>();
     if (!monitor["installed"].get<bool>()) {
         return fmt::format("none: there is no {}", path);
     }
@@ -102,7 +102,7 @@ Json changeLogObject() {
 }
 
 std::string changeLogText(const Json& log) {
-    const std::string path = log["path"];
+    const auto path = log["path"].get<std::string>();
     return log["on"].get<bool>() ? fmt::format("on: {}, {}", path, sizeText(log))
                                  : fmt::format("off: there is no regular file {}", path);
 }

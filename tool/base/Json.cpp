@@ -1,0 +1,199 @@
+#include "base/Json.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <utility>
+
+namespace tool {
+namespace {
+
+// What a value is asked for that it is not.
+template <typename Kind, typename Value>
+auto& as(Value& value) {
+    auto* held = std::get_if<Kind>(&value);
+    if (held == nullptr) {
+        throw std::logic_error("a JSON value of another kind");
+    }
+    return *held;
+}
+
+template <typename Kind, typename Value>
+Kind& madeInto(Value& value) {
+    if (std::holds_alternative<std::nullptr_t>(value)) {
+        value.template emplace<Kind>();
+    }
+    return as<Kind>(value);
+}
+
+auto hasKey(std::string_view key) {
+    return [key](const Json::Member& member) { return member.key == key; };
+}
+
+}  // namespace
+
+Json::Json() noexcept : value_(nullptr) {}
+Json::Json(std::nullptr_t) noexcept : value_(nullptr) {}
+Json::Json(bool truth) : value_(truth) {}
+Json::Json(int number) : value_(std::int64_t{number}) {}
+Json::Json(long number) : value_(std::int64_t{number}) {}
+Json::Json(long long number) : value_(std::int64_t{number}) {}
+Json::Json(unsigned int number) : value_(std::uint64_t{number}) {}
+Json::Json(unsigned long number) : value_(std::uint64_t{number}) {}
+Json::Json(unsigned long long number) : value_(std::uint64_t{number}) {}
+Json::Json(double number) : value_(number) {}
+Json::Json(std::string text) : value_(std::move(text)) {}
+Json::Json(std::string_view text) : value_(std::string(text)) {}
+Json::Json(const char* text) : value_(std::string(text)) {}
+Json::Json(Array elements) : value_(std::move(elements)) {}
+Json::Json(std::initializer_list<Member> members) : value_(Object(members)) {}
+Json::Json(const Json& other) = default;
+Json::Json(Json&& other) noexcept = default;
+Json& Json::operator=(const Json& other) = default;
+Json& Json::operator=(Json&& other) noexcept = default;
+Json::~Json() = default;
+
+Json Json::array() {
+    return Array();
+}
+
+Json Json::object() {
+    Json made;
+    made.value_ = Object();
+    return made;
+}
+
+bool Json::is_null() const {
+    return std::holds_alternative<std::nullptr_t>(value_);
+}
+
+bool Json::is_string() const {
+    return std::holds_alternative<std::string>(value_);
+}
+
+bool Json::is_number_float() const {
+    return std::holds_alternative<double>(value_);
+}
+
+bool Json::truth() const {
+    return as<bool>(value_);
+}
+
+double Json::real() const {
+    const auto* real = std::get_if<double>(&value_);
+    return real != nullptr ? *real : static_cast<double>(integer());
+}
+
+std::int64_t Json::integer() const {
+    const auto* natural = std::get_if<std::uint64_t>(&value_);
+    return natural != nullptr ? static_cast<std::int64_t>(*natural) : as<std::int64_t>(value_);
+}
+
+std::uint64_t Json::natural() const {
+    const auto* integer = std::get_if<std::int64_t>(&value_);
+    return integer != nullptr ? static_cast<std::uint64_t>(*integer) : as<std::uint64_t>(value_);
+}
+
+const std::string& Json::text() const {
+    return as<std::string>(value_);
+}
+
+const Json* Json::find(std::string_view key) const {
+    const auto* members = std::get_if<Object>(&value_);
+    if (members == nullptr) {
+        return nullptr;
+    }
+    const auto found = std::find_if(members->begin(), members->end(), hasKey(key));
+    return found == members->end() ? nullptr : &found->value;
+}
+
+Json& Json::operator[](std::string_view key) {
+    auto& members = madeInto<Object>(value_);
+    const auto found = std::find_if(members.begin(), members.end(), hasKey(key));
+    return found == members.end() ? members.emplace_back(Member{std::string(key), {}}).value : found->value;
+}
+
+const Json& Json::operator[](std::string_view key) const {
+    const Json* found = find(key);
+    if (found == nullptr) {
+        throw std::logic_error("no JSON member " + std::string(key));
+    }
+    return *found;
+}
+
+bool Json::contains(std::string_view key) const {
+    return find(key) != nullptr;
+}
+
+std::string Json::value(std::string_view key, std::string_view otherwise) const {
+    const Json* found = find(key);
+    return found == nullptr ? std::string(otherwise) : found->text();
+}
+
+void Json::erase(std::string_view key) {
+    std::erase_if(as<Object>(value_), hasKey(key));
+}
+
+void Json::update(const Json& members) {
+    for (const auto& [key, value] : members.items()) {
+        (*this)[key] = value;
+    }
+}
+
+const Json::Object& Json::items() const {
+    return as<Object>(value_);
+}
+
+void Json::push_back(Json element) {
+    madeInto<Array>(value_).push_back(std::move(element));
+}
+
+const Json& Json::back() const {
+    return as<Array>(value_).back();
+}
+
+bool Json::empty() const {
+    if (const auto* elements = std::get_if<Array>(&value_)) {
+        return elements->empty();
+    }
+    return is_null() || items().empty();
+}
+
+bool Json::operator==(const Json& other) const {
+    return value_ == other.value_;
+}
+
+struct Json::Writer {
+    std::string line{};
+
+    void operator()(const Array& elements) {
+        line += '[';
+        for (const Json& element : elements) {
+            line += &element == elements.data() ? "" : ",";
+            std::visit(*this, element.value_);
+        }
+        line += ']';
+    }
+    void operator()(const Object& members) {
+        line += '{';
+        for (const Member& member : members) {
+            line += &member == members.data() ? "" : ",";
+            (*this)(member.key);
+            line += ':';
+            std::visit(*this, member.value.value_);
+        }
+        line += '}';
+    }
+    template <typename Plain>
+    void operator()(const Plain& plain) {
+        line += nlohmann::json(plain).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    }
+};
+
+std::string Json::dump() const {
+    Writer writer;
+    std::visit(writer, value_);
+    return std::move(writer.line);
+}
+
+}  // namespace tool
