@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 
 #include <ctime>
@@ -125,6 +126,24 @@ TEST_F(Watch, ACommandRunsForEachChange) {
     ::kill(slow.pid, SIGTERM);
     EXPECT_EQ(finish(slow).status, 0);
     EXPECT_NE(::kill(std::stoi(read("pid")), 0), 0);
+}
+
+// It is asked first and given time, then killed with all that it started; an orphan would hold the pipe open.
+TEST_F(Watch, ACommandThatIgnoresTheEndIsKilledInTheEnd) {
+    ASSERT_EQ(::mkfifo(path("pipe").c_str(), 0600), 0);
+    const int pipe = ::open(path("pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    const Running running =
+        watch("--follow --exec", {"exec 3> pipe; trap '' TERM; echo $$ > pid; sleep 15; touch survived"});
+    write("global.reg", instanceFrame("inst1"));
+    EXPECT_TRUE(tells("pid", "\n"));
+    ::kill(running.pid, SIGTERM);
+    std::this_thread::sleep_for(std::chrono::seconds(2));
+    EXPECT_EQ(::kill(std::stoi(read("pid")), 0), 0) << "it is given time";
+    EXPECT_EQ(finish(running).status, 0);
+    pollfd end = {pipe, 0, 0};
+    EXPECT_EQ(::poll(&end, 1, 2000), 1) << "a child of the command lives on";
+    EXPECT_FALSE(exists("survived"));
+    ::close(pipe);
 }
 
 using Monitor = InPrivateWorld<Watch, Programs::AreRun>;
