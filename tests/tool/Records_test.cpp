@@ -195,15 +195,24 @@ TEST_F(Records, WhatChangedMeanwhileIsKeptAndAContradictionIsRefused) {
         // Both make the record.
         {"set S W", "set S V comment=c", "value=2", 0, R"("value":"2","comment":"c")"},
         {"set S W", "set S V value=9", "value=2", 5, R"("value":"9")"},
+        // Both make the registry.
+        {"", "set S V comment=c", "value=2", 0, R"("value":"2","comment":"c")"},
+        {"", "set S V value=9", "value=2", 5, R"("value":"9")"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.theirs) + " against " + c.ours);
         remove("global.reg");
-        done(std::string("variable ") + c.before);
-        std::filesystem::copy_file(registry(), path("new"));
+        if (*c.before != '\0') {
+            done(std::string("variable ") + c.before);
+            std::filesystem::copy_file(registry(), path("new"));
+        } else {
+            write("global.reg", "");  // only a file that is there can be locked; the holder takes it away
+        }
         done(std::string("--registry new variable ") + c.theirs);
-        const Running holder = start("lock run global.reg -- sh -c",
-                                     {"touch held; while [ ! -e go ]; do sleep 0.02; done; mv new global.reg"});
+        const Running holder =
+            start("lock run global.reg -- sh -c",
+                  {"[ -s global.reg ] || rm global.reg; touch held; while [ ! -e go ]; do sleep 0.02; done; "
+                   "mv new global.reg"});
         while (!exists("held")) {
             pause();
         }
