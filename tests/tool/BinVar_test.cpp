@@ -1,6 +1,4 @@
-#include <chrono>
 #include <cstring>
-#include <thread>
 
 #include "Tool.h"
 
@@ -20,7 +18,7 @@ protected:
     }
 };
 
-TEST_F(BinVar, TheBytesOnDiskAreTheFramesOfTheForm) {
+TEST_F(BinVar, TheBytesOnDiskAreTheFramesOfTheSchema) {
     EXPECT_EQ(status("binvar add f port 5000 --comment main"), 0);
     EXPECT_EQ(status("binvar add f fifteen_letters -2147483648"), 0);
     EXPECT_EQ(read("f"), frame("port", 5000, "main") + frame("fifteen_letters", -2147483647 - 1, ""));
@@ -69,34 +67,13 @@ TEST_F(BinVar, LimitsConflictsAndDamageAreToldApart) {
     EXPECT_EQ(status("binvar delete f a --all -y"), 0);
     EXPECT_EQ(read("f"), frame("b", 0, ""));
 
-    // Frames of another form, and bytes that are none.
+    // Frames of another schema, and bytes that are none.
     for (const std::string& bytes : {std::string("\x04\0\0\0abcd", 8), before.substr(0, 50)}) {
         write("f", bytes);
         EXPECT_EQ(status("binvar list f"), 7);
         EXPECT_EQ(status("binvar add f n 1"), 7);
         EXPECT_EQ(read("f"), bytes);
     }
-}
-
-// The holder of the lock replaces the file while the command waits for it.
-TEST_F(BinVar, WhatSomebodyElseChangedMeanwhileIsNotDeleted) {
-    const std::string theirs = frame("a", 2, "");
-    write("f", frame("a", 1, ""));
-    write("new", theirs);
-    const auto until = [](const auto& holds) {
-        while (!holds()) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-    };
-    const Running holder =
-        start("lock run f -- sh -c", {"touch held; while [ ! -e go ]; do sleep 0.02; done; mv new f"});
-    until([&] { return exists("held"); });
-    const Running deleter = start("binvar delete f a --wait 60");
-    until([&] { return !read(deleter.err).empty(); });  // it has read, and says whom it waits for
-    write("go", "");
-    EXPECT_EQ(finish(holder).status, 0);
-    EXPECT_EQ(finish(deleter).status, 5);
-    EXPECT_EQ(read("f"), theirs);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <iostream>
 
 #include "base/DiskFiles.h"
@@ -84,6 +85,24 @@ Failure otherValue(const std::string& path, const std::string& name, const std::
     return answer("changed", EXIT_CONFLICT, 0, path,
                   fmt::format("{} is {}, not {}; nothing was changed", printable(name), found, expected),
                   fmt::format("look at it ({}), then decide anew", look));
+}
+
+bool attemptPatiently(const Context& context, const std::string& path, const std::string& what,
+                      const std::function<std::optional<bool>()>& attempt) {
+    using Clock = std::chrono::steady_clock;
+    const auto start = Clock::now();
+    const double seconds = context.options.waitSeconds;
+    for (;;) {
+        if (const auto changed = attempt()) {
+            return *changed;
+        }
+        if (std::chrono::duration<double>(Clock::now() - start).count() >= seconds) {
+            throw answer("busy", EXIT_LOCKED, 0, path,
+                         fmt::format("others keep changing {}; {}; nothing was written", what,
+                                     seconds > 0 ? fmt::format("gave up after {:g} s", seconds) : "did not wait"),
+                         "--wait 60");
+        }
+    }
 }
 
 void confirm(const std::string& path, const std::string& what) {

@@ -1,6 +1,8 @@
 // The answers that the commands on record files have in common: what is refused, and why, and what is asked before.
 #pragma once
 
+#include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -31,6 +33,11 @@ void nameFile(Failure& failure, const std::string& path, const std::string& doin
 [[nodiscard]] Failure changedMeanwhile(const std::string& path, const std::string& name, const std::string& look);
 [[nodiscard]] Failure otherValue(const std::string& path, const std::string& name, const std::string& found,
                                  const std::string& expected, const std::string& look);
+
+// Attempts a change again and again, for as long as --wait allows, until it comes before what others do; none is an
+// attempt that came too late. "what" is what they keep changing.
+bool attemptPatiently(const Context& context, const std::string& path, const std::string& what,
+                      const std::function<std::optional<bool>()>& attempt);
 
 // Asks before something is lost ("remove the file"). Throws where there is nobody to ask, or the answer is no.
 void confirm(const std::string& path, const std::string& what);

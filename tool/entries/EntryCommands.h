@@ -7,9 +7,6 @@
 
 namespace tool {
 
-[[nodiscard]] std::span<const Command> varValCommands();
-[[nodiscard]] std::span<const Command> servicesCommands();
-[[nodiscard]] std::span<const Command> initTabCommands();
-[[nodiscard]] std::span<const Command> binVarCommands();
+[[nodiscard]] std::span<const Command> entryCommands();
 
 }  // namespace tool

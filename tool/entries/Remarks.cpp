@@ -1,12 +1,9 @@
 #include "entries/Remarks.h"
 
 #include <fmt/core.h>
-#include <genreg/GenRegInitTab.h>
-#include <genreg/GenRegServices.h>
-#include <genreg/GenRegVarVal.h>
+#include <genreg/GenRegText.h>
 
 #include <algorithm>
-#include <memory>
 #include <vector>
 
 #include "base/DiskFiles.h"
@@ -22,47 +19,6 @@ constexpr std::size_t MOST_NUMBERS = 5;
 
 using Kind = JudgedLine::Kind;
 
-JudgedLine judgeVarVal(const std::string& text) {
-    auto record = std::make_unique<GenRegVarValRecord>();
-    switch (GenRegVarVal::ParseLine(record.get(), text.c_str())) {
-        case 0:
-            return (record->contains & VARVAL_HAS_PAIR) == 0 ? JudgedLine{}
-                                                             : JudgedLine{Kind::ENTRY, record->variable, ""};
-        case REG_UNTERMINATED_QUOTE:
-            return {Kind::REFUSED, "",
-                    text.find('#') == std::string::npos
-                        ? "a quote is never closed"
-                        : "a quote is never closed; \"#\" begins the comment even inside quotes"};
-        default:
-            return {Kind::REFUSED, "", "there is no \"=\" in it"};
-    }
-}
-
-JudgedLine judgeService(const std::string& text) {
-    auto record = std::make_unique<GenRegServicesRecord>();
-    switch (GenRegServices::ParseLine(record.get(), text.c_str())) {
-        case 0:
-            break;
-        case REG_SERVICE_WITHOUT_PORT:
-            return {Kind::REFUSED, "", "it has no port and protocol"};
-        default:
-            return {Kind::REFUSED, "", "it has more than 127 aliases"};
-    }
-    if (record->name == nullptr) {
-        return {};
-    }
-    return record->protocol != nullptr ? JudgedLine{Kind::ENTRY, record->name, ""}
-                                       : JudgedLine{Kind::REFUSED, "", "its port has no \"/\" and protocol"};
-}
-
-JudgedLine judgeEntry(const std::string& text) {
-    auto record = std::make_unique<GenRegInitTabRecord>();
-    if (GenRegInitTab::ParseLine(record.get(), text.c_str()) != 0) {
-        return {Kind::REFUSED, "", "it has fewer than three \":\" before its comment"};
-    }
-    return (record->flags & INITTAB_HAS_ENTRY) == 0 ? JudgedLine{} : JudgedLine{Kind::ENTRY, record->id, ""};
-}
-
 // A line of the file with what is odd about it.
 struct Seen {
     std::size_t number = 0;
@@ -72,7 +28,7 @@ struct Seen {
     bool backslash = false;  // the value ends in one
 };
 
-// As the library hands it to the form: continuations joined, without the newline, up to a NUL byte.
+// As the library hands it to the schema: continuations joined, without the newline, up to a NUL byte.
 std::string textOf(const FileLine& line, bool continued) {
     std::string text(line.bytes.substr(0, line.bytes.find('\0')));
     for (std::size_t at = 0; continued && (at = text.find("\\\n", at)) != std::string::npos;) {
@@ -81,13 +37,13 @@ std::string textOf(const FileLine& line, bool continued) {
     return text.substr(0, text.find('\n'));
 }
 
-Seen lookAt(const LineForm& form, const FileLine& line) {
-    Seen seen{line.number, textOf(line, form.continued), {}};
+Seen lookAt(const EntrySchema& schema, const FileLine& line) {
+    Seen seen{line.number, textOf(line, schema.continued), {}};
     if (line.bytes.size() >= REG_LINE_SIZE) {
         seen.judged = {Kind::REFUSED, "", fmt::format("it is longer than {} bytes", REG_LINE_SIZE - 2)};
         return seen;
     }
-    seen.judged = form.judge(seen.text);
+    seen.judged = schema.judge(seen.text);
     if (seen.judged.kind != Kind::ENTRY) {
         return seen;
     }
@@ -96,14 +52,14 @@ Seen lookAt(const LineForm& form, const FileLine& line) {
     seen.cut = sign != std::string::npos && !body.empty() && BLANKS.find(body.back()) == std::string_view::npos &&
                body.back() != '=' && body.back() != ':';
     const std::size_t last = body.find_last_not_of(BLANKS);
-    seen.backslash = !form.continued && last != std::string_view::npos && body[last] == '\\';
+    seen.backslash = !schema.continued && last != std::string_view::npos && body[last] == '\\';
     return seen;
 }
 
-std::vector<Seen> lookAtAll(const LineForm& form, const std::string& bytes) {
+std::vector<Seen> lookAtAll(const EntrySchema& schema, const std::string& bytes) {
     std::vector<Seen> all;
-    for (const FileLine& line : fileLines(bytes, form.continued)) {
-        all.push_back(lookAt(form, line));
+    for (const FileLine& line : fileLines(bytes, schema.continued)) {
+        all.push_back(lookAt(schema, line));
     }
     return all;
 }
@@ -118,8 +74,8 @@ std::string bytesOf(const std::string& path) {
 }
 
 // "http/tcp" is http in the line.
-std::string_view nameIn(const LineForm& form, std::string_view name) {
-    return form.nameEnd == 0 ? name : name.substr(0, name.find(form.nameEnd));
+std::string_view nameIn(const EntrySchema& schema, std::string_view name) {
+    return schema.nameEnd == 0 ? name : name.substr(0, name.find(schema.nameEnd));
 }
 
 bool beginsWith(const Seen& line, std::string_view name) {
@@ -144,23 +100,21 @@ std::string places(const std::vector<Seen>& lines, const Take& take) {
                       : fmt::format("{}: {}{}", counted(count, "line"), numbers, count > MOST_NUMBERS ? ", ..." : "");
 }
 
-std::size_t entriesOf(const LineForm& form, const std::string& bytes) {
-    const std::vector<Seen> lines = lookAtAll(form, bytes);
-    return static_cast<std::size_t>(
-        std::count_if(lines.begin(), lines.end(), [](const Seen& line) { return line.judged.kind == Kind::ENTRY; }));
+std::size_t entriesIn(const EntrySchema& schema, const std::string& bytes) {
+    return countLines(schema, bytes)[Kind::ENTRY];
 }
 
-// Why a file without an entry of the form has none; empty when it just has none.
-std::string otherKind(const LineForm& form, const std::string& path, const std::string& bytes) {
+// Why a file without an entry of the schema has none; empty when it just has none.
+std::string otherKind(const EntrySchema& schema, const std::string& path, const std::string& bytes) {
     if (isBinary(bytes)) {
         const bool global = takeApart(bytes, false).content == RegistryContent::GLOBAL;
         return fmt::format("it is no file of lines but a binary one; try genreg {} {}",
                            global ? "status" : "binvar list", shellWord(path));
     }
-    const LineForm* best = nullptr;
+    const EntrySchema* best = nullptr;
     std::size_t most = 0;
-    for (const LineForm* other : {&servicesForm(), &initTabForm(), &varValForm()}) {
-        const std::size_t found = other != &form ? entriesOf(*other, bytes) : 0;
+    for (const EntrySchema* other : {&servicesSchema(), &initTabSchema(), &varValSchema()}) {
+        const std::size_t found = other != &schema ? entriesIn(*other, bytes) : 0;
         if (found > most) {
             best = other;
             most = found;
@@ -173,28 +127,13 @@ std::string otherKind(const LineForm& form, const std::string& path, const std::
 
 }  // namespace
 
-const LineForm& varValForm() {
-    static const LineForm FORM{"varval", "pair", false, 0, judgeVarVal};
-    return FORM;
-}
-
-const LineForm& servicesForm() {
-    static const LineForm FORM{"services", "service", false, '/', judgeService};
-    return FORM;
-}
-
-const LineForm& initTabForm() {
-    static const LineForm FORM{"inittab", "entry", true, 0, judgeEntry};
-    return FORM;
-}
-
-void remarkOnFile(Context& context, const LineForm& form, const std::string& path) {
+void remarkOnFile(Context& context, const EntrySchema& schema, const std::string& path) {
     const std::string bytes = bytesOf(path);
-    const std::vector<Seen> lines = lookAtAll(form, bytes);
-    if (entriesOf(form, bytes) == 0) {
-        const std::string why = otherKind(form, path, bytes);
+    const std::vector<Seen> lines = lookAtAll(schema, bytes);
+    if (entriesIn(schema, bytes) == 0) {
+        const std::string why = otherKind(schema, path, bytes);
         if (!why.empty()) {
-            context.output.note("other-kind", path, fmt::format("there is no {} in it: {}", form.noun, why));
+            context.output.note("other-kind", path, fmt::format("there is no {} in it: {}", schema.lineNoun(), why));
             return;
         }
     }
@@ -211,13 +150,13 @@ void remarkOnFile(Context& context, const LineForm& form, const std::string& pat
          "a backslash, which continues no line, ends the value on ");
 }
 
-void remarkOnName(Context& context, const LineForm& form, const std::string& path, std::string_view wanted) {
-    const std::string_view name = nameIn(form, wanted);
-    for (const Seen& line : lookAtAll(form, bytesOf(path))) {
+void remarkOnName(Context& context, const EntrySchema& schema, const std::string& path, std::string_view wanted) {
+    const std::string_view name = nameIn(schema, wanted);
+    for (const Seen& line : lookAtAll(schema, bytesOf(path))) {
         if (beginsWith(line, name)) {
             context.output.note("refused-line", path,
                                 fmt::format("line {} begins with {}, but is no {}: {}", line.number, printable(name),
-                                            form.noun, line.judged.why));
+                                            schema.lineNoun(), line.judged.why));
         }
         if (line.judged.kind != Kind::ENTRY || line.judged.name != name) {
             continue;
@@ -234,13 +173,21 @@ void remarkOnName(Context& context, const LineForm& form, const std::string& pat
     }
 }
 
-std::size_t refusedLine(const LineForm& form, const std::string& path, std::string_view name) {
-    for (const Seen& line : lookAtAll(form, bytesOf(path))) {
-        if (beginsWith(line, nameIn(form, name))) {
+std::size_t refusedLine(const EntrySchema& schema, const std::string& path, std::string_view name) {
+    for (const Seen& line : lookAtAll(schema, bytesOf(path))) {
+        if (beginsWith(line, nameIn(schema, name))) {
             return line.number;
         }
     }
     return 0;
+}
+
+std::map<JudgedLine::Kind, std::size_t> countLines(const EntrySchema& schema, const std::string& bytes) {
+    std::map<JudgedLine::Kind, std::size_t> counts;
+    for (const Seen& line : lookAtAll(schema, bytes)) {
+        ++counts[line.judged.kind];
+    }
+    return counts;
 }
 
 }  // namespace tool

@@ -2,7 +2,6 @@
 #include <fmt/core.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstring>
 #include <iterator>
 
@@ -98,23 +97,13 @@ public:
 
     // False when the record says so already.
     bool make() {
-        using Clock = std::chrono::steady_clock;
-        const auto start = Clock::now();
-        const double seconds = task_.context.options.waitSeconds;
-        for (;;) {
-            if (const auto changed = attempt()) {
-                return *changed;
-            }
-            if (task_.context.options.ifValue) {
+        return attemptPatiently(task_.context, task_.path, keyText(task_.key), [&] {
+            const auto changed = attempt();
+            if (!changed && task_.context.options.ifValue) {
                 throw changedMeanwhile(task_, keyText(task_.key) + " was changed");
             }
-            if (std::chrono::duration<double>(Clock::now() - start).count() >= seconds) {
-                throw answer("busy", EXIT_LOCKED, 0, task_.path,
-                             fmt::format("others keep changing {}; {}; nothing was written", keyText(task_.key),
-                                         seconds > 0 ? fmt::format("gave up after {:g} s", seconds) : "did not wait"),
-                             "--wait 60");
-            }
-        }
+            return changed;
+        });
     }
 
     [[nodiscard]] bool added() const { return added_; }

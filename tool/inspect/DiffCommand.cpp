@@ -8,7 +8,7 @@
 #include "base/DiskFiles.h"
 #include "base/Text.h"
 #include "base/Update.h"
-#include "entries/BinVarFile.h"
+#include "entries/BinVarRegistry.h"
 #include "global/GlobalRegistry.h"
 #include "inspect/InspectCommands.h"
 #include "records/RecordDiff.h"

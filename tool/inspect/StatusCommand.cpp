@@ -8,7 +8,7 @@
 #include "base/DiskFiles.h"
 #include "base/Text.h"
 #include "base/Update.h"
-#include "entries/VarValFile.h"
+#include "entries/Remarks.h"
 #include "global/GlobalPath.h"
 #include "global/GlobalRegistry.h"
 #include "inspect/InspectCommands.h"
@@ -110,13 +110,15 @@ struct Report {
     Json changeLog;
 };
 
-Json linesObject(const std::string& path) {
-    const VarValContents contents = VarValFile(path, true).read("read");
-    return {{"total", contents.lines},
-            {"pairs", contents.pairs.size()},
-            {"comments", contents.comments},
-            {"blank", contents.blanks},
-            {"other", contents.others}};
+// Lines of any schema are counted as those of variables.
+Json linesObject(const std::string& bytes) {
+    using Kind = JudgedLine::Kind;
+    auto counts = countLines(varValSchema(), bytes);
+    return {{"total", counts[Kind::ENTRY] + counts[Kind::COMMENT] + counts[Kind::BLANK] + counts[Kind::REFUSED]},
+            {"pairs", counts[Kind::ENTRY]},
+            {"comments", counts[Kind::COMMENT]},
+            {"blank", counts[Kind::BLANK]},
+            {"other", counts[Kind::REFUSED]}};
 }
 
 void print(Output& output, const Report& report) {
@@ -185,7 +187,7 @@ int status(Context& context, const std::string& given) {
     const Records records = binary ? recordsOf(path, bytes, global) : Records();
     const RegistryFile file(path);
     Report report{fileObject(path, file), nullptr, nullptr, lockObject(file), {}, nullptr, nullptr};
-    (binary ? report.records : report.lines) = binary ? records.counted : linesObject(path);
+    (binary ? report.records : report.lines) = binary ? records.counted : linesObject(bytes);
     for (const Companion& companion : companions(file, report.lock["held"].get<bool>())) {
         report.companions.push_back(companionObject(companion));
     }

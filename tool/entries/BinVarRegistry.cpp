@@ -1,4 +1,4 @@
-#include "entries/BinVarFile.h"
+#include "entries/BinVarRegistry.h"
 
 #include <algorithm>
 #include <cstring>
@@ -15,9 +15,7 @@ constexpr std::size_t IMAGE_SIZE = sizeof(GenRegBinVarValRecord);
 // The library's record comes first, so that its own functions take this one.
 struct Record {
     GenRegBinVarValRecord base;
-    const EntryEdit* asked;       // of a record to be written
-    const EntryEdit* notYet;      // of a key: only records that are not yet as this edit asks for
-    const std::string* expected;  // of a key: only this record
+    EntryMarks marks;
 
     [[nodiscard]] std::string_view raw() const { return {reinterpret_cast<const char*>(&base), sizeof base}; }
 };
@@ -41,7 +39,7 @@ void setText(char (&field)[BINVAR_TEXT_SIZE], const std::string& text) {
 }
 
 Record asRecord(std::string_view bytes) {
-    return {recordOf(bytes), nullptr, nullptr, nullptr};
+    return {recordOf(bytes), {}};
 }
 
 unsigned int match(unsigned long mask, void* record, void* key) {
@@ -51,14 +49,9 @@ unsigned int match(unsigned long mask, void* record, void* key) {
         return 1;  // a scan of everything
     }
     if (mask == EVERY_FIELD) {
-        const bool equal =
-            wanted->asked != nullptr ? wanted->asked->isAsAsked(entry.raw()) : entry.raw() == wanted->raw();
-        return equal ? 1 : 0;
+        return wanted->marks.equals(entry.raw(), wanted->raw()) ? 1 : 0;
     }
-    const bool matches = GenRegBinVarVal::MatchRecord(mask, record, key) == 1 &&
-                         (wanted->expected == nullptr || *wanted->expected == entry.raw()) &&
-                         (wanted->notYet == nullptr || !wanted->notYet->isAsAsked(entry.raw()));
-    return matches ? 1 : 0;
+    return GenRegBinVarVal::MatchRecord(mask, record, key) == 1 && wanted->marks.finds(entry.raw()) ? 1 : 0;
 }
 
 unsigned int checkImage(const void* /*image*/, unsigned long length) {
@@ -66,17 +59,15 @@ unsigned int checkImage(const void* /*image*/, unsigned long length) {
 }
 
 unsigned int unpack(void** buffer) {
-    auto& record = *static_cast<Record*>(*buffer);
-    record.asked = record.notYet = nullptr;
-    record.expected = nullptr;
+    static_cast<Record*>(*buffer)->marks = {};
     return 0;
 }
 
 unsigned int pack(void** buffer, void* previousImage) {
     auto& record = *static_cast<Record*>(*buffer);
-    if (record.asked != nullptr && previousImage != nullptr) {
+    if (record.marks.asked != nullptr && previousImage != nullptr) {
         const std::string_view previous(static_cast<const char*>(previousImage), IMAGE_SIZE);
-        record.base = recordOf(record.asked->rewrite(previous));
+        record.base = recordOf(record.marks.asked->rewrite(previous));
     }
     return 0;
 }
@@ -101,13 +92,13 @@ unsigned int largestRecordSize(unsigned long* size) {
 
 Record keyOf(const EntryKey& key, const Entry& found) {
     Record record = asRecord(found.raw);
-    record.expected = key.exact ? &found.raw : nullptr;
+    record.marks.expected = key.exact ? &found.raw : nullptr;
     return record;
 }
 
 Record askedRecord(std::string_view bytes, const EntryEdit& edit) {
     Record record = asRecord(edit.rewrite(bytes));
-    record.asked = &edit;
+    record.marks.asked = &edit;
     return record;
 }
 
@@ -137,9 +128,10 @@ std::string binVarLines(std::string_view bytes) {
     return lines;
 }
 
-BinVarFile::BinVarFile(const std::string& path, bool severalAllowed) : BinVarFile(path, severalAllowed, 0) {}
+BinVarRegistry::BinVarRegistry(const std::string& path, bool severalAllowed)
+    : BinVarRegistry(path, severalAllowed, 0) {}
 
-BinVarFile::BinVarFile(const std::string& path, bool severalAllowed, unsigned int code)
+BinVarRegistry::BinVarRegistry(const std::string& path, bool severalAllowed, unsigned int code)
     : GenRegBinVarVal(path.c_str(), &code), path_(path) {
     check(code, "use the file");
     waitPatiently(*this, path);
@@ -156,13 +148,13 @@ BinVarFile::BinVarFile(const std::string& path, bool severalAllowed, unsigned in
     }
 }
 
-void BinVarFile::check(unsigned int code, const std::string& doing) const {
+void BinVarRegistry::check(unsigned int code, const std::string& doing) const {
     if (code != 0) {
         throw libraryFailure(code, path_, doing);
     }
 }
 
-std::vector<Entry> BinVarFile::read(const std::string& doing) {
+std::vector<Entry> BinVarRegistry::read(const std::string& doing) {
     check(OpenScan(), doing);
     std::vector<Entry> entries;
     Record record{};
@@ -185,19 +177,19 @@ std::vector<Entry> BinVarFile::read(const std::string& doing) {
     return entries;
 }
 
-unsigned int BinVarFile::add(unsigned long mask, EntryEdit& edit) {
+unsigned int BinVarRegistry::add(unsigned long mask, EntryEdit& edit) {
     Record record = askedRecord({}, edit);
     return Add(mask, &record);
 }
 
-unsigned int BinVarFile::change(const EntryKey& key, const Entry& found, EntryEdit& edit) {
+unsigned int BinVarRegistry::change(const EntryKey& key, const Entry& found, EntryEdit& edit) {
     Record keyRecord = keyOf(key, found);
-    keyRecord.notYet = key.exact ? nullptr : &edit;
+    keyRecord.marks.notYet = key.exact ? nullptr : &edit;
     Record record = askedRecord(found.raw, edit);
     return Change(key.mask, &keyRecord, &record);
 }
 
-unsigned int BinVarFile::remove(const EntryKey& key, const Entry& found) {
+unsigned int BinVarRegistry::remove(const EntryKey& key, const Entry& found) {
     Record record = keyOf(key, found);
     return Delete(key.mask, &record);
 }

@@ -7,7 +7,7 @@
 
 #include <genreg/GenRegBinVarVal.h>
 
-#include "entries/Entries.h"
+#include "entries/EntrySchema.h"
 
 namespace tool {
 
@@ -26,18 +26,17 @@ struct BinVar {
 // The bytes of a file as a line "name = value # comment" for each sound record.
 [[nodiscard]] std::string binVarLines(std::string_view bytes);
 
-class BinVarFile final : public GenRegBinVarVal, public EntryFile {
+class BinVarRegistry final : public GenRegBinVarVal, public EntryFile {
 public:
-    BinVarFile(const std::string& path, bool severalAllowed);
+    BinVarRegistry(const std::string& path, bool severalAllowed);
 
-    GenRegFile& engine() override { return *this; }
     std::vector<Entry> read(const std::string& doing) override;
     unsigned int add(unsigned long mask, EntryEdit& edit) override;
     unsigned int change(const EntryKey& key, const Entry& found, EntryEdit& edit) override;
     unsigned int remove(const EntryKey& key, const Entry& found) override;
 
 private:
-    BinVarFile(const std::string& path, bool severalAllowed, unsigned int code);
+    BinVarRegistry(const std::string& path, bool severalAllowed, unsigned int code);
 
     void check(unsigned int code, const std::string& doing) const;
 

@@ -1,6 +1,6 @@
-// A text registry of the library for editing: its engine and its form, with slots that keep the bytes of a line.
+// A text registry of the library for editing: its engine and its schema, with slots that keep the bytes of a line.
 //
-// The library's forms write a line anew as a whole and compare a part of it. Here a line is parsed together with its
+// The library's schemas write a line anew as a whole and compare a part of it. Here a line is parsed together with its
 // text, a rewritten one keeps everything but what is edited, and two lines are equal only when their bytes are.
 #pragma once
 
@@ -11,34 +11,30 @@
 
 #include "base/DiskFiles.h"
 #include "base/LockPatience.h"
-#include "entries/Entries.h"
+#include "entries/EntrySchema.h"
 
 namespace tool {
 
-// What a form of lines must tell of itself: Schema and Record of the library, and
+// What a schema of lines must tell of itself: Schema and Record of the library, and
 //   GenRegParseLine parse          that of lines that are kept
 //   bool isEntry(const Record&);
 //   Entry describe(const Record&)  all but number and raw
 //   void makeKey(Record&)          leaves what finds an entry
-template <typename Form>
-class LineFile final : public Form::Schema, public EntryFile {
-    using Schema = typename Form::Schema;
+template <typename Lines>
+class LineRegistry final : public Lines::Schema, public EntryFile {
+    using Schema = typename Lines::Schema;
 
     // The library's record comes first, so that its own functions take this one.
     struct Record {
-        typename Form::Record base;
-        const EntryEdit* asked;       // of a record to be written
-        const EntryEdit* notYet;      // of a key: only lines that are not yet as this edit asks for
-        const std::string* expected;  // of a key: only this line
+        typename Lines::Record base;
+        EntryMarks marks;
         EntryEdit* result;
         unsigned int parseCode;
         char raw[REG_LINE_SIZE];
     };
 
 public:
-    LineFile(const std::string& path, bool severalAllowed) : LineFile(path, severalAllowed, 0) {}
-
-    GenRegFile& engine() override { return *this; }
+    LineRegistry(const std::string& path, bool severalAllowed) : LineRegistry(path, severalAllowed, 0) {}
 
     std::vector<Entry> read(const std::string& doing) override {
         check(this->OpenScan(), doing);
@@ -46,8 +42,8 @@ public:
         const auto record = std::make_unique<Record>();
         unsigned int code = 0;
         for (std::size_t number = 0; (code = this->GetNext(0, nullptr, record.get())) == 0; ++number) {
-            if (record->parseCode == 0 && Form::isEntry(record->base)) {
-                Entry entry = Form::describe(record->base);
+            if (record->parseCode == 0 && Lines::isEntry(record->base)) {
+                Entry entry = Lines::describe(record->base);
                 entry.number = number;
                 entry.raw = record->raw;
                 entries.push_back(std::move(entry));
@@ -60,13 +56,13 @@ public:
     }
 
     unsigned int add(unsigned long mask, EntryEdit& edit) override {
-        const auto record = asked("", edit);
+        const auto record = asked(edit.layout, edit);
         return record ? this->Add(mask, record.get()) : static_cast<unsigned int>(REG_LINE_TOO_LONG);
     }
 
     unsigned int change(const EntryKey& key, const Entry& found, EntryEdit& edit) override {
         const auto keyRecord = keyOf(key, found);
-        keyRecord->notYet = key.exact ? nullptr : &edit;
+        keyRecord->marks.notYet = key.exact ? nullptr : &edit;
         const auto record = asked(found.raw, edit);
         return record ? this->Change(key.mask, keyRecord.get(), record.get())
                       : static_cast<unsigned int>(REG_LINE_TOO_LONG);
@@ -91,7 +87,7 @@ private:
 
     static constexpr unsigned long EVERY_FIELD = ~0UL;
 
-    LineFile(const std::string& path, bool severalAllowed, unsigned int code)
+    LineRegistry(const std::string& path, bool severalAllowed, unsigned int code)
         : Schema(path.c_str(), &code), path_(path) {
         if (code != 0) {
             throw libraryFailure(code, path, "use the file");
@@ -104,9 +100,8 @@ private:
         this->matchRecord = match;
         this->getRecordSize = recordSize;
         this->getMaxRecordSize = largestRecordSize;
-        if (severalAllowed) {
-            (void)this->setFeature(REG_FEATURE_ALLOW_DUPLICATES);
-        }
+        (void)(severalAllowed ? this->setFeature(REG_FEATURE_ALLOW_DUPLICATES)
+                              : this->unsetFeature(REG_FEATURE_ALLOW_DUPLICATES));
     }
 
     void check(unsigned int code, const std::string& doing) const {
@@ -117,12 +112,12 @@ private:
 
     static unsigned int parse(void* record, const char* line) {
         auto& entry = *static_cast<Record*>(record);
-        entry.asked = entry.notYet = entry.result = nullptr;
-        entry.expected = nullptr;
+        entry.marks = {};
+        entry.result = nullptr;
         const std::size_t length = std::min(std::strcspn(line, "\n"), sizeof entry.raw - 1);
         std::memcpy(entry.raw, line, length);
         entry.raw[length] = '\0';
-        entry.parseCode = Form::parse(&entry.base, line);
+        entry.parseCode = Lines::parse(&entry.base, line);
         return entry.parseCode;
     }
 
@@ -130,28 +125,28 @@ private:
         const auto& entry = *static_cast<Record*>(record);
         const auto& wanted = *static_cast<Record*>(key);
         if (mask == EVERY_FIELD) {
-            const bool equal =
-                wanted.asked != nullptr ? wanted.asked->isAsAsked(entry.raw) : std::strcmp(entry.raw, wanted.raw) == 0;
-            return equal ? 1 : 0;
+            return wanted.marks.equals(entry.raw, wanted.raw) ? 1 : 0;
         }
-        const bool matches = Form::isEntry(entry.base) && Schema::MatchRecord(mask, record, key) == 1 &&
-                             (wanted.expected == nullptr || *wanted.expected == entry.raw) &&
-                             (wanted.notYet == nullptr || !wanted.notYet->isAsAsked(entry.raw));
-        return matches ? 1 : 0;
+        const bool matches = Lines::isEntry(entry.base) && Schema::MatchRecord(mask, record, key) == 1;
+        return matches && wanted.marks.finds(entry.raw) ? 1 : 0;
     }
 
-    // A line with its newline must be shorter than the buffer.
+    // A line with its newline must be shorter than the buffer, and say what is asked for. Nothing else is ever written.
     static bool mayBeWritten(const std::string& text, const EntryEdit& edit) {
-        return text.size() + 2 <= REG_LINE_SIZE && edit.readsAsAsked(text);
+        const auto record = std::make_unique<typename Lines::Record>();
+        return text.size() + 2 <= REG_LINE_SIZE && Lines::parse(record.get(), text.c_str()) == 0 &&
+               Lines::isEntry(*record) && edit.isShownBy(Lines::describe(*record));
     }
 
     static unsigned int format(void* record, char* line) {
         const auto& wanted = *static_cast<Record*>(record);
-        if (wanted.asked == nullptr) {
+        const EntryEdit* const edit = wanted.marks.asked;
+        if (edit == nullptr) {
             return REG_RECORD_REFUSED;
         }
-        std::string text = wanted.asked->rewrite(std::string_view(line, std::strcspn(line, "\n")));
-        if (!mayBeWritten(text, *wanted.asked)) {
+        const std::string_view standing(line, std::strcspn(line, "\n"));
+        std::string text = edit->rewrite(standing.empty() ? edit->layout : standing);
+        if (!mayBeWritten(text, *edit)) {
             wanted.result->doesNotFit = true;
             return REG_LINE_TOO_LONG;
         }
@@ -174,20 +169,25 @@ private:
             edit.doesNotFit = true;
             return nullptr;
         }
-        Form::makeKey(record->base);
-        record->asked = record->result = &edit;
+        Lines::makeKey(record->base);
+        record->marks.asked = record->result = &edit;
         return record;
     }
 
     static std::unique_ptr<Record> keyOf(const EntryKey& key, const Entry& found) {
         auto record = std::make_unique<Record>();
         (void)parse(record.get(), found.raw.c_str());
-        Form::makeKey(record->base);
-        record->expected = key.exact ? &found.raw : nullptr;
+        Lines::makeKey(record->base);
+        record->marks.expected = key.exact ? &found.raw : nullptr;
         return record;
     }
 
     std::string path_;
 };
+
+template <typename Lines>
+std::unique_ptr<EntryFile> openLines(const std::string& path, bool severalAllowed) {
+    return std::make_unique<LineRegistry<Lines>>(path, severalAllowed);
+}
 
 }  // namespace tool
