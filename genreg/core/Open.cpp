@@ -36,16 +36,50 @@ StreamMode streamMode(char letter, bool binary) noexcept {
     return {{letter, binary ? 'b' : 't', '\0'}};
 }
 
-OSSFileOpenRequest requestFor(const char* path, unsigned int access, unsigned long permissions) noexcept {
-    return {OSS_REQUEST_VERSION,
-            path,
-            OSS_OPEN_PLAIN,
-            access,
-            0,
-            permissions != 0 ? permissions : genreg::DEFAULT_PERMISSIONS};
+}  // namespace
+
+// The platform's code, when opening failed.
+unsigned int GenRegFile::openRegistryHandle(unsigned int access) noexcept {
+    const OSSFileOpenRequest request = {OSS_REQUEST_VERSION,
+                                        regPath,
+                                        OSS_OPEN_PLAIN,
+                                        access,
+                                        0,
+                                        regPermissions != 0 ? regPermissions : genreg::DEFAULT_PERMISSIONS};
+    return regHandle_.open(&request);
 }
 
-}  // namespace
+// The platform's code, when locking failed; the handle is closed then.
+unsigned int GenRegFile::lockRegistryFile(unsigned int kind) noexcept {
+    const OSSFileLockRequest request = {OSS_REQUEST_VERSION, kind, OSS_WAIT};
+    const unsigned int rc = takeLock(regHandle_, regPath, request);
+    if (rc != 0) {
+        (void)regHandle_.close();
+    }
+    return rc;
+}
+
+// The stream on the locked handle. The platform's code, when there is none; the handle is closed then.
+unsigned int GenRegFile::openRegistryStream(char mode) noexcept {
+    posix::FileStatus status = {};
+    unsigned int rc = posix::statusOf(regHandle_.getFileHandle(), &status);
+    if (rc == 0 && !status.regular) {
+        rc = ossErrorMapSystem(EISDIR);  // a directory opens for reading, but is no registry
+    }
+    if (rc == 0) {
+        regFp = posix::openStream(regHandle_.getFileHandle(), streamMode(mode, fileKind == REG_KIND_BINARY).text);
+        rc = regFp == nullptr ? ossErrorMapSystem(errno) : 0;
+    }
+    if (rc != 0) {
+        (void)regHandle_.unlock();
+        (void)regHandle_.close();
+        return rc;
+    }
+    regStreamOnHandle_ = true;
+    regSize_ = status.size;
+    regBody_ = 0;
+    return 0;
+}
 
 // Opens and locks the registry file: for appending when an add finds it absent or may append in place, else for
 // reading.
@@ -54,12 +88,11 @@ unsigned int GenRegFile::openRegistryFile(unsigned long op) noexcept {
     const bool inPlace = op == REG_OP_ADD && GenRegTransaction::addsInPlace(*this);
     regCreated_ = false;
     regAppends_ = false;
-    OSSFileOpenRequest request = requestFor(regPath, OSS_ACCESS_READ, regPermissions);
     unsigned int rc = 0;
     if (inPlace) {
         regCreated_ = !posix::exists(regPath);
     } else {
-        rc = regHandle_.open(&request);
+        rc = openRegistryHandle(OSS_ACCESS_READ);
         if (rc == FILE_MISSING && op != REG_OP_ADD) {
             return trace.failMildly(50, REG_MISSING);
         }
@@ -67,35 +100,17 @@ unsigned int GenRegFile::openRegistryFile(unsigned long op) noexcept {
     }
     if (inPlace || regCreated_) {
         regAppends_ = true;
-        request.access = OSS_ACCESS_CREATE;
-        rc = regHandle_.open(&request);
+        rc = openRegistryHandle(OSS_ACCESS_CREATE);
     }
     if (rc != 0) {
         return trace.fail(60, REG_OPEN_FILE_FAILED, rc);
     }
-    const OSSFileLockRequest lock = {OSS_REQUEST_VERSION, regAppends_ ? OSS_LOCK_EXCLUSIVE : OSS_LOCK_SHARED, OSS_WAIT};
-    rc = takeLock(regHandle_, regPath, lock);
+    rc = lockRegistryFile(regAppends_ ? OSS_LOCK_EXCLUSIVE : OSS_LOCK_SHARED);
     if (rc != 0) {
-        (void)regHandle_.close();
         return trace.fail(70, REG_LOCK_FILE_FAILED, rc);
     }
-    const StreamMode mode = streamMode(regAppends_ ? 'a' : 'r', fileKind == REG_KIND_BINARY);
-    posix::FileStatus status = {};
-    rc = posix::statusOf(regHandle_.getFileHandle(), &status);
-    if (rc == 0 && !status.regular) {
-        rc = ossErrorMapSystem(EISDIR);  // a directory opens for reading, but is no registry
-    }
-    if (rc == 0) {
-        regFp = posix::openStream(regHandle_.getFileHandle(), mode.text);
-        rc = regFp == nullptr ? ossErrorMapSystem(errno) : 0;
-    }
-    if (rc != 0) {
-        (void)regHandle_.close();
-        return trace.fail(80, REG_OPEN_FILE_FAILED, rc);
-    }
-    regStreamOnHandle_ = true;
-    regSize_ = status.size;
-    return 0;
+    rc = openRegistryStream(regAppends_ ? 'a' : 'r');
+    return rc == 0 ? 0 : trace.fail(80, REG_OPEN_FILE_FAILED, rc);
 }
 
 // The feature means nothing to text.
@@ -219,7 +234,6 @@ unsigned int GenRegFile::OpenReg(unsigned long op) noexcept {
     if (const unsigned int rc = openRegistryFile(op)) {
         return trace.exit(rc);
     }
-    regBody_ = 0;
     const bool stamped = usesChecksumHeader();
     const int registry = posix::descriptorOf(regFp);
     unsigned int platformCode = 0;

@@ -5,7 +5,6 @@
 #include <cerrno>
 
 #include "genreg/core/ChecksumHeader.h"
-#include "genreg/core/Directory.h"
 #include "genreg/core/FunctionTrace.h"
 #include "genreg/core/Input.h"
 #include "platform/posix/Posix.h"
@@ -26,37 +25,18 @@ unsigned int GenRegFile::OpenScan() noexcept {
     dropScanInput();
     (void)closeRegistryFile();  // of a scan that was never closed
     state &= ~(REG_STATE_SCAN_OPEN | REG_STATE_SCAN_AT_END);
-    const OSSFileOpenRequest request = {
-        OSS_REQUEST_VERSION, regPath, OSS_OPEN_PLAIN,
-        OSS_ACCESS_READ,     0,       regPermissions != 0 ? regPermissions : genreg::DEFAULT_PERMISSIONS};
-    if (const unsigned int rc = regHandle_.open(&request)) {
+    if (const unsigned int rc = openRegistryHandle(OSS_ACCESS_READ)) {
         return trace.fail(20, REG_OPEN_FILE_FAILED, rc);
     }
-    const OSSFileLockRequest lock = {OSS_REQUEST_VERSION, OSS_LOCK_SHARED, OSS_WAIT};
-    if (const unsigned int rc = takeLock(regHandle_, regPath, lock)) {
-        (void)regHandle_.close();
+    if (const unsigned int rc = lockRegistryFile(OSS_LOCK_SHARED)) {
         return trace.fail(30, REG_LOCK_FILE_FAILED, rc);
     }
-    posix::FileStatus status = {};
-    unsigned int rc = posix::statusOf(regHandle_.getFileHandle(), &status);
-    if (rc == 0 && !status.regular) {
-        rc = ossErrorMapSystem(EISDIR);
-    }
-    if (rc == 0) {
-        regFp = posix::openStream(regHandle_.getFileHandle(), fileKind == REG_KIND_BINARY ? "rb" : "r");
-        rc = regFp == nullptr ? ossErrorMapSystem(errno) : 0;
-    }
-    if (rc != 0) {
-        (void)regHandle_.unlock();
-        (void)regHandle_.close();
+    if (const unsigned int rc = openRegistryStream('r')) {
         return trace.fail(40, REG_OPEN_FILE_FAILED, rc);
     }
-    regStreamOnHandle_ = true;
-    regSize_ = status.size;
-    regBody_ = 0;
     if (usesChecksumHeader()) {
         unsigned int platformCode = 0;
-        rc = judgeHeader(posix::descriptorOf(regFp), regSize_, &regBody_, &platformCode);
+        unsigned int rc = judgeHeader(posix::descriptorOf(regFp), regSize_, &regBody_, &platformCode);
         if (rc != 0) {
             (void)closeRegistryFile();
             return trace.fail(50, rc, platformCode);

@@ -133,6 +133,9 @@ private:
 
     // GetAndSetRealRegistryPaths; the platform's code when nobody can tell whether the path is a link.
     GENREG_HIDDEN unsigned int moveToRealFile() noexcept;
+    GENREG_HIDDEN unsigned int openRegistryHandle(unsigned int access) noexcept;
+    GENREG_HIDDEN unsigned int lockRegistryFile(unsigned int kind) noexcept;
+    GENREG_HIDDEN unsigned int openRegistryStream(char mode) noexcept;
     GENREG_HIDDEN unsigned int openRegistryFile(unsigned long op) noexcept;
     GENREG_HIDDEN unsigned int createTemporaryCopy() noexcept;
     GENREG_HIDDEN unsigned int readTemporaryCopy() noexcept;
