@@ -13,7 +13,7 @@ using genreg::Frame;
 using genreg::FRAME_LENGTH_SIZE;
 using genreg::RecordBuffer;
 
-unsigned int GenRegBinFrames::next(GenRegInput& input, Frame* frame) noexcept {
+unsigned int GenRegBinFrames::next(genreg::Input& input, Frame* frame) noexcept {
     const std::size_t head = input.fill(FRAME_LENGTH_SIZE);
     if (input.error() != 0) {
         return trace_.fail(400, REG_FRAME_LENGTH_READ_FAILED, input.error());

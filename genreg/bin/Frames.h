@@ -8,12 +8,13 @@
 #include "genreg/core/FrameBytes.h"
 #include "genreg/core/FunctionTrace.h"
 #include "genreg/core/Input.h"
+#include "genreg/core/Mask.h"
 #include "genreg/core/RecordBuffer.h"
 
 namespace genreg {
 
-constexpr unsigned long EVERY_FIELD = ~0UL;
-constexpr unsigned long ANY_SIZE = ~0UL;  // of a record whose buffer is the caller's or the schema's to size
+constexpr const char* BIN_TAG = "GenRegBin";  // for the platform's books of memory
+constexpr unsigned long ANY_SIZE = ~0UL;      // of a record whose buffer is the caller's or the schema's to size
 
 }  // namespace genreg
 
@@ -24,7 +25,7 @@ public:
     // 0; REG_NO_MORE_RECORDS, which is no failure; REG_FRAME_TRUNCATED; REG_FRAME_LENGTH_READ_FAILED;
     // REG_FRAME_PAYLOAD_READ_FAILED. Nothing is read or allocated for a length that the file cannot hold. The frame is
     // valid until the next one of the same input.
-    [[nodiscard]] unsigned int next(GenRegInput& input, genreg::Frame* frame) noexcept;
+    [[nodiscard]] unsigned int next(genreg::Input& input, genreg::Frame* frame) noexcept;
 
     // Refuses an image whose lengths lie; REG_UNPACK_FAILED.
     [[nodiscard]] unsigned int check(const genreg::Frame& frame) noexcept;
@@ -61,7 +62,6 @@ public:
     [[nodiscard]] std::FILE* registry() const noexcept { return engine_.regFp; }
     [[nodiscard]] std::FILE* copy() const noexcept { return engine_.tmpFp; }
     [[nodiscard]] const char* registryPath() const noexcept { return engine_.regPath; }
-    void markEndOfScan() noexcept { engine_.state |= REG_STATE_SCAN_AT_END; }
 
     // The bytes that a frame of this (packed) record holds: REG_NO_GET_PACKED_RECORD_SIZE, REG_NO_GET_RECORD_SIZE.
     [[nodiscard]] unsigned int payloadSize(void* record, unsigned long* size) noexcept;

@@ -4,7 +4,7 @@
 #include <cerrno>
 
 #include "genreg/bin/Frames.h"
-#include "genreg/core/Transaction.h"
+#include "genreg/core/FileInternals.h"
 #include "platform/posix/Posix.h"
 
 using genreg::FRAME_LENGTH_SIZE;
@@ -18,7 +18,7 @@ unsigned int GenRegBin::ReadRecord(std::FILE* stream, void** buffer, unsigned lo
         return trace.fail(5, REG_NULL_POINTER);
     }
     if (stream == regFp) {
-        GenRegTransaction::handOverStream(*this);
+        genreg::FileInternals::of(*this).handOverStream();
     }
     char head[FRAME_LENGTH_SIZE] = {};
     const std::size_t got = std::fread(head, 1, sizeof head, stream);

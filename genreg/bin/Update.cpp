@@ -9,47 +9,34 @@
 #include "genreg/core/Transaction.h"
 #include "platform/posix/Posix.h"
 
+using genreg::BIN_TAG;
 using genreg::EVERY_FIELD;
+using genreg::FileInternals;
 using genreg::Frame;
 using genreg::Function;
 using genreg::FunctionTrace;
+using genreg::Input;
 using genreg::OperationTrace;
 using genreg::RecordBuffer;
+using genreg::UpdateCall;
 using genreg::UpdatePlan;
 
 namespace {
 
-constexpr const char* TAG = "GenRegBin";
-
 // What the three updates share: the walk over the frames and the writing of records.
 class BinUpdate : public genreg::UpdateSteps {
 public:
-    BinUpdate(GenRegBin& engine, FunctionTrace& trace, unsigned long operation, unsigned long mask, void* record,
-              void* key, RecordBuffer& work) noexcept
-        : engine_(engine),
-          trace_(trace),
-          frames_(engine, trace),
-          operation_(operation),
-          mask_(mask),
-          record_(record),
-          key_(key),
-          work_(work) {}
+    BinUpdate(GenRegBin& engine, FunctionTrace& trace, const UpdateCall& call, RecordBuffer& work) noexcept
+        : engine_(engine), trace_(trace), frames_(engine, trace), call_(call), work_(work) {}
 
-    unsigned int copy(unsigned long* closeMode) noexcept override {
-        const unsigned int rc = copyAll();
-        if (rc != 0 && rc != REG_UNCHANGED) {
-            *closeMode = REG_OP_READ;
-        }
-        return rc;
+    unsigned int verify() noexcept override {
+        return engine_.Verify(call_.operation, call_.mask, call_.record, call_.key);
     }
-
-    unsigned int verify() noexcept override { return engine_.Verify(operation_, mask_, record_, key_); }
     unsigned int release() noexcept override { return packed_.release(); }
 
 protected:
     ~BinUpdate() = default;
 
-    [[nodiscard]] virtual unsigned int copyAll() noexcept = 0;
     // The frame's record matches; work_ holds it.
     [[nodiscard]] virtual unsigned int takeMatch(const Frame& frame) noexcept = 0;
 
@@ -57,8 +44,8 @@ protected:
 
     // Carries every frame to the copy but those that match the key. matching: whether any may.
     [[nodiscard]] unsigned int walk(void* key, bool matching) noexcept {
-        GenRegInput input{-1, 0, 0};
-        GenRegTransaction::readRegistry(engine_, input);
+        Input input{-1, 0, 0};
+        FileInternals::of(engine_).readRegistry(input);
         for (;;) {
             Frame frame = {};
             if (const unsigned int rc = frames_.next(input, &frame)) {
@@ -67,7 +54,7 @@ protected:
             if (const unsigned int rc = frames_.check(frame)) {
                 return rc;
             }
-            const bool looked = matching && frames_.mayMatch(mask_, frame, key);
+            const bool looked = matching && frames_.mayMatch(call_.mask, frame, key);
             if (looked) {
                 if (const unsigned int rc = frames_.unpack(frame, work_)) {
                     return rc;
@@ -78,7 +65,7 @@ protected:
                     return rc;
                 }
             }
-            const bool matches = looked && frames_.match(mask_, work_.get(), key) == 1;
+            const bool matches = looked && frames_.match(call_.mask, work_.get(), key) == 1;
             if (const unsigned int rc = matches ? takeMatch(frame) : frames_.carry(frame, work_, looked)) {
                 return rc;
             }
@@ -89,33 +76,29 @@ protected:
     [[nodiscard]] unsigned int writeRecord(std::FILE* stream, const Frame* previous, unsigned int writeFailed,
                                            bool inPlace) noexcept {
         if (!frames_.has(REG_FEATURE_PACKED)) {
-            return frames_.write(stream, record_, genreg::ANY_SIZE, writeFailed, inPlace);
+            return frames_.write(stream, call_.record, genreg::ANY_SIZE, writeFailed, inPlace);
         }
         const unsigned long size = frames_.maxRecordSize();
         if (!packed_.ensure(size)) {
             return trace_.fail(130, REG_NO_RECORD_BUFFER);
         }
-        std::memcpy(packed_.get(), record_, size);
+        std::memcpy(packed_.get(), call_.record, size);
         return frames_.packAndWrite(stream, packed_, previous, writeFailed, inPlace);
     }
 
     GenRegBin& engine_;
     FunctionTrace& trace_;
     GenRegBinFrames frames_;
-    unsigned long operation_;
-    unsigned long mask_;
-    void* record_;
-    void* key_;
+    UpdateCall call_;
     RecordBuffer& work_;
-    RecordBuffer packed_{TAG};  // the caller's record, as it was written last
+    RecordBuffer packed_{BIN_TAG};  // the caller's record, as it was written last
 };
 
 class BinAdd final : public BinUpdate {
 public:
     using BinUpdate::BinUpdate;
 
-private:
-    unsigned int copyAll() noexcept override {
+    unsigned int copy() noexcept override {
         OSSFileInfo info = {};
         if (const unsigned int rc = ossFileGetInfoV9(frames_.registryPath(), &info)) {
             return trace_.fail(90, REG_FILE_SIZE_FAILED, rc);
@@ -126,9 +109,9 @@ private:
                 return rc;
             }
         }
-        const bool inPlace = GenRegTransaction::addsInPlace(engine_);
+        const bool inPlace = FileInternals::of(engine_).addsInPlace();
         if (info.size > 0 && !inPlace) {
-            if (const unsigned int rc = walk(record_, !duplicatesAllowed())) {
+            if (const unsigned int rc = walk(call_.record, !duplicatesAllowed())) {
                 return rc;
             }
         }
@@ -142,6 +125,7 @@ private:
         return writeRecord(target, nullptr, REG_RECORD_WRITE_FAILED, inPlace);
     }
 
+private:
     unsigned int takeMatch(const Frame& /*frame*/) noexcept override { return trace_.fail(120, REG_DUPLICATE); }
 };
 
@@ -149,9 +133,8 @@ class BinChange final : public BinUpdate {
 public:
     using BinUpdate::BinUpdate;
 
-private:
-    unsigned int copyAll() noexcept override {
-        if (const unsigned int rc = walk(key_, true)) {
+    unsigned int copy() noexcept override {
+        if (const unsigned int rc = walk(call_.key, true)) {
             return rc;
         }
         if (equal_) {
@@ -160,10 +143,11 @@ private:
         return changed_ > 0 ? 0 : trace_.failMildly(150, REG_NOT_FOUND);
     }
 
+private:
     // The new record is written in place of an equal one too: bytes outside the comparison reach the file where the
     // commit is not deferred.
     unsigned int takeMatch(const Frame& frame) noexcept override {
-        if (frames_.match(EVERY_FIELD, work_.get(), record_) != 0) {
+        if (frames_.match(EVERY_FIELD, work_.get(), call_.record) != 0) {
             equal_ = true;
         } else if (changed_ > 0 && !duplicatesAllowed()) {
             return trace_.fail(120, REG_SEVERAL_MATCH);
@@ -185,8 +169,8 @@ private:
         return frames_.unpack({static_cast<const char*>(packed_.get()), size}, work_);
     }
     unsigned int verify() noexcept override {
-        void* const written = frames_.has(REG_FEATURE_PACKED) ? work_.get() : record_;
-        return engine_.Verify(operation_, mask_, written, key_);
+        void* const written = frames_.has(REG_FEATURE_PACKED) ? work_.get() : call_.record;
+        return engine_.Verify(call_.operation, call_.mask, written, call_.key);
     }
 
     unsigned long changed_ = 0;
@@ -197,14 +181,14 @@ class BinDelete final : public BinUpdate {
 public:
     using BinUpdate::BinUpdate;
 
-private:
-    unsigned int copyAll() noexcept override {
-        if (const unsigned int rc = walk(key_, true)) {
+    unsigned int copy() noexcept override {
+        if (const unsigned int rc = walk(call_.key, true)) {
             return rc;
         }
         return dropped_ > 0 ? 0 : trace_.failMildly(150, REG_NOT_FOUND);
     }
 
+private:
     unsigned int takeMatch(const Frame& /*frame*/) noexcept override {
         if (dropped_ > 0 && !duplicatesAllowed()) {
             return trace_.fail(120, REG_SEVERAL_MATCH);
@@ -216,20 +200,7 @@ private:
     unsigned long dropped_ = 0;
 };
 
-template <typename Update>
-unsigned int runUpdate(GenRegBin& engine, FunctionTrace& trace, unsigned long operation, unsigned long mask,
-                       void* record, void* key) noexcept {
-    RecordBuffer work{TAG};
-    unsigned long size = 0;
-    void* const validated = operation == REG_OP_DELETE ? key : record;
-    if (const unsigned int rc = GenRegTransaction::prepare(engine, trace, mask, validated, work, &size)) {
-        return rc;
-    }
-    Update steps{engine, trace, operation, mask, record, key, work};
-    const bool change = operation == REG_OP_CHANGE;
-    const UpdatePlan plan = {operation, true, true, change ? key : validated, change ? record : nullptr};
-    return GenRegTransaction::update(engine, trace, plan, steps, work);
-}
+constexpr UpdatePlan PLAN = {.discards = true, .logs = true};
 
 }  // namespace
 
@@ -238,15 +209,15 @@ unsigned int GenRegBin::Add(unsigned long matchType, void* record) noexcept {
     if (const unsigned int rc = CheckFuncPtrs()) {
         return trace.fail(5, REG_CALLBACK_MISSING, rc);
     }
-    return runUpdate<BinAdd>(*this, trace, REG_OP_ADD, matchType, record, nullptr);
+    return runUpdate<BinAdd>(*this, trace, BIN_TAG, {REG_OP_ADD, matchType, record, nullptr}, PLAN);
 }
 
 unsigned int GenRegBin::Change(unsigned long matchType, void* key, void* newRecord) noexcept {
     OperationTrace trace{Function::BinChange};
-    return runUpdate<BinChange>(*this, trace, REG_OP_CHANGE, matchType, newRecord, key);
+    return runUpdate<BinChange>(*this, trace, BIN_TAG, {REG_OP_CHANGE, matchType, newRecord, key}, PLAN);
 }
 
 unsigned int GenRegBin::Delete(unsigned long matchType, void* key) noexcept {
     OperationTrace trace{Function::BinDelete};
-    return runUpdate<BinDelete>(*this, trace, REG_OP_DELETE, matchType, nullptr, key);
+    return runUpdate<BinDelete>(*this, trace, BIN_TAG, {REG_OP_DELETE, matchType, nullptr, key}, PLAN);
 }

@@ -1,5 +1,4 @@
 // The closing half of a transaction, and the commit.
-#include <genreg/GenRegFile.h>
 #include <osse/Errors.h>
 #include <osse/Files.h>
 
@@ -8,9 +7,11 @@
 
 #include "genreg/core/ChecksumHeader.h"
 #include "genreg/core/Directory.h"
+#include "genreg/core/FileInternals.h"
 #include "genreg/core/FunctionTrace.h"
 #include "platform/posix/Posix.h"
 
+using genreg::FileInternals;
 using genreg::Function;
 using genreg::FunctionTrace;
 using genreg::OperationTrace;
@@ -46,11 +47,11 @@ unsigned int stampInPlace(const char* path, unsigned long size) noexcept {
 }  // namespace
 
 // Ends an append in place: what was appended is stamped and made durable, or the file is cut back to where it was.
-unsigned int GenRegFile::finishAppend(bool keep) noexcept {
+unsigned int FileInternals::finishAppend(bool keep) noexcept {
     FunctionTrace trace{Function::CloseReg, FunctionTrace::Part()};
-    const int descriptor = posix::descriptorOf(regFp);
+    const int descriptor = posix::descriptorOf(file_.regFp);
     posix::FileStatus status = {};
-    unsigned int rc = writeOut(regFp);
+    unsigned int rc = writeOut(file_.regFp);
     if (rc == 0) {
         rc = posix::statusOf(descriptor, &status);
     }
@@ -60,13 +61,13 @@ unsigned int GenRegFile::finishAppend(bool keep) noexcept {
     const bool stamps = rc == 0 && keep && regBody_ != 0;
     if (rc == 0 && keep) {
         if (stamps) {
-            rc = stampInPlace(regPath, status.size);
+            rc = stampInPlace(file_.regPath, status.size);
         }
         if (rc == 0) {
             rc = posix::syncFile(descriptor);
         }
         if (rc == 0 && regCreated_) {
-            if (const unsigned int unsynced = genreg::syncDirectoryOf(regPath)) {
+            if (const unsigned int unsynced = genreg::syncDirectoryOf(file_.regPath)) {
                 trace.ignore(20, unsynced, unsynced);
             }
         }
@@ -76,16 +77,16 @@ unsigned int GenRegFile::finishAppend(bool keep) noexcept {
     }
     (void)posix::truncateTo(descriptor, regSize_);
     if (stamps) {
-        (void)stampInPlace(regPath, regSize_);  // it may tell of what was just cut off
+        (void)stampInPlace(file_.regPath, regSize_);  // it may tell of what was just cut off
     }
     return rc == 0 ? 0 : trace.fail(30, REG_CLOSE_FILE_FAILED, rc);
 }
 
 // Closes the stream and with it the lock; false when that failed, errno telling why. In a child forked meanwhile the
 // descriptor is closed already, and its number may be another file's: the stream is given up there.
-bool GenRegFile::closeRegistryStream() noexcept {
-    std::FILE* const stream = regFp;
-    regFp = nullptr;
+bool FileInternals::closeRegistryStream() noexcept {
+    std::FILE* const stream = file_.regFp;
+    file_.regFp = nullptr;
     const bool onHandle = regStreamOnHandle_;
     regStreamOnHandle_ = false;
     if (onHandle && regHandle_.getFileHandle() < 0) {
@@ -100,8 +101,8 @@ bool GenRegFile::closeRegistryStream() noexcept {
 }
 
 // The platform's code, when closing failed.
-unsigned int GenRegFile::closeRegistryFile() noexcept {
-    if (regFp == nullptr) {
+unsigned int FileInternals::closeRegistryFile() noexcept {
+    if (file_.regFp == nullptr) {
         return 0;
     }
     regAppends_ = false;
@@ -109,18 +110,18 @@ unsigned int GenRegFile::closeRegistryFile() noexcept {
 }
 
 // Closes the copy; one that was written is on the medium afterwards.
-unsigned int GenRegFile::closeTemporaryCopy(bool written) noexcept {
+unsigned int FileInternals::closeTemporaryCopy(bool written) noexcept {
     FunctionTrace trace{Function::CloseReg, FunctionTrace::Part()};
-    if (tmpFp == nullptr) {
+    if (file_.tmpFp == nullptr) {
         return 0;
     }
     unsigned int rc = 0;
     if (written) {
-        rc = writeOut(tmpFp);
-        rc = rc == 0 ? posix::syncFile(posix::descriptorOf(tmpFp)) : rc;
+        rc = writeOut(file_.tmpFp);
+        rc = rc == 0 ? posix::syncFile(posix::descriptorOf(file_.tmpFp)) : rc;
     }
-    std::FILE* const stream = tmpFp;
-    tmpFp = nullptr;
+    std::FILE* const stream = file_.tmpFp;
+    file_.tmpFp = nullptr;
     if (!posix::closeStream(stream) && rc == 0) {
         rc = ossErrorMapSystem(errno);
     }
@@ -129,20 +130,20 @@ unsigned int GenRegFile::closeTemporaryCopy(bool written) noexcept {
     return rc == 0 ? 0 : trace.fail(70, REG_CLOSE_TMP_FAILED, rc);
 }
 
-unsigned int GenRegFile::stampTemporaryCopy(unsigned int* checksum) noexcept {
+unsigned int FileInternals::stampTemporaryCopy(unsigned int* checksum) noexcept {
     FunctionTrace trace{Function::CloseReg, FunctionTrace::Part()};
-    if (const unsigned int rc = writeOut(tmpFp)) {
+    if (const unsigned int rc = writeOut(file_.tmpFp)) {
         return trace.fail(45, REG_CLOSE_TMP_FAILED, rc);
     }
-    const int descriptor = posix::descriptorOf(tmpFp);
+    const int descriptor = posix::descriptorOf(file_.tmpFp);
     posix::FileStatus status = {};
     if (const unsigned int rc = posix::statusOf(descriptor, &status)) {
         return trace.fail(50, REG_CHECKSUM_READ_FAILED, rc);
     }
     unsigned long bodySize = 0;
     unsigned int platformCode = 0;
-    const unsigned int rc = genreg::stampChecksumHeader(descriptor, status.size, checksumHeaderPending != 0, &bodySize,
-                                                        checksum, &platformCode);
+    const unsigned int rc = genreg::stampChecksumHeader(descriptor, status.size, file_.checksumHeaderPending != 0,
+                                                        &bodySize, checksum, &platformCode);
     if (rc == 0 || rc == REG_COPY_WRITE_FAILED) {
         // Kept: programs that watch the standard output of an update know this line, which tells of the reading alone.
         (void)std::printf("Copy file into buffer done %d\n", static_cast<int>(bodySize));
@@ -150,27 +151,27 @@ unsigned int GenRegFile::stampTemporaryCopy(unsigned int* checksum) noexcept {
     return rc == 0 ? 0 : trace.fail(60, rc, platformCode);
 }
 
-unsigned int GenRegFile::commit(unsigned int checksum) noexcept {
+unsigned int FileInternals::commit(unsigned int checksum) noexcept {
     FunctionTrace trace{Function::CloseReg, FunctionTrace::Part()};
-    if (const unsigned int rc = ossFileDelete(bkpPath); rc != 0 && rc != FILE_MISSING) {
+    if (const unsigned int rc = ossFileDelete(file_.bkpPath); rc != 0 && rc != FILE_MISSING) {
         trace.ignore(80, REG_BACKUP_FAILED, rc);
     }
-    if (const unsigned int rc = posix::linkFile(regPath, bkpPath)) {
+    if (const unsigned int rc = posix::linkFile(file_.regPath, file_.bkpPath)) {
         return trace.fail(90, REG_BACKUP_FAILED, rc);
     }
-    if (const unsigned int rc = ossFileRename(tmpPath, regPath)) {
+    if (const unsigned int rc = ossFileRename(file_.tmpPath, file_.regPath)) {
         return trace.fail(100, REG_RENAME_FAILED, rc);
     }
-    if (const unsigned int rc = genreg::syncDirectoryOf(regPath)) {
+    if (const unsigned int rc = genreg::syncDirectoryOf(file_.regPath)) {
         trace.ignore(110, rc, rc);  // the change stands
     }
-    unsigned int result = ossFileDelete(bkpPath);
+    unsigned int result = ossFileDelete(file_.bkpPath);
     if (result == FILE_MISSING) {
         result = 0;
     }
     // Kept: a body whose checksum is 0 leaves the header pending.
     if (checksum != 0) {
-        checksumHeaderPending = 0;
+        file_.checksumHeaderPending = 0;
     }
     if (result != 0) {
         trace.ignore(120, REG_DELETE_BACKUP_FAILED, result);
@@ -181,36 +182,37 @@ unsigned int GenRegFile::commit(unsigned int checksum) noexcept {
 
 unsigned int GenRegFile::CloseReg(unsigned long op) noexcept {
     OperationTrace trace{Function::CloseReg};
+    FileInternals& inside = FileInternals::of(*this);
     if ((state & REG_STATE_SCAN_OPEN) != 0) {
         return trace.fail(10, REG_SCAN_OPEN);
     }
     trace.input(1, sizeof op, &op);
-    if (holdsParentsFiles() || (op == REG_OP_FINISH && copyIsParents())) {
-        (void)closeRegistryFile();
-        (void)closeTemporaryCopy(false);
+    if (inside.holdsParentsFiles() || (op == REG_OP_FINISH && inside.copyIsParents())) {
+        (void)inside.closeRegistryFile();
+        (void)inside.closeTemporaryCopy(false);
         return trace.fail(15, REG_CLOSE_FILE_FAILED, ossErrorMapSystem(EBADF));
     }
     const bool writes = op == REG_OP_CHANGE || op == REG_OP_ADD || op == REG_OP_DELETE;
-    if (regFp != nullptr && regAppends_ && tmpFp == nullptr) {
-        if (const unsigned int rc = finishAppend(op != REG_OP_READ)) {
-            (void)closeRegistryFile();
+    if (regFp != nullptr && inside.regAppends_ && tmpFp == nullptr) {
+        if (const unsigned int rc = inside.finishAppend(op != REG_OP_READ)) {
+            (void)inside.closeRegistryFile();
             return trace.exit(rc);
         }
     }
-    if (const unsigned int rc = closeRegistryFile()) {
-        (void)closeTemporaryCopy(false);
+    if (const unsigned int rc = inside.closeRegistryFile()) {
+        (void)inside.closeTemporaryCopy(false);
         return trace.fail(40, REG_CLOSE_FILE_FAILED, rc);
     }
     unsigned int checksum = 0;
     const bool copied = tmpFp != nullptr;
     if (copied) {
-        if (writes && usesChecksumHeader()) {
-            if (const unsigned int rc = stampTemporaryCopy(&checksum)) {
-                (void)closeTemporaryCopy(false);
+        if (writes && inside.usesChecksumHeader()) {
+            if (const unsigned int rc = inside.stampTemporaryCopy(&checksum)) {
+                (void)inside.closeTemporaryCopy(false);
                 return trace.exit(rc);
             }
         }
-        if (const unsigned int rc = closeTemporaryCopy(writes)) {
+        if (const unsigned int rc = inside.closeTemporaryCopy(writes)) {
             return trace.exit(rc);
         }
     }
@@ -220,5 +222,5 @@ unsigned int GenRegFile::CloseReg(unsigned long op) noexcept {
                                    (op == REG_OP_ADD && (features & REG_FEATURE_ALLOW_DUPLICATES) == 0);
     // Without a copy of this transaction the one on disk is another writer's leaving, unless it was closed before to be
     // committed now.
-    return commits && (copied || op == REG_OP_FINISH) ? trace.exit(commit(checksum)) : 0;
+    return commits && (copied || op == REG_OP_FINISH) ? trace.exit(inside.commit(checksum)) : 0;
 }

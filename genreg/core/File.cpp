@@ -1,57 +1,61 @@
 // The life of a registry object.
-#include <genreg/GenRegFile.h>
 #include <osse/Errors.h>
 
 #include <cerrno>
 #include <cstdlib>
 
+#include "genreg/core/FileInternals.h"
 #include "genreg/core/FunctionTrace.h"
-#include "genreg/core/Input.h"
 #include "platform/posix/Posix.h"
 
+using genreg::FileInternals;
 using genreg::Function;
 using genreg::FunctionTrace;
 
 GenRegFile::GenRegFile() noexcept {
     const FunctionTrace trace{Function::GenRegFile};
+    static_assert(sizeof(FileInternals) <= ROOM_SIZE && alignof(FileInternals) <= alignof(void*));
+    new (room_) FileInternals(*this);
 }
 
 GenRegFile::~GenRegFile() noexcept {
     FunctionTrace trace{Function::DestroyGenRegFile};
-    dropScanInput();
+    FileInternals& inside = FileInternals::of(*this);
+    inside.dropScanInput();
     // Not only a lock that is held: a failed one has left its file open too.
     if (lockFile.getFileHandle() >= 0) {
         if (const unsigned int rc = lockFile.close()) {
             trace.ignore(10, REG_CLOSE_LOCK_FAILED, rc);
         }
     }
-    if (regFp != nullptr && !closeRegistryStream()) {
+    if (regFp != nullptr && !inside.closeRegistryStream()) {
         trace.ignore(20, REG_CLOSE_FILE_FAILED, ossErrorMapSystem(errno));
     }
     if (tmpFp != nullptr && !posix::closeStream(tmpFp)) {
         trace.ignore(30, REG_CLOSE_TMP_FAILED, ossErrorMapSystem(errno));
     }
-    std::free(tmpBuffer_);
+    std::free(inside.tmpBuffer_);
+    inside.~FileInternals();
     state = REG_STATE_INITIAL;
 }
 
 // Never 0.
-unsigned int GenRegFile::thisProcess() noexcept {
+unsigned int FileInternals::thisProcess() noexcept {
     return posix::forkGeneration() + 1;
 }
 
 // A handle that was open before a fork counts as closed in the child.
-bool GenRegFile::holdsParentsLock() const noexcept {
-    return (state & REG_STATE_LOCKED) != 0 && lockFile.getFileHandle() < 0;
+bool FileInternals::holdsParentsLock() const noexcept {
+    return (file_.state & REG_STATE_LOCKED) != 0 && file_.lockFile.getFileHandle() < 0;
 }
 
-bool GenRegFile::copyIsParents() const noexcept {
+bool FileInternals::copyIsParents() const noexcept {
     return copyMaker_ != 0 && copyMaker_ != thisProcess();
 }
 
-bool GenRegFile::holdsParentsFiles() const noexcept {
-    return (regFp != nullptr && regStreamOnHandle_ && regHandle_.getFileHandle() < 0) ||
-           (tmpFp != nullptr && copyIsParents());
+bool FileInternals::holdsParentsFiles() const noexcept {
+    return (file_.regFp != nullptr && regStreamOnHandle_ && regHandle_.getFileHandle() < 0) ||
+           (file_.tmpFp != nullptr && copyIsParents());
 }
 
 unsigned int GenRegFile::Load(unsigned long /*reserved*/) noexcept {

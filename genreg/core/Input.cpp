@@ -8,34 +8,36 @@
 
 #include "platform/posix/Posix.h"
 
+namespace genreg {
+
 namespace {
 constexpr std::size_t PIECE = 64UL * 1024;
 }
 
-GenRegInput::~GenRegInput() noexcept {
+Input::~Input() noexcept {
     std::free(buffer_);
 }
 
-void GenRegInput::seek(unsigned long offset) noexcept {
+void Input::seek(unsigned long offset) noexcept {
     offset_ = offset;
     begin_ = end_ = 0;
     error_ = 0;
 }
 
-void GenRegInput::restart(int descriptor, unsigned long offset, unsigned long size) noexcept {
+void Input::restart(int descriptor, unsigned long offset, unsigned long size) noexcept {
     descriptor_ = descriptor;
     size_ = size;
     seek(offset);
 }
 
-void GenRegInput::consume(std::size_t count) noexcept {
+void Input::consume(std::size_t count) noexcept {
     begin_ += count;
     offset_ += count;
 }
 
 // Room for at least one byte behind end_: what is still wanted moves to the front, and only a line or frame that fills
 // the whole buffer makes it grow.
-bool GenRegInput::makeRoom() noexcept {
+bool Input::makeRoom() noexcept {
     if (end_ < capacity_) {
         return true;
     }
@@ -57,7 +59,7 @@ bool GenRegInput::makeRoom() noexcept {
     return true;
 }
 
-bool GenRegInput::readMore() noexcept {
+bool Input::readMore() noexcept {
     const unsigned long next = offset_ + (end_ - begin_);
     if (next >= size_ || error_ != 0) {
         return false;
@@ -81,13 +83,13 @@ bool GenRegInput::readMore() noexcept {
     return got > 0;
 }
 
-std::size_t GenRegInput::fill(std::size_t wanted) noexcept {
+std::size_t Input::fill(std::size_t wanted) noexcept {
     while (end_ - begin_ < wanted && readMore()) {
     }
     return std::min(wanted, end_ - begin_);
 }
 
-bool GenRegInput::nextLine(bool joined, const char** line, std::size_t* length) noexcept {
+bool Input::nextLine(bool joined, const char** line, std::size_t* length) noexcept {
     std::size_t searched = 0;
     for (;;) {
         const std::size_t available = end_ - begin_;
@@ -116,3 +118,5 @@ bool GenRegInput::nextLine(bool joined, const char** line, std::size_t* length) 
     consume(searched);
     return true;
 }
+
+}  // namespace genreg

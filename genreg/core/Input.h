@@ -6,14 +6,16 @@
 
 #include <cstddef>
 
-class GenRegInput {
+namespace genreg {
+
+class Input {
 public:
     // size: of the file, in bytes; nothing behind it is read.
-    GenRegInput(int descriptor, unsigned long offset, unsigned long size) noexcept
+    Input(int descriptor, unsigned long offset, unsigned long size) noexcept
         : descriptor_(descriptor), offset_(offset), size_(size) {}
-    ~GenRegInput() noexcept;
-    GenRegInput(const GenRegInput&) = delete;
-    GenRegInput& operator=(const GenRegInput&) = delete;
+    ~Input() noexcept;
+    Input(const Input&) = delete;
+    Input& operator=(const Input&) = delete;
     // Starts over on another file; what was read is forgotten.
     void restart(int descriptor, unsigned long offset, unsigned long size) noexcept;
 
@@ -48,3 +50,5 @@ private:
     std::size_t end_ = 0;
     unsigned int error_ = 0;
 };
+
+}  // namespace genreg

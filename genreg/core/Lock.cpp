@@ -1,5 +1,4 @@
 // The lock: who may update a registry.
-#include <genreg/GenRegFile.h>
 #include <genreg/LockStatus.h>
 #include <osse/Errors.h>
 #include <osse/Files.h>
@@ -11,9 +10,11 @@
 #include <cstring>
 
 #include "genreg/core/Directory.h"
+#include "genreg/core/FileInternals.h"
 #include "genreg/core/FunctionTrace.h"
 #include "platform/posix/Posix.h"
 
+using genreg::FileInternals;
 using genreg::Function;
 using genreg::FunctionTrace;
 using genreg::OperationTrace;
@@ -106,14 +107,15 @@ GenRegLockNote holderOf(const char* path, const Note& note) noexcept {
 
 void GenRegFile::SetLockWait(long limitMilliseconds, GenRegLockNotice notice, void* context) noexcept {
     const FunctionTrace trace{Function::SetLockWait};
-    lockWaitLimit_ = limitMilliseconds;
-    lockNotice_ = notice;
-    lockNoticeContext_ = context;
+    FileInternals& inside = FileInternals::of(*this);
+    inside.lockWaitLimit_ = limitMilliseconds;
+    inside.lockNotice_ = notice;
+    inside.lockNoticeContext_ = context;
 }
 
 // Takes the lock of the handle on the file at the path. A client that set a limit or wants to be told is answered in
 // time: the lock is asked for again and again, at growing distances.
-unsigned int GenRegFile::takeLock(OSSHFile& handle, const char* path, const OSSFileLockRequest& request) noexcept {
+unsigned int FileInternals::takeLock(OSSHFile& handle, const char* path, const OSSFileLockRequest& request) noexcept {
     constexpr long LONGEST_PAUSE = 20;
     constexpr long long NOTICE_EVERY = 1000;
     if (request.wait != OSS_WAIT || (lockWaitLimit_ < 0 && lockNotice_ == nullptr)) {
@@ -139,6 +141,7 @@ unsigned int GenRegFile::takeLock(OSSHFile& handle, const char* path, const OSSF
 
 unsigned int GenRegFile::Lock(unsigned long flags, unsigned long /*reserved*/) noexcept {
     OperationTrace trace{Function::Lock};
+    FileInternals& inside = FileInternals::of(*this);
     trace.input(1, sizeof flags, &flags);
     if ((flags & (REG_LOCK_EXCLUSIVE | REG_LOCK_SHARED)) == 0) {
         return trace.fail(10, REG_INVALID_ARGUMENT);
@@ -153,7 +156,7 @@ unsigned int GenRegFile::Lock(unsigned long flags, unsigned long /*reserved*/) n
         return trace.fail(40, REG_ALREADY_LOCKED);
     }
     // Were a link taken for the file, the lock would keep nobody out and the commit would replace the link.
-    if (const unsigned int rc = moveToRealFile()) {
+    if (const unsigned int rc = inside.moveToRealFile()) {
         return trace.fail(50, REG_OPEN_LOCK_FAILED, rc);
     }
     if ((flags & REG_LOCK_CREATE_DIR) != 0) {
@@ -182,7 +185,7 @@ unsigned int GenRegFile::Lock(unsigned long flags, unsigned long /*reserved*/) n
     const bool waits = (flags & REG_LOCK_NOWAIT) == 0;
     const OSSFileLockRequest request = {OSS_REQUEST_VERSION, exclusive ? OSS_LOCK_EXCLUSIVE : OSS_LOCK_SHARED,
                                         waits ? OSS_WAIT : OSS_NO_WAIT};
-    const unsigned int rc = takeLock(lockFile, lockPath, request);
+    const unsigned int rc = inside.takeLock(lockFile, lockPath, request);
     if (rc == OSS_WOULD_BLOCK) {
         return trace.fail(90, REG_LOCK_HELD, rc);
     }

@@ -1,5 +1,4 @@
 // The opening half of a transaction.
-#include <genreg/GenRegFile.h>
 #include <osse/Errors.h>
 #include <osse/Files.h>
 
@@ -9,10 +8,11 @@
 
 #include "genreg/core/ChecksumHeader.h"
 #include "genreg/core/Directory.h"
+#include "genreg/core/FileInternals.h"
 #include "genreg/core/FunctionTrace.h"
-#include "genreg/core/Transaction.h"
 #include "platform/posix/Posix.h"
 
+using genreg::FileInternals;
 using genreg::Function;
 using genreg::FunctionTrace;
 using genreg::OperationTrace;
@@ -39,20 +39,20 @@ StreamMode streamMode(char letter, bool binary) noexcept {
 }  // namespace
 
 // The platform's code, when opening failed.
-unsigned int GenRegFile::openRegistryHandle(unsigned int access) noexcept {
+unsigned int FileInternals::openRegistryHandle(unsigned int access) noexcept {
     const OSSFileOpenRequest request = {OSS_REQUEST_VERSION,
-                                        regPath,
+                                        file_.regPath,
                                         OSS_OPEN_PLAIN,
                                         access,
                                         0,
-                                        regPermissions != 0 ? regPermissions : genreg::DEFAULT_PERMISSIONS};
+                                        file_.regPermissions != 0 ? file_.regPermissions : genreg::DEFAULT_PERMISSIONS};
     return regHandle_.open(&request);
 }
 
 // The platform's code, when locking failed; the handle is closed then.
-unsigned int GenRegFile::lockRegistryFile(unsigned int kind) noexcept {
+unsigned int FileInternals::lockRegistryFile(unsigned int kind) noexcept {
     const OSSFileLockRequest request = {OSS_REQUEST_VERSION, kind, OSS_WAIT};
-    const unsigned int rc = takeLock(regHandle_, regPath, request);
+    const unsigned int rc = takeLock(regHandle_, file_.regPath, request);
     if (rc != 0) {
         (void)regHandle_.close();
     }
@@ -60,15 +60,16 @@ unsigned int GenRegFile::lockRegistryFile(unsigned int kind) noexcept {
 }
 
 // The stream on the locked handle. The platform's code, when there is none; the handle is closed then.
-unsigned int GenRegFile::openRegistryStream(char mode) noexcept {
+unsigned int FileInternals::openRegistryStream(char mode) noexcept {
     posix::FileStatus status = {};
     unsigned int rc = posix::statusOf(regHandle_.getFileHandle(), &status);
     if (rc == 0 && !status.regular) {
         rc = ossErrorMapSystem(EISDIR);  // a directory opens for reading, but is no registry
     }
     if (rc == 0) {
-        regFp = posix::openStream(regHandle_.getFileHandle(), streamMode(mode, fileKind == REG_KIND_BINARY).text);
-        rc = regFp == nullptr ? ossErrorMapSystem(errno) : 0;
+        file_.regFp = posix::openStream(regHandle_.getFileHandle(),
+                                        streamMode(mode, file_.fileKind == GenRegFile::REG_KIND_BINARY).text);
+        rc = file_.regFp == nullptr ? ossErrorMapSystem(errno) : 0;
     }
     if (rc != 0) {
         (void)regHandle_.unlock();
@@ -83,14 +84,14 @@ unsigned int GenRegFile::openRegistryStream(char mode) noexcept {
 
 // Opens and locks the registry file: for appending when an add finds it absent or may append in place, else for
 // reading.
-unsigned int GenRegFile::openRegistryFile(unsigned long op) noexcept {
+unsigned int FileInternals::openRegistryFile(unsigned long op) noexcept {
     FunctionTrace trace{Function::OpenReg, FunctionTrace::Part()};
-    const bool inPlace = op == REG_OP_ADD && GenRegTransaction::addsInPlace(*this);
+    const bool inPlace = op == REG_OP_ADD && addsInPlace();
     regCreated_ = false;
     regAppends_ = false;
     unsigned int rc = 0;
     if (inPlace) {
-        regCreated_ = !posix::exists(regPath);
+        regCreated_ = !posix::exists(file_.regPath);
     } else {
         rc = openRegistryHandle(OSS_ACCESS_READ);
         if (rc == FILE_MISSING && op != REG_OP_ADD) {
@@ -113,17 +114,22 @@ unsigned int GenRegFile::openRegistryFile(unsigned long op) noexcept {
     return rc == 0 ? 0 : trace.fail(80, REG_OPEN_FILE_FAILED, rc);
 }
 
+bool FileInternals::addsInPlace() const noexcept {
+    return (file_.features & (REG_FEATURE_ALLOW_DUPLICATES | REG_FEATURE_DEFERRED_COMMIT)) ==
+           REG_FEATURE_ALLOW_DUPLICATES;
+}
+
 // The feature means nothing to text.
-bool GenRegFile::usesChecksumHeader() const noexcept {
-    return fileKind == REG_KIND_BINARY && (features & REG_FEATURE_CHECKSUM_HEADER) != 0;
+bool FileInternals::usesChecksumHeader() const noexcept {
+    return file_.fileKind == GenRegFile::REG_KIND_BINARY && (file_.features & REG_FEATURE_CHECKSUM_HEADER) != 0;
 }
 
 // Where the records of a file with the checksum feature begin.
-unsigned int GenRegFile::judgeHeader(int descriptor, unsigned long size, unsigned long* body,
-                                     unsigned int* platformCode) noexcept {
+unsigned int FileInternals::judgeHeader(int descriptor, unsigned long size, unsigned long* body,
+                                        unsigned int* platformCode) noexcept {
     *body = 0;
     genreg::HeaderFit fit = genreg::HeaderFit::None;
-    const bool bigEndian = (features & REG_FEATURE_BIG_ENDIAN) != 0;
+    const bool bigEndian = (file_.features & REG_FEATURE_BIG_ENDIAN) != 0;
     if (const unsigned int rc = genreg::judgeChecksumHeader(descriptor, size, bigEndian, &fit, platformCode)) {
         return rc;
     }
@@ -135,30 +141,30 @@ unsigned int GenRegFile::judgeHeader(int descriptor, unsigned long size, unsigne
 }
 
 // The copy that is about to be verified and committed. The bits of the registry may have changed since it was written.
-unsigned int GenRegFile::readTemporaryCopy() noexcept {
+unsigned int FileInternals::readTemporaryCopy() noexcept {
     FunctionTrace trace{Function::OpenReg, FunctionTrace::Part()};
-    const bool binary = fileKind == REG_KIND_BINARY;
+    const bool binary = file_.fileKind == GenRegFile::REG_KIND_BINARY;
     tmpBody_ = 0;
     int descriptor = -1;
     // Kept from truncating.
-    if (const unsigned int rc = posix::openToRead(tmpPath, &descriptor)) {
+    if (const unsigned int rc = posix::openToRead(file_.tmpPath, &descriptor)) {
         return trace.fail(130, REG_OPEN_TMP_FAILED, rc);
     }
-    tmpFp = posix::openStream(descriptor, streamMode('r', binary).text);
-    if (tmpFp == nullptr) {
+    file_.tmpFp = posix::openStream(descriptor, streamMode('r', binary).text);
+    if (file_.tmpFp == nullptr) {
         const unsigned int rc = ossErrorMapSystem(errno);
         (void)posix::closeDescriptor(descriptor);
         return trace.fail(140, REG_OPEN_TMP_FAILED, rc);
     }
     posix::FileStatus registry = {};
     posix::FileStatus copy = {};
-    unsigned int rc = posix::statusOf(posix::descriptorOf(regFp), &registry);
+    unsigned int rc = posix::statusOf(posix::descriptorOf(file_.regFp), &registry);
     rc = rc == 0 ? posix::statusOf(descriptor, &copy) : rc;
     if (rc != 0) {
         return trace.fail(150, REG_FILE_INFO_FAILED, rc);
     }
     if (registry.permissions != copy.permissions) {
-        rc = posix::carryAttributes(posix::descriptorOf(regFp), descriptor);
+        rc = posix::carryAttributes(posix::descriptorOf(file_.regFp), descriptor);
         if (rc != 0) {
             return trace.fail(160, REG_SET_PERMISSIONS_FAILED, rc);
         }
@@ -171,38 +177,38 @@ unsigned int GenRegFile::readTemporaryCopy() noexcept {
     if (rc != 0) {
         return trace.fail(170, rc, platformCode);
     }
-    const bool behindHeader = tmpBody_ == 0 || std::fseek(tmpFp, static_cast<long>(tmpBody_), SEEK_SET) == 0;
+    const bool behindHeader = tmpBody_ == 0 || std::fseek(file_.tmpFp, static_cast<long>(tmpBody_), SEEK_SET) == 0;
     return behindHeader ? 0 : trace.fail(180, REG_OPEN_TMP_FAILED, ossErrorMapSystem(errno));
 }
 
-unsigned int GenRegFile::createTemporaryCopy() noexcept {
+unsigned int FileInternals::createTemporaryCopy() noexcept {
     FunctionTrace trace{Function::OpenReg, FunctionTrace::Part()};
-    const bool binary = fileKind == REG_KIND_BINARY;
+    const bool binary = file_.fileKind == GenRegFile::REG_KIND_BINARY;
     const bool stamped = usesChecksumHeader();
     tmpBody_ = 0;
     int descriptor = -1;
     // A copy that could not be set aside goes; one that cannot be removed either stops the fresh one below.
-    if (const unsigned int rc = posix::createFresh(tmpPath, !stamped, &descriptor)) {
+    if (const unsigned int rc = posix::createFresh(file_.tmpPath, !stamped, &descriptor)) {
         return trace.fail(210, REG_OPEN_TMP_FAILED, rc);
     }
-    tmpFp = posix::openStream(descriptor, stamped ? "w+b" : streamMode('a', binary).text);
-    if (tmpFp == nullptr) {
+    file_.tmpFp = posix::openStream(descriptor, stamped ? "w+b" : streamMode('a', binary).text);
+    if (file_.tmpFp == nullptr) {
         const unsigned int rc = ossErrorMapSystem(errno);
         (void)posix::closeDescriptor(descriptor);
-        (void)ossFileDelete(tmpPath);
+        (void)ossFileDelete(file_.tmpPath);
         return trace.fail(220, REG_OPEN_TMP_FAILED, rc);
     }
     const std::size_t buffer = streamBuffer(regSize_);
     tmpBuffer_ = static_cast<char*>(std::malloc(buffer));
     if (tmpBuffer_ != nullptr) {
-        (void)std::setvbuf(tmpFp, tmpBuffer_, _IOFBF, buffer);
+        (void)std::setvbuf(file_.tmpFp, tmpBuffer_, _IOFBF, buffer);
     }
-    if (const unsigned int rc = posix::carryAttributes(posix::descriptorOf(regFp), descriptor)) {
+    if (const unsigned int rc = posix::carryAttributes(posix::descriptorOf(file_.regFp), descriptor)) {
         return trace.fail(230, REG_SET_PERMISSIONS_FAILED, rc);
     }
-    if (stamped && checksumHeaderPending == 0) {
+    if (stamped && file_.checksumHeaderPending == 0) {
         const char reserved[genreg::CHECKSUM_HEADER_SIZE] = {};
-        if (!posix::writeUnlocked(tmpFp, reserved, sizeof reserved)) {
+        if (!posix::writeUnlocked(file_.tmpFp, reserved, sizeof reserved)) {
             return trace.fail(240, REG_OPEN_TMP_FAILED, ossErrorMapSystem(errno));
         }
     }
@@ -211,11 +217,13 @@ unsigned int GenRegFile::createTemporaryCopy() noexcept {
 
 unsigned int GenRegFile::OpenReg(unsigned long op) noexcept {
     OperationTrace trace{Function::OpenReg};
+    FileInternals& inside = FileInternals::of(*this);
     if ((state & REG_STATE_SCAN_OPEN) != 0) {
         return trace.fail(10, REG_SCAN_OPEN);
     }
     trace.input(1, sizeof op, &op);
-    if (op != REG_OP_READ && (holdsParentsLock() || holdsParentsFiles() || (op == REG_OP_FINISH && copyIsParents()))) {
+    if (op != REG_OP_READ &&
+        (inside.holdsParentsLock() || inside.holdsParentsFiles() || (op == REG_OP_FINISH && inside.copyIsParents()))) {
         return trace.fail(15, REG_OPEN_FILE_FAILED, ossErrorMapSystem(EBADF));
     }
     if (regFp != nullptr || tmpFp != nullptr) {
@@ -223,7 +231,7 @@ unsigned int GenRegFile::OpenReg(unsigned long op) noexcept {
         (void)CloseReg(REG_OP_READ);  // of a transaction that was never closed
         cause.restore();
     }
-    if (const unsigned int rc = moveToRealFile()) {
+    if (const unsigned int rc = inside.moveToRealFile()) {
         return trace.fail(20, REG_OPEN_FILE_FAILED, rc);
     }
     if (op == REG_OP_ADD) {
@@ -231,33 +239,34 @@ unsigned int GenRegFile::OpenReg(unsigned long op) noexcept {
             return rc;
         }
     }
-    if (const unsigned int rc = openRegistryFile(op)) {
+    if (const unsigned int rc = inside.openRegistryFile(op)) {
         return trace.exit(rc);
     }
-    const bool stamped = usesChecksumHeader();
+    const bool stamped = inside.usesChecksumHeader();
     const int registry = posix::descriptorOf(regFp);
     unsigned int platformCode = 0;
-    if (stamped && regCreated_) {
+    if (stamped && inside.regCreated_) {
         checksumHeaderPending = 1;  // a file made this moment has no header, whatever its predecessor had
     } else if (stamped && checksumHeaderPending == 0) {
-        if (const unsigned int rc = genreg::verifyChecksumHeader(registry, regSize_, &platformCode)) {
+        if (const unsigned int rc = genreg::verifyChecksumHeader(registry, inside.regSize_, &platformCode)) {
             return trace.fail(90, rc, platformCode);
         }
-        regBody_ = genreg::CHECKSUM_HEADER_SIZE;
+        inside.regBody_ = genreg::CHECKSUM_HEADER_SIZE;
     } else if (stamped) {
-        if (const unsigned int rc = judgeHeader(registry, regSize_, &regBody_, &platformCode)) {
+        if (const unsigned int rc = inside.judgeHeader(registry, inside.regSize_, &inside.regBody_, &platformCode)) {
             return trace.fail(100, rc, platformCode);
         }
     }
-    if (regBody_ != 0 && !regAppends_ && std::fseek(regFp, static_cast<long>(regBody_), SEEK_SET) != 0) {
+    if (inside.regBody_ != 0 && !inside.regAppends_ &&
+        std::fseek(regFp, static_cast<long>(inside.regBody_), SEEK_SET) != 0) {
         return trace.fail(110, REG_READ_FAILED, ossErrorMapSystem(errno));
     }
-    if (op == REG_OP_READ || (regAppends_ && GenRegTransaction::addsInPlace(*this))) {
+    if (op == REG_OP_READ || (inside.regAppends_ && inside.addsInPlace())) {
         return 0;
     }
     if (op == REG_OP_FINISH) {
-        copyMaker_ = thisProcess();
-        return trace.exit(readTemporaryCopy());
+        inside.copyMaker_ = inside.thisProcess();
+        return trace.exit(inside.readTemporaryCopy());
     }
     if (const unsigned int rc = ossFileDelete(corPath); rc != 0 && rc != FILE_MISSING) {
         return trace.fail(190, REG_DELETE_CORRUPT_FAILED, rc);
@@ -266,6 +275,6 @@ unsigned int GenRegFile::OpenReg(unsigned long op) noexcept {
         trace.ignore(200, REG_SET_ASIDE_FAILED, rc);
         (void)ossFileDelete(tmpPath);
     }
-    copyMaker_ = thisProcess();
-    return trace.exit(createTemporaryCopy());
+    inside.copyMaker_ = inside.thisProcess();
+    return trace.exit(inside.createTemporaryCopy());
 }

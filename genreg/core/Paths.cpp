@@ -1,5 +1,4 @@
 // The registry path and its companions.
-#include <genreg/GenRegFile.h>
 #include <osse/Errors.h>
 #include <osse/Files.h>
 #include <osse/Text.h>
@@ -7,9 +6,11 @@
 #include <cerrno>
 #include <cstring>
 
+#include "genreg/core/FileInternals.h"
 #include "genreg/core/FunctionTrace.h"
 #include "platform/posix/Posix.h"
 
+using genreg::FileInternals;
 using genreg::Function;
 using genreg::FunctionTrace;
 
@@ -84,15 +85,15 @@ unsigned int GenRegFile::getRegistryTmpPath(char* buffer, unsigned long size) no
 }
 
 unsigned int GenRegFile::GetAndSetRealRegistryPaths() noexcept {
-    (void)moveToRealFile();
+    (void)FileInternals::of(*this).moveToRealFile();
     return 0;
 }
 
-unsigned int GenRegFile::moveToRealFile() noexcept {
+unsigned int FileInternals::moveToRealFile() noexcept {
     const FunctionTrace trace{Function::GetAndSetRealRegistryPaths};
     char real[REG_PATH_SIZE];
     unsigned int unread = 0;
-    if (!followLink(regPath, real, &unread)) {
+    if (!followLink(file_.regPath, real, &unread)) {
         return unread;
     }
     char next[REG_PATH_SIZE];
@@ -113,11 +114,11 @@ unsigned int GenRegFile::moveToRealFile() noexcept {
         std::strlen(directory) + std::strlen(base) + SPARE > REG_PATH_SIZE) {
         return 0;
     }
-    (void)ossSnprintf(regPath, sizeof regPath, "%s/%s", directory, base);
-    (void)ossSnprintf(tmpPath, sizeof tmpPath, "%s/%s.tmp", directory, base);
-    (void)ossSnprintf(lockPath, sizeof lockPath, "%s/.%s.lock", directory, base);
-    (void)ossSnprintf(bkpPath, sizeof bkpPath, "%s/.%s.bkp", directory, base);
-    (void)ossSnprintf(corPath, sizeof corPath, "%s/%s.cor", directory, base);
+    (void)ossSnprintf(file_.regPath, sizeof file_.regPath, "%s/%s", directory, base);
+    (void)ossSnprintf(file_.tmpPath, sizeof file_.tmpPath, "%s/%s.tmp", directory, base);
+    (void)ossSnprintf(file_.lockPath, sizeof file_.lockPath, "%s/.%s.lock", directory, base);
+    (void)ossSnprintf(file_.bkpPath, sizeof file_.bkpPath, "%s/.%s.bkp", directory, base);
+    (void)ossSnprintf(file_.corPath, sizeof file_.corPath, "%s/%s.cor", directory, base);
     return 0;
 }
 

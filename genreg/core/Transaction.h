@@ -9,6 +9,7 @@
 
 #include <genreg/GenRegFile.h>
 
+#include "genreg/core/FileInternals.h"
 #include "genreg/core/FirstError.h"
 #include "genreg/core/FunctionTrace.h"
 #include "genreg/core/Input.h"
@@ -16,11 +17,23 @@
 
 namespace genreg {
 
+// What an update was asked for.
+struct UpdateCall {
+    unsigned long operation;  // REG_OP_CHANGE, REG_OP_ADD, REG_OP_DELETE
+    unsigned long mask;
+    void* record;  // the new one; null in a delete
+    void* key;     // null in an add
+};
+
 // What an engine adds to the update frame.
 class UpdateSteps {
 public:
-    // Copies the registry, with the change applied. Sets *closeMode to REG_OP_READ to abandon the copy.
-    [[nodiscard]] virtual unsigned int copy(unsigned long* closeMode) noexcept = 0;
+    // Copies the registry, with the change applied.
+    [[nodiscard]] virtual unsigned int copy() noexcept = 0;
+    // Whether a copy that was made with this result is closed as a completed one, not abandoned.
+    [[nodiscard]] virtual bool completes(unsigned int result) const noexcept {
+        return result == 0 || result == REG_UNCHANGED;
+    }
     // Gets ready what the verification is given; its failure is the result.
     [[nodiscard]] virtual unsigned int prepareVerify() noexcept { return 0; }
     // Compares and commits, under REG_FEATURE_DEFERRED_COMMIT.
@@ -33,93 +46,100 @@ protected:
 };
 
 struct UpdatePlan {
-    unsigned long operation;  // REG_OP_CHANGE, REG_OP_ADD, REG_OP_DELETE
-    bool discards;            // an abandoned copy of a verified update is deleted, not left to be set aside
-    bool logs;                // the Log callback is called
-    void* first;              // what Log is given
-    void* second;
+    bool discards;  // an abandoned copy of a verified update is deleted, not left to be set aside
+    bool logs;      // the Log callback is called
 };
+
+// What a lookup was asked for.
+struct Search {
+    unsigned long mask;
+    void* key;
+    void* result;  // the caller's record
+    bool any;      // takes the next record whatever it holds
+};
+
+// What an engine adds to the frames of a lookup.
+class LookupSteps {
+public:
+    // The next record that the search takes, into the caller's, which holds so many bytes, as the buffer does.
+    // REG_NO_MORE_RECORDS when there is none.
+    [[nodiscard]] virtual unsigned int find(Input& input, const Search& search, RecordBuffer& work,
+                                            unsigned long size) noexcept = 0;
+    // What Get answers, if nothing else, when the platform did not take its buffer back.
+    [[nodiscard]] virtual unsigned int notFreed(unsigned int platformCode) noexcept = 0;
+
+protected:
+    ~LookupSteps() = default;
+};
+
+// Copies a record that was found into the caller's. REG_RECORD_SIZE_REFUSED.
+[[nodiscard]] unsigned int handOut(FunctionTrace& trace, const Search& search, const void* record,
+                                   unsigned long size) noexcept;
 
 // What an engine adds to the verify frame.
 class VerifySteps {
 public:
     // Walks both files. Sets *closeMode to REG_OP_FINISH to commit.
-    [[nodiscard]] virtual unsigned int walk(GenRegInput& before, GenRegInput& after, RecordBuffer& oldRecord,
+    [[nodiscard]] virtual unsigned int walk(Input& before, Input& after, RecordBuffer& oldRecord,
                                             RecordBuffer& newRecord, unsigned long* closeMode) noexcept = 0;
 
 protected:
     ~VerifySteps() = default;
 };
 
-}  // namespace genreg
-
-class GenRegTransaction {
+// One operation on one file.
+class Transaction {
 public:
-    // The steps before any file is touched, with probes 10 to 60. REG_NO_VALIDATE_RECORD, REG_RECORD_REFUSED.
-    [[nodiscard]] static unsigned int validate(GenRegFile& file, genreg::FunctionTrace& trace, unsigned long mask,
-                                               void* record) noexcept;
-    // REG_NO_GET_MAX_RECORD_SIZE, REG_RECORD_TOO_SMALL, REG_RECORD_SIZE_REFUSED.
-    [[nodiscard]] static unsigned int recordSize(GenRegFile& file, genreg::FunctionTrace& trace,
-                                                 unsigned long* size) noexcept;
-    // Both of these, then the buffer: REG_NO_RECORD_BUFFER.
-    [[nodiscard]] static unsigned int prepare(GenRegFile& file, genreg::FunctionTrace& trace, unsigned long mask,
-                                              void* record, genreg::RecordBuffer& buffer, unsigned long* size) noexcept;
+    // tag: the engine's, for its buffers.
+    Transaction(GenRegFile& file, FunctionTrace& trace, const char* tag) noexcept
+        : file_(file), inside_(FileInternals::of(file)), trace_(trace), tag_(tag) {}
+
+    // The steps of an update or a Get before any file is touched, with probes 10 to 60. REG_NO_VALIDATE_RECORD,
+    // REG_RECORD_REFUSED, REG_NO_GET_MAX_RECORD_SIZE, REG_RECORD_TOO_SMALL, REG_RECORD_SIZE_REFUSED,
+    // REG_NO_RECORD_BUFFER.
+    [[nodiscard]] unsigned int prepare(unsigned long mask, void* record, RecordBuffer& buffer,
+                                       unsigned long* size) noexcept;
 
     // The update behind the bar. The buffer is the operation's; it is released here.
-    [[nodiscard]] static unsigned int update(GenRegFile& file, genreg::FunctionTrace& trace,
-                                             const genreg::UpdatePlan& plan, genreg::UpdateSteps& steps,
-                                             genreg::RecordBuffer& buffer) noexcept;
+    [[nodiscard]] unsigned int update(const UpdateCall& call, const UpdatePlan& plan, UpdateSteps& steps,
+                                      RecordBuffer& buffer) noexcept;
+
+    // A look-up in the open scan's file under REG_FEATURE_GET_IN_SCAN, else in the registry. REG_NOT_FOUND;
+    // REG_MISSING passes through when passMissing is true.
+    [[nodiscard]] unsigned int get(const Search& search, LookupSteps& steps, bool passMissing) noexcept;
+    // The next record of the open scan.
+    [[nodiscard]] unsigned int getNext(const Search& search, LookupSteps& steps) noexcept;
 
     // The verification, all of it but the check of the slots.
-    [[nodiscard]] static unsigned int verify(GenRegFile& file, genreg::FunctionTrace& trace, const char* tag,
-                                             genreg::VerifySteps& steps) noexcept;
-
-    // REG_SCAN_NOT_OPEN; REG_READ_FAILED in a forked child, whose scan is its parent's.
-    [[nodiscard]] static unsigned int checkScan(const GenRegFile& file, genreg::FunctionTrace& trace) noexcept;
-
-    // The read-ahead of the open scan, where the stream stands; null when there is no memory.
-    [[nodiscard]] static GenRegInput* scanInput(GenRegFile& file) noexcept;
-    // Moves the stream to where the read-ahead is, for a client that reads from it.
-    static void placeStream(GenRegFile& file) noexcept;
-
-    // Gives the stream of an open scan the scan's position, for reads that go through the stream itself; the next
-    // GetNext goes on where they stop.
-    static void handOverStream(GenRegFile& file) noexcept;
-
-    // Whether an add appends to the registry file itself: duplicates need no look at what is there, and nothing is
-    // verified.
-    [[nodiscard]] static bool addsInPlace(const GenRegFile& file) noexcept;
-
-    // Points a read-ahead at the first record of the open registry file.
-    static void readRegistry(const GenRegFile& file, GenRegInput& input) noexcept;
+    [[nodiscard]] unsigned int verify(VerifySteps& steps) noexcept;
 
 private:
-    static unsigned int announce(GenRegFile& file, genreg::FunctionTrace& trace,
-                                 const genreg::UpdatePlan& plan) noexcept;
-};
+    class Reading;
 
-// Where a lookup reads: the open scan's file under REG_FEATURE_GET_IN_SCAN, else the registry under a transaction of
-// its own. Closes, or puts the scan back, at its end.
-class GenRegLookup {
-public:
-    GenRegLookup(GenRegFile& file, genreg::FunctionTrace& trace) noexcept : file_(file), trace_(trace) {}
-    ~GenRegLookup() noexcept { (void)close(); }
-    GenRegLookup(const GenRegLookup&) = delete;
-    GenRegLookup& operator=(const GenRegLookup&) = delete;
+    [[nodiscard]] unsigned int validate(unsigned long mask, void* record) noexcept;
+    [[nodiscard]] unsigned int recordSize(unsigned long* size) noexcept;
+    [[nodiscard]] unsigned int announce(const UpdateCall& call, bool logs) noexcept;
+    [[nodiscard]] unsigned int checkScan() noexcept;
 
-    // REG_OPEN_FAILED; REG_MISSING passes through when passMissing is true.
-    [[nodiscard]] unsigned int open(bool passMissing) noexcept;
-    [[nodiscard]] GenRegInput& input() noexcept { return inScan_ ? *scan_ : own_; }
-    // REG_CLOSE_FAILED.
-    [[nodiscard]] unsigned int close() noexcept;
-
-private:
     GenRegFile& file_;
-    genreg::FunctionTrace& trace_;
-    bool open_ = false;
-    bool inScan_ = false;
-    bool scanWasAtEnd_ = false;
-    long long scanPosition_ = 0;
-    GenRegInput* scan_ = nullptr;
-    GenRegInput own_{-1, 0, 0};
+    FileInternals& inside_;
+    FunctionTrace& trace_;
+    const char* tag_;
 };
+
+// An update from its top to its end, but for the check of the slots.
+template <typename Steps, typename Engine>
+[[nodiscard]] unsigned int runUpdate(Engine& engine, FunctionTrace& trace, const char* tag, const UpdateCall& call,
+                                     const UpdatePlan& plan) noexcept {
+    RecordBuffer work{tag};
+    unsigned long size = 0;
+    Transaction transaction{engine, trace, tag};
+    void* const validated = call.operation == REG_OP_DELETE ? call.key : call.record;
+    if (const unsigned int rc = transaction.prepare(call.mask, validated, work, &size)) {
+        return rc;
+    }
+    Steps steps{engine, trace, call, work};
+    return transaction.update(call, plan, steps, work);
+}
+
+}  // namespace genreg

@@ -82,7 +82,7 @@ void replaceFields(genreg::LineEdit& edit, const char* line, const char* body, c
 
 GenRegInitTab::GenRegInitTab() noexcept {
     const FunctionTrace trace{Function::GenRegInitTab};
-    GenRegTextSchema::install(*this, lineMayHold, INITTAB_FEATURES);
+    genreg::TextSchema::install(*this, lineMayHold, INITTAB_FEATURES);
 }
 
 GenRegInitTab::GenRegInitTab(const char* path, unsigned int* rc) noexcept : GenRegInitTab() {

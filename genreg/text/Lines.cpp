@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <cstring>
 
-using genreg::TextLine;
+namespace genreg {
 
-bool GenRegTextLines::next(GenRegInput& input, TextLine* line) const noexcept {
+bool TextLines::next(Input& input, TextLine* line) const noexcept {
     return input.nextLine(has(REG_FEATURE_LINE_CONTINUATION), &line->raw, &line->length);
 }
 
-unsigned int GenRegTextLines::checkSearchSlots(bool matches) noexcept {
+unsigned int TextLines::checkSearchSlots(bool matches) noexcept {
     if (engine_.parseLine == nullptr) {
         return trace_.fail(90, REG_NO_PARSE_LINE);
     }
@@ -19,12 +19,12 @@ unsigned int GenRegTextLines::checkSearchSlots(bool matches) noexcept {
     return 0;
 }
 
-bool GenRegTextLines::mayMatch(unsigned long mask, const TextLine& line, const void* key) const noexcept {
+bool TextLines::mayMatch(unsigned long mask, const TextLine& line, const void* key) const noexcept {
     if (line.tooLong()) {
         return false;
     }
     const bool spokenFor = engine_.lineMayMatch != nullptr && engine_.parseLine == engine_.judgedParse_ &&
-                           engine_.matchRecord == engine_.judgedMatch_ && !genreg::isTraced();
+                           engine_.matchRecord == engine_.judgedMatch_ && !isTraced();
     if (!spokenFor || key == nullptr) {
         return true;
     }
@@ -32,7 +32,7 @@ bool GenRegTextLines::mayMatch(unsigned long mask, const TextLine& line, const v
 }
 
 // Whether its text differs from its bytes. The last line of a file may be continued by nothing.
-bool GenRegTextLines::isContinued(const TextLine& line) const noexcept {
+bool TextLines::isContinued(const TextLine& line) const noexcept {
     if (!has(REG_FEATURE_LINE_CONTINUATION)) {
         return false;
     }
@@ -40,7 +40,7 @@ bool GenRegTextLines::isContinued(const TextLine& line) const noexcept {
     return toNothing || std::memchr(line.raw, '\n', line.length - 1) != nullptr;
 }
 
-char* GenRegTextLines::text(const TextLine& line) noexcept {
+char* TextLines::text(const TextLine& line) noexcept {
     const bool joined = has(REG_FEATURE_LINE_CONTINUATION);
     std::size_t length = 0;
     if (!joined) {
@@ -58,7 +58,7 @@ char* GenRegTextLines::text(const TextLine& line) noexcept {
     return text_;
 }
 
-bool GenRegTextLines::parse(void* record, const TextLine& line) noexcept {
+bool TextLines::parse(void* record, const TextLine& line) noexcept {
     const unsigned int rc = line.tooLong() ? engine_.parseLine(record, "") : engine_.parseLine(record, text(line));
     if (rc != 0) {
         trace_.ignore(110, REG_LINE_NOT_PARSED, rc);
@@ -67,7 +67,7 @@ bool GenRegTextLines::parse(void* record, const TextLine& line) noexcept {
     return rc == 0 && !line.tooLong();
 }
 
-unsigned int GenRegTextLines::format(void* record, char* text) noexcept {
+unsigned int TextLines::format(void* record, char* text) noexcept {
     if (engine_.formatLine == nullptr) {
         return trace_.fail(130, REG_NO_FORMAT_LINE);
     }
@@ -77,7 +77,7 @@ unsigned int GenRegTextLines::format(void* record, char* text) noexcept {
     return 0;
 }
 
-genreg::LinePatch GenRegTextLines::patch(const TextLine& line, const char* text) const noexcept {
+LinePatch TextLines::patch(const TextLine& line, const char* text) const noexcept {
     const bool joined = has(REG_FEATURE_LINE_CONTINUATION);
     // Where each character of the old text stands in the line, and where they end.
     unsigned short at[REG_LINE_SIZE] = {};
@@ -104,3 +104,5 @@ genreg::LinePatch GenRegTextLines::patch(const TextLine& line, const char* text)
     }
     return {at[front], text + front, newLength - front - back, at[oldLength - back]};
 }
+
+}  // namespace genreg

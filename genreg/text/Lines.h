@@ -7,10 +7,11 @@
 
 #include "genreg/core/FunctionTrace.h"
 #include "genreg/core/Input.h"
+#include "genreg/core/Mask.h"
 
 namespace genreg {
 
-constexpr unsigned long EVERY_FIELD = ~0UL;
+constexpr const char* TEXT_TAG = "GenRegText";  // for the platform's books of memory
 
 // One logical line as it stands in the file: all its physical lines with their newlines. Valid until the next one of
 // the same input.
@@ -37,25 +38,23 @@ struct LinePatch {
     std::size_t tail;
 };
 
-}  // namespace genreg
-
-class GenRegTextLines {
+class TextLines {
 public:
-    GenRegTextLines(GenRegText& engine, genreg::FunctionTrace& trace) noexcept : engine_(engine), trace_(trace) {}
+    TextLines(GenRegText& engine, FunctionTrace& trace) noexcept : engine_(engine), trace_(trace) {}
 
-    [[nodiscard]] bool next(GenRegInput& input, genreg::TextLine* line) const noexcept;
+    [[nodiscard]] bool next(Input& input, TextLine* line) const noexcept;
 
     // Whether the slots that a search needs are there: REG_NO_PARSE_LINE, REG_NO_MATCH_RECORD.
     [[nodiscard]] unsigned int checkSearchSlots(bool matches) noexcept;
 
     // False when the line surely does not match the key under the mask, told without parsing it.
-    [[nodiscard]] bool mayMatch(unsigned long mask, const genreg::TextLine& line, const void* key) const noexcept;
+    [[nodiscard]] bool mayMatch(unsigned long mask, const TextLine& line, const void* key) const noexcept;
 
     // The line without its continuations, terminated, in the buffer of this object.
-    [[nodiscard]] char* text(const genreg::TextLine& line) noexcept;
+    [[nodiscard]] char* text(const TextLine& line) noexcept;
 
     // Fills the record from the line; whether it is one of the schema. What is refused is logged and no failure.
-    bool parse(void* record, const genreg::TextLine& line) noexcept;
+    bool parse(void* record, const TextLine& line) noexcept;
 
     [[nodiscard]] unsigned int match(unsigned long mask, void* record, void* key) const noexcept {
         return engine_.matchRecord(mask, record, key);
@@ -68,7 +67,7 @@ public:
     [[nodiscard]] unsigned int format(void* record, char* text) noexcept;
 
     // How the text, which was written over that of the line, goes into it.
-    [[nodiscard]] genreg::LinePatch patch(const genreg::TextLine& line, const char* text) const noexcept;
+    [[nodiscard]] LinePatch patch(const TextLine& line, const char* text) const noexcept;
 
     [[nodiscard]] bool keepsLines() const noexcept { return engine_.keepsLines_; }
     [[nodiscard]] bool has(unsigned long feature) const noexcept { return (engine_.features & feature) != 0; }
@@ -76,13 +75,14 @@ public:
     [[nodiscard]] std::FILE* copy() const noexcept { return engine_.tmpFp; }
     [[nodiscard]] const char* registryPath() const noexcept { return engine_.regPath; }
     [[nodiscard]] unsigned long state() const noexcept { return engine_.state; }
-    void markEndOfScan() noexcept { engine_.state |= REG_STATE_SCAN_AT_END; }
 
 private:
-    [[nodiscard]] bool isContinued(const genreg::TextLine& line) const noexcept;
+    [[nodiscard]] bool isContinued(const TextLine& line) const noexcept;
 
     GenRegText& engine_;
-    genreg::FunctionTrace& trace_;
-    const genreg::CauseMark cause_;
+    FunctionTrace& trace_;
+    const CauseMark cause_;
     char text_[REG_LINE_SIZE] = {};
 };
+
+}  // namespace genreg

@@ -4,13 +4,16 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "genreg/core/FileInternals.h"
 #include "genreg/core/FunctionTrace.h"
-#include "genreg/core/Transaction.h"
 #include "genreg/text/Lines.h"
 
+using genreg::FileInternals;
 using genreg::Function;
+using genreg::Input;
 using genreg::OperationTrace;
 using genreg::TextLine;
+using genreg::TextLines;
 
 namespace {
 
@@ -36,11 +39,12 @@ unsigned int GenRegText::GetPortnumbers(int* ports) noexcept {
     if (regFp == nullptr || ports == nullptr) {
         return trace.fail(10, REG_INVALID_ARGUMENT);
     }
-    GenRegInput* const input = GenRegTransaction::scanInput(*this);
+    FileInternals& inside = FileInternals::of(*this);
+    Input* const input = inside.scanInput();
     if (input == nullptr) {
         return trace.fail(15, REG_NO_RECORD_BUFFER);
     }
-    GenRegTextLines lines{*this, trace};
+    TextLines lines{*this, trace};
     int last = 0;
     for (TextLine line = {}; lines.next(*input, &line);) {
         char raw[REG_LINE_SIZE];
@@ -60,6 +64,6 @@ unsigned int GenRegText::GetPortnumbers(int* ports) noexcept {
         }
     }
     const unsigned int error = input->error();
-    GenRegTransaction::handOverStream(*this);
+    inside.handOverStream();
     return error != 0 ? trace.fail(20, REG_READ_FAILED, error) : 0;
 }

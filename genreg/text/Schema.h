@@ -87,9 +87,7 @@ unsigned int tellRecordSize(Function function, unsigned long* size) noexcept {
     return trace.exit(0);
 }
 
-}  // namespace genreg
-
-class GenRegTextSchema {
+class TextSchema {
 public:
     // Fills the slots with the functions of the schema and sets its features.
     template <typename Schema>
@@ -111,7 +109,7 @@ public:
     // The steps of a constructor that takes a path: an object whose path is refused stays without slots and features,
     // one whose path cannot be taken apart stays without features.
     template <typename Schema>
-    static unsigned int construct(Schema& schema, genreg::FunctionTrace& trace, const char* path,
+    static unsigned int construct(Schema& schema, FunctionTrace& trace, const char* path,
                                   GenRegLineMayMatch lineMayMatch, unsigned long features) noexcept {
         GenRegText& engine = schema;
         const unsigned int rc = engine.setRegistryPaths(path);
@@ -133,3 +131,5 @@ private:
         }
     }
 };
+
+}  // namespace genreg

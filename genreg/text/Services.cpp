@@ -229,7 +229,7 @@ void replaceAliases(LineEdit& edit, const Words& words, const GenRegServicesReco
 
 GenRegServices::GenRegServices(const char* path, unsigned int* rc) noexcept {
     FunctionTrace trace{Function::GenRegServices};
-    *rc = GenRegTextSchema::construct(*this, trace, path, lineMayHold, REG_FEATURE_DEFERRED_COMMIT);
+    *rc = genreg::TextSchema::construct(*this, trace, path, lineMayHold, REG_FEATURE_DEFERRED_COMMIT);
 }
 
 GenRegServices::~GenRegServices() noexcept {

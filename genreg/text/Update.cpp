@@ -11,197 +11,130 @@
 #include "platform/posix/Posix.h"
 
 using genreg::EVERY_FIELD;
+using genreg::FileInternals;
 using genreg::Function;
 using genreg::FunctionTrace;
+using genreg::Input;
 using genreg::OperationTrace;
 using genreg::RecordBuffer;
+using genreg::TEXT_TAG;
 using genreg::TextLine;
+using genreg::TextLines;
+using genreg::UpdateCall;
 using genreg::UpdatePlan;
 
 namespace {
 
-constexpr const char* TAG = "GenRegText";
-
-// What the three updates share: the operation's arguments and the writing of lines.
+// What the three updates share: the walk over the lines and the writing of lines.
 class TextUpdate : public genreg::UpdateSteps {
 public:
-    TextUpdate(GenRegText& engine, FunctionTrace& trace, unsigned long operation, unsigned long mask, void* record,
-               void* key, void* work) noexcept
-        : engine_(engine),
-          trace_(trace),
-          lines_(engine, trace),
-          operation_(operation),
-          mask_(mask),
-          record_(record),
-          key_(key),
-          work_(work) {}
+    TextUpdate(GenRegText& engine, FunctionTrace& trace, const UpdateCall& call, RecordBuffer& work) noexcept
+        : engine_(engine), trace_(trace), lines_(engine, trace), call_(call), work_(work) {}
 
-    unsigned int verify() noexcept override { return engine_.Verify(operation_, mask_, record_, key_); }
+    unsigned int verify() noexcept override {
+        return engine_.Verify(call_.operation, call_.mask, call_.record, call_.key);
+    }
 
 protected:
     ~TextUpdate() = default;
 
+    // The line's record matches; work_ holds it.
+    [[nodiscard]] virtual unsigned int takeMatch(const TextLine& line) noexcept = 0;
+    // The line goes to the copy as it stands, and gains a newline when it has none.
+    [[nodiscard]] virtual unsigned int carry(const TextLine& line) noexcept { return writeEnded(line); }
+
     [[nodiscard]] bool duplicatesAllowed() const noexcept { return lines_.has(REG_FEATURE_ALLOW_DUPLICATES); }
 
-    // Whether the line matches the key; a line that is refused or too long does not.
-    [[nodiscard]] bool matches(const TextLine& line, void* key) noexcept {
-        return lines_.mayMatch(mask_, line, key) && lines_.parse(work_, line) && lines_.match(mask_, work_, key) == 1;
-    }
-
-    [[nodiscard]] unsigned int write(const void* bytes, std::size_t length, unsigned long* closeMode) noexcept {
-        if (posix::writeUnlocked(lines_.copy(), bytes, length)) {
-            return 0;
+    // Carries every line to the copy but those that match the key; one that is refused or too long does not.
+    // matching: whether any may. Parsed whether or not it matters: a line that is refused is logged.
+    [[nodiscard]] unsigned int walk(void* key, bool matching) noexcept {
+        Input input{-1, 0, 0};
+        FileInternals::of(engine_).readRegistry(input);
+        TextLine line = {};
+        while (lines_.next(input, &line)) {
+            if (const unsigned int rc = lines_.checkSearchSlots(true)) {
+                return rc;
+            }
+            const bool parsed = lines_.mayMatch(call_.mask, line, key) && lines_.parse(work_.get(), line);
+            const bool matches = parsed && matching && lines_.match(call_.mask, work_.get(), key) == 1;
+            if (const unsigned int rc = matches ? takeMatch(line) : carry(line)) {
+                return rc;
+            }
         }
-        *closeMode = REG_OP_READ;
-        return trace_.fail(145, REG_COPY_WRITE_FAILED, ossErrorMapSystem(errno));
+        return input.error() == 0 ? 0 : trace_.fail(115, REG_READ_FAILED, input.error());
     }
 
-    // The line, and a newline behind it when it has none.
-    [[nodiscard]] unsigned int writeEnded(const TextLine& line, unsigned long* closeMode) noexcept {
-        const unsigned int rc = write(line.raw, line.length, closeMode);
-        return rc != 0 || line.endsInNewline() ? rc : write("\n", 1, closeMode);
+    [[nodiscard]] unsigned int write(const void* bytes, std::size_t length) noexcept {
+        const bool written = posix::writeUnlocked(lines_.copy(), bytes, length);
+        return written ? 0 : trace_.fail(145, REG_COPY_WRITE_FAILED, ossErrorMapSystem(errno));
     }
 
-    [[nodiscard]] unsigned int abandon(unsigned int rc, unsigned long* closeMode) noexcept {
-        *closeMode = REG_OP_READ;
-        return rc;
-    }
-
-    [[nodiscard]] unsigned int readError(const GenRegInput& input, unsigned long* closeMode) noexcept {
-        return input.error() == 0 ? 0 : abandon(trace_.fail(115, REG_READ_FAILED, input.error()), closeMode);
+    [[nodiscard]] unsigned int writeEnded(const TextLine& line) noexcept {
+        const unsigned int rc = write(line.raw, line.length);
+        return rc != 0 || line.endsInNewline() ? rc : write("\n", 1);
     }
 
     GenRegText& engine_;
     FunctionTrace& trace_;
-    GenRegTextLines lines_;
-    unsigned long operation_;
-    unsigned long mask_;
-    void* record_;
-    void* key_;
-    void* work_;
-};
-
-class TextDelete final : public TextUpdate {
-public:
-    using TextUpdate::TextUpdate;
-
-    unsigned int copy(unsigned long* closeMode) noexcept override {
-        GenRegInput input{-1, 0, 0};
-        GenRegTransaction::readRegistry(engine_, input);
-        unsigned long removed = 0;
-        TextLine line = {};
-        while (lines_.next(input, &line)) {
-            if (const unsigned int rc = lines_.checkSearchSlots(true)) {
-                return abandon(rc, closeMode);
-            }
-            if (!matches(line, key_)) {
-                if (const unsigned int rc = write(line.raw, line.length, closeMode)) {
-                    return rc;
-                }
-            } else if (removed > 0 && !duplicatesAllowed()) {
-                return abandon(trace_.fail(120, REG_SEVERAL_MATCH), closeMode);
-            } else {
-                ++removed;
-            }
-        }
-        if (const unsigned int rc = readError(input, closeMode)) {
-            return rc;
-        }
-        return removed > 0 ? 0 : abandon(trace_.failMildly(150, REG_NOT_FOUND), closeMode);
-    }
-};
-
-class TextChange final : public TextUpdate {
-public:
-    using TextUpdate::TextUpdate;
-
-    unsigned int copy(unsigned long* closeMode) noexcept override {
-        GenRegInput input{-1, 0, 0};
-        GenRegTransaction::readRegistry(engine_, input);
-        genreg::FirstError result;
-        TextLine line = {};
-        while (lines_.next(input, &line)) {
-            if (const unsigned int rc = lines_.checkSearchSlots(true)) {
-                return abandon(rc, closeMode);
-            }
-            if (!matches(line, key_)) {
-                if (const unsigned int rc = writeEnded(line, closeMode)) {
-                    return rc;
-                }
-            } else if (lines_.match(EVERY_FIELD, work_, record_) != 0) {
-                result.note(REG_UNCHANGED);
-                if (const unsigned int rc = writeEnded(line, closeMode)) {
-                    return rc;
-                }
-            } else if (const unsigned int rc = replace(line, closeMode)) {
-                return rc;
-            }
-        }
-        if (const unsigned int rc = readError(input, closeMode)) {
-            return rc;
-        }
-        if (result.none() && replaced_ == 0) {
-            return abandon(trace_.failMildly(150, REG_NOT_FOUND), closeMode);
-        }
-        return result.none() ? 0 : trace_.failMildly(155, result.code());
-    }
-
-private:
-    [[nodiscard]] unsigned int replace(const TextLine& line, unsigned long* closeMode) noexcept {
-        if (replaced_ > 0 && !duplicatesAllowed()) {
-            return abandon(trace_.fail(120, REG_SEVERAL_MATCH), closeMode);
-        }
-        char* const text = lines_.text(line);
-        if (const unsigned int rc = lines_.format(record_, text)) {
-            return abandon(rc, closeMode);
-        }
-        ++replaced_;
-        return lines_.keepsLines() ? writeKept(line, lines_.patch(line, text), closeMode)
-                                   : writeEnded({text, ::strnlen(text, REG_LINE_SIZE)}, closeMode);
-    }
-
-    [[nodiscard]] unsigned int writeKept(const TextLine& line, const genreg::LinePatch& patch,
-                                         unsigned long* closeMode) noexcept {
-        const TextLine tail = {line.raw + patch.tail, line.length - patch.tail};
-        const std::size_t ended = tail.endsInNewline() ? 0 : 1;
-        if (patch.front + patch.pieceLength + tail.length + ended >= REG_LINE_SIZE) {
-            (void)trace_.fail(142, REG_LINE_TOO_LONG);
-            return abandon(trace_.fail(143, REG_FORMAT_FAILED), closeMode);
-        }
-        unsigned int rc = write(line.raw, patch.front, closeMode);
-        rc = rc != 0 ? rc : write(patch.piece, patch.pieceLength, closeMode);
-        return rc != 0 ? rc : writeEnded(tail, closeMode);
-    }
-
-    unsigned long replaced_ = 0;
+    TextLines lines_;
+    UpdateCall call_;
+    RecordBuffer& work_;
 };
 
 class TextAdd final : public TextUpdate {
 public:
     using TextUpdate::TextUpdate;
 
-    unsigned int copy(unsigned long* closeMode) noexcept override {
+    unsigned int copy() noexcept override {
         OSSFileInfo info = {};
         if (const unsigned int rc = ossFileGetInfoV9(lines_.registryPath(), &info)) {
-            return abandon(trace_.fail(90, REG_FILE_SIZE_FAILED, rc), closeMode);
+            return trace_.fail(90, REG_FILE_SIZE_FAILED, rc);
         }
-        const bool inPlace = GenRegTransaction::addsInPlace(engine_);
+        const bool inPlace = FileInternals::of(engine_).addsInPlace();
         if (info.size > 0 && !inPlace) {
-            if (const unsigned int rc = copyLines(closeMode)) {
+            if (const unsigned int rc = walk(call_.record, !duplicatesAllowed())) {
+                return rc;
+            }
+            // A file that ends in a continuation would take the new line in.
+            if (const unsigned int rc = goesOn_ ? write("\n", 1) : 0) {
                 return rc;
             }
         }
         std::FILE* const target = inPlace ? lines_.registry() : lines_.copy();
         if (!posix::flushStream(target)) {  // which the seek would do, and blame itself
-            return abandon(trace_.fail(132, REG_COPY_WRITE_FAILED, ossErrorMapSystem(errno)), closeMode);
+            return trace_.fail(132, REG_COPY_WRITE_FAILED, ossErrorMapSystem(errno));
         }
         if (std::fseek(target, 0, SEEK_END) != 0) {
-            // Kept: closes as a completed add would.
             return trace_.fail(135, REG_SEEK_END_FAILED, ossErrorMapSystem(errno));
         }
+        return writeRecord(target, inPlace);
+    }
+
+    // Kept: these two close as a completed add would. Of a long last line that is refused the raw copy makes what then
+    // commits the old content.
+    [[nodiscard]] bool completes(unsigned int result) const noexcept override {
+        return result == REG_SEEK_END_FAILED || result == REG_BUFFER_TOO_SMALL || TextUpdate::completes(result);
+    }
+
+private:
+    unsigned int takeMatch(const TextLine& /*line*/) noexcept override {
+        trace_.errorText(125, "Match found; duplicate record");
+        return trace_.fail(120, REG_DUPLICATE);
+    }
+
+    unsigned int carry(const TextLine& line) noexcept override {
+        goesOn_ = lines_.has(REG_FEATURE_LINE_CONTINUATION) && line.endsInBackslash();
+        if (line.endsInNewline() || line.length <= REG_LINE_SIZE) {
+            return writeEnded(line);
+        }
+        const unsigned int rc = write(line.raw, line.length);
+        return rc != 0 ? rc : trace_.fail(128, REG_BUFFER_TOO_SMALL);
+    }
+
+    [[nodiscard]] unsigned int writeRecord(std::FILE* target, bool inPlace) noexcept {
         char text[REG_LINE_SIZE + 1] = {};
-        if (const unsigned int rc = lines_.format(record_, text)) {
-            return abandon(rc, closeMode);
+        if (const unsigned int rc = lines_.format(call_.record, text)) {
+            return rc;
         }
         std::size_t length = ::strnlen(text, REG_LINE_SIZE);
         if (std::memchr(text, '\n', length) == nullptr) {
@@ -210,56 +143,91 @@ public:
         const bool written = inPlace
                                  ? genreg::appendLine(target, text, length, lines_.has(REG_FEATURE_LINE_CONTINUATION))
                                  : posix::writeUnlocked(target, text, length);
-        return written ? 0 : abandon(trace_.fail(165, REG_RECORD_WRITE_FAILED, ossErrorMapSystem(errno)), closeMode);
+        return written ? 0 : trace_.fail(165, REG_RECORD_WRITE_FAILED, ossErrorMapSystem(errno));
+    }
+
+    bool goesOn_ = false;  // the last line that was carried ends in a continuation
+};
+
+class TextChange final : public TextUpdate {
+public:
+    using TextUpdate::TextUpdate;
+
+    unsigned int copy() noexcept override {
+        if (const unsigned int rc = walk(call_.key, true)) {
+            return rc;
+        }
+        if (equal_) {
+            return trace_.failMildly(155, REG_UNCHANGED);
+        }
+        return changed_ > 0 ? 0 : trace_.failMildly(150, REG_NOT_FOUND);
     }
 
 private:
-    // Copies every line, refusing the add when one of them matches.
-    [[nodiscard]] unsigned int copyLines(unsigned long* closeMode) noexcept {
-        GenRegInput input{-1, 0, 0};
-        GenRegTransaction::readRegistry(engine_, input);
-        const bool joined = lines_.has(REG_FEATURE_LINE_CONTINUATION);
-        bool goesOn = false;
-        TextLine line = {};
-        while (lines_.next(input, &line)) {
-            goesOn = joined && line.endsInBackslash();
-            // Parsed whether or not it matters: a line that is refused is logged.
-            const bool parsed = lines_.mayMatch(mask_, line, record_) && lines_.parse(work_, line);
-            if (parsed && !duplicatesAllowed() && lines_.match(mask_, work_, record_) == 1) {
-                trace_.errorText(125, "Match found; duplicate record");
-                return abandon(trace_.fail(120, REG_DUPLICATE), closeMode);
-            }
-            if (!line.endsInNewline() && line.length > REG_LINE_SIZE) {
-                // Kept: closes as a completed add would; the raw copy makes what then commits the old content.
-                const unsigned int rc = write(line.raw, line.length, closeMode);
-                return rc != 0 ? rc : trace_.fail(128, REG_BUFFER_TOO_SMALL);
-            }
-            if (const unsigned int rc = writeEnded(line, closeMode)) {
-                return rc;
-            }
+    // Kept: a line that says so already stays as it stands.
+    unsigned int takeMatch(const TextLine& line) noexcept override {
+        if (lines_.match(EVERY_FIELD, work_.get(), call_.record) != 0) {
+            equal_ = true;
+            return writeEnded(line);
         }
-        if (const unsigned int rc = readError(input, closeMode)) {
+        if (changed_ > 0 && !duplicatesAllowed()) {
+            return trace_.fail(120, REG_SEVERAL_MATCH);
+        }
+        char* const text = lines_.text(line);
+        if (const unsigned int rc = lines_.format(call_.record, text)) {
             return rc;
         }
-        // A file that ends in a continuation would take the new line in.
-        return goesOn ? write("\n", 1, closeMode) : 0;
+        ++changed_;
+        return lines_.keepsLines() ? writeKept(line, lines_.patch(line, text))
+                                   : writeEnded({text, ::strnlen(text, REG_LINE_SIZE)});
     }
+
+    [[nodiscard]] unsigned int writeKept(const TextLine& line, const genreg::LinePatch& patch) noexcept {
+        const TextLine tail = {line.raw + patch.tail, line.length - patch.tail};
+        const std::size_t ended = tail.endsInNewline() ? 0 : 1;
+        if (patch.front + patch.pieceLength + tail.length + ended >= REG_LINE_SIZE) {
+            (void)trace_.fail(142, REG_LINE_TOO_LONG);
+            return trace_.fail(143, REG_FORMAT_FAILED);
+        }
+        unsigned int rc = write(line.raw, patch.front);
+        rc = rc != 0 ? rc : write(patch.piece, patch.pieceLength);
+        return rc != 0 ? rc : writeEnded(tail);
+    }
+
+    unsigned long changed_ = 0;
+    bool equal_ = false;
 };
 
-template <typename Update>
-unsigned int runUpdate(GenRegText& engine, FunctionTrace& trace, unsigned long operation, unsigned long mask,
-                       void* record, void* key) noexcept {
-    RecordBuffer work{TAG};
-    unsigned long size = 0;
-    void* const validated = record != nullptr || operation != REG_OP_DELETE ? record : key;
-    if (const unsigned int rc = GenRegTransaction::prepare(engine, trace, mask, validated, work, &size)) {
-        return rc;
+class TextDelete final : public TextUpdate {
+public:
+    using TextUpdate::TextUpdate;
+
+    unsigned int copy() noexcept override {
+        if (const unsigned int rc = walk(call_.key, true)) {
+            return rc;
+        }
+        return dropped_ > 0 ? 0 : trace_.failMildly(150, REG_NOT_FOUND);
     }
-    Update steps{engine, trace, operation, mask, record, key, work.get()};
-    // Kept: a refused add leaves its copy, which the next update sets aside.
-    const UpdatePlan plan = {operation, operation != REG_OP_ADD, false, nullptr, nullptr};
-    return GenRegTransaction::update(engine, trace, plan, steps, work);
-}
+
+private:
+    unsigned int takeMatch(const TextLine& /*line*/) noexcept override {
+        if (dropped_ > 0 && !duplicatesAllowed()) {
+            return trace_.fail(120, REG_SEVERAL_MATCH);
+        }
+        ++dropped_;
+        return 0;
+    }
+
+    // Kept: a delete gives no last line a newline.
+    unsigned int carry(const TextLine& line) noexcept override { return write(line.raw, line.length); }
+
+    unsigned long dropped_ = 0;
+};
+
+// Kept: the text engine calls Notify, but never Log.
+constexpr UpdatePlan PLAN = {.discards = true, .logs = false};
+// Kept: a refused add leaves its copy, which the next update sets aside.
+constexpr UpdatePlan ADD_PLAN = {.discards = false, .logs = false};
 
 }  // namespace
 
@@ -268,15 +236,15 @@ unsigned int GenRegText::Add(unsigned long mask, void* record) noexcept {
     if (const unsigned int rc = CheckFuncPtrs()) {
         return trace.fail(5, REG_CALLBACK_MISSING, rc);
     }
-    return runUpdate<TextAdd>(*this, trace, REG_OP_ADD, mask, record, nullptr);
+    return runUpdate<TextAdd>(*this, trace, TEXT_TAG, {REG_OP_ADD, mask, record, nullptr}, ADD_PLAN);
 }
 
 unsigned int GenRegText::Change(unsigned long mask, void* key, void* record) noexcept {
     OperationTrace trace{Function::TextChange};
-    return runUpdate<TextChange>(*this, trace, REG_OP_CHANGE, mask, record, key);
+    return runUpdate<TextChange>(*this, trace, TEXT_TAG, {REG_OP_CHANGE, mask, record, key}, PLAN);
 }
 
 unsigned int GenRegText::Delete(unsigned long mask, void* key) noexcept {
     OperationTrace trace{Function::TextDelete};
-    return runUpdate<TextDelete>(*this, trace, REG_OP_DELETE, mask, nullptr, key);
+    return runUpdate<TextDelete>(*this, trace, TEXT_TAG, {REG_OP_DELETE, mask, nullptr, key}, PLAN);
 }

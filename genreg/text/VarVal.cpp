@@ -139,8 +139,8 @@ PairPlace placeOf(const char* line, const char* end) noexcept {
 
 GenRegVarVal::GenRegVarVal(const char* path, unsigned int* rc) noexcept {
     FunctionTrace trace{Function::GenRegVarVal};
-    *rc = GenRegTextSchema::construct(*this, trace, path, lineMayHold,
-                                      REG_FEATURE_DEFERRED_COMMIT | REG_FEATURE_ALLOW_DUPLICATES);
+    *rc = genreg::TextSchema::construct(*this, trace, path, lineMayHold,
+                                        REG_FEATURE_DEFERRED_COMMIT | REG_FEATURE_ALLOW_DUPLICATES);
     if (*rc != 0) {
         return;
     }

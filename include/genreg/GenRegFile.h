@@ -22,6 +22,10 @@
 // (REG_READ_FAILED), its lock is not the child's, and no update is opened (REG_OPEN_FILE_FAILED) or closed
 // (REG_CLOSE_FILE_FAILED) on it, nor the copy that the parent made committed. An object that was not in use serves
 // parent and child alike.
+//
+// What clients compile in, here and in the engines and schemas: the size of the objects, the order and the types of the
+// protected fields, and the types of the slots. A change of one of these wants a new soname. What is private lives in
+// rooms of a fixed size and may be anything in there.
 #pragma once
 
 #include <genreg/GenRegBase.h>
@@ -37,7 +41,10 @@ using GenRegGetMaxRecordSize = unsigned int (*)(unsigned long* size);
 // that wait has lasted so far in milliseconds.
 using GenRegLockNotice = void (*)(void* context, const char* lockPath, unsigned long waitedMilliseconds);
 
-class GenRegInput;
+namespace genreg {  // of the library's own, which clients neither see nor name
+class FileInternals;
+class Transaction;
+}  // namespace genreg
 
 class GENREG_EXPORT GenRegFile : public GenRegBase {
 public:
@@ -128,46 +135,10 @@ protected:
     unsigned int setRegistryPaths(const char* path) noexcept;
 
 private:
-    friend class GenRegTransaction;  // the frames of the engines, in the library
-    friend class GenRegLookup;
+    friend class genreg::FileInternals;
+    friend class genreg::Transaction;
 
-    // GetAndSetRealRegistryPaths; the platform's code when nobody can tell whether the path is a link.
-    GENREG_HIDDEN unsigned int moveToRealFile() noexcept;
-    GENREG_HIDDEN unsigned int openRegistryHandle(unsigned int access) noexcept;
-    GENREG_HIDDEN unsigned int lockRegistryFile(unsigned int kind) noexcept;
-    GENREG_HIDDEN unsigned int openRegistryStream(char mode) noexcept;
-    GENREG_HIDDEN unsigned int openRegistryFile(unsigned long op) noexcept;
-    GENREG_HIDDEN unsigned int createTemporaryCopy() noexcept;
-    GENREG_HIDDEN unsigned int readTemporaryCopy() noexcept;
-    GENREG_HIDDEN bool usesChecksumHeader() const noexcept;
-    GENREG_HIDDEN unsigned int judgeHeader(int descriptor, unsigned long size, unsigned long* body,
-                                           unsigned int* platformCode) noexcept;
-    GENREG_HIDDEN unsigned int finishAppend(bool keep) noexcept;
-    GENREG_HIDDEN bool closeRegistryStream() noexcept;
-    GENREG_HIDDEN unsigned int closeRegistryFile() noexcept;
-    GENREG_HIDDEN unsigned int closeTemporaryCopy(bool written) noexcept;
-    GENREG_HIDDEN unsigned int stampTemporaryCopy(unsigned int* checksum) noexcept;
-    GENREG_HIDDEN unsigned int commit(unsigned int checksum) noexcept;
-    GENREG_HIDDEN unsigned int takeLock(OSSHFile& handle, const char* path, const OSSFileLockRequest& request) noexcept;
-    GENREG_HIDDEN static unsigned int thisProcess() noexcept;
-    // What a forked child finds in use, and which is its parent's.
-    GENREG_HIDDEN bool holdsParentsLock() const noexcept;
-    GENREG_HIDDEN bool holdsParentsFiles() const noexcept;
-    GENREG_HIDDEN bool copyIsParents() const noexcept;
-    GENREG_HIDDEN void dropScanInput() noexcept;
-
-    OSSHFile regHandle_;                // owns the lock of regFp
-    GenRegInput* scanInput_ = nullptr;  // read-ahead of an open scan
-    long scanStream_ = 0;               // where the scan left regFp; elsewhere a client has moved it
-    char* tmpBuffer_ = nullptr;         // stdio's buffer of tmpFp
-    unsigned long regBody_ = 0;         // where the first record of regFp begins
-    unsigned long tmpBody_ = 0;         // and of tmpFp, when it is read
-    unsigned long regSize_ = 0;         // of the registry file when it was opened, in bytes
-    bool regStreamOnHandle_ = false;    // regFp was opened on the descriptor of regHandle_
-    bool regCreated_ = false;           // OpenReg made the registry file
-    bool regAppends_ = false;           // regFp is open for appending, not for reading
-    unsigned int copyMaker_ = 0;        // the process that last made or opened the copy; 0: none did
-    long lockWaitLimit_ = -1;
-    GenRegLockNotice lockNotice_ = nullptr;
-    void* lockNoticeContext_ = nullptr;
+    // What only the library knows. It grows in here, so that what clients have compiled in stays true.
+    static constexpr unsigned long ROOM_SIZE = 256;
+    alignas(void*) unsigned char room_[ROOM_SIZE];
 };

@@ -41,6 +41,11 @@ using GenRegFormatLine = unsigned int (*)(void* record, char* line);
 // only saves parsing.
 using GenRegLineMayMatch = bool (*)(unsigned long mask, const char* line, unsigned long length, const void* key);
 
+namespace genreg {
+class TextLines;
+class TextSchema;
+}  // namespace genreg
+
 class GENREG_EXPORT GenRegText : public GenRegFile {
 public:
     GenRegText() noexcept;
@@ -112,6 +117,6 @@ private:
     GenRegParseLine judgedParse_ = nullptr;
     GenRegMatchRecord judgedMatch_ = nullptr;
 
-    friend class GenRegTextLines;   // the loops of the operations, in the library
-    friend class GenRegTextSchema;  // the construction of its schemas
+    friend class genreg::TextLines;   // the loops of the operations, in the library
+    friend class genreg::TextSchema;  // the construction of its schemas
 };

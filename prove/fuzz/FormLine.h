@@ -148,7 +148,7 @@ private:
     unsigned int rc_ = 0;
     Form form_;
     genreg::FunctionTrace trace_{genreg::Function::TextGet};
-    GenRegTextLines lines_{form_, trace_};
+    genreg::TextLines lines_{form_, trace_};
     std::string line_;
 };
 

@@ -33,7 +33,7 @@ Walk walkInPlace(BinItems& items, std::FILE* stream, std::size_t size) {
     Walk walk;
     genreg::FunctionTrace trace{genreg::Function::BinGet};
     GenRegBinFrames frames{items, trace};
-    GenRegInput input{::fileno(stream), 0, size};
+    genreg::Input input{::fileno(stream), 0, size};
     genreg::Frame frame = {};
     while ((walk.end = frames.next(input, &frame)) == 0) {
         walk.payloads.emplace_back(frame.payload, frame.length);

@@ -22,8 +22,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
         (void)engine.setFeature(REG_FEATURE_LINE_CONTINUATION);
     }
     genreg::FunctionTrace trace{genreg::Function::TextGet};
-    GenRegTextLines lines{engine, trace};
-    GenRegInput input{::fileno(stream), 0, content.size()};
+    genreg::TextLines lines{engine, trace};
+    genreg::Input input{::fileno(stream), 0, content.size()};
     std::string seen;
     bool comparable = true;
     for (genreg::TextLine line = {}; lines.next(input, &line);) {

@@ -19,17 +19,22 @@ UPDATE = r"GenReg(Text|Bin)::(Add|Change|Delete)"
 LENDERS = {
     "core/Directory": r"Lock|OpenReg",
     "core/Paths": r"getRegistry\w+",
-    "core/Transaction GenRegTransaction::validate": UPDATE + r"|GenReg(Text|Bin)::(Get|GetNext)",
-    "core/Transaction GenRegTransaction::recordSize": UPDATE + r"|GenReg(Text|Bin)::(Get|GetNext|Verify)",
-    "core/Transaction GenRegTransaction::prepare": UPDATE + r"|GenReg(Text|Bin)::Get",
-    "core/Transaction GenRegTransaction::update": UPDATE,
-    "core/Transaction GenRegTransaction::announce": UPDATE,
-    "core/Transaction GenRegTransaction::verify": r"GenReg(Text|Bin)::Verify",
-    "core/Transaction GenRegTransaction::checkScan": r"GenReg(Text|Bin)::GetNext",
-    "core/Transaction GenRegLookup": r"GenReg(Text|Bin)::Get",
-    "text/Schema GenRegTextSchema": r"GenRegVarVal|GenRegServices|GenRegInitTab",
+    "core/Transaction Transaction::validate": UPDATE + r"|GenReg(Text|Bin)::(Get|GetNext)",
+    "core/Transaction Transaction::recordSize": UPDATE + r"|GenReg(Text|Bin)::(Get|GetNext|Verify)",
+    "core/Transaction Transaction::prepare": UPDATE + r"|GenReg(Text|Bin)::Get",
+    "core/Transaction Transaction::update": UPDATE,
+    "core/Transaction Transaction::announce": UPDATE,
+    "core/Transaction Transaction::verify": r"GenReg(Text|Bin)::Verify",
+    "core/Lookup Transaction::Reading": r"GenReg(Text|Bin)::Get",
+    "core/Lookup Transaction::get": r"GenReg(Text|Bin)::Get",
+    "core/Lookup Transaction::getNext": r"GenReg(Text|Bin)::GetNext",
+    "core/Lookup Transaction::checkScan": r"GenReg(Text|Bin)::GetNext",
+    "core/Lookup handOut": r"GenReg(Text|Bin)::(Get|GetNext)",
+    "core/VerifyWalk": r"GenReg(Text|Bin)::Verify",
+    "text/Schema TextSchema": r"GenRegVarVal|GenRegServices|GenRegInitTab",
     "text/Lines": r"GenRegText::(Add|Change|Delete|Get|GetNext|Verify)|GetPortnumbers",
-    "text/Lookup find": r"GenRegText::(Get|GetNext)",
+    "text/Lookup TextSearch": r"GenRegText::(Get|GetNext)",
+    "text/Lookup TextSearch::notFreed": r"GenRegText::Get",
     "text/Update TextUpdate": r"GenRegText::(Add|Change|Delete)",
     "text/Update TextAdd": r"GenRegText::Add",
     "text/Update TextChange": r"GenRegText::Change",
@@ -37,7 +42,8 @@ LENDERS = {
     "text/VarValValues": r"Get\w+Value",
     "text/Verify TextVerify": r"GenRegText::Verify",
     "bin/Frames": r"GenRegBin::(Add|Change|Delete|Get|GetNext|Verify)|WriteRecord",
-    "bin/Lookup find": r"GenRegBin::(Get|GetNext)",
+    "bin/Lookup BinSearch": r"GenRegBin::(Get|GetNext)",
+    "bin/Lookup BinSearch::notFreed": r"GenRegBin::Get",
     "bin/Update BinUpdate": r"GenRegBin::(Add|Change|Delete)",
     "bin/Update BinAdd": r"GenRegBin::Add",
     "bin/Update BinChange": r"GenRegBin::Change",
@@ -71,7 +77,7 @@ def function_names():
 
 def lenders_of(file, outermost):
     """(label, pattern of names)"""
-    for label in (f"{file} {outermost}", f"{file} {str(outermost).partition('::')[0]}", file):
+    for label in (f"{file} {outermost}", f"{file} {str(outermost).rpartition('::')[0]}", file):
         if label in LENDERS:
             return label, LENDERS[label]
     sys.exit(f"{file}: nobody is known to lend a name to {outermost}; LENDERS in {__file__} wants to know")

@@ -1,0 +1,87 @@
+// What a registry object knows beyond its fields, and the steps that its operations are made of. It lives in the
+// object, in the room that GenRegFile.h keeps for it, from the constructor to the destructor.
+#pragma once
+
+#include <genreg/GenRegFile.h>
+
+#include <new>
+
+#include "genreg/core/Input.h"
+
+namespace genreg {
+
+class FileInternals {
+public:
+    explicit FileInternals(GenRegFile& file) noexcept : file_(file) {}
+    FileInternals(const FileInternals&) = delete;
+    FileInternals& operator=(const FileInternals&) = delete;
+
+    [[nodiscard]] static FileInternals& of(GenRegFile& file) noexcept {
+        return *std::launder(reinterpret_cast<FileInternals*>(file.room_));
+    }
+
+    // The read-ahead of the open scan, where the stream stands; null when there is no memory.
+    [[nodiscard]] Input* scanInput() noexcept;
+    // Moves the stream to where the read-ahead is, for a client that reads from it.
+    void placeStream() noexcept;
+    // Gives the stream of an open scan the scan's position, for reads that go through the stream itself; the next
+    // GetNext goes on where they stop.
+    void handOverStream() noexcept;
+    // Points a read-ahead at the first record of the open registry file.
+    void readRegistry(Input& input) const noexcept;
+    // Where the first record of the open temporary copy begins.
+    [[nodiscard]] unsigned long copyBody() const noexcept { return tmpBody_; }
+
+    // Whether an add appends to the registry file itself: duplicates need no look at what is there, and nothing is
+    // verified.
+    [[nodiscard]] bool addsInPlace() const noexcept;
+
+    // What a forked child finds in use, and which is its parent's.
+    [[nodiscard]] bool holdsParentsLock() const noexcept;
+    [[nodiscard]] bool holdsParentsFiles() const noexcept;
+    [[nodiscard]] bool copyIsParents() const noexcept;
+
+private:
+    friend class ::GenRegFile;
+
+    // GetAndSetRealRegistryPaths; the platform's code when nobody can tell whether the path is a link.
+    [[nodiscard]] unsigned int moveToRealFile() noexcept;
+    [[nodiscard]] unsigned int takeLock(OSSHFile& handle, const char* path, const OSSFileLockRequest& request) noexcept;
+    [[nodiscard]] static unsigned int thisProcess() noexcept;
+
+    [[nodiscard]] unsigned int openRegistryHandle(unsigned int access) noexcept;
+    [[nodiscard]] unsigned int lockRegistryFile(unsigned int kind) noexcept;
+    [[nodiscard]] unsigned int openRegistryStream(char mode) noexcept;
+    [[nodiscard]] unsigned int openRegistryFile(unsigned long op) noexcept;
+    [[nodiscard]] unsigned int createTemporaryCopy() noexcept;
+    [[nodiscard]] unsigned int readTemporaryCopy() noexcept;
+    [[nodiscard]] bool usesChecksumHeader() const noexcept;
+    [[nodiscard]] unsigned int judgeHeader(int descriptor, unsigned long size, unsigned long* body,
+                                           unsigned int* platformCode) noexcept;
+
+    [[nodiscard]] unsigned int finishAppend(bool keep) noexcept;
+    [[nodiscard]] bool closeRegistryStream() noexcept;
+    unsigned int closeRegistryFile() noexcept;
+    unsigned int closeTemporaryCopy(bool written) noexcept;
+    [[nodiscard]] unsigned int stampTemporaryCopy(unsigned int* checksum) noexcept;
+    [[nodiscard]] unsigned int commit(unsigned int checksum) noexcept;
+    void dropScanInput() noexcept;
+
+    GenRegFile& file_;
+    OSSHFile regHandle_;              // owns the lock of regFp
+    Input* scanInput_ = nullptr;      // read-ahead of an open scan
+    long scanStream_ = 0;             // where the scan left regFp; elsewhere a client has moved it
+    char* tmpBuffer_ = nullptr;       // stdio's buffer of tmpFp
+    unsigned long regBody_ = 0;       // where the first record of regFp begins
+    unsigned long tmpBody_ = 0;       // and of tmpFp, when it is read
+    unsigned long regSize_ = 0;       // of the registry file when it was opened, in bytes
+    bool regStreamOnHandle_ = false;  // regFp was opened on the descriptor of regHandle_
+    bool regCreated_ = false;         // OpenReg made the registry file
+    bool regAppends_ = false;         // regFp is open for appending, not for reading
+    unsigned int copyMaker_ = 0;      // the process that last made or opened the copy; 0: none did
+    long lockWaitLimit_ = -1;
+    GenRegLockNotice lockNotice_ = nullptr;
+    void* lockNoticeContext_ = nullptr;
+};
+
+}  // namespace genreg

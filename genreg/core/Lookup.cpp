@@ -1,0 +1,165 @@
+// The frames of a lookup.
+#include <osse/Errors.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "genreg/core/Transaction.h"
+
+namespace genreg {
+
+// Where a Get reads. Closes, or puts the scan back, at its end.
+class Transaction::Reading {
+public:
+    explicit Reading(Transaction& transaction) noexcept
+        : file_(transaction.file_), inside_(transaction.inside_), trace_(transaction.trace_) {}
+    ~Reading() noexcept { (void)close(); }
+    Reading(const Reading&) = delete;
+    Reading& operator=(const Reading&) = delete;
+
+    // REG_OPEN_FAILED; REG_MISSING passes through when passMissing is true.
+    [[nodiscard]] unsigned int open(bool passMissing) noexcept;
+    [[nodiscard]] Input& input() noexcept { return inScan_ ? *scan_ : own_; }
+    // REG_CLOSE_FAILED.
+    [[nodiscard]] unsigned int close() noexcept;
+
+private:
+    GenRegFile& file_;
+    FileInternals& inside_;
+    FunctionTrace& trace_;
+    bool open_ = false;
+    bool inScan_ = false;
+    bool scanWasAtEnd_ = false;
+    long long scanPosition_ = 0;
+    Input* scan_ = nullptr;
+    Input own_{-1, 0, 0};
+};
+
+unsigned int Transaction::Reading::open(bool passMissing) noexcept {
+    constexpr unsigned long IN_SCAN = REG_FEATURE_GET_IN_SCAN;
+    if ((file_.state & REG_STATE_SCAN_OPEN) != 0 && (file_.features & IN_SCAN) != 0) {
+        scanWasAtEnd_ = (file_.state & REG_STATE_SCAN_AT_END) != 0;
+        scan_ = inside_.scanInput();
+        if (scan_ == nullptr) {
+            return trace_.fail(70, REG_NO_RECORD_BUFFER);
+        }
+        inScan_ = open_ = true;
+        unsigned int rc = file_.getRegFilePosition(&scanPosition_);
+        if (rc == 0) {
+            rc = file_.Rewind();
+        }
+        return rc == 0 ? 0 : trace_.fail(75, REG_OPEN_FAILED, rc);
+    }
+    if (const unsigned int rc = file_.OpenReg(REG_OP_READ)) {
+        (void)file_.CloseReg(REG_OP_READ);
+        return rc == REG_MISSING && passMissing ? trace_.failMildly(80, rc) : trace_.fail(85, REG_OPEN_FAILED, rc);
+    }
+    inside_.readRegistry(own_);
+    open_ = true;
+    return 0;
+}
+
+unsigned int Transaction::Reading::close() noexcept {
+    if (!open_) {
+        return 0;
+    }
+    open_ = false;
+    if (!inScan_) {
+        const unsigned int rc = file_.CloseReg(REG_OP_READ);
+        return rc == 0 ? 0 : trace_.fail(200, REG_CLOSE_FAILED, rc);
+    }
+    const unsigned int rc = file_.setRegFilePosition(&scanPosition_);
+    if (scanWasAtEnd_) {
+        file_.state |= REG_STATE_SCAN_AT_END;
+    }
+    return rc == 0 ? 0 : trace_.fail(205, REG_CLOSE_FAILED, rc);
+}
+
+namespace {
+
+// The caller's record is cleared where the lookup ends without one; what could not be read leaves it alone.
+bool clearsResult(unsigned int rc) noexcept {
+    return rc == REG_NO_MORE_RECORDS || rc == REG_NO_UNPACK_RECORD || rc == REG_UNPACK_FAILED;
+}
+
+}  // namespace
+
+unsigned int handOut(FunctionTrace& trace, const Search& search, const void* record, unsigned long size) noexcept {
+    // Kept: a record below this size is never handed out.
+    constexpr unsigned long LEAST_COPY = 8;
+    if (size < LEAST_COPY) {
+        return trace.fail(120, REG_RECORD_SIZE_REFUSED);
+    }
+    std::memcpy(search.result, record, size);
+    return 0;
+}
+
+unsigned int Transaction::get(const Search& search, LookupSteps& steps, bool passMissing) noexcept {
+    RecordBuffer work{tag_};
+    unsigned long size = 0;
+    if (const unsigned int rc = prepare(search.mask, search.key, work, &size)) {
+        return rc;
+    }
+    Reading reading{*this};
+    if (const unsigned int rc = reading.open(passMissing)) {
+        return rc;
+    }
+    const unsigned int found = steps.find(reading.input(), search, work, size);
+    if (clearsResult(found)) {
+        std::memset(search.result, 0, size);
+    }
+    FirstError result;
+    result.note(found == REG_NO_MORE_RECORDS ? trace_.failMildly(150, REG_NOT_FOUND) : found);
+    result.note(reading.close());
+    if (const unsigned int rc = work.release()) {
+        result.note(steps.notFreed(rc));
+    }
+    return trace_.exit(result.code());
+}
+
+// REG_SCAN_NOT_OPEN; REG_READ_FAILED in a forked child, whose scan is its parent's.
+unsigned int Transaction::checkScan() noexcept {
+    if ((file_.state & REG_STATE_SCAN_OPEN) == 0) {
+        return trace_.fail(5, REG_SCAN_NOT_OPEN);
+    }
+    return inside_.holdsParentsFiles() ? trace_.fail(7, REG_READ_FAILED, ossErrorMapSystem(EBADF)) : 0;
+}
+
+unsigned int Transaction::getNext(const Search& search, LookupSteps& steps) noexcept {
+    if (const unsigned int rc = checkScan()) {
+        return rc;
+    }
+    if (file_.validateRecord == nullptr || !search.any) {
+        if (const unsigned int rc = validate(search.mask, search.key)) {
+            return rc;
+        }
+    }
+    if ((file_.state & REG_STATE_SCAN_AT_END) != 0) {
+        return trace_.exit(REG_NO_MORE_RECORDS);
+    }
+    unsigned long size = 0;
+    if (const unsigned int rc = recordSize(&size)) {
+        return rc;
+    }
+    RecordBuffer work{tag_};
+    Input* const input = inside_.scanInput();
+    if (input == nullptr || !work.allocate(size)) {
+        return trace_.fail(60, REG_NO_RECORD_BUFFER);
+    }
+    const unsigned int found = steps.find(*input, search, work, size);
+    inside_.placeStream();
+    if (found == REG_NO_MORE_RECORDS) {
+        file_.state |= REG_STATE_SCAN_AT_END;
+    }
+    if (clearsResult(found)) {
+        std::memset(search.result, 0, size);
+    }
+    FirstError result;
+    result.note(found);
+    if (const unsigned int rc = work.release()) {
+        result.note(trace_.fail(160, REG_FREE_RECORD_FAILED, rc));
+    }
+    return trace_.exit(result.code());
+}
+
+}  // namespace genreg
