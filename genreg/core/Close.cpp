@@ -89,6 +89,8 @@ bool FileInternals::closeRegistryStream() noexcept {
     file_.regFp = nullptr;
     const bool onHandle = regStreamOnHandle_;
     regStreamOnHandle_ = false;
+    char* const buffer = scanBuffer_;
+    scanBuffer_ = nullptr;
     if (onHandle && regHandle_.getFileHandle() < 0) {
         return true;
     }
@@ -97,7 +99,11 @@ bool FileInternals::closeRegistryStream() noexcept {
     if (onHandle) {
         (void)regHandle_.unlock();
     }
-    return posix::closeStream(stream);
+    const bool closed = posix::closeStream(stream);
+    const int error = errno;
+    std::free(buffer);
+    errno = error;
+    return closed;
 }
 
 // The platform's code, when closing failed.

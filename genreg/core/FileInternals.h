@@ -65,13 +65,15 @@ private:
     unsigned int closeTemporaryCopy(bool written) noexcept;
     [[nodiscard]] unsigned int stampTemporaryCopy(unsigned int* checksum) noexcept;
     [[nodiscard]] unsigned int commit(unsigned int checksum) noexcept;
+    void widenScanStream() noexcept;
     void dropScanInput() noexcept;
 
     GenRegFile& file_;
     OSSHFile regHandle_;              // owns the lock of regFp
     Input* scanInput_ = nullptr;      // read-ahead of an open scan
     long scanStream_ = 0;             // where the scan left regFp; elsewhere a client has moved it
-    char* tmpBuffer_ = nullptr;       // stdio's buffer of tmpFp
+    char* scanBuffer_ = nullptr;      // stdio's buffer of regFp while a scan is open
+    char* tmpBuffer_ = nullptr;       // and of tmpFp
     unsigned long regBody_ = 0;       // where the first record of regFp begins
     unsigned long tmpBody_ = 0;       // and of tmpFp, when it is read
     unsigned long regSize_ = 0;       // of the registry file when it was opened, in bytes

@@ -142,7 +142,8 @@ void sleepMilliseconds(long milliseconds) noexcept;
 // dropped.
 [[nodiscard]] bool flushStream(std::FILE* stream) noexcept;
 
-// Moves a stream that is open for reading, as fseek does, but without reading anything there. False with errno.
+// Moves a stream that is open for reading, as fseek does. To a place that is near ahead it reads, which takes a call
+// for a buffer of bytes and not one for each move; to others it goes without reading anything there. False with errno.
 [[nodiscard]] bool placeStream(std::FILE* stream, unsigned long offset) noexcept;
 
 // False with errno. An interrupted close is a close: the descriptor is gone. What must not be lost is flushed before.

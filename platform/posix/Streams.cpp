@@ -139,6 +139,20 @@ bool drain(std::FILE* stream) noexcept {
     return noteError(stream, written);
 }
 
+// Reads on to a place that is near ahead: a call for each buffer of bytes, where a seek is one for each record. False
+// where the place lies elsewhere, or the stream does not know where it stands, or the reading failed.
+bool readOnTo(std::FILE* stream, off_t place) noexcept {
+    char passed[BUFSIZ];
+    const off_t distance = stream->_offset < 0 ? -1 : place - ::ftello(stream);
+    if (distance < 0 || distance > static_cast<off_t>(sizeof passed)) {
+        return false;
+    }
+    const auto wanted = static_cast<std::size_t>(distance);
+    const bool there = ::fread_unlocked(passed, 1, wanted, stream) == wanted;
+    stream->_flags &= ~(there ? _IO_EOF_SEEN : _IO_EOF_SEEN | _IO_ERR_SEEN);
+    return there;
+}
+
 #else
 
 bool drain(std::FILE*) noexcept {
@@ -188,6 +202,9 @@ bool flushStream(std::FILE* stream) noexcept {
 bool placeStream(std::FILE* stream, unsigned long offset) noexcept {
     const auto place = static_cast<off_t>(offset);
 #if defined(__GLIBC__)
+    if (readOnTo(stream, place)) {
+        return true;
+    }
     if (stream->_IO_read_ptr == stream->_IO_read_end && ::__fpending(stream) == 0) {
         if (::lseek(::fileno(stream), place, SEEK_SET) == -1) {
             return false;
