@@ -270,6 +270,10 @@ TEST_F(Records, StatusAndDiffTellOfDamageAndOfWhatIsSound) {
     EXPECT_EQ(difference.status, 7);
     EXPECT_EQ(difference.out, "") << "the sound records are the same";
     expectFailure(7, "", "--registry bad variable list");
+    // The last record of a file that is whole but for it: nothing of what lies behind it in memory is a field.
+    write("liar", frame(Image(GLOBALREG_VARIABLE, 0x407).text("S").text("N").text("v").end(900)));
+    expectFailure(7, "0x90000254", "--registry liar variable list");
+    expectFailure(7, "0x90000254", "--registry liar variable set S N value=x");
 }
 
 TEST_F(Records, DiffTellsRecordsByKey) {

@@ -56,6 +56,12 @@ unsigned int unpack(void** buffer) noexcept {
     return GlobalReg::UnpackRecord(buffer);
 }
 
+// The images are as little to be trusted whoever unpacks them. Of an unknown type the library's unpacking says so.
+unsigned int checkKnown(const void* image, unsigned long length) {
+    const unsigned int code = globalRegCheckImage(image, length, nullptr);
+    return code == REG_UNKNOWN_RECORD_TYPE ? 0 : code;
+}
+
 }  // namespace
 
 std::string globalRegistryPath(const Context& context) {
@@ -83,7 +89,10 @@ GlobalRegistry::GlobalRegistry(const Context& context, const std::string& path, 
 }
 
 std::vector<FoundRecord> GlobalRegistry::read(const std::string& doing) {
+    const GenRegCheckPacked check = checkPacked;
+    const GenRegPacksAlike alike = packsAlike;
     unpackRecord = unpack;
+    useShortcuts(checkKnown, nullptr, nullptr);
     unsigned int code = OpenScan();
     if (code != 0) {
         throw libraryFailure(code, path_, doing);
@@ -101,6 +110,7 @@ std::vector<FoundRecord> GlobalRegistry::read(const std::string& doing) {
         throw libraryFailure(code, path_, doing);
     }
     unpackRecord = UnpackRecord;
+    useShortcuts(check, nullptr, alike);
     return records;
 }
 
