@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "base/LockPatience.h"
-#include "records/RegistryBytes.h"
+#include "records/Salvage.h"
 
 namespace tool {
 namespace {

@@ -8,8 +8,7 @@
 #include "base/DiskFiles.h"
 #include "base/Text.h"
 #include "entries/Remarks.h"
-#include "records/RecordDiff.h"
-#include "records/RegistryBytes.h"
+#include "records/Salvage.h"
 
 namespace tool {
 namespace {
@@ -358,7 +357,7 @@ int deleteEntry(Context& context, const EntrySchema& schema, const EntryRequest&
 int carryOutOnText(Context& context, const Change& change) {
     if (judgeFile(change.path, change.doing, false)) {
         const std::string bytes = readFile(change.path, change.doing);
-        const RegistryBytes parts = isBinary(bytes) ? takeApart(bytes, false) : RegistryBytes();
+        const SalvagedRegistry parts = isBinary(bytes) ? takeApart(bytes, false) : SalvagedRegistry();
         if (parts.content != RegistryContent::OTHER && parts.isSound()) {
             const bool global = parts.content == RegistryContent::GLOBAL;
             throw answer("invalid", EXIT_INVALID, 0, change.path,

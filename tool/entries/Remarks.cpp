@@ -8,8 +8,7 @@
 
 #include "base/DiskFiles.h"
 #include "base/Text.h"
-#include "records/RecordDiff.h"
-#include "records/RegistryBytes.h"
+#include "records/Salvage.h"
 
 namespace tool {
 namespace {

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "records/RegistryBytes.h"
+#include "records/RecordFields.h"
 
 namespace tool {
 

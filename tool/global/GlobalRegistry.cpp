@@ -8,7 +8,7 @@
 #include "base/Failure.h"
 #include "base/LockPatience.h"
 #include "global/GlobalPath.h"
-#include "records/RegistryBytes.h"
+#include "records/Salvage.h"
 
 namespace tool {
 namespace {
@@ -49,7 +49,7 @@ unsigned int unpack(void** buffer) noexcept {
     unsigned long size = 0;
     try {
         (void)GlobalReg::GetPackedRecordSize(*buffer, &size);
-        laterOfLast = laterItems(decodeImage({static_cast<const char*>(*buffer), size}));
+        laterOfLast = laterItems({static_cast<const char*>(*buffer), size});
     } catch (const std::bad_alloc&) {
         return REG_NO_UNPACK_BUFFER;
     }

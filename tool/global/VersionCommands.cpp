@@ -7,7 +7,7 @@
 
 #include "base/Text.h"
 #include "global/GlobalCommands.h"
-#include "records/RegistryBytes.h"
+#include "records/RecordFields.h"
 
 namespace tool {
 namespace {

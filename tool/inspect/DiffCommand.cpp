@@ -12,7 +12,7 @@
 #include "global/GlobalRegistry.h"
 #include "inspect/InspectCommands.h"
 #include "records/RecordDiff.h"
-#include "records/RegistryBytes.h"
+#include "records/Salvage.h"
 
 namespace tool {
 namespace {
@@ -47,7 +47,7 @@ std::string otherSide(const Context& context, const std::string& path) {
 }
 
 // Refuses to call a comparison complete that could not read everything.
-void refuseDamage(const std::string& path, const RegistryBytes& file) {
+void refuseDamage(const std::string& path, const SalvagedRegistry& file) {
     if (!file.isSound()) {
         throw damageFailure(path, file);
     }
@@ -106,10 +106,10 @@ int compareVariables(Context& context, const Difference& difference) {
 }
 
 int compareBinary(Context& context, const Difference& difference) {
-    const RegistryBytes before = takeApart(difference.before, false);
-    const RegistryBytes after = takeApart(difference.after, false);
+    const SalvagedRegistry before = takeApart(difference.before, false);
+    const SalvagedRegistry after = takeApart(difference.after, false);
     // What is too damaged to tell goes with the other side.
-    const auto is = [](const RegistryBytes& file, RegistryContent content) {
+    const auto is = [](const SalvagedRegistry& file, RegistryContent content) {
         return file.parts.empty() || file.content == content ||
                (file.content == RegistryContent::OTHER && !file.isSound());
     };

@@ -7,7 +7,7 @@
 #include "base/Text.h"
 #include "global/GlobalPath.h"
 #include "inspect/InspectCommands.h"
-#include "records/RegistryBytes.h"
+#include "records/Salvage.h"
 
 namespace tool {
 namespace {
@@ -15,7 +15,6 @@ namespace {
 constexpr std::size_t BYTES_IN_LINE = 16;
 constexpr std::size_t BYTES_SHOWN = 128;  // of what has no fields to show, without --raw
 constexpr std::uintmax_t LARGEST_FILE = 1UL << 30U;
-constexpr std::size_t LENGTH_SIZE = 4;
 
 struct Arguments {
     std::string file;
@@ -49,7 +48,10 @@ struct VariableField {
     std::size_t offset;
     std::size_t size;
 };
-constexpr VariableField VARIABLE_FIELDS[] = {{"name", 0, 16}, {"value", 16, 4}, {"comment", 20, 16}};
+using Variable = GenRegBinVarValRecord;
+constexpr VariableField VARIABLE_FIELDS[] = {{"name", offsetof(Variable, variable), sizeof Variable::variable},
+                                             {"value", offsetof(Variable, value), sizeof Variable::value},
+                                             {"comment", offsetof(Variable, comment), sizeof Variable::comment}};
 
 std::string_view variableText(std::string_view payload, const VariableField& field) {
     const std::string_view bytes = payload.substr(field.offset, field.size);
@@ -77,7 +79,7 @@ public:
           parts_(takeApart(bytes_, expectGlobal)) {}
 
     int tell() {
-        if (parts_.header) {
+        if (parts_.layout.stated != nullptr) {
             tellHeader();
         }
         std::size_t frames = 0;
@@ -90,8 +92,9 @@ public:
             }
         }
         if (!output_.style.json) {
-            output_.line(fmt::format("{}, {}{}{}", counted(bytes_.size(), "byte"), counted(frames, "frame"),
-                                     parts_.bigEndian ? ", lengths big-endian" : "", contentText()));
+            output_.line(fmt::format(
+                "{}, {}{}{}", counted(bytes_.size(), "byte"), counted(frames, "frame"),
+                (parts_.layout.features & REG_FEATURE_BIG_ENDIAN) != 0 ? ", lengths big-endian" : "", contentText()));
         }
         refuseDamage();
         return EXIT_DONE;
@@ -110,7 +113,9 @@ private:
     }
 
     void tellHeader() {
-        const auto& [stated, computed, fits] = *parts_.header;
+        const std::string stated = parts_.layout.stated;
+        const int computed = parts_.layout.computed;
+        const bool fits = parts_.headerFits;
         if (output_.style.json) {
             output_.json({{"kind", "header"},
                           {"offset", 0},
@@ -135,14 +140,14 @@ private:
             part.damage.empty() ? "" : fmt::format("  <-- DAMAGED at {}: {}", place(part.damageOffset), part.damage);
         if (!part.framed) {
             output_.line(fmt::format("{}  no frame: {}{}", place(part.offset), counted(part.size, "byte"), damage));
-            printBytes(output_, bytesOf(part), part.offset, raw_);
+            printBytes(output_, partBytes(part), part.offset, raw_);
             return;
         }
         output_.line(fmt::format("{}  frame {}, {}{}{}", place(part.offset), number,
                                  counted(part.payload.size(), "byte"), headline(part), damage));
         const bool told = printFields(part);
         if (raw_ || !told) {
-            printBytes(output_, bytesOf(part), part.offset, raw_);
+            printBytes(output_, partBytes(part), part.offset, raw_);
         }
     }
 
@@ -150,20 +155,21 @@ private:
         if (parts_.content != RegistryContent::GLOBAL) {
             return "";
         }
-        const RecordImage image = decodeImage(part.payload);
-        return fmt::format(": {}, fields {:#x}, missing {:#x}, checksum {}", recordTypeName(image.type),
-                           image.fieldMask, image.missingFieldMask, image.checksum);
+        const FoundRecord record = recordOfImage(part.payload);
+        return fmt::format(": {}, fields {:#x}, missing {:#x}, checksum {}", recordTypeName(record.recordType),
+                           record.fieldMask, record.missingFieldMask, record.checksum);
     }
 
     // False when the payload has no fields that are known.
     bool printFields(const RegistryPart& part) {
-        const std::size_t start = part.offset + LENGTH_SIZE;
+        const std::size_t start = part.offset + REG_FRAME_LENGTH_SIZE;
         if (parts_.content == RegistryContent::GLOBAL) {
-            for (const RecordItem& item : decodeImage(part.payload).items) {
-                const std::string note = item.field == nullptr ? "  (of a later release)" : "";
-                output_.line(
-                    fmt::format("  {}  {:<16} {}{}", place(start + item.offset), itemName(item), itemText(item), note));
-            }
+            const FoundRecord record = recordOfImage(part.payload);
+            eachItem(part.payload, [&](const GlobalRegItem& item) {
+                output_.line(fmt::format("  {}  {:<16} {}", place(start + item.offset), itemName(item),
+                                         item.field == nullptr ? laterCell(bytesOf(item)) + "  (of a later release)"
+                                                               : valueWord(record, *item.field)));
+            });
             return part.damage.empty();
         }
         if (parts_.content != RegistryContent::VARIABLES || !part.damage.empty()) {
@@ -179,28 +185,26 @@ private:
 
     Json frameObject(const RegistryPart& part, std::size_t number) {
         Json object{{"kind", "frame"}, {"frame", number}, {"offset", part.offset}, {"length", part.payload.size()}};
-        const std::size_t start = part.offset + LENGTH_SIZE;
+        const std::size_t start = part.offset + REG_FRAME_LENGTH_SIZE;
         if (parts_.content == RegistryContent::GLOBAL) {
-            const RecordImage image = decodeImage(part.payload);
-            object["record"] = recordTypeName(image.type);
-            object["field_mask"] = fmt::format("{:#x}", image.fieldMask);
-            object["missing_field_mask"] = fmt::format("{:#x}", image.missingFieldMask);
-            object["checksum"] = image.checksum;
+            const FoundRecord record = recordOfImage(part.payload);
+            object["record"] = recordTypeName(record.recordType);
+            object["field_mask"] = fmt::format("{:#x}", record.fieldMask);
+            object["missing_field_mask"] = fmt::format("{:#x}", record.missingFieldMask);
+            object["checksum"] = record.checksum;
             object["fields"] = Json::array();
-            for (const RecordItem& item : image.items) {
-                Json told{{"bit", fmt::format("{:#x}", item.bit)},
-                          {"offset", start + item.offset},
-                          {"length", item.bytes.size()}};
+            eachItem(part.payload, [&](const GlobalRegItem& item) {
+                Json told{{"bit", laterName(item.bit)}, {"offset", start + item.offset}, {"length", item.length}};
                 if (item.field == nullptr) {
-                    told["base64"] = base64(item.bytes);
+                    told["base64"] = base64(bytesOf(item));
                     object["unknown"].push_back(told);
                 } else {
                     Json field{{"name", item.field->name}};
                     field.update(told);
-                    putItem(field, "value", item);
+                    putField(field, "value", record, *item.field);
                     object["fields"].push_back(field);
                 }
-            }
+            });
         } else if (parts_.content == RegistryContent::VARIABLES && part.damage.empty()) {
             object["record"] = "binvar";
             object["fields"] = Json::array();
@@ -230,11 +234,11 @@ private:
             object["damage"] = {{"offset", part.damageOffset}, {"message", part.damage}};
         }
         if (raw_) {
-            object["hex"] = hexDigits(bytesOf(part));
+            object["hex"] = hexDigits(partBytes(part));
         }
     }
 
-    [[nodiscard]] std::string_view bytesOf(const RegistryPart& part) const {
+    [[nodiscard]] std::string_view partBytes(const RegistryPart& part) const {
         return std::string_view(bytes_).substr(part.offset, part.size);
     }
 
@@ -252,7 +256,7 @@ private:
     std::string path_;
     bool raw_;
     std::string bytes_;
-    RegistryBytes parts_;
+    SalvagedRegistry parts_;
 };
 
 int dump(Context& context, const Arguments& arguments) {

@@ -25,27 +25,27 @@ std::string programOf(long pid) {
 
 }  // namespace
 
-Json recordsObject(const RecordFile& file) {
-    const auto& parts = file.bytes.parts;
+Json recordsObject(const SalvagedRegistry& registry) {
+    const auto records = registry.records();
+    const auto& parts = registry.parts;
     Json object{{"frames", parts.size()}};
     for (const unsigned int type : {GLOBALREG_SERVICE, GLOBALREG_INSTANCE, GLOBALREG_VARIABLE}) {
-        object[std::string(kindOf(type).name)] =
-            std::count_if(file.records.begin(), file.records.end(),
-                          [&](const FoundRecord& found) { return found.recordType == type; });
+        object[std::string(kindOf(type).name)] = std::count_if(
+            records.begin(), records.end(), [&](const FoundRecord& found) { return found.recordType == type; });
     }
     const auto isOther = [&](const RegistryPart& part) {
-        return part.damage.empty() ? file.bytes.content == RegistryContent::OTHER : part.isOfUnknownType();
+        return part.damage.empty() ? registry.content == RegistryContent::OTHER : part.isOfUnknownType();
     };
     const auto other = std::count_if(parts.begin(), parts.end(), isOther);
     object["other"] = other;
-    object["damaged"] = static_cast<long>(parts.size() - file.records.size()) - other;
+    object["damaged"] = static_cast<long>(parts.size() - records.size()) - other;
     return object;
 }
 
-Json variablesObject(const RegistryBytes& bytes) {
+Json variablesObject(const SalvagedRegistry& registry) {
     const auto damaged = static_cast<std::size_t>(std::count_if(
-        bytes.parts.begin(), bytes.parts.end(), [](const RegistryPart& part) { return !part.damage.empty(); }));
-    return {{"frames", bytes.parts.size()}, {"binvar", bytes.parts.size() - damaged}, {"damaged", damaged}};
+        registry.parts.begin(), registry.parts.end(), [](const RegistryPart& part) { return !part.damage.empty(); }));
+    return {{"frames", registry.parts.size()}, {"binvar", registry.parts.size() - damaged}, {"damaged", damaged}};
 }
 
 std::string recordsText(const Json& records) {

@@ -4,15 +4,14 @@
 #include <string>
 
 #include "base/Output.h"
-#include "records/RecordDiff.h"
-#include "records/RegistryBytes.h"
+#include "records/Salvage.h"
 
 namespace tool {
 
 // "frames", a count for each type, "other" for frames of a type that there is not, "damaged".
-[[nodiscard]] Json recordsObject(const RecordFile& file);
+[[nodiscard]] Json recordsObject(const SalvagedRegistry& registry);
 // "frames", "binvar" for the sound ones, "damaged".
-[[nodiscard]] Json variablesObject(const RegistryBytes& bytes);
+[[nodiscard]] Json variablesObject(const SalvagedRegistry& registry);
 [[nodiscard]] std::string recordsText(const Json& records);
 
 // The member "size": "1 byte".

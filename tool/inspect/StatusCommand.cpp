@@ -157,11 +157,11 @@ struct Records {
 // Frames of none but unknown types are another kind of registry; among records of the known types, or in the global
 // registry, they are damage, as they are to every reader.
 Records recordsOf(const std::string& path, const std::string& bytes, bool global) {
-    const RecordFile file = parseRecords(bytes, global);
-    Records records{file.bytes.content == RegistryContent::VARIABLES ? variablesObject(file.bytes)
-                                                                     : recordsObject(file)};
-    if (!file.bytes.isSound()) {
-        records.damage = damageFailure(path, file.bytes);
+    const SalvagedRegistry registry = takeApart(bytes, global);
+    Records records{registry.content == RegistryContent::VARIABLES ? variablesObject(registry)
+                                                                   : recordsObject(registry)};
+    if (!registry.isSound()) {
+        records.damage = damageFailure(path, registry);
     }
     return records;
 }

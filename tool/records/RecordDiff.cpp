@@ -1,55 +1,15 @@
 #include "records/RecordDiff.h"
 
 #include <fmt/core.h>
-#include <genreg/GlobalReg.h>
-#include <genreg/GlobalRegFields.h>
-#include <osse/Memory.h>
 
 #include <algorithm>
-#include <cstring>
-#include <memory>
-#include <new>
-#include <optional>
+#include <map>
 
 #include "base/Text.h"
-#include "records/RecordFields.h"
-#include "records/RegistryBytes.h"
+#include "records/Salvage.h"
 
 namespace tool {
 namespace {
-
-// The image must have passed the library's check.
-FoundRecord foundRecord(std::string_view image) {
-    struct Free {
-        void operator()(void* block) const noexcept { (void)ossMemFree(block); }
-    };
-    std::unique_ptr<void, Free> block(ossMemAlloc(std::max(image.size(), sizeof(GlobalRegRecord))));
-    if (block == nullptr) {
-        throw std::bad_alloc();
-    }
-    std::memcpy(block.get(), image.data(), image.size());
-    void* buffer = block.release();
-    const unsigned int code = GlobalReg::UnpackRecord(&buffer);
-    block.reset(buffer);
-    if (code != 0) {
-        throw libraryFailure(code, "", "read a record");
-    }
-    return {*static_cast<const GlobalRegRecord*>(block.get()), laterItems(decodeImage(image))};
-}
-
-struct FieldChange {
-    std::string name;
-    std::string before;  // cells
-    std::string after;
-    Json values;  // "old", "new"; null of an item of a later release, since all of those are one member
-};
-
-struct RecordChange {
-    const FoundRecord* before;  // null: inserted
-    const FoundRecord* after;   // null: removed
-    const FoundRecord& shown;   // the one that is there, the new one of two
-    std::vector<FieldChange> fields;
-};
 
 // A value that is absent is null.
 void putValue(Json& values, const char* key, const GlobalRegRecord& record, const GlobalRegField& field) {
@@ -60,23 +20,22 @@ void putValue(Json& values, const char* key, const GlobalRegRecord& record, cons
     }
 }
 
+std::string fieldCell(const FoundRecord& record, const FieldChange& change) {
+    return change.field != nullptr ? valueCell(record, *change.field) : laterCell(record.later, change.bit);
+}
+
 std::vector<FieldChange> changedFields(const FoundRecord& before, const FoundRecord& after) {
     std::vector<FieldChange> changes;
     for (const GlobalRegField& field : kindOf(before.recordType).fields) {
-        if (has(before, field) == has(after, field) && sameValues(before, after, field.bit)) {
-            continue;
+        if (has(before, field) != has(after, field) || !sameValues(before, after, field.bit)) {
+            changes.push_back({field.bit, &field, field.name});
         }
-        FieldChange change{field.name, valueCell(before, field), valueCell(after, field), {}};
-        putValue(change.values, "old", before, field);
-        putValue(change.values, "new", after, field);
-        changes.push_back(std::move(change));
     }
     LaterItems bits = before.later;
     bits.insert(after.later.begin(), after.later.end());
     for (const auto& [bit, ignored] : bits) {
-        FieldChange change{laterName(bit), laterCell(before.later, bit), laterCell(after.later, bit), {}};
-        if (change.before != change.after) {
-            changes.push_back(std::move(change));
+        if (laterCell(before.later, bit) != laterCell(after.later, bit)) {
+            changes.push_back({bit, nullptr, laterName(bit)});
         }
     }
     return changes;
@@ -94,34 +53,6 @@ std::string keyOf(const FoundRecord& found) {
     return key;
 }
 
-// Pairs the records of a key in their order.
-std::vector<RecordChange> compareRecords(const RecordFile& before, const RecordFile& after) {
-    std::map<std::string, std::vector<const FoundRecord*>> waiting;
-    std::for_each(after.records.rbegin(), after.records.rend(),
-                  [&](const FoundRecord& found) { waiting[keyOf(found)].push_back(&found); });
-    std::vector<RecordChange> changes;
-    for (const FoundRecord& old : before.records) {
-        auto& candidates = waiting[keyOf(old)];
-        if (candidates.empty()) {
-            changes.push_back({&old, nullptr, old, {}});
-            continue;
-        }
-        const FoundRecord& now = *candidates.back();
-        RecordChange change{&old, &now, now, changedFields(old, now)};
-        candidates.pop_back();
-        if (!change.fields.empty()) {
-            changes.push_back(std::move(change));
-        }
-    }
-    for (const FoundRecord& found : after.records) {
-        const auto& candidates = waiting[keyOf(found)];
-        if (std::find(candidates.begin(), candidates.end(), &found) != candidates.end()) {
-            changes.push_back({nullptr, &found, found, {}});
-        }
-    }
-    return changes;
-}
-
 void printWhole(Output& output, const FoundRecord& found) {
     const RecordKind& kind = kindOf(found.recordType);
     for (const GlobalRegField& field : kind.fields) {
@@ -135,16 +66,16 @@ void printWhole(Output& output, const FoundRecord& found) {
 }
 
 void print(Output& output, const RecordChange& change) {
-    const bool isChange = change.before != nullptr && change.after != nullptr;
-    const FoundRecord& shown = change.shown;
-    const std::string_view color = isChange ? "\x1b[33m" : change.before != nullptr ? "\x1b[31m" : "\x1b[32m";
-    const char sign = isChange ? '~' : change.before != nullptr ? '-' : '+';
+    const FoundRecord& shown = change.shown();
+    const std::string_view color = change.isChange() ? "\x1b[33m" : change.before != nullptr ? "\x1b[31m" : "\x1b[32m";
+    const char sign = change.isChange() ? '~' : change.before != nullptr ? '-' : '+';
     output.line(fmt::format("{}{} {}{}", output.style.color ? color : "", sign, keyText(shown),
                             output.style.color ? "\x1b[0m" : ""));
     for (const FieldChange& field : change.fields) {
-        output.line(fmt::format("    {}: {} -> {}", field.name, field.before, field.after));
+        output.line(fmt::format("    {}: {} -> {}", field.name, fieldCell(*change.before, field),
+                                fieldCell(*change.after, field)));
     }
-    if (!isChange) {
+    if (!change.isChange()) {
         printWhole(output, shown);
     }
 }
@@ -157,8 +88,8 @@ Json laterMember(const FoundRecord& found) {
 }
 
 Json objectOf(const RecordChange& change) {
-    const FoundRecord& shown = change.shown;
-    if (change.before == nullptr || change.after == nullptr) {
+    const FoundRecord& shown = change.shown();
+    if (!change.isChange()) {
         Json object{{"op", change.before == nullptr ? "insert" : "remove"}};
         object.update(recordObject(shown));
         return object;
@@ -167,9 +98,11 @@ Json objectOf(const RecordChange& change) {
     object.update(recordObject(shown, kindOf(shown.recordType).keyFields));
     object["changes"] = Json::array();
     for (const FieldChange& field : change.fields) {
-        if (!field.values.is_null()) {
-            object["changes"].push_back(
-                {{"field", field.name}, {"old", field.values["old"]}, {"new", field.values["new"]}});
+        if (field.field != nullptr) {
+            Json values{{"field", field.name}};
+            putValue(values, "old", *change.before, *field.field);
+            putValue(values, "new", *change.after, *field.field);
+            object["changes"].push_back(values);
         }
     }
     if (change.before->later != change.after->later) {
@@ -181,26 +114,36 @@ Json objectOf(const RecordChange& change) {
 
 }  // namespace
 
-bool isBinary(std::string_view bytes) {
-    constexpr std::size_t LENGTH_SIZE = 4;
-    constexpr std::size_t LONGEST_START = 12;  // within which a checksum header ends
-    const std::size_t null = bytes.find('\0');
-    return null < LENGTH_SIZE || (null <= LONGEST_START && bytes.substr(0, null).find('\n') == std::string_view::npos);
-}
-
-RecordFile parseRecords(std::string_view bytes, bool expectGlobal) {
-    RecordFile file{takeApart(bytes, expectGlobal), {}};
-    for (const RegistryPart& part : file.bytes.parts) {
-        if (file.bytes.content == RegistryContent::GLOBAL && part.framed && part.damage.empty()) {
-            file.records.push_back(foundRecord(part.payload));
+std::vector<RecordChange> compareRecords(const std::vector<FoundRecord>& before,
+                                         const std::vector<FoundRecord>& after) {
+    std::map<std::string, std::vector<const FoundRecord*>> waiting;
+    std::for_each(after.rbegin(), after.rend(),
+                  [&](const FoundRecord& found) { waiting[keyOf(found)].push_back(&found); });
+    std::vector<RecordChange> changes;
+    for (const FoundRecord& old : before) {
+        auto& candidates = waiting[keyOf(old)];
+        if (candidates.empty()) {
+            changes.push_back({&old, nullptr, {}});
+            continue;
+        }
+        const FoundRecord& now = *candidates.back();
+        candidates.pop_back();
+        if (auto fields = changedFields(old, now); !fields.empty()) {
+            changes.push_back({&old, &now, std::move(fields)});
         }
     }
-    return file;
+    for (const FoundRecord& found : after) {
+        const auto& candidates = waiting[keyOf(found)];
+        if (std::find(candidates.begin(), candidates.end(), &found) != candidates.end()) {
+            changes.push_back({nullptr, &found, {}});
+        }
+    }
+    return changes;
 }
 
 bool printRecordDifference(Output& output, const Difference& difference) {
-    const RecordFile before = parseRecords(difference.before, true);
-    const RecordFile after = parseRecords(difference.after, true);
+    const auto before = takeApart(difference.before, true).records();
+    const auto after = takeApart(difference.after, true).records();
     const std::vector<RecordChange> changes = compareRecords(before, after);
     if (!changes.empty()) {
         output.line("--- " + printable(difference.oldName));
@@ -213,8 +156,8 @@ bool printRecordDifference(Output& output, const Difference& difference) {
 }
 
 std::vector<Json> recordDifferenceObjects(const Difference& difference) {
-    const RecordFile before = parseRecords(difference.before, true);
-    const RecordFile after = parseRecords(difference.after, true);
+    const auto before = takeApart(difference.before, true).records();
+    const auto after = takeApart(difference.after, true).records();
     std::vector<Json> objects;
     for (const RecordChange& change : compareRecords(before, after)) {
         objects.push_back(objectOf(change));

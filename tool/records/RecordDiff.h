@@ -1,30 +1,38 @@
-// Binary registries as records, read from their bytes: what is sound in a damaged file too, and how two files differ.
+// How the records of two readings of the global registry differ, for all who tell it: diff, watch, and the commands
+// that show what they change.
 #pragma once
 
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "base/Diff.h"
 #include "base/Output.h"
 #include "base/Update.h"
 #include "records/RecordFields.h"
-#include "records/RegistryBytes.h"
 
 namespace tool {
 
-// What the bytes are made of, and the sound records of the global registry among them.
-struct RecordFile {
-    RegistryBytes bytes;
-    std::vector<FoundRecord> records;
+struct FieldChange {
+    unsigned long bit;
+    const GlobalRegField* field;  // null for an item of a later release
+    std::string name;
 };
 
-// A binary registry has a NUL near its beginning, in the length of the first frame or at the end of a checksum header.
-// Text has none, or further on by accident.
-[[nodiscard]] bool isBinary(std::string_view bytes);
+// A record that is in one of the two only, or has other values in the other; points into them.
+struct RecordChange {
+    const FoundRecord* before;        // null: inserted
+    const FoundRecord* after;         // null: removed
+    std::vector<FieldChange> fields;  // of a changed one, in the order of their bits
 
-// Views into the bytes that were given. `expectGlobal` as for takeApart.
-[[nodiscard]] RecordFile parseRecords(std::string_view bytes, bool expectGlobal);
+    [[nodiscard]] bool isChange() const { return before != nullptr && after != nullptr; }
+    // The one that is there, the new one of two.
+    [[nodiscard]] const FoundRecord& shown() const { return after != nullptr ? *after : *before; }
+};
+
+// By key: the removed and the changed ones in the order of `before`, then the inserted ones in that of `after`. Records
+// that share a key, which no writer of the library leaves, are paired in their order.
+[[nodiscard]] std::vector<RecordChange> compareRecords(const std::vector<FoundRecord>& before,
+                                                       const std::vector<FoundRecord>& after);
 
 // The differences by key. For people: records only in the one (-) or the other (+), and fields old -> new (~). False
 // when there are none: what differs then are the order of records or notes that mean nothing to readers.

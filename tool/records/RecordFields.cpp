@@ -17,12 +17,13 @@ namespace {
 
 constexpr std::size_t VERSION_TEXT_SIZE = 24;
 
-RecordKind makeKind(unsigned int type, std::string_view name, unsigned long keyFields) {
+RecordKind makeKind(unsigned int type, std::string_view name) {
     unsigned long count = 0;
     const GlobalRegField* fields = globalRegFields(type, &count);
-    RecordKind kind{type, name, keyFields, {fields, count}, 0};
+    RecordKind kind{type, name, 0, {fields, count}, 0};
     for (const GlobalRegField& field : kind.fields) {
         kind.known |= field.bit;
+        kind.keyFields |= field.key ? field.bit : 0;
     }
     return kind;
 }
@@ -45,12 +46,6 @@ Number numberOf(const GlobalRegRecord& record, const GlobalRegField& field) {
 std::string textOf(const GlobalRegRecord& record, const GlobalRegField& field) {
     const char* text = memberOf(record, field);
     return {text, strnlen(text, field.capacity)};
-}
-
-std::string versionText(unsigned long code) {
-    char text[VERSION_TEXT_SIZE] = "";
-    (void)ossVersionCodeToString(code, text, sizeof text);
-    return text;
 }
 
 Failure invalid(const GlobalRegField& field, unsigned int code, const std::string& why, std::string hint) {
@@ -136,10 +131,8 @@ void setNumber(GlobalRegRecord& record, const GlobalRegField& field, Number numb
 }  // namespace
 
 const RecordKind* findKind(unsigned int type) {
-    static const RecordKind kinds[] = {
-        makeKind(GLOBALREG_SERVICE, "service", SERVICE_SERVICE | SERVICE_VERSION_CODE),
-        makeKind(GLOBALREG_INSTANCE, "instance", INSTANCE_SERVICE | INSTANCE_VERSION_CODE | INSTANCE_NAME),
-        makeKind(GLOBALREG_VARIABLE, "variable", VARIABLE_SERVICE | VARIABLE_NAME)};
+    static const RecordKind kinds[] = {makeKind(GLOBALREG_SERVICE, "service"), makeKind(GLOBALREG_INSTANCE, "instance"),
+                                       makeKind(GLOBALREG_VARIABLE, "variable")};
     const auto* found =
         std::find_if(std::begin(kinds), std::end(kinds), [&](const RecordKind& kind) { return kind.type == type; });
     return found == std::end(kinds) ? nullptr : found;
@@ -151,6 +144,36 @@ const RecordKind& kindOf(unsigned int type) {
         throw std::logic_error(fmt::format("record type {}", type));
     }
     return *kind;
+}
+
+std::string recordTypeName(unsigned int type) {
+    const RecordKind* kind = findKind(type);
+    return std::string(kind == nullptr ? "unknown" : kind->name);
+}
+
+FoundRecord recordOfImage(std::string_view image) {
+    FoundRecord record;
+    (void)globalRegReadImage(image.data(), image.size(), &record);
+    record.later = laterItems(image);
+    return record;
+}
+
+LaterItems laterItems(std::string_view image) {
+    LaterItems later;
+    eachItem(image, [&](const GlobalRegItem& item) {
+        if (item.field == nullptr) {
+            later[item.bit] = bytesOf(item);
+        }
+    });
+    return later;
+}
+
+std::string_view bytesOf(const GlobalRegItem& item) {
+    return {static_cast<const char*>(item.bytes), item.length};
+}
+
+std::string itemName(const GlobalRegItem& item) {
+    return item.field == nullptr ? laterName(item.bit) : item.field->name;
 }
 
 bool has(const GlobalRegRecord& record, const GlobalRegField& field) {
@@ -201,6 +224,16 @@ std::string valueCell(const GlobalRegRecord& record, const GlobalRegField& field
     return *value == " " ? "\" \"" : cell(*value);
 }
 
+std::string valueWord(const GlobalRegRecord& record, const GlobalRegField& field) {
+    const auto value = valueText(record, field);
+    if (!value) {
+        return std::string(ABSENT);
+    }
+    const bool plain = field.kind != GLOBALREG_FIELD_TEXT ||
+                       (value->find_first_of(" ,=\"\\") == std::string::npos && printable(*value) == *value);
+    return plain ? cell(*value) : tool::quoted(*value);
+}
+
 void putField(Json& object, const std::string& name, const GlobalRegRecord& record, const GlobalRegField& field) {
     const auto value = valueText(record, field);
     if (!value) {
@@ -213,14 +246,17 @@ void putField(Json& object, const std::string& name, const GlobalRegRecord& reco
     }
 }
 
-Json recordObject(const GlobalRegRecord& record, unsigned long mask) {
-    const RecordKind& kind = kindOf(record.recordType);
-    Json object{{"type", kind.name}};
-    for (const GlobalRegField& field : kind.fields) {
+void putFields(Json& object, const GlobalRegRecord& record, unsigned long mask) {
+    for (const GlobalRegField& field : kindOf(record.recordType).fields) {
         if ((mask & field.bit) != 0) {
             putField(object, field.name, record, field);
         }
     }
+}
+
+Json recordObject(const GlobalRegRecord& record, unsigned long mask) {
+    Json object{{"type", kindOf(record.recordType).name}};
+    putFields(object, record, mask);
     return object;
 }
 
@@ -228,6 +264,12 @@ Json recordObject(const FoundRecord& found) {
     Json object = recordObject(static_cast<const GlobalRegRecord&>(found));
     putLater(object, found.later);
     return object;
+}
+
+std::string versionText(unsigned long code) {
+    char text[VERSION_TEXT_SIZE] = "";
+    (void)ossVersionCodeToString(code, text, sizeof text);
+    return text;
 }
 
 std::string keyText(const GlobalRegRecord& record) {

@@ -1,4 +1,5 @@
-// The records of the global registry for people and programs: fields by name, values as text and as JSON.
+// The records of the global registry for people and programs: fields by name, values as text and as JSON. Whoever shows
+// a record asks here how.
 #pragma once
 
 #include <genreg/GlobalRegFields.h>
@@ -16,7 +17,7 @@ namespace tool {
 struct RecordKind {
     unsigned int type;  // GLOBALREG_*
     std::string_view name;
-    unsigned long keyFields;
+    unsigned long keyFields;  // bits
     std::span<const GlobalRegField> fields;
     unsigned long known;  // the bits of all fields
 };
@@ -32,6 +33,22 @@ struct FoundRecord : GlobalRegRecord {
 // Null for a type that there is not.
 [[nodiscard]] const RecordKind* findKind(unsigned int type);
 [[nodiscard]] const RecordKind& kindOf(unsigned int type);
+// "instance", "service", "variable"; "unknown" for anything else.
+[[nodiscard]] std::string recordTypeName(unsigned int type);
+
+// The record of an image, up to the damage if there is one.
+[[nodiscard]] FoundRecord recordOfImage(std::string_view image);
+[[nodiscard]] LaterItems laterItems(std::string_view image);
+// Shows `visit` the items of an image in front of the damage.
+template <typename Visit>
+void eachItem(std::string_view image, Visit visit) {
+    for (GlobalRegItem item{}; globalRegNextItem(image.data(), image.size(), &item) == 0;) {
+        visit(item);
+    }
+}
+[[nodiscard]] std::string_view bytesOf(const GlobalRegItem& item);
+// The field's name, or the bit of an item of a later release: "0x400".
+[[nodiscard]] std::string itemName(const GlobalRegItem& item);
 
 [[nodiscard]] bool has(const GlobalRegRecord& record, const GlobalRegField& field);
 // An item of a later release for people, where fields have name and value: "0x400" and "01ff".
@@ -45,11 +62,16 @@ void putLater(Json& object, const LaterItems& items);
 [[nodiscard]] std::optional<std::string> valueText(const GlobalRegRecord& record, const GlobalRegField& field);
 // A cell of a table.
 [[nodiscard]] std::string valueCell(const GlobalRegRecord& record, const GlobalRegField& field);
+// For a line of several values: quoted where it would not read as one word.
+[[nodiscard]] std::string valueWord(const GlobalRegRecord& record, const GlobalRegField& field);
 // The value under that name; an absent field leaves the object as it is.
 void putField(Json& object, const std::string& name, const GlobalRegRecord& record, const GlobalRegField& field);
-// "type" and the fields that are there; only those of the mask. With every field, the items of a later release, too.
+// The fields that are there; only those of the mask.
+void putFields(Json& object, const GlobalRegRecord& record, unsigned long mask = ~0UL);
+// "type" and the fields. With every field, the items of a later release, too.
 [[nodiscard]] Json recordObject(const GlobalRegRecord& record, unsigned long mask = ~0UL);
 [[nodiscard]] Json recordObject(const FoundRecord& found);
+[[nodiscard]] std::string versionText(unsigned long code);
 // "instance RVN 9.7.0.2 inst1", printable.
 [[nodiscard]] std::string keyText(const GlobalRegRecord& record);
 

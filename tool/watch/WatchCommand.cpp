@@ -5,9 +5,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -16,7 +18,8 @@
 #include "base/Text.h"
 #include "base/Update.h"
 #include "global/GlobalPath.h"
-#include "watch/RegistryChanges.h"
+#include "records/RecordDiff.h"
+#include "records/Salvage.h"
 #include "watch/WatchCommand.h"
 #include "watch/Watching.h"
 
@@ -95,6 +98,79 @@ std::vector<std::string> placesOf(const std::string& path) {
     return error || real == path ? std::vector{path} : std::vector{path, real};
 }
 
+using Records = std::vector<FoundRecord>;
+
+const char* actionOf(const RecordChange& change) {
+    return change.before == nullptr ? "add" : change.after == nullptr ? "delete" : "change";
+}
+
+// Deletions first, then what is there in its order.
+std::vector<RecordChange> changesBetween(const Records& before, const Records& after) {
+    std::vector<RecordChange> changes = compareRecords(before, after);
+    std::stable_sort(changes.begin(), changes.end(),
+                     [](const RecordChange& a, const RecordChange& b) { return std::less<>()(a.after, b.after); });
+    return changes;
+}
+
+Json fieldsOf(const FoundRecord* record) {
+    if (record == nullptr) {
+        return nullptr;
+    }
+    Json object = Json::object();
+    putFields(object, *record);
+    putLater(object, record->later);
+    return object;
+}
+
+// "action", "type", "key", "changed" (names of fields), "before" and "after", null where there is none.
+Json changeObject(const RecordChange& change) {
+    const RecordKind& kind = kindOf(change.shown().recordType);
+    Json object{{"action", actionOf(change)}, {"type", kind.name}};
+    object["key"] = Json::object();
+    putFields(object["key"], change.shown(), kind.keyFields);
+    object["changed"] = Json::array();
+    for (const FieldChange& field : change.fields) {
+        const Json name = field.field == nullptr ? "unknown" : field.name;
+        if (object["changed"].empty() || object["changed"].back() != name) {
+            object["changed"].push_back(name);
+        }
+    }
+    object["before"] = fieldsOf(change.before);
+    object["after"] = fieldsOf(change.after);
+    return object;
+}
+
+std::string fieldWord(const FoundRecord& record, const FieldChange& change) {
+    return change.field != nullptr ? valueWord(record, *change.field) : laterCell(record.later, change.bit);
+}
+
+// "change   instance RVN 9.7.0.2 inst1  startAtBoot: 0 -> 1".
+std::string changeText(const RecordChange& change) {
+    const FoundRecord& record = change.shown();
+    const RecordKind& kind = kindOf(record.recordType);
+    std::string text = fmt::format("{:<7}  {}", actionOf(change), kind.name);
+    std::string values;
+    for (const GlobalRegField& field : kind.fields) {
+        if (field.key && has(record, field)) {
+            text += " " + valueWord(record, field);
+        } else if (has(record, field)) {
+            values += fmt::format(" {}={}", field.name, valueWord(record, field));
+        }
+    }
+    for (const auto& [bit, bytes] : record.later) {
+        values += fmt::format(" {}={}", laterName(bit), laterCell(bytes));
+    }
+    if (change.isChange()) {
+        values.clear();
+        for (const FieldChange& field : change.fields) {
+            values += fmt::format(" {}: {} -> {}", field.name, fieldWord(*change.before, field),
+                                  fieldWord(*change.after, field));
+        }
+    }
+    text += (values.empty() ? "" : " ") + values;
+    return change.isChange() ? text : text.substr(0, text.find_last_not_of(' ') + 1);
+}
+
 class Watcher {
 public:
     Watcher(Context& context, const Arguments& arguments, WatchSignals& signals, std::string path)
@@ -129,21 +205,21 @@ public:
 private:
     // None while the file is damaged, or being written by somebody who does not replace it: what was read before
     // stands until it can be read again. A missing file has no records.
-    std::optional<RegistryRecords> read() {
+    std::optional<Records> read() {
         try {
             if (!judgeFile(path_, "watch it", false)) {
-                return RegistryRecords();
+                return Records();
             }
             const std::string bytes = readFile(path_, "watch it");
-            const RegistryBytes parts = takeApart(bytes, true);
-            if (parts.isSound()) {
+            const SalvagedRegistry registry = takeApart(bytes, true);
+            if (registry.isSound()) {
                 refused_.clear();
-                return recordsOf(parts);
+                return registry.records();
             }
-            tellOnce(damageText(parts) + "; see genreg dump");
+            tellOnce(damageText(registry) + "; see genreg dump");
         } catch (const Failure& failure) {
             if (failure.kind == "missing") {
-                return RegistryRecords();
+                return Records();
             }
             tellOnce(failure.message);
         }
@@ -162,10 +238,9 @@ private:
         if (!records) {
             return;
         }
-        const std::vector<RegistryChange> changes = changesBetween(records_, *records);
-        records_ = std::move(*records);
+        std::swap(records_, *records);
         Output& output = context_.output;
-        for (const RegistryChange& change : changes) {
+        for (const RecordChange& change : changesBetween(*records, records_)) {
             Json object{{"time", now()}};
             object.update(changeObject(change));
             if (output.style.json) {
@@ -180,10 +255,10 @@ private:
         }
     }
 
-    void react(const RegistryChange& change, const Json& object) {
+    void react(const RecordChange& change, const Json& object) {
         Json input{{"schema", 1}};
         input.update(object);
-        std::vector<std::string> variables{fmt::format("GENREG_ACTION={}", change.action()),
+        std::vector<std::string> variables{fmt::format("GENREG_ACTION={}", actionOf(change)),
                                            fmt::format("GENREG_TYPE={}", object["type"].get<std::string>()),
                                            fmt::format("GENREG_PATH={}", path_)};
         for (const auto& [name, value] : object["key"].items()) {
@@ -206,7 +281,7 @@ private:
     WatchSignals& signals_;
     std::string path_;
     DirectoryNews news_;  // from before the first reading on
-    RegistryRecords records_;
+    Records records_;
     std::string refused_;
 };
 

@@ -1,0 +1,282 @@
+#include "records/Salvage.h"
+
+#include <fmt/core.h>
+#include <genreg/Constants.h>
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+#include "base/DiskFiles.h"
+#include "base/Text.h"
+
+namespace tool {
+namespace {
+
+bool isVariable(std::string_view payload) {
+    return variableOf(payload).has_value();
+}
+
+bool isGlobal(std::string_view payload) {
+    return globalRegCheckImage(payload.data(), payload.size(), nullptr) == 0;
+}
+
+// Whether it is a record of the global registry by its first words, sound or not: of a known type, with a key.
+bool saysGlobal(std::string_view payload) {
+    GlobalRegRecord record;
+    (void)globalRegReadImage(payload.data(), payload.size(), &record);
+    const RecordKind* kind = findKind(record.recordType);
+    return kind != nullptr && (~record.fieldMask & kind->keyFields) == 0;
+}
+
+// The records behind the header, of one byte order.
+class Body {
+public:
+    Body(std::string_view bytes, const GenRegLayout& layout) : bytes_(bytes), layout_(layout) {}
+
+    // Follows the lengths. Whether they lead to the end; `visit` is given each payload on the way.
+    template <typename Visit>
+    bool follow(Visit visit) const {
+        GenRegFrame frame{};
+        std::size_t at = start();
+        for (; fits(at, &frame); at = frame.end) {
+            visit(payloadOf(frame));
+        }
+        return at == end();
+    }
+    // Whether a frame begins there that ends within the bytes.
+    bool fits(std::size_t at, GenRegFrame* frame) const {
+        return genregReadFrame(bytes_.data(), bytes_.size(), layout_.features, at, frame) == 0;
+    }
+    static std::string_view payloadOf(const GenRegFrame& frame) {
+        return {static_cast<const char*>(frame.payload), frame.length};
+    }
+    [[nodiscard]] std::size_t start() const { return layout_.records; }
+    [[nodiscard]] std::size_t end() const { return bytes_.size(); }
+
+    // Where the next sound record from there on begins; the limit when there is none before it.
+    [[nodiscard]] std::size_t search(std::size_t at, std::size_t limit, bool (*sound)(std::string_view)) const {
+        GenRegFrame frame{};
+        while (at < limit && !(fits(at, &frame) && sound(payloadOf(frame)))) {
+            ++at;
+        }
+        return std::min(at, limit);
+    }
+
+private:
+    std::string_view bytes_;
+    const GenRegLayout& layout_;
+};
+
+RegistryContent judge(const Body& body, bool expectGlobal) {
+    bool anyGlobal = false;
+    bool anySaysGlobal = false;
+    bool anyFrame = false;
+    bool allVariables = true;
+    const bool complete = body.follow([&](std::string_view payload) {
+        anyFrame = true;
+        anyGlobal = anyGlobal || isGlobal(payload);
+        anySaysGlobal = anySaysGlobal || saysGlobal(payload);
+        allVariables = allVariables && isVariable(payload);
+    });
+    if (anyGlobal || (!complete && body.search(body.start(), body.end(), isGlobal) != body.end())) {
+        return RegistryContent::GLOBAL;
+    }
+    if ((anyFrame && allVariables) || (!complete && body.search(body.start(), body.end(), isVariable) != body.end())) {
+        return RegistryContent::VARIABLES;
+    }
+    return expectGlobal || anySaysGlobal ? RegistryContent::GLOBAL : RegistryContent::OTHER;
+}
+
+// What a payload that is not sound has wrong, and where within it.
+std::string payloadDamage(RegistryContent content, std::string_view payload, std::size_t* where) {
+    *where = 0;
+    if (content != RegistryContent::GLOBAL) {
+        return payload.size() == sizeof(GenRegBinVarValRecord) ? "name or comment has no end"
+                                                               : "this is no variable of 36 bytes";
+    }
+    GlobalRegItem item{};
+    std::string last;
+    int items = 0;
+    unsigned int code = 0;
+    while ((code = globalRegNextItem(payload.data(), payload.size(), &item)) == 0) {
+        last = itemName(item);
+        ++items;
+    }
+    *where = item.offset;
+    GlobalRegRecord record;
+    (void)globalRegReadImage(payload.data(), payload.size(), &record);
+    if (code == REG_UNKNOWN_RECORD_TYPE) {
+        return fmt::format("there is no record type {}", record.recordType);
+    }
+    if (item.offset == 0) {
+        return fmt::format("the record is too short: {}", counted(payload.size(), "byte"));
+    }
+    if (items == std::popcount(record.fieldMask << 1U)) {  // the highest bit has no item
+        return "the record ends before its frame does";
+    }
+    return last.empty() ? "the first field does not fit" : fmt::format("the field behind {} does not fit", last);
+}
+
+class Dissection {
+public:
+    Dissection(const Body& body, RegistryContent content) : body_(body), content_(content) {}
+
+    std::vector<RegistryPart> parts() {
+        for (std::size_t at = body_.start(); at < body_.end();) {
+            at = takePart(at);
+        }
+        return std::move(parts_);
+    }
+
+private:
+    [[nodiscard]] bool sound(std::string_view payload) const {
+        return content_ == RegistryContent::OTHER ||
+               (content_ == RegistryContent::GLOBAL ? isGlobal(payload) : isVariable(payload));
+    }
+    // The next sound record between the two, or the latter.
+    [[nodiscard]] std::size_t search(std::size_t at, std::size_t limit) const {
+        return content_ == RegistryContent::OTHER
+                   ? limit
+                   : body_.search(at, limit, content_ == RegistryContent::GLOBAL ? isGlobal : isVariable);
+    }
+    // Whether the length of a frame whose record is not sound may be believed: it leads to the end or to a sound
+    // record, and past none.
+    [[nodiscard]] bool isCredible(std::size_t at, std::size_t next) const {
+        GenRegFrame frame{};
+        const bool leadsOn = next == body_.end() || (body_.fits(next, &frame) && sound(Body::payloadOf(frame)));
+        return leadsOn && search(at + 1, next) == next;
+    }
+
+    std::size_t takePart(std::size_t at) {
+        RegistryPart part;
+        part.offset = at;
+        part.damageOffset = at;
+        part.damageCode = REG_FRAME_TRUNCATED;
+        GenRegFrame frame{};
+        const bool whole = body_.fits(at, &frame);
+        std::size_t next = frame.end;
+        if (whole) {
+            const std::string_view payload = Body::payloadOf(frame);
+            const bool good = sound(payload);
+            part.framed = good || isCredible(at, next);
+            part.payload = part.framed ? payload : std::string_view();
+            if (!part.framed) {
+                part.damage = fmt::format("the length says {}, where no record ends", counted(payload.size(), "byte"));
+            } else if (!good) {
+                std::size_t where = 0;
+                part.damage = payloadDamage(content_, payload, &where);
+                part.damageOffset = at + REG_FRAME_LENGTH_SIZE + where;
+                part.damageCode = part.isOfUnknownType() ? REG_UNKNOWN_RECORD_TYPE : REG_UNPACK_FAILED;
+            }
+        } else if (body_.end() - at < REG_FRAME_LENGTH_SIZE) {
+            part.damage = "the file ends inside a length";
+        } else {
+            part.damage = fmt::format("the length says {}, and the file ends after {}", counted(frame.length, "byte"),
+                                      counted(body_.end() - at - REG_FRAME_LENGTH_SIZE, "byte"));
+        }
+        if (!part.framed) {
+            next = search(at + 1, body_.end());
+        }
+        part.size = next - at;
+        parts_.push_back(std::move(part));
+        return next;
+    }
+
+    const Body& body_;
+    RegistryContent content_;
+    std::vector<RegistryPart> parts_;
+};
+
+}  // namespace
+
+bool RegistryPart::isOfUnknownType() const {
+    return framed && globalRegCheckImage(payload.data(), payload.size(), nullptr) == REG_UNKNOWN_RECORD_TYPE;
+}
+
+std::vector<FoundRecord> SalvagedRegistry::records() const {
+    std::vector<FoundRecord> records;
+    for (const RegistryPart& part : parts) {
+        if (content == RegistryContent::GLOBAL && part.framed && part.damage.empty()) {
+            records.push_back(recordOfImage(part.payload));
+        }
+    }
+    return records;
+}
+
+std::vector<RegistryDamage> SalvagedRegistry::damages() const {
+    std::vector<RegistryDamage> all;
+    if (!headerFits) {
+        all.push_back({0, 0, REG_CHECKSUM_DIFFERS,
+                       fmt::format("the checksum header says {}, and the bytes behind it give {}", layout.stated,
+                                   layout.computed)});
+    }
+    for (const RegistryPart& part : parts) {
+        if (!part.damage.empty()) {
+            all.push_back({part.damageOffset, part.offset, part.damageCode, part.damage});
+        }
+    }
+    return all;
+}
+
+bool isBinary(std::string_view bytes) {
+    constexpr std::size_t LONGEST_START = 12;  // within which a checksum header ends
+    const std::size_t null = bytes.find('\0');
+    return null < REG_FRAME_LENGTH_SIZE ||
+           (null <= LONGEST_START && bytes.substr(0, null).find('\n') == std::string_view::npos);
+}
+
+unsigned long layoutFeatures(const std::string& path) {
+    std::string bytes;
+    try {
+        bytes = readFile(path, "read it");
+    } catch (const Failure&) {
+        return 0;
+    }
+    GenRegLayout layout{};
+    (void)genregReadLayout(bytes.data(), bytes.size(), &layout);
+    return layout.features;
+}
+
+std::optional<GenRegBinVarValRecord> variableOf(std::string_view payload) {
+    GenRegBinVarValRecord record{};
+    const auto ends = [](const auto& text) { return std::memchr(text, '\0', sizeof text) != nullptr; };
+    if (payload.size() != sizeof record) {
+        return std::nullopt;
+    }
+    std::memcpy(&record, payload.data(), sizeof record);
+    const bool sound = record.variable[0] != '\0' && ends(record.variable) && ends(record.comment);
+    return sound ? std::optional(record) : std::nullopt;
+}
+
+std::string damageText(const SalvagedRegistry& registry) {
+    const std::vector<RegistryDamage> all = registry.damages();
+    const RegistryDamage& first = all.front();
+    return fmt::format("damaged {}at offset {}{}: {}",
+                       all.size() == 1 ? "" : fmt::format("in {} places, the first ", all.size()), first.offset,
+                       first.part == first.offset ? "" : fmt::format(" (in the frame at {})", first.part), first.why);
+}
+
+Failure damageFailure(const std::string& path, const SalvagedRegistry& registry) {
+    Failure failure;
+    failure.kind = "damaged";
+    failure.exitStatus = EXIT_DAMAGED;
+    failure.code = registry.damages().front().code;
+    failure.path = path;
+    failure.message = fmt::format("{}: {}", printable(path), damageText(registry));
+    failure.hint = fmt::format(
+        "keep a copy of the file; genreg dump {} shows the damage, genreg diff what a .bkp, .cor or saved one has",
+        shellWord(path));
+    return failure;
+}
+
+SalvagedRegistry takeApart(std::string_view bytes, bool expectGlobal) {
+    SalvagedRegistry registry;
+    registry.headerFits = genregReadLayout(bytes.data(), bytes.size(), &registry.layout) == 0;
+    const Body body(bytes, registry.layout);
+    registry.content = judge(body, expectGlobal);
+    registry.parts = Dissection(body, registry.content).parts();
+    return registry;
+}
+
+}  // namespace tool
