@@ -1,5 +1,6 @@
 #include "genreg/global/InfoTransaction.h"
 
+#include <bit>
 #include <memory>
 
 #include "genreg/core/FunctionTrace.h"
@@ -16,12 +17,7 @@ static_assert(INSTANCE_VERSION_CODE == VERSION_BIT && SERVICE_VERSION_CODE == VE
 static_assert(INSTANCE_NAME == THIRD_BIT && SERVICE_PATH == THIRD_BIT);
 
 const GlobalRegField& fieldOf(const InfoSchema& schema, unsigned long bit) noexcept {
-    const RecordType& type = *recordTypeOf(schema.recordType);
-    unsigned long index = 0;
-    while (type.fields[index].bit != bit) {
-        ++index;
-    }
-    return type.fields[index];
+    return schema.fields[static_cast<unsigned long>(std::countr_zero(bit))];
 }
 
 // Sets a field that is worth recording: an empty text and a number of 0 are left out.
@@ -55,13 +51,14 @@ unsigned long memberValue(const char* member, unsigned long size) noexcept {
 void recordFromInfo(const InfoSchema& schema, const void* info, GlobalRegRecord* record) noexcept {
     *record = {};
     record->recordType = schema.recordType;
-    for (const InfoMember& member : schema.members) {
-        const GlobalRegField& field = fieldOf(schema, member.bit);
-        const char* source = static_cast<const char*>(info) + member.offset;
+    for (unsigned long index = 0; index < schema.fields.size(); ++index) {
+        const GlobalRegField& field = schema.fields[index];
+        const InfoMember& place = schema.members[index];
+        const char* source = static_cast<const char*>(info) + place.member.offset;
         if (field.kind == GLOBALREG_FIELD_TEXT) {
             putText(field, source, record);
-        } else if (member.flag != 0) {
-            putValue(field, (memberValue(source, sizeof member.flag) & member.flag) != 0 ? 1 : 0, record);
+        } else if (place.flag != 0) {
+            putValue(field, (memberValue(source, sizeof place.flag) & place.flag) != 0 ? 1 : 0, record);
         } else {
             putValue(field, memberValue(source, field.capacity), record);
         }
@@ -69,18 +66,19 @@ void recordFromInfo(const InfoSchema& schema, const void* info, GlobalRegRecord*
 }
 
 void infoFromRecord(const InfoSchema& schema, const GlobalRegRecord& record, void* info) noexcept {
-    for (const InfoMember& member : schema.members) {
-        const GlobalRegField& field = fieldOf(schema, member.bit);
-        char* target = static_cast<char*>(info) + member.offset;
+    for (unsigned long index = 0; index < schema.fields.size(); ++index) {
+        const GlobalRegField& field = schema.fields[index];
+        const InfoMember& place = schema.members[index];
+        char* target = static_cast<char*>(info) + place.member.offset;
         if (field.kind == GLOBALREG_FIELD_TEXT) {
             setText(target, field.capacity, memberOf(record, field));
-        } else if (member.flag != 0) {
+        } else if (place.flag != 0) {
             // kept: a flag is only ever set; callers zero the word first.
             unsigned long flags = memberValue(target, sizeof flags);
-            flags |= valueOf(record, field) == 1 ? member.flag : 0;
+            flags |= valueOf(record, field) == 1 ? place.flag : 0;
             std::memcpy(target, &flags, sizeof flags);
         } else if (field.kind == GLOBALREG_FIELD_FLAG && (record.fieldMask & field.bit) == 0) {
-            *target = member.absent;
+            *target = place.absent;
         } else {
             std::memcpy(target, memberOf(record, field), field.capacity);
         }

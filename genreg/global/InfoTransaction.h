@@ -5,22 +5,40 @@
 #include <genreg/GlobalReg.h>
 
 #include <span>
+#include <string_view>
 
 #include "genreg/core/Functions.h"
+#include "genreg/global/FieldTable.h"
 
 namespace genreg {
 
-// Where a field of the record stands in the family's structure.
+// The place of a field in the family's structure; line n of its table is that of the record's field n.
 struct InfoMember {
-    unsigned long bit;     // of the record's field
-    unsigned long offset;  // in the structure; the member is of the field's type
-    unsigned long flag;    // not 0: the member is a word of flags, this bit of it stands for a number of 1
-    char absent;           // what a flag character reads when the record has none
+    FieldMember member;
+    unsigned long flag = 0;  // not 0: the member is a word of flags, this bit of it stands for a number of 1
+    char absent = 0;         // what a flag character reads when the record has none
 };
+
+// Whether each field has its place, under its name and of its type and size.
+consteval bool holdEach(std::span<const InfoMember> members, std::span<const GlobalRegField> fields) {
+    for (unsigned long index = 0; index < members.size() && index < fields.size(); ++index) {
+        const auto& [member, flag, absent] = members[index];
+        const GlobalRegField& field = fields[index];
+        const bool same = member.kind == field.kind && member.capacity == field.capacity &&
+                          std::string_view(member.name) == field.name;
+        const bool flagOfWord = flag != 0 && member.capacity == sizeof flag && field.kind == GLOBALREG_FIELD_NUMBER &&
+                                field.refusedCode != 0;
+        if (!same && !flagOfWord) {
+            return false;
+        }
+    }
+    return members.size() == fields.size();
+}
 
 struct InfoSchema {
     unsigned int recordType;
     unsigned long key;  // bits that name one record
+    std::span<const GlobalRegField> fields;
     std::span<const InfoMember> members;
     unsigned int infoNull;
     unsigned int addFailed;

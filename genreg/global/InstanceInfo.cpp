@@ -1,7 +1,5 @@
 #include <genreg/InstanceInfo.h>
 
-#include <cstddef>
-
 #include "genreg/global/InfoTransaction.h"
 
 namespace genreg {
@@ -10,21 +8,23 @@ namespace {
 using Info = OSSInstanceInfo_t;
 
 constexpr InfoMember MEMBERS[] = {
-    {INSTANCE_SERVICE, offsetof(Info, service), 0, 0},
-    {INSTANCE_VERSION_CODE, offsetof(Info, versionCode), 0, 0},
-    {INSTANCE_NAME, offsetof(Info, instanceName), 0, 0},
-    {INSTANCE_PATH, offsetof(Info, instancePath), 0, 0},
-    {INSTANCE_USAGE, offsetof(Info, usage), 0, 0},
-    {INSTANCE_START_AT_BOOT, offsetof(Info, flags), INSTANCE_INFO_START_AT_BOOT, 0},
-    {INSTANCE_MAINTENANCE, offsetof(Info, flags), INSTANCE_INFO_MAINTENANCE, 0},
-    {INSTANCE_EXTRA_PATH, offsetof(Info, extraPath), 0, 0},
-    {INSTANCE_EXTRA_NAME, offsetof(Info, extraName), 0, 0},
-    {INSTANCE_COMMENT, offsetof(Info, comment), 0, 0},
+    {MEMBER(Info, service)},
+    {MEMBER(Info, versionCode)},
+    {MEMBER(Info, instanceName)},
+    {MEMBER(Info, instancePath)},
+    {MEMBER(Info, usage)},
+    {MEMBER(Info, flags), INSTANCE_INFO_START_AT_BOOT},
+    {MEMBER(Info, flags), INSTANCE_INFO_MAINTENANCE},
+    {MEMBER(Info, extraPath)},
+    {MEMBER(Info, extraName)},
+    {MEMBER(Info, comment)},
 };
+static_assert(holdEach(MEMBERS, INSTANCE_FIELDS), "a field has no member of its name, type and size");
 
 constexpr InfoSchema INSTANCES = {
     .recordType = GLOBALREG_INSTANCE,
-    .key = INSTANCE_SERVICE | INSTANCE_VERSION_CODE | INSTANCE_NAME,
+    .key = keyOf(INSTANCE_FIELDS),
+    .fields = INSTANCE_FIELDS,
     .members = MEMBERS,
     .infoNull = REG_INSTANCE_INFO_NULL,
     .addFailed = REG_ADD_INSTANCE_FAILED,

@@ -1,7 +1,5 @@
 #include <genreg/ServiceInfo.h>
 
-#include <cstddef>
-
 #include "genreg/global/InfoTransaction.h"
 
 namespace genreg {
@@ -10,21 +8,17 @@ namespace {
 using Info = OSSServiceInfo_t;
 
 constexpr InfoMember MEMBERS[] = {
-    {SERVICE_SERVICE, offsetof(Info, service), 0, 0},
-    {SERVICE_VERSION_CODE, offsetof(Info, versionCode), 0, 0},
-    {SERVICE_PATH, offsetof(Info, servicePath), 0, 0},
-    {SERVICE_ALT_PATH, offsetof(Info, serviceAltPath), 0, 0},
-    {SERVICE_TEXT, offsetof(Info, serviceText), 0, 0},
-    {SERVICE_FIXPACK_NUMBER, offsetof(Info, fixpackNumber), 0, 0},
-    {SERVICE_NUMBER1, offsetof(Info, serviceNumber1), 0, 0},
-    {SERVICE_FLAG, offsetof(Info, serviceFlag), 0, ' '},
-    {SERVICE_NUMBER2, offsetof(Info, serviceNumber2), 0, 0},
-    {SERVICE_NUMBER3, offsetof(Info, serviceNumber3), 0, 0},
+    {MEMBER(Info, service)},        {MEMBER(Info, versionCode)},         {MEMBER(Info, servicePath)},
+    {MEMBER(Info, serviceAltPath)}, {MEMBER(Info, serviceText)},         {MEMBER(Info, fixpackNumber)},
+    {MEMBER(Info, serviceNumber1)}, {MEMBER(Info, serviceFlag), 0, ' '}, {MEMBER(Info, serviceNumber2)},
+    {MEMBER(Info, serviceNumber3)},
 };
+static_assert(holdEach(MEMBERS, SERVICE_FIELDS), "a field has no member of its name, type and size");
 
 constexpr InfoSchema SERVICES = {
     .recordType = GLOBALREG_SERVICE,
-    .key = SERVICE_SERVICE | SERVICE_VERSION_CODE,
+    .key = keyOf(SERVICE_FIELDS),
+    .fields = SERVICE_FIELDS,
     .members = MEMBERS,
     .infoNull = REG_SERVICE_INFO_NULL,
     .addFailed = REG_ADD_SERVICE_FAILED,
