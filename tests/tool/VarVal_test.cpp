@@ -100,13 +100,6 @@ TEST_F(VarVal, CommentsAreSetKeptAndRemoved) {
     EXPECT_EQ(read("f"), "a = 1 # n\xc3\xa9w\nb = 2\nc = 3 # x # y\n");
 }
 
-TEST_F(VarVal, ALineWithAHiddenEndIsNotWritten) {
-    const std::string hidden("nul = 1\0more\nlast = 1", 21);
-    write("f", hidden);
-    EXPECT_EQ(status("varval set f nul 2"), 6);
-    EXPECT_EQ(read("f"), hidden);
-}
-
 TEST_F(VarVal, AValueReadsBackAsGivenOrIsRefused) {
     const std::string before = "a = 1 # c\n";
     const std::string fits(2046 - std::string("a =  # c").size(), 'x');
