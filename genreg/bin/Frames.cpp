@@ -9,11 +9,9 @@
 #include "genreg/core/Append.h"
 #include "platform/posix/Posix.h"
 
-using genreg::Frame;
-using genreg::FRAME_LENGTH_SIZE;
-using genreg::RecordBuffer;
+namespace genreg {
 
-unsigned int GenRegBinFrames::next(genreg::Input& input, Frame* frame) noexcept {
+unsigned int BinFrames::next(Input& input, Frame* frame) noexcept {
     const std::size_t head = input.fill(FRAME_LENGTH_SIZE);
     if (input.error() != 0) {
         return trace_.fail(400, REG_FRAME_LENGTH_READ_FAILED, input.error());
@@ -24,7 +22,7 @@ unsigned int GenRegBinFrames::next(genreg::Input& input, Frame* frame) noexcept 
     if (head < FRAME_LENGTH_SIZE) {
         return trace_.fail(410, REG_FRAME_TRUNCATED);
     }
-    const std::size_t length = genreg::decodeLength(has(REG_FEATURE_BIG_ENDIAN), input.data());
+    const std::size_t length = decodeLength(has(REG_FEATURE_BIG_ENDIAN), input.data());
     if (length > input.size() - input.offset() - FRAME_LENGTH_SIZE) {
         return trace_.fail(420, REG_FRAME_TRUNCATED);
     }
@@ -37,49 +35,49 @@ unsigned int GenRegBinFrames::next(genreg::Input& input, Frame* frame) noexcept 
     return 0;
 }
 
-unsigned long GenRegBinFrames::maxRecordSize() const noexcept {
+unsigned long BinFrames::maxRecordSize() const noexcept {
     unsigned long size = 0;
     (void)engine_.getMaxRecordSize(&size);
     return size;
 }
 
-bool GenRegBinFrames::checksImages() const noexcept {
+bool BinFrames::checksImages() const noexcept {
     return has(REG_FEATURE_PACKED) && engine_.checkPacked != nullptr &&
            engine_.getPackedRecordSize == engine_.judgedPackedSize_;
 }
 
-bool GenRegBinFrames::unpacksChecked() const noexcept {
+bool BinFrames::unpacksChecked() const noexcept {
     return checksImages() && engine_.unpackRecord == engine_.judgedUnpack_;
 }
 
-bool GenRegBinFrames::matchesChecked() const noexcept {
-    return unpacksChecked() && engine_.matchRecord == engine_.judgedMatch_ && !genreg::isTraced();
+bool BinFrames::matchesChecked() const noexcept {
+    return unpacksChecked() && engine_.matchRecord == engine_.judgedMatch_ && !isTraced();
 }
 
-bool GenRegBinFrames::packsChecked() const noexcept {
+bool BinFrames::packsChecked() const noexcept {
     return checksImages() && engine_.packRecord == engine_.judgedPack_;
 }
 
-unsigned int GenRegBinFrames::checkImage(const Frame& frame) noexcept {
+unsigned int BinFrames::checkImage(const Frame& frame) noexcept {
     const unsigned int rc = engine_.checkPacked(frame.payload, frame.length);
     return rc == 0 ? 0 : trace_.fail(450, REG_UNPACK_FAILED, rc);
 }
 
-unsigned int GenRegBinFrames::check(const Frame& frame) noexcept {
+unsigned int BinFrames::check(const Frame& frame) noexcept {
     return unpacksChecked() ? checkImage(frame) : 0;
 }
 
-bool GenRegBinFrames::mayMatch(unsigned long mask, const Frame& frame, const void* key) const noexcept {
+bool BinFrames::mayMatch(unsigned long mask, const Frame& frame, const void* key) const noexcept {
     return !matchesChecked() || engine_.packedMayMatch == nullptr || engine_.unpackRecord == nullptr ||
            engine_.packedMayMatch(mask, frame.payload, frame.length, key);
 }
 
-bool GenRegBinFrames::surelyEqual(const Frame& a, const Frame& b) const noexcept {
+bool BinFrames::surelyEqual(const Frame& a, const Frame& b) const noexcept {
     // A schema that looks into images promises that equal ones are equal records.
     return matchesChecked() && a.length == b.length && std::memcmp(a.payload, b.payload, a.length) == 0;
 }
 
-unsigned int GenRegBinFrames::unpack(const Frame& frame, RecordBuffer& record) noexcept {
+unsigned int BinFrames::unpack(const Frame& frame, RecordBuffer& record) noexcept {
     const bool packed = has(REG_FEATURE_PACKED);
     if (packed && engine_.unpackRecord == nullptr) {
         return trace_.fail(460, REG_NO_UNPACK_RECORD);
@@ -102,11 +100,11 @@ unsigned int GenRegBinFrames::unpack(const Frame& frame, RecordBuffer& record) n
     return rc == 0 ? 0 : trace_.fail(470, REG_UNPACK_FAILED, rc);
 }
 
-unsigned int GenRegBinFrames::checkMatch() noexcept {
+unsigned int BinFrames::checkMatch() noexcept {
     return engine_.matchRecord != nullptr ? 0 : trace_.fail(480, REG_NO_MATCH_RECORD);
 }
 
-unsigned int GenRegBinFrames::payloadSize(void* record, unsigned long* size) noexcept {
+unsigned int BinFrames::payloadSize(void* record, unsigned long* size) noexcept {
     if (has(REG_FEATURE_PACKED)) {
         if (engine_.getPackedRecordSize == nullptr) {
             return trace_.fail(490, REG_NO_GET_PACKED_RECORD_SIZE);
@@ -128,9 +126,9 @@ unsigned int GenRegBinFrames::payloadSize(void* record, unsigned long* size) noe
     return 0;
 }
 
-bool GenRegBinFrames::writeBytes(std::FILE* stream, const void* payload, unsigned long size, bool inPlace) noexcept {
+bool BinFrames::writeBytes(std::FILE* stream, const void* payload, unsigned long size, bool inPlace) noexcept {
     char head[FRAME_LENGTH_SIZE];
-    genreg::encodeLength(has(REG_FEATURE_BIG_ENDIAN), static_cast<unsigned int>(size), head);
+    encodeLength(has(REG_FEATURE_BIG_ENDIAN), static_cast<unsigned int>(size), head);
     if (!inPlace) {
         return posix::writeUnlocked(stream, head, sizeof head) && posix::writeUnlocked(stream, payload, size);
     }
@@ -141,12 +139,12 @@ bool GenRegBinFrames::writeBytes(std::FILE* stream, const void* payload, unsigne
     auto* const bytes = static_cast<char*>(whole.get());
     std::memcpy(bytes, head, sizeof head);
     std::memcpy(bytes + sizeof head, payload, size);
-    return genreg::appendWhole(stream, bytes, sizeof head + size);
+    return appendWhole(stream, bytes, sizeof head + size);
 }
 
 // A schema that looks into images takes the previous one where it lies, checked. Any other function may look at it as a
 // structure and knows no length: it gets an aligned copy of its own, as large as the largest record.
-unsigned int GenRegBinFrames::previousImage(const Frame* previous, void** image) noexcept {
+unsigned int BinFrames::previousImage(const Frame* previous, void** image) noexcept {
     *image = nullptr;
     if (previous == nullptr) {
         return 0;
@@ -165,8 +163,8 @@ unsigned int GenRegBinFrames::previousImage(const Frame* previous, void** image)
     return 0;
 }
 
-unsigned int GenRegBinFrames::packAndWrite(std::FILE* stream, RecordBuffer& record, const Frame* previous,
-                                           unsigned int writeFailed, bool inPlace) noexcept {
+unsigned int BinFrames::packAndWrite(std::FILE* stream, RecordBuffer& record, const Frame* previous,
+                                     unsigned int writeFailed, bool inPlace) noexcept {
     if (engine_.packRecord == nullptr) {
         return trace_.fail(530, REG_NO_PACK_RECORD);
     }
@@ -179,11 +177,11 @@ unsigned int GenRegBinFrames::packAndWrite(std::FILE* stream, RecordBuffer& reco
     if (const unsigned int rc = record.handTo(pack, 0)) {
         return trace_.fail(540, REG_PACK_FAILED, rc);
     }
-    return write(stream, record.get(), genreg::ANY_SIZE, writeFailed, inPlace);
+    return write(stream, record.get(), ANY_SIZE, writeFailed, inPlace);
 }
 
-unsigned int GenRegBinFrames::write(std::FILE* stream, void* record, unsigned long room, unsigned int writeFailed,
-                                    bool inPlace) noexcept {
+unsigned int BinFrames::write(std::FILE* stream, void* record, unsigned long room, unsigned int writeFailed,
+                              bool inPlace) noexcept {
     unsigned long size = 0;
     if (const unsigned int rc = payloadSize(record, &size)) {
         return trace_.fail(550, writeFailed, rc);
@@ -194,12 +192,12 @@ unsigned int GenRegBinFrames::write(std::FILE* stream, void* record, unsigned lo
     return writeBytes(stream, record, size, inPlace) ? 0 : trace_.fail(560, writeFailed, ossErrorMapSystem(errno));
 }
 
-unsigned int GenRegBinFrames::carry(const Frame& frame, RecordBuffer& record, bool unpacked) noexcept {
+unsigned int BinFrames::carry(const Frame& frame, RecordBuffer& record, bool unpacked) noexcept {
     const bool packed = has(REG_FEATURE_PACKED);
     const bool lengthFits = frame.length >= REG_MIN_RECORD_SIZE && frame.length <= REG_MAX_RECORD_SIZE;
     const bool slots =
         engine_.packRecord != nullptr && engine_.unpackRecord != nullptr && engine_.getPackedRecordSize != nullptr;
-    const bool alike = lengthFits && slots && unpacksChecked() && packsChecked() && !genreg::isTraced() &&
+    const bool alike = lengthFits && slots && unpacksChecked() && packsChecked() && !isTraced() &&
                        engine_.packsAlike != nullptr && engine_.packsAlike(frame.payload, frame.length);
     if (!alike) {
         if (!unpacked) {
@@ -214,3 +212,5 @@ unsigned int GenRegBinFrames::carry(const Frame& frame, RecordBuffer& record, bo
                ? 0
                : trace_.fail(590, REG_COPY_WRITE_FAILED, ossErrorMapSystem(errno));
 }
+
+}  // namespace genreg

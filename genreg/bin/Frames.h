@@ -16,26 +16,24 @@ namespace genreg {
 constexpr const char* BIN_TAG = "GenRegBin";  // for the platform's books of memory
 constexpr unsigned long ANY_SIZE = ~0UL;      // of a record whose buffer is the caller's or the schema's to size
 
-}  // namespace genreg
-
-class GenRegBinFrames {
+class BinFrames {
 public:
-    GenRegBinFrames(GenRegBin& engine, genreg::FunctionTrace& trace) noexcept : engine_(engine), trace_(trace) {}
+    BinFrames(GenRegBin& engine, FunctionTrace& trace) noexcept : engine_(engine), trace_(trace) {}
 
     // 0; REG_NO_MORE_RECORDS, which is no failure; REG_FRAME_TRUNCATED; REG_FRAME_LENGTH_READ_FAILED;
     // REG_FRAME_PAYLOAD_READ_FAILED. Nothing is read or allocated for a length that the file cannot hold. The frame is
     // valid until the next one of the same input.
-    [[nodiscard]] unsigned int next(genreg::Input& input, genreg::Frame* frame) noexcept;
+    [[nodiscard]] unsigned int next(Input& input, Frame* frame) noexcept;
 
     // Refuses an image whose lengths lie; REG_UNPACK_FAILED.
-    [[nodiscard]] unsigned int check(const genreg::Frame& frame) noexcept;
+    [[nodiscard]] unsigned int check(const Frame& frame) noexcept;
     // False when the record of the checked frame surely does not match, told without unpacking it.
-    [[nodiscard]] bool mayMatch(unsigned long mask, const genreg::Frame& frame, const void* key) const noexcept;
+    [[nodiscard]] bool mayMatch(unsigned long mask, const Frame& frame, const void* key) const noexcept;
     // The record of the checked frame into the buffer (GetMaxRecordSize bytes or more; replaced when the frame is
     // larger). REG_NO_UNPACK_RECORD, REG_UNPACK_FAILED, REG_READ_FAILED when there is no memory.
-    [[nodiscard]] unsigned int unpack(const genreg::Frame& frame, genreg::RecordBuffer& record) noexcept;
+    [[nodiscard]] unsigned int unpack(const Frame& frame, RecordBuffer& record) noexcept;
     // Whether the two checked frames hold equal records for certain.
-    [[nodiscard]] bool surelyEqual(const genreg::Frame& a, const genreg::Frame& b) const noexcept;
+    [[nodiscard]] bool surelyEqual(const Frame& a, const Frame& b) const noexcept;
 
     // Whether matching is possible: REG_NO_MATCH_RECORD.
     [[nodiscard]] unsigned int checkMatch() noexcept;
@@ -45,9 +43,8 @@ public:
 
     // Packs a record, with the image of the checked frame as the previous one when there is one, and writes it; the
     // buffer is used up. REG_NO_PACK_RECORD, REG_PACK_FAILED, REG_NO_RECORD_BUFFER, else as below.
-    [[nodiscard]] unsigned int packAndWrite(std::FILE* stream, genreg::RecordBuffer& record,
-                                            const genreg::Frame* previous, unsigned int writeFailed,
-                                            bool inPlace) noexcept;
+    [[nodiscard]] unsigned int packAndWrite(std::FILE* stream, RecordBuffer& record, const Frame* previous,
+                                            unsigned int writeFailed, bool inPlace) noexcept;
     // Writes a record (packed already where packing is on) at the size that the schema tells for it; one that would
     // reach beyond the room is refused. In place: in one write to the registry file. Any failure is the code for a
     // failed write.
@@ -55,7 +52,7 @@ public:
                                      bool inPlace) noexcept;
     // Writes the checked frame's record again: as bytes where that is what unpacking and packing would write. The
     // buffer is for the other case; unpacked tells that it holds the frame's record already.
-    [[nodiscard]] unsigned int carry(const genreg::Frame& frame, genreg::RecordBuffer& record, bool unpacked) noexcept;
+    [[nodiscard]] unsigned int carry(const Frame& frame, RecordBuffer& record, bool unpacked) noexcept;
 
     [[nodiscard]] bool has(unsigned long feature) const noexcept { return (engine_.features & feature) != 0; }
     [[nodiscard]] unsigned long maxRecordSize() const noexcept;
@@ -73,11 +70,13 @@ private:
     [[nodiscard]] bool unpacksChecked() const noexcept;
     [[nodiscard]] bool matchesChecked() const noexcept;
     [[nodiscard]] bool packsChecked() const noexcept;
-    [[nodiscard]] unsigned int checkImage(const genreg::Frame& frame) noexcept;
-    [[nodiscard]] unsigned int previousImage(const genreg::Frame* previous, void** image) noexcept;
+    [[nodiscard]] unsigned int checkImage(const Frame& frame) noexcept;
+    [[nodiscard]] unsigned int previousImage(const Frame* previous, void** image) noexcept;
     [[nodiscard]] bool writeBytes(std::FILE* stream, const void* payload, unsigned long size, bool inPlace) noexcept;
 
     GenRegBin& engine_;
-    genreg::FunctionTrace& trace_;
-    genreg::RecordBuffer previous_{"GenRegBin"};
+    FunctionTrace& trace_;
+    RecordBuffer previous_{BIN_TAG};
 };
+
+}  // namespace genreg

@@ -3,6 +3,7 @@
 #include "genreg/core/Transaction.h"
 
 using genreg::BIN_TAG;
+using genreg::BinFrames;
 using genreg::Frame;
 using genreg::Function;
 using genreg::FunctionTrace;
@@ -46,7 +47,7 @@ public:
 
 private:
     FunctionTrace& trace_;
-    GenRegBinFrames frames_;
+    BinFrames frames_;
 };
 
 unsigned int BinSearch::notFreed(unsigned int platformCode) noexcept {

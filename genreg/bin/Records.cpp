@@ -61,7 +61,7 @@ unsigned int GenRegBin::WriteRecord(std::FILE* stream, void* record) noexcept {
     if (stream == nullptr || record == nullptr) {
         return trace.fail(5, REG_NULL_POINTER);
     }
-    GenRegBinFrames frames{*this, trace};
+    genreg::BinFrames frames{*this, trace};
     unsigned long size = 0;
     if (const unsigned int rc = frames.payloadSize(record, &size)) {
         return rc;

@@ -10,6 +10,7 @@
 #include "platform/posix/Posix.h"
 
 using genreg::BIN_TAG;
+using genreg::BinFrames;
 using genreg::EVERY_FIELD;
 using genreg::FileInternals;
 using genreg::Frame;
@@ -88,7 +89,7 @@ protected:
 
     GenRegBin& engine_;
     FunctionTrace& trace_;
-    GenRegBinFrames frames_;
+    BinFrames frames_;
     UpdateCall call_;
     RecordBuffer& work_;
     RecordBuffer packed_{BIN_TAG};  // the caller's record, as it was written last

@@ -3,6 +3,7 @@
 #include "genreg/core/VerifyWalk.h"
 
 using genreg::BIN_TAG;
+using genreg::BinFrames;
 using genreg::EVERY_FIELD;
 using genreg::Frame;
 using genreg::Function;
@@ -58,7 +59,7 @@ private:
     unsigned int unreadAdded() noexcept { return trace_.fail(205, REG_VERIFY_READ_FAILED, new_.rc); }
     unsigned int unreadDropped() noexcept { return trace_.fail(215, REG_READ_FAILED, old_.rc); }
 
-    GenRegBinFrames frames_;
+    BinFrames frames_;
 };
 
 }  // namespace

@@ -69,8 +69,6 @@ struct InfoKey {
 [[nodiscard]] unsigned int openInstanceList(const char* service, void** handle, bool useDefaultPath) noexcept;
 [[nodiscard]] unsigned int openServiceList(void** handle) noexcept;
 
-}  // namespace genreg
-
 // A list handle: a registry object with an open scan, and the service that it was opened for.
 class GlobalRegList {
 public:
@@ -78,3 +76,5 @@ public:
     // Null when the list is of all services.
     [[nodiscard]] static const char* service(const GlobalReg* list) noexcept { return list->listService_; }
 };
+
+}  // namespace genreg

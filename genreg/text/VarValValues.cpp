@@ -53,7 +53,7 @@ bool toDouble(const char* text, double* value) noexcept {
 
 }  // namespace
 
-class GenRegVarValValues {
+class genreg::VarValValues {
 public:
     template <typename Value, typename Convert>
     static bool get(GenRegVarVal& registry, Function getter, const char* variable, Value* value,
@@ -103,31 +103,31 @@ private:
 
 bool GenRegVarVal::GetStringValue(const char* variable, const char** value) noexcept {
     const auto keep = [this](const char* text, const char** kept) {
-        return GenRegVarValValues::keepText(*this, text, kept);
+        return genreg::VarValValues::keepText(*this, text, kept);
     };
-    return GenRegVarValValues::get(*this, Function::GetStringValue, variable, value, keep);
+    return genreg::VarValValues::get(*this, Function::GetStringValue, variable, value, keep);
 }
 
 bool GenRegVarVal::GetBooleanValue(const char* variable, bool* value) noexcept {
-    return GenRegVarValValues::get(*this, Function::GetBooleanValue, variable, value, ossStrToBoolean);
+    return genreg::VarValValues::get(*this, Function::GetBooleanValue, variable, value, ossStrToBoolean);
 }
 
 bool GenRegVarVal::GetDoubleValue(const char* variable, double* value) noexcept {
-    return GenRegVarValValues::get(*this, Function::GetDoubleValue, variable, value, toDouble);
+    return genreg::VarValValues::get(*this, Function::GetDoubleValue, variable, value, toDouble);
 }
 
 bool GenRegVarVal::GetSint64Value(const char* variable, long* value) noexcept {
-    return GenRegVarValValues::get(*this, Function::GetSint64Value, variable, value, toLong);
+    return genreg::VarValValues::get(*this, Function::GetSint64Value, variable, value, toLong);
 }
 
 bool GenRegVarVal::GetSintValue(const char* variable, long* value) noexcept {
-    return GenRegVarValValues::get(*this, Function::GetSintValue, variable, value, toLong);
+    return genreg::VarValValues::get(*this, Function::GetSintValue, variable, value, toLong);
 }
 
 bool GenRegVarVal::GetUint64Value(const char* variable, unsigned long* value) noexcept {
-    return GenRegVarValValues::get(*this, Function::GetUint64Value, variable, value, toUnsignedLong);
+    return genreg::VarValValues::get(*this, Function::GetUint64Value, variable, value, toUnsignedLong);
 }
 
 bool GenRegVarVal::GetUintValue(const char* variable, unsigned long* value) noexcept {
-    return GenRegVarValValues::get(*this, Function::GetUintValue, variable, value, toUnsignedLong);
+    return genreg::VarValValues::get(*this, Function::GetUintValue, variable, value, toUnsignedLong);
 }

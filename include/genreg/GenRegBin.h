@@ -52,6 +52,10 @@ using GenRegPackedMayMatch = bool (*)(unsigned long mask, const void* image, uns
 // Whether unpacking this (checked) image and packing it again with itself as the previous image gives the same bytes.
 using GenRegPacksAlike = bool (*)(const void* image, unsigned long length);
 
+namespace genreg {
+class BinFrames;
+}  // namespace genreg
+
 class GENREG_EXPORT GenRegBin : public GenRegFile {
 public:
     GenRegBin() noexcept;
@@ -107,12 +111,13 @@ protected:
     void useShortcuts(GenRegCheckPacked check, GenRegPackedMayMatch mayMatch, GenRegPacksAlike alike) noexcept;
 
 private:
+    friend class genreg::BinFrames;
+
     // The slots that the shortcuts speak for.
     GenRegMatchRecord judgedMatch_ = nullptr;
     GenRegPackRecord judgedPack_ = nullptr;
     GenRegUnpackRecord judgedUnpack_ = nullptr;
     GenRegGetPackedRecordSize judgedPackedSize_ = nullptr;
     GenRegGetMaxRecordSize judgedMaxSize_ = nullptr;
-
-    friend class GenRegBinFrames;  // the loops of the operations, in the library
+    void* room_[11] = {};  // a private field more is a place less here
 };

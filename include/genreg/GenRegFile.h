@@ -25,7 +25,7 @@
 //
 // What clients compile in, here and in the engines and schemas: the size of the objects, the order and the types of the
 // protected fields, and the types of the slots. A change of one of these wants a new soname. What is private lives in
-// rooms of a fixed size and may be anything in there.
+// rooms of a fixed size, of which no client's code knows: what comes is put there, and the size stays.
 #pragma once
 
 #include <genreg/GenRegBase.h>

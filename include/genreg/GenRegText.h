@@ -106,6 +106,9 @@ protected:
     void useShortcuts(GenRegLineMayMatch mayMatch) noexcept;
 
 private:
+    friend class genreg::TextLines;
+    friend class genreg::TextSchema;
+
     struct LineSlots {
         GenRegParseLine parse;
         GenRegMatchRecord match;
@@ -116,7 +119,5 @@ private:
     bool keepsLines_ = false;
     GenRegParseLine judgedParse_ = nullptr;
     GenRegMatchRecord judgedMatch_ = nullptr;
-
-    friend class genreg::TextLines;   // the loops of the operations, in the library
-    friend class genreg::TextSchema;  // the construction of its schemas
+    void* room_[7] = {};  // a private field more is a place less here
 };

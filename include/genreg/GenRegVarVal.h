@@ -25,6 +25,10 @@ struct GenRegVarValRecord {
     char lineText[2048];  // what the three point into when the record was read
 };
 
+namespace genreg {
+class VarValValues;
+}  // namespace genreg
+
 class GENREG_EXPORT GenRegVarVal : public GenRegText {
 public:
     // *rc: 0, REG_EMPTY_ARGUMENT, REG_PATH_TOO_LONG, REG_BASE_NAME_FAILED, REG_DIRECTORY_NAME_FAILED.
@@ -58,7 +62,7 @@ public:
     static unsigned int MatchWhole(unsigned long mask, void* record, void* key) noexcept;
 
 private:
-    friend class GenRegVarValValues;  // the getters, in the library
+    friend class genreg::VarValValues;  // the getters
 
     char stringValue_[2048] = {};
 };

@@ -10,6 +10,10 @@
 
 #include <cstddef>
 
+namespace genreg {
+class GlobalRegList;
+}  // namespace genreg
+
 class GENREG_EXPORT GlobalReg : public GenRegBin {
 public:
     GlobalReg() noexcept;
@@ -41,7 +45,7 @@ public:
     static unsigned int Notify() noexcept;
 
 private:
-    friend class GlobalRegList;  // the lists of the information interface, in the library
+    friend class genreg::GlobalRegList;  // the lists of the information interface
 
     int argumentCount_ = 0;
     char** arguments_ = nullptr;

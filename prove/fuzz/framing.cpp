@@ -32,7 +32,7 @@ Walk readOneByOne(BinItems& items, std::FILE* stream) {
 Walk walkInPlace(BinItems& items, std::FILE* stream, std::size_t size) {
     Walk walk;
     genreg::FunctionTrace trace{genreg::Function::BinGet};
-    GenRegBinFrames frames{items, trace};
+    genreg::BinFrames frames{items, trace};
     genreg::Input input{::fileno(stream), 0, size};
     genreg::Frame frame = {};
     while ((walk.end = frames.next(input, &frame)) == 0) {
