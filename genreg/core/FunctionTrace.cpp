@@ -1,6 +1,5 @@
 #include "genreg/core/FunctionTrace.h"
 
-#include <genreg/Cause.h>
 #include <osse/Log.h>
 #include <osse/Time.h>
 
@@ -9,9 +8,6 @@
 
 namespace genreg {
 namespace {
-
-thread_local GenRegCause t_cause{};
-thread_local unsigned int t_depth = 0;
 
 constexpr OSSFunctionName FUNCTION_NAMES[] = {
 #define GENREG_FUNCTION(number, enumerator, name) {FUNCTION_ID_BASE + (number), name},
@@ -54,17 +50,13 @@ void FunctionTrace::report(unsigned int probe, unsigned int code, unsigned int p
 
 unsigned int FunctionTrace::fail(unsigned int probe, unsigned int code, unsigned int platformCode,
                                  const char* text) noexcept {
-    if (t_cause.code == 0) {
-        t_cause = {static_cast<unsigned int>(function_), code, probe, platformCode};
-    }
+    noteCause({static_cast<unsigned int>(function_), code, probe, platformCode});
     report(probe, code, platformCode, OSS_SEVERITY_ERROR, text);
     return exit(code);
 }
 
 unsigned int FunctionTrace::failMildly(unsigned int probe, unsigned int code) noexcept {
-    if (t_cause.code == 0) {
-        t_cause = {static_cast<unsigned int>(function_), code, probe, 0};
-    }
+    noteCause({static_cast<unsigned int>(function_), code, probe, 0});
     report(probe, code, 0, OSS_SEVERITY_INFO, nullptr);
     return exit(code);
 }
@@ -83,28 +75,4 @@ void FunctionTrace::errorText(unsigned int probe, const char* text) noexcept {
     }
 }
 
-OutermostCall::OutermostCall() noexcept {
-    if (t_depth++ == 0) {
-        t_cause = {};
-    }
-}
-
-OutermostCall::~OutermostCall() noexcept {
-    --t_depth;
-}
-
-CauseMark::CauseMark() noexcept : caused_(t_cause.code != 0) {}
-
-void CauseMark::restore() const noexcept {
-    if (!caused_) {
-        t_cause = {};
-    }
-}
-
 }  // namespace genreg
-
-extern "C" void genregLastCause(GenRegCause* cause) {
-    if (cause != nullptr) {
-        *cause = genreg::t_cause;
-    }
-}

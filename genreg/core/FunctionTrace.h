@@ -11,6 +11,7 @@
 
 #include <osse/Trace.h>
 
+#include "genreg/core/Cause.h"
 #include "genreg/core/Functions.h"
 
 namespace genreg {
@@ -73,28 +74,9 @@ private:
     unsigned int result_ = 0;
 };
 
-// Around every operation that a client calls: the outermost one on a thread forgets the cause of the last failure.
-class OutermostCall {
-public:
-    OutermostCall() noexcept;
-    ~OutermostCall() noexcept;
-    OutermostCall(const OutermostCall&) = delete;
-    OutermostCall& operator=(const OutermostCall&) = delete;
-};
-
 class OperationTrace : private OutermostCall, public FunctionTrace {
 public:
     explicit OperationTrace(Function function) noexcept : FunctionTrace(function) {}
-};
-
-// The cause as it stands at a point of an operation. What failed since and was survived is no cause: restore().
-class CauseMark {
-public:
-    CauseMark() noexcept;
-    void restore() const noexcept;
-
-private:
-    bool caused_;
 };
 
 }  // namespace genreg

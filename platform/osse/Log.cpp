@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "../System.h"
-#include "LineFile.h"
+#include "DiagnosticFile.h"
 
 namespace {
 
@@ -19,7 +19,7 @@ struct NameTable {
 constinit NameTable nameTables[MOST_TABLES];
 constinit std::atomic<unsigned int> tablesTaken = 0;
 
-constinit osse::LineFile logFile;
+constinit osse::DiagnosticFile logFile;
 
 void writeLine(unsigned int functionId, unsigned int code, const unsigned int* platformCode, unsigned int probe,
                unsigned int severity, const char* text) noexcept {

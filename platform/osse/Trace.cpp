@@ -3,13 +3,13 @@
 #include <algorithm>
 
 #include "../System.h"
-#include "LineFile.h"
+#include "DiagnosticFile.h"
 
 int gtraceState = 0;
 
 namespace {
 
-constinit osse::LineFile traceFile;
+constinit osse::DiagnosticFile traceFile;
 
 [[gnu::constructor]] void attachTrace() {
     traceFile.attach("RVN_TRACE");

@@ -38,9 +38,9 @@ private:
 // descriptor still is the file, and opens it again when it is not.
 //
 // Initialised as a constant. Failures are swallowed; the caller keeps errno.
-class LineFile {
+class DiagnosticFile {
 public:
-    constexpr LineFile() noexcept = default;
+    constexpr DiagnosticFile() noexcept = default;
 
     // The path stands in the environment variable; unset, the file is detached. Asked again it goes where the variable
     // now says.

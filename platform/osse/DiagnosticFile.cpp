@@ -1,4 +1,4 @@
-#include "LineFile.h"
+#include "DiagnosticFile.h"
 
 #include <osse/Log.h>
 #include <osse/Time.h>
@@ -72,7 +72,7 @@ const char* Line::finish(std::size_t* length) noexcept {
     return text_;
 }
 
-void LineFile::attach(const char* variable) noexcept {
+void DiagnosticFile::attach(const char* variable) noexcept {
     const char* const wanted = platform::trustedEnvironment(variable);
     const char* known = path_.load(std::memory_order_acquire);
     const bool same = wanted == nullptr || known == nullptr ? wanted == known : std::strcmp(wanted, known) == 0;
@@ -85,7 +85,7 @@ void LineFile::attach(const char* variable) noexcept {
     }
 }
 
-void LineFile::append(Line& line) noexcept {
+void DiagnosticFile::append(Line& line) noexcept {
     const int target = descriptor();
     if (target == -1) {
         return;
@@ -95,12 +95,12 @@ void LineFile::append(Line& line) noexcept {
     (void)platform::retried([&] { return ::write(target, text, length); });
 }
 
-bool LineFile::isStill(const Opened& opened) noexcept {
+bool DiagnosticFile::isStill(const Opened& opened) noexcept {
     struct stat now;
     return ::fstat(opened.descriptor, &now) == 0 && now.st_dev == opened.device && now.st_ino == opened.inode;
 }
 
-int LineFile::descriptor() noexcept {
+int DiagnosticFile::descriptor() noexcept {
     const char* const path = path_.load(std::memory_order_acquire);
     if (path == nullptr) {
         return -1;
@@ -109,7 +109,7 @@ int LineFile::descriptor() noexcept {
     return known != nullptr && known->path == path && isStill(*known) ? known->descriptor : reopen(path, known);
 }
 
-int LineFile::reopen(const char* path, const Opened* previous) noexcept {
+int DiagnosticFile::reopen(const char* path, const Opened* previous) noexcept {
     // Not blocking: a pipe without a reader must not hold up the program that fails.
     int target = platform::openOrCreate(path, O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK, LINE_FILE_PERMISSIONS);
     if (target == -1) {

@@ -1,0 +1,41 @@
+#include "genreg/core/Cause.h"
+
+namespace genreg {
+namespace {
+
+thread_local GenRegCause t_cause{};
+thread_local unsigned int t_depth = 0;
+
+}  // namespace
+
+void noteCause(const GenRegCause& cause) noexcept {
+    if (t_cause.code == 0) {
+        t_cause = cause;
+    }
+}
+
+OutermostCall::OutermostCall() noexcept {
+    if (t_depth++ == 0) {
+        t_cause = {};
+    }
+}
+
+OutermostCall::~OutermostCall() noexcept {
+    --t_depth;
+}
+
+CauseMark::CauseMark() noexcept : caused_(t_cause.code != 0) {}
+
+void CauseMark::restore() const noexcept {
+    if (!caused_) {
+        t_cause = {};
+    }
+}
+
+}  // namespace genreg
+
+extern "C" void genregLastCause(GenRegCause* cause) {
+    if (cause != nullptr) {
+        *cause = genreg::t_cause;
+    }
+}

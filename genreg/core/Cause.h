@@ -1,0 +1,30 @@
+// The cause of a failure: the first one within the thread's outermost call.
+#pragma once
+
+#include <genreg/Cause.h>
+
+namespace genreg {
+
+// A failure; the first one since the outermost call began is its cause.
+void noteCause(const GenRegCause& cause) noexcept;
+
+// Around every operation that a client calls: the outermost one on a thread forgets the cause of the last failure.
+class OutermostCall {
+public:
+    OutermostCall() noexcept;
+    ~OutermostCall() noexcept;
+    OutermostCall(const OutermostCall&) = delete;
+    OutermostCall& operator=(const OutermostCall&) = delete;
+};
+
+// The cause as it stands at a point of an operation. What failed since and was survived is no cause: restore().
+class CauseMark {
+public:
+    CauseMark() noexcept;
+    void restore() const noexcept;
+
+private:
+    bool caused_;
+};
+
+}  // namespace genreg

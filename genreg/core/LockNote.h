@@ -1,0 +1,10 @@
+// The note in the lock file: who holds the lock.
+#pragma once
+
+namespace genreg {
+
+// For people who wonder who holds the lock; a failure is nobody's concern. Only a file of the lock's own is written,
+// not one that another program uses.
+void writeLockNote(int descriptor) noexcept;
+
+}  // namespace genreg
