@@ -1,4 +1,4 @@
-// A line form of one's own: lines "name rrggbb", comments after "#". Sets a colour, unless somebody has changed it
+// A text schema of one's own: lines "name rrggbb", comments after "#". Sets a colour, unless somebody has changed it
 // meanwhile, and lists what is there. ./schema FILE NAME RRGGBB
 #include <genreg/genreg.h>
 

@@ -1,4 +1,4 @@
-// The binary variable/value form: its record callbacks.
+// The binary variable/value schema: its record callbacks.
 #include <genreg/GenRegBinVarVal.h>
 
 #include <cstdio>

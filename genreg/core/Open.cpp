@@ -146,7 +146,7 @@ unsigned int FileInternals::readTemporaryCopy() noexcept {
     const bool binary = file_.fileKind == GenRegFile::REG_KIND_BINARY;
     tmpBody_ = 0;
     int descriptor = -1;
-    // Kept from truncating.
+    // Never truncated.
     if (const unsigned int rc = posix::openToRead(file_.tmpPath, &descriptor)) {
         return trace.fail(130, REG_OPEN_TMP_FAILED, rc);
     }

@@ -148,8 +148,8 @@ int openLog(FunctionTrace& trace, posix::FileStatus* status) noexcept {
         return -1;
     }
     int descriptor = -1;
-    if (const unsigned int failed = posix::openToAppend(LOG_PATH, &descriptor); failed != 0) {
-        trace.ignore(10, failed, failed);
+    if (const unsigned int rc = posix::openToAppend(LOG_PATH, &descriptor)) {
+        trace.ignore(10, rc, rc);
         return -1;
     }
     if (posix::statusOf(descriptor, status) != 0 || !status->regular || status->links != 1) {
@@ -208,14 +208,14 @@ unsigned int GlobalReg::Log(GenRegBase* object, unsigned long action, void* firs
         appendRecord(*static_cast<const GlobalRegRecord*>(second), &line);
     }
     const std::string_view text = line.finish();
-    if (const unsigned int failed = posix::writeOnce(descriptor, text.data(), text.size()); failed != 0) {
-        trace.ignore(20, failed, failed);
+    if (const unsigned int rc = posix::writeOnce(descriptor, text.data(), text.size())) {
+        trace.ignore(20, rc, rc);
     }
     // Whoever comes next must be able to write to it as well. Refused where the file is somebody else's.
     (void)posix::setPermissions(descriptor, LOG_PERMISSIONS);
     (void)posix::setOwner(descriptor, status.owner, status.group);
-    if (const unsigned int failed = posix::closeDescriptor(descriptor); failed != 0) {
-        trace.ignore(30, failed, failed);
+    if (const unsigned int rc = posix::closeDescriptor(descriptor)) {
+        trace.ignore(30, rc, rc);
     }
     mark.restore();
     return trace.exit(0);

@@ -81,13 +81,13 @@ inline constexpr GlobalRegField INSTANCE_FIELDS[] = {
     field(INSTANCE_USAGE,         MEMBER(I, usage),        !KEY, LOGGED, REG_INSTANCE_USAGE_EMPTY,           REG_INSTANCE_USAGE_MISSING,         "Usage       "),
     field(INSTANCE_START_AT_BOOT, MEMBER(I, startAtBoot),  !KEY, LOGGED, REG_INSTANCE_START_AT_BOOT_INVALID, REG_INSTANCE_START_AT_BOOT_MISSING, "StartAtBoot "),
     field(INSTANCE_MAINTENANCE,   MEMBER(I, maintenance),  !KEY, LOGGED, REG_INSTANCE_MAINTENANCE_INVALID,   REG_INSTANCE_MAINTENANCE_MISSING,   "Maintenance "),
-    // kept: the two extra fields are not printed.
+    // Kept: the two extra fields are not printed.
     field(INSTANCE_EXTRA_PATH,    MEMBER(I, extraPath),    !KEY, LOGGED, REG_INSTANCE_EXTRA_PATH_EMPTY,      REG_INSTANCE_EXTRA_PATH_MISSING,    nullptr),
     field(INSTANCE_EXTRA_NAME,    MEMBER(I, extraName),    !KEY, LOGGED, REG_INSTANCE_EXTRA_NAME_EMPTY,      REG_INSTANCE_EXTRA_NAME_MISSING,    nullptr),
     field(INSTANCE_COMMENT,       MEMBER(I, comment),      !KEY, LOGGED, REG_INSTANCE_COMMENT_EMPTY,         REG_INSTANCE_COMMENT_MISSING,       "Comment     "),
 };
 
-// kept: services are not printed; a mask never requires the fixpack number; the codes of a missing flag and of a
+// Kept: services are not printed; a mask never requires the fixpack number; the codes of a missing flag and of a
 // missing second number stand in crossed order.
 inline constexpr GlobalRegField SERVICE_FIELDS[] = {
     field(SERVICE_SERVICE,        MEMBER(S, service),        KEY,  LOGGED, REG_SERVICE_SERVICE_EMPTY,  REG_SERVICE_SERVICE_MISSING,  nullptr),
@@ -102,7 +102,7 @@ inline constexpr GlobalRegField SERVICE_FIELDS[] = {
     field(SERVICE_NUMBER3,        MEMBER(S, serviceNumber3), !KEY, LOGGED, ANY,                        REG_SERVICE_NUMBER3_MISSING,  nullptr),
 };
 
-// kept: a mask never requires the further text, which is neither printed nor logged.
+// Kept: a mask never requires the further text, which is neither printed nor logged.
 inline constexpr GlobalRegField VARIABLE_FIELDS[] = {
     field(VARIABLE_SERVICE, MEMBER(V, service),      KEY,  LOGGED,  REG_VARIABLE_SERVICE_EMPTY, REG_VARIABLE_SERVICE_MISSING, "Service "),
     field(VARIABLE_NAME,    MEMBER(V, variable),     KEY,  LOGGED,  REG_VARIABLE_NAME_EMPTY,    REG_VARIABLE_NAME_MISSING,    "Variable"),

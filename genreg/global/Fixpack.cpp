@@ -75,8 +75,8 @@ unsigned int collect(GlobalReg* registry, unsigned long versionCode, int fixpack
     key.body.service.versionCode = versionCode;
     GlobalRegRecord found;
     while (true) {
-        if (const unsigned int result = registry->GetNext(SERVICE_VERSION_CODE, &key, &found); result != 0) {
-            return result;
+        if (const unsigned int rc = registry->GetNext(SERVICE_VERSION_CODE, &key, &found)) {
+            return rc;
         }
         if (isOutdated(found, fixpackNumber) && !pending->add(found, fixpackNumber)) {
             return REG_NO_MEMORY;
@@ -87,12 +87,12 @@ unsigned int collect(GlobalReg* registry, unsigned long versionCode, int fixpack
 // The running level; a level without a sound version must not pass for version 0.
 unsigned int runningLevel(unsigned long* versionCode, int* fixpackNumber) noexcept {
     SqleLevelInfo level = {};
-    unsigned int result = sqleGetLevelInfo(SQLE_LEVEL_INFO_VERSION, &level);
-    if (result == 0) {
-        result = ossVersionStringToCode(level.versionString, versionCode);
+    unsigned int rc = sqleGetLevelInfo(SQLE_LEVEL_INFO_VERSION, &level);
+    if (rc == 0) {
+        rc = ossVersionStringToCode(level.versionString, versionCode);
     }
     *fixpackNumber = static_cast<int>(level.fixpackNumber);
-    return result;
+    return rc;
 }
 
 }  // namespace
@@ -108,11 +108,11 @@ unsigned int genregSyncGlobalRegFixpackNumber(GlobalReg* registry, unsigned long
     registry->SetChangeLoggingFuncID(static_cast<unsigned int>(Function::GenregSyncGlobalRegFixpackNumber));
     unsigned long versionCode = 0;
     int fixpackNumber = 0;
-    if (const unsigned int result = runningLevel(&versionCode, &fixpackNumber); result != 0) {
-        return trace.fail(20, result);
+    if (const unsigned int rc = runningLevel(&versionCode, &fixpackNumber)) {
+        return trace.fail(20, rc);
     }
-    if (const unsigned int result = registry->OpenScan(); result != 0) {
-        return trace.fail(30, result);
+    if (const unsigned int rc = registry->OpenScan()) {
+        return trace.fail(30, rc);
     }
     PendingChanges pending;
     const CauseMark mark;
@@ -126,9 +126,8 @@ unsigned int genregSyncGlobalRegFixpackNumber(GlobalReg* registry, unsigned long
     }
     mark.restore();
     for (PendingChanges::Pair* pair = pending.first(); pair != nullptr; pair = pair->next) {
-        if (const unsigned int result = registry->Change(pair->found.fieldMask, &pair->found, &pair->updated);
-            result != 0) {
-            return trace.fail(60, result);
+        if (const unsigned int rc = registry->Change(pair->found.fieldMask, &pair->found, &pair->updated)) {
+            return trace.fail(60, rc);
         }
     }
     if (updated != nullptr) {

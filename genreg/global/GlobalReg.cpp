@@ -34,12 +34,12 @@ void GlobalReg::init(bool useDefaultPath) noexcept {
     state &= ~REG_STATE_CONFIGURED;
     char path[REG_PATH_SIZE];
     unsigned short length = sizeof path;
-    unsigned int result = GetGlobalRegPathnameInternal(path, &length, useDefaultPath);
-    if (result == 0) {
-        result = setRegistryPaths(path);
+    unsigned int rc = GetGlobalRegPathnameInternal(path, &length, useDefaultPath);
+    if (rc == 0) {
+        rc = setRegistryPaths(path);
     }
-    if (result != 0) {
-        trace.ignore(10, result);
+    if (rc != 0) {
+        trace.ignore(10, rc);
         regPath[0] = bkpPath[0] = tmpPath[0] = corPath[0] = lockPath[0] = '\0';
     }
 

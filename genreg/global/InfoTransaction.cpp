@@ -73,7 +73,7 @@ void infoFromRecord(const InfoSchema& schema, const GlobalRegRecord& record, voi
         if (field.kind == GLOBALREG_FIELD_TEXT) {
             setText(target, field.capacity, memberOf(record, field));
         } else if (place.flag != 0) {
-            // kept: a flag is only ever set; callers zero the word first.
+            // Kept: a flag is only ever set; callers zero the word first.
             unsigned long flags = memberValue(target, sizeof flags);
             flags |= valueOf(record, field) == 1 ? place.flag : 0;
             std::memcpy(target, &flags, sizeof flags);
@@ -125,8 +125,8 @@ unsigned int setInfo(const InfoSchema& schema, const void* info) noexcept {
     }
     GlobalRegRecord record;
     recordFromInfo(schema, info, &record);
-    if (const unsigned int missing = missingKeyPart(schema, record); missing != 0) {
-        return trace.fail(20, missing);
+    if (const unsigned int rc = missingKeyPart(schema, record)) {
+        return trace.fail(20, rc);
     }
     GlobalReg registry;
     registry.SetChangeLoggingFuncID(static_cast<unsigned int>(schema.set));
@@ -155,11 +155,11 @@ unsigned int getInfo(const InfoSchema& schema, const InfoKey& wanted, void* info
     GlobalReg registry;
     GlobalRegRecord key = keyRecord(schema, wanted);
     GlobalRegRecord found;
-    const unsigned int result = registry.Get(key.fieldMask, &key, &found);
-    if (result == REG_NOT_FOUND) {
-        return trace.exit(result);
+    const unsigned int rc = registry.Get(key.fieldMask, &key, &found);
+    if (rc == REG_NOT_FOUND) {
+        return trace.exit(rc);
     }
-    if (result != 0) {
+    if (rc != 0) {
         return trace.fail(20, schema.getFailed);
     }
     infoFromRecord(schema, found, info);
@@ -169,14 +169,14 @@ unsigned int getInfo(const InfoSchema& schema, const InfoKey& wanted, void* info
 unsigned int removeInfo(const InfoSchema& schema, const InfoKey& wanted) noexcept {
     OperationTrace trace{schema.remove};
     GlobalRegRecord key = keyRecord(schema, wanted);
-    if (const unsigned int missing = missingKeyPart(schema, key); missing != 0) {
-        return trace.fail(10, missing);
+    if (const unsigned int rc = missingKeyPart(schema, key)) {
+        return trace.fail(10, rc);
     }
-    // kept: the change log is not told the caller of a removal.
+    // Kept: the change log is not told the caller of a removal.
     GlobalReg registry;
-    const unsigned int result = registry.Delete(schema.key, &key);
-    if (result == 0 || result == REG_NOT_FOUND) {
-        return trace.exit(result);
+    const unsigned int rc = registry.Delete(schema.key, &key);
+    if (rc == 0 || rc == REG_NOT_FOUND) {
+        return trace.exit(rc);
     }
     return trace.fail(20, schema.removeFailed);
 }
@@ -193,8 +193,8 @@ unsigned int openInstanceList(const char* service, void** handle, bool useDefaul
     if (service == nullptr) {
         return trace.fail(30, REG_LIST_SERVICE_NULL);
     }
-    if (const unsigned int result = list->OpenScan(); result != 0) {
-        return trace.fail(40, result);
+    if (const unsigned int rc = list->OpenScan()) {
+        return trace.fail(40, rc);
     }
     GlobalRegList::setService(list.get(), service);
     *handle = list.release();
@@ -228,11 +228,11 @@ unsigned int nextInfo(const InfoSchema& schema, void* handle, void* info) noexce
     auto* list = static_cast<GlobalReg*>(handle);
     GlobalRegRecord key = keyRecord(schema, {GlobalRegList::service(list), 0, nullptr});
     GlobalRegRecord found;
-    const unsigned int result = list->GetNext(key.fieldMask, &key, &found);
-    if (result == REG_NO_MORE_RECORDS) {
-        return trace.exit(result);
+    const unsigned int rc = list->GetNext(key.fieldMask, &key, &found);
+    if (rc == REG_NO_MORE_RECORDS) {
+        return trace.exit(rc);
     }
-    if (result != 0) {
+    if (rc != 0) {
         return trace.fail(30, schema.nextFailed);
     }
     infoFromRecord(schema, found, info);

@@ -46,17 +46,17 @@ unsigned int monitorLock(int* descriptor) noexcept {
             continue;
         }
         int opened = NOT_OPEN;
-        const unsigned int failed = posix::openMonitorLock(MONITOR_LOCK_PATH, &opened);
-        monitorDescriptor.store(failed == 0 ? opened : NOT_OPEN, std::memory_order_release);
+        const unsigned int rc = posix::openMonitorLock(MONITOR_LOCK_PATH, &opened);
+        monitorDescriptor.store(rc == 0 ? opened : NOT_OPEN, std::memory_order_release);
         *descriptor = opened;
-        return failed;
+        return rc;
     }
 }
 
 unsigned int queryHolder(long* holder) noexcept {
     int descriptor = NOT_OPEN;
-    if (const unsigned int failed = monitorLock(&descriptor); failed != 0) {
-        return failed;
+    if (const unsigned int rc = monitorLock(&descriptor)) {
+        return rc;
     }
     return posix::recordLockHolder(descriptor, holder);
 }
@@ -67,14 +67,14 @@ unsigned int wakeMonitor(FunctionTrace& trace) noexcept {
         return trace.exit(0);  // no monitor is installed
     }
     long holder = 0;
-    if (const unsigned int failed = queryHolder(&holder); failed != 0) {
-        return trace.fail(10, failed, failed);
+    if (const unsigned int rc = queryHolder(&holder)) {
+        return trace.fail(10, rc, rc);
     }
     if (holder < 1) {
         return trace.exit(0);
     }
-    if (const unsigned int failed = posix::sendHangup(holder); failed != 0) {
-        return trace.fail(20, REG_SIGNAL_FAILED, failed);
+    if (const unsigned int rc = posix::sendHangup(holder)) {
+        return trace.fail(20, REG_SIGNAL_FAILED, rc);
     }
     return trace.exit(0);
 }

@@ -51,11 +51,11 @@ bool imagePacksAlike(const void* image, unsigned long) noexcept {
 
 extern "C" unsigned int globalRegCheckImage(const void* image, unsigned long length, unsigned long* damage) {
     unsigned long at = 0;
-    const unsigned int result = genreg::checkWhole(image, length, &at);
-    if (result != 0 && damage != nullptr) {
+    const unsigned int rc = genreg::checkWhole(image, length, &at);
+    if (rc != 0 && damage != nullptr) {
         *damage = at;
     }
-    return result;
+    return rc;
 }
 
 extern "C" unsigned int globalRegNextItem(const void* image, unsigned long length, GlobalRegItem* item) {
@@ -71,10 +71,10 @@ extern "C" unsigned int globalRegNextItem(const void* image, unsigned long lengt
         }
     };
     unsigned long damage = 0;
-    const unsigned int result = genreg::walkUnchecked(image, length, &damage, take);
+    const unsigned int rc = genreg::walkUnchecked(image, length, &damage, take);
     if (item->bit != 0) {
         return 0;
     }
     item->offset = damage;
-    return result == 0 ? static_cast<unsigned int>(REG_NO_MORE_RECORDS) : result;
+    return rc == 0 ? static_cast<unsigned int>(REG_NO_MORE_RECORDS) : rc;
 }

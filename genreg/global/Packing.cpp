@@ -202,18 +202,18 @@ unsigned int GlobalReg::PackRecord(void** buffer, void* previousImage) noexcept 
     if (image == nullptr) {
         return trace.fail(10, REG_NO_PACK_BUFFER);
     }
-    unsigned int result = 0;
+    unsigned int rc = 0;
     if (writeImage(plan, static_cast<unsigned char*>(image), size) != size) {
-        result = trace.fail(20, REG_PACKED_SIZE_DIFFERS);
+        rc = trace.fail(20, REG_PACKED_SIZE_DIFFERS);
     } else if (size > sizeof(GlobalRegRecord)) {
         std::swap(*buffer, image);
     } else {
         std::memcpy(*buffer, image, size);
     }
-    if (_ossMemFree(image, MEMORY_TAG, __LINE__) != 0 && result == 0) {
+    if (_ossMemFree(image, MEMORY_TAG, __LINE__) != 0 && rc == 0) {
         return trace.fail(30, REG_FREE_PACK_BUFFER_FAILED);
     }
-    return trace.exit(result);
+    return trace.exit(rc);
 }
 
 // The work buffer holds the image, so that the record is unpacked into its place at once.
@@ -225,16 +225,16 @@ unsigned int GlobalReg::UnpackRecord(void** buffer) noexcept {
         return trace.fail(10, REG_NO_UNPACK_BUFFER);
     }
     std::memcpy(image, *buffer, size);
-    unsigned int result = 0;
+    unsigned int rc = 0;
     if (const RecordType* type = recordTypeOf(headerOf(image).recordType)) {
         readImage(image, *type, static_cast<GlobalRegRecord*>(*buffer));
     } else {
-        result = trace.fail(20, REG_UNKNOWN_RECORD_TYPE);
+        rc = trace.fail(20, REG_UNKNOWN_RECORD_TYPE);
     }
-    if (_ossMemFree(image, MEMORY_TAG, __LINE__) != 0 && result == 0) {
+    if (_ossMemFree(image, MEMORY_TAG, __LINE__) != 0 && rc == 0) {
         return trace.fail(30, REG_FREE_UNPACK_BUFFER_FAILED);
     }
-    return trace.exit(result);
+    return trace.exit(rc);
 }
 
 extern "C" unsigned int globalRegReadImage(const void* image, unsigned long length, GlobalRegRecord* record) {

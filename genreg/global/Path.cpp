@@ -43,8 +43,8 @@ unsigned int findTool(char* tool) noexcept {
 // Only a tool that runs as root vouches for the directory that it lies in.
 unsigned int resolve(char* path) noexcept {
     char tool[REG_PATH_SIZE];
-    if (const unsigned int result = findTool(tool); result != 0) {
-        return result;
+    if (const unsigned int rc = findTool(tool)) {
+        return rc;
     }
     const std::string_view found = tool;
     if (found.empty() || ossPathIsSetuidRoot(tool) == 0 || !found.ends_with(TOOL_OF_INSTANCE)) {
@@ -87,8 +87,8 @@ unsigned int GetGlobalRegPathnameInternal(char* buffer, unsigned short* length, 
     char path[REG_PATH_SIZE];
     if (useDefaultPath) {
         setDefaultPath(path);
-    } else if (const unsigned int result = resolve(path); result != 0) {
-        return trace.fail(30, result, result);
+    } else if (const unsigned int rc = resolve(path)) {
+        return trace.fail(30, rc, rc);
     }
     return handOut(trace, path, buffer, length);
 }

@@ -43,7 +43,7 @@ unsigned int GlobalReg::PrintRecord(void* record) noexcept {
     }
     std::fputs(type->heading, stdout);
     if (type->type == GLOBALREG_SERVICE) {
-        return trace.exit(0);  // kept: the heading says so, and no checksum follows
+        return trace.exit(0);  // Kept: the heading says so, and no checksum follows
     }
     for (const GlobalRegField& field : type->fields) {
         if (field.label != nullptr) {

@@ -44,7 +44,7 @@ unsigned int GlobalReg::ValidateRecord(unsigned long mask, void* record) noexcep
         return trace.exit(0);
     }
     auto& checked = *static_cast<GlobalRegRecord*>(record);
-    // kept: type 3 passes, for which no rule exists.
+    // Kept: type 3 passes, for which no rule exists.
     if (checked.recordType == 0 || checked.recordType > HIGHEST_RECORD_TYPE) {
         return trace.fail(10, REG_RECORD_TYPE_INVALID);
     }
@@ -60,11 +60,11 @@ unsigned int GlobalReg::ValidateRecord(unsigned long mask, void* record) noexcep
     if (type == nullptr) {
         return trace.exit(0);
     }
-    if (const unsigned int refused = checkContents(checked, *type); refused != 0) {
-        return trace.fail(30, refused);
+    if (const unsigned int rc = checkContents(checked, *type)) {
+        return trace.fail(30, rc);
     }
-    if (const unsigned int missing = checkPresence(mask, checked, *type); missing != 0) {
-        return trace.fail(40, missing);
+    if (const unsigned int rc = checkPresence(mask, checked, *type)) {
+        return trace.fail(40, rc);
     }
     return trace.exit(0);
 }

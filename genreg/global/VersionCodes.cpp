@@ -53,7 +53,7 @@ int ossVersionCodeServiceToRVN(unsigned long code) {
     char text[TEXT_SIZE];
     ossSnprintf(text, sizeof text, "%2d%02d%02d%02d\n", partOf(code, 1), partOf(code, 2), partOf(code, 3),
                 partOf(code, 4));
-    // kept: a part above 99 takes more than its two digits and shifts the others.
+    // Kept: a part above 99 takes more than its two digits and shifts the others.
     return static_cast<int>(std::strtol(text, nullptr, 10));
 }
 
@@ -72,7 +72,7 @@ unsigned int ossVersionCodeToString(unsigned long code, char* buffer, unsigned l
         return trace.fail(30, REG_VERSION_BUFFER_TOO_SMALL);
     }
     std::memcpy(buffer, text, length + 1);
-    buffer[size - 1] = '\0';  // kept: also in a buffer that is larger than the text
+    buffer[size - 1] = '\0';  // Kept: also in a buffer that is larger than the text
     return trace.exit(0);
 }
 

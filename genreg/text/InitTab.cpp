@@ -1,4 +1,4 @@
-// The inittab form: its record callbacks.
+// The inittab schema: its record callbacks.
 #include <genreg/GenRegInitTab.h>
 
 #include <cstdio>
@@ -275,7 +275,7 @@ unsigned int GenRegInitTab::PrintRecord(void* record) noexcept {
     }
     const auto& printed = *static_cast<const GenRegInitTabRecord*>(record);
     if ((printed.flags & INITTAB_HAS_COMMENT) == 0) {
-        return 0;  // kept: an entry without a comment prints nothing
+        return 0;  // Kept: an entry without a comment prints nothing
     }
     const auto print = [](const char* label, const char* text) {
         if (text != nullptr) {

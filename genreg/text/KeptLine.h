@@ -1,4 +1,4 @@
-// What the forms share that rewrite a line in its place: pieces that differ are replaced, every other byte stays.
+// What the schemas share that rewrite a line in its place: pieces that differ are replaced, every other byte stays.
 #pragma once
 
 #include <algorithm>
@@ -9,7 +9,7 @@
 
 namespace genreg {
 
-// A carriage return is a blank to the forms that strip white space.
+// A carriage return is a blank to the schemas that strip white space.
 inline bool isWhite(char c) noexcept {
     return isBlank(c) || c == '\r';
 }

@@ -121,7 +121,7 @@ public:
     }
 
 private:
-    // A form that does not clean its comments reads a kept line as any other.
+    // A schema that does not clean its comments reads a kept line as any other.
     template <typename Schema>
     static constexpr GenRegParseLine keptParse() noexcept {
         if constexpr (requires { &Schema::ParseKeptLine; }) {

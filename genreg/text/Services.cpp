@@ -1,4 +1,4 @@
-// The services form: its record callbacks.
+// The services schema: its record callbacks.
 #include <genreg/GenRegServices.h>
 #include <genreg/LineUtilities.h>
 
@@ -267,13 +267,13 @@ unsigned int GenRegServices::ParseLine(void* record, const char* line) noexcept 
     }
     char* const slash = std::strchr(service, '/');
     if (slash == nullptr) {
-        return 0;  // kept: a record with a name only
+        return 0;  // Kept: a record with a name only
     }
     *slash = '\0';
     parsed.port = swapPort(static_cast<unsigned int>(std::strtol(service, nullptr, 10)));
     parsed.protocol = slash + 1;
     if (std::ranges::find(KNOWN_PROTOCOLS, parsed.protocol) == std::end(KNOWN_PROTOCOLS)) {
-        return 0;  // kept: an unknown protocol has no aliases
+        return 0;  // Kept: an unknown protocol has no aliases
     }
     if (const unsigned int rc = readAliases(parsed, cursor)) {
         std::memset(&parsed, 0, sizeof parsed);  // no look-up hands out half a list
@@ -423,7 +423,7 @@ unsigned int GenRegServices::PrintRecord(void* record) noexcept {
         (void)std::printf("   %-8s = %s%s%s\n", label, bar, text != nullptr ? text : "NULL", bar);
     };
     print("name", printed.name);
-    (void)std::printf("   port     = %d\n", static_cast<int>(printed.port));  // kept: as stored
+    (void)std::printf("   port     = %d\n", static_cast<int>(printed.port));  // Kept: as stored
     print("protocol", printed.protocol);
     print("comment", printed.comment);
     return 0;

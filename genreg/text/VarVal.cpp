@@ -1,4 +1,4 @@
-// The variable/value form: its record callbacks.
+// The variable/value schema: its record callbacks.
 #include <genreg/GenRegVarVal.h>
 #include <genreg/LineUtilities.h>
 

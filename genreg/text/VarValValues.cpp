@@ -1,4 +1,4 @@
-// The variable/value form: looking a variable up and converting its value.
+// The variable/value schema: looking a variable up and converting its value.
 #include <genreg/GenRegVarVal.h>
 #include <osse/Text.h>
 
@@ -90,7 +90,7 @@ public:
     }
 
 private:
-    // A derived schema's records may be larger than those of this form, which they begin with. What is no size at all
+    // A derived schema's records may be larger than those of this schema, which they begin with. What is no size at all
     // the look-up refuses.
     static unsigned long recordSize(GenRegVarVal& registry) noexcept {
         unsigned long size = 0;

@@ -2,7 +2,7 @@
 //
 //   name blanks port "/" protocol [blanks alias ...] [blanks "#" comment]
 //
-// A changed line is written anew as a whole, with tabs of the form's own. Reading and writing a comment puts one more
+// A changed line is written anew as a whole, with tabs of the schema's own. Reading and writing a comment puts one more
 // blank in front of it each time, until the line is too long, and makes a dot of each byte that is no printable ASCII;
 // a change of aliases or comment alone is REG_UNCHANGED. KeepLines(true) keeps the whole line but for what is changed,
 // and takes aliases and comments for parts of the record.

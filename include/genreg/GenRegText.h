@@ -82,7 +82,7 @@ public:
     //   the record is refused with REG_FORMAT_FAILED, the cause being REG_RECORD_REFUSED or REG_LINE_TOO_LONG.
     // - A comment is read as it stands, not with dots for what is no printable ASCII, and the bytes that a client gives
     //   are the ones that are written. One blank behind the "#" is layout, which neither adds up nor needs to be given.
-    //   (The inittab form reads and writes comments so in any case, and counts every blank.)
+    //   (The inittab schema reads and writes comments so in any case, and counts every blank.)
     // - With every bit of the mask set, MatchRecord compares comments and aliases too: a change of nothing else is one,
     //   not REG_UNCHANGED, and the verification tells a damaged comment.
     // - Add writes a new line as ever, but for that blank.

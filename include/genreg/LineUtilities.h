@@ -7,7 +7,7 @@
 
 extern "C" {
 
-// Not 0: the variable/value form writes new lines as variable=value, without blanks. Every constructor of that form
+// Not 0: the variable/value schema writes new lines as variable=value, without blanks. Every constructor of that schema
 // resets it to 0. Access it atomically when several threads construct objects.
 GENREG_EXPORT extern int bCompactFormattedLine;
 
