@@ -6,12 +6,11 @@
 #include <cstring>
 
 #include "genreg/bin/Frames.h"
-#include "genreg/core/Transaction.h"
+#include "genreg/core/UpdateWalk.h"
 #include "platform/posix/Posix.h"
 
 using genreg::BIN_TAG;
 using genreg::BinFrames;
-using genreg::EVERY_FIELD;
 using genreg::FileInternals;
 using genreg::Frame;
 using genreg::Function;
@@ -41,6 +40,9 @@ protected:
     // The frame's record matches; work_ holds it.
     [[nodiscard]] virtual unsigned int takeMatch(const Frame& frame) noexcept = 0;
 
+    [[nodiscard]] unsigned int match(unsigned long mask, void* record, void* key) const noexcept {
+        return frames_.match(mask, record, key);
+    }
     [[nodiscard]] bool duplicatesAllowed() const noexcept { return frames_.has(REG_FEATURE_ALLOW_DUPLICATES); }
 
     // Carries every frame to the copy but those that match the key. matching: whether any may.
@@ -66,7 +68,7 @@ protected:
                     return rc;
                 }
             }
-            const bool matches = looked && frames_.match(call_.mask, work_.get(), key) == 1;
+            const bool matches = looked && match(call_.mask, work_.get(), key) == 1;
             if (const unsigned int rc = matches ? takeMatch(frame) : frames_.carry(frame, work_, looked)) {
                 return rc;
             }
@@ -130,33 +132,18 @@ private:
     unsigned int takeMatch(const Frame& /*frame*/) noexcept override { return trace_.fail(120, REG_DUPLICATE); }
 };
 
-class BinChange final : public BinUpdate {
+class BinChange final : public genreg::ChangeWalk<BinUpdate, Frame> {
 public:
-    using BinUpdate::BinUpdate;
-
-    unsigned int copy() noexcept override {
-        if (const unsigned int rc = walk(call_.key, true)) {
-            return rc;
-        }
-        if (equal_) {
-            return trace_.failMildly(155, REG_UNCHANGED);
-        }
-        return changed_ > 0 ? 0 : trace_.failMildly(150, REG_NOT_FOUND);
-    }
+    using ChangeWalk::ChangeWalk;
 
 private:
-    // The new record is written in place of an equal one too: bytes outside the comparison reach the file where the
-    // commit is not deferred.
-    unsigned int takeMatch(const Frame& frame) noexcept override {
-        if (frames_.match(EVERY_FIELD, work_.get(), call_.record) != 0) {
-            equal_ = true;
-        } else if (changed_ > 0 && !duplicatesAllowed()) {
-            return trace_.fail(120, REG_SEVERAL_MATCH);
-        } else {
-            ++changed_;
-        }
+    unsigned int replace(const Frame& frame) noexcept override {
         return writeRecord(frames_.copy(), &frame, REG_COPY_WRITE_FAILED, false);
     }
+
+    // Kept: the new record is written in place of an equal one too; bytes outside the comparison reach the file where
+    // the commit is not deferred.
+    unsigned int keep(const Frame& frame) noexcept override { return replace(frame); }
 
     // What reached the file is what the file is held against: packing leaves out what the record does not promise.
     unsigned int prepareVerify() noexcept override {
@@ -173,32 +160,11 @@ private:
         void* const written = frames_.has(REG_FEATURE_PACKED) ? work_.get() : call_.record;
         return engine_.Verify(call_.operation, call_.mask, written, call_.key);
     }
-
-    unsigned long changed_ = 0;
-    bool equal_ = false;
 };
 
-class BinDelete final : public BinUpdate {
+class BinDelete final : public genreg::DeleteWalk<BinUpdate, Frame> {
 public:
-    using BinUpdate::BinUpdate;
-
-    unsigned int copy() noexcept override {
-        if (const unsigned int rc = walk(call_.key, true)) {
-            return rc;
-        }
-        return dropped_ > 0 ? 0 : trace_.failMildly(150, REG_NOT_FOUND);
-    }
-
-private:
-    unsigned int takeMatch(const Frame& /*frame*/) noexcept override {
-        if (dropped_ > 0 && !duplicatesAllowed()) {
-            return trace_.fail(120, REG_SEVERAL_MATCH);
-        }
-        ++dropped_;
-        return 0;
-    }
-
-    unsigned long dropped_ = 0;
+    using DeleteWalk::DeleteWalk;
 };
 
 constexpr UpdatePlan PLAN = {.discards = true, .logs = true};

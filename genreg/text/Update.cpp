@@ -6,11 +6,10 @@
 #include <cstring>
 
 #include "genreg/core/Append.h"
-#include "genreg/core/Transaction.h"
+#include "genreg/core/UpdateWalk.h"
 #include "genreg/text/Lines.h"
 #include "platform/posix/Posix.h"
 
-using genreg::EVERY_FIELD;
 using genreg::FileInternals;
 using genreg::Function;
 using genreg::FunctionTrace;
@@ -43,6 +42,9 @@ protected:
     // The line goes to the copy as it stands, and gains a newline when it has none.
     [[nodiscard]] virtual unsigned int carry(const TextLine& line) noexcept { return writeEnded(line); }
 
+    [[nodiscard]] unsigned int match(unsigned long mask, void* record, void* key) const noexcept {
+        return lines_.match(mask, record, key);
+    }
     [[nodiscard]] bool duplicatesAllowed() const noexcept { return lines_.has(REG_FEATURE_ALLOW_DUPLICATES); }
 
     // Carries every line to the copy but those that match the key; one that is refused or too long does not.
@@ -56,7 +58,7 @@ protected:
                 return rc;
             }
             const bool parsed = lines_.mayMatch(call_.mask, line, key) && lines_.parse(work_.get(), line);
-            const bool matches = parsed && matching && lines_.match(call_.mask, work_.get(), key) == 1;
+            const bool matches = parsed && matching && match(call_.mask, work_.get(), key) == 1;
             if (const unsigned int rc = matches ? takeMatch(line) : carry(line)) {
                 return rc;
             }
@@ -149,38 +151,22 @@ private:
     bool goesOn_ = false;  // the last line that was carried ends in a continuation
 };
 
-class TextChange final : public TextUpdate {
+class TextChange final : public genreg::ChangeWalk<TextUpdate, TextLine> {
 public:
-    using TextUpdate::TextUpdate;
-
-    unsigned int copy() noexcept override {
-        if (const unsigned int rc = walk(call_.key, true)) {
-            return rc;
-        }
-        if (equal_) {
-            return trace_.failMildly(155, REG_UNCHANGED);
-        }
-        return changed_ > 0 ? 0 : trace_.failMildly(150, REG_NOT_FOUND);
-    }
+    using ChangeWalk::ChangeWalk;
 
 private:
-    // Kept: a line that says so already stays as it stands.
-    unsigned int takeMatch(const TextLine& line) noexcept override {
-        if (lines_.match(EVERY_FIELD, work_.get(), call_.record) != 0) {
-            equal_ = true;
-            return writeEnded(line);
-        }
-        if (changed_ > 0 && !duplicatesAllowed()) {
-            return trace_.fail(120, REG_SEVERAL_MATCH);
-        }
+    unsigned int replace(const TextLine& line) noexcept override {
         char* const text = lines_.text(line);
         if (const unsigned int rc = lines_.format(call_.record, text)) {
             return rc;
         }
-        ++changed_;
         return lines_.keepsLines() ? writeKept(line, lines_.patch(line, text))
                                    : writeEnded({text, ::strnlen(text, REG_LINE_SIZE)});
     }
+
+    // Kept: a line that says so already stays as it stands.
+    unsigned int keep(const TextLine& line) noexcept override { return writeEnded(line); }
 
     [[nodiscard]] unsigned int writeKept(const TextLine& line, const genreg::LinePatch& patch) noexcept {
         const TextLine tail = {line.raw + patch.tail, line.length - patch.tail};
@@ -193,35 +179,15 @@ private:
         rc = rc != 0 ? rc : write(patch.piece, patch.pieceLength);
         return rc != 0 ? rc : writeEnded(tail);
     }
-
-    unsigned long changed_ = 0;
-    bool equal_ = false;
 };
 
-class TextDelete final : public TextUpdate {
+class TextDelete final : public genreg::DeleteWalk<TextUpdate, TextLine> {
 public:
-    using TextUpdate::TextUpdate;
-
-    unsigned int copy() noexcept override {
-        if (const unsigned int rc = walk(call_.key, true)) {
-            return rc;
-        }
-        return dropped_ > 0 ? 0 : trace_.failMildly(150, REG_NOT_FOUND);
-    }
+    using DeleteWalk::DeleteWalk;
 
 private:
-    unsigned int takeMatch(const TextLine& /*line*/) noexcept override {
-        if (dropped_ > 0 && !duplicatesAllowed()) {
-            return trace_.fail(120, REG_SEVERAL_MATCH);
-        }
-        ++dropped_;
-        return 0;
-    }
-
     // Kept: a delete gives no last line a newline.
     unsigned int carry(const TextLine& line) noexcept override { return write(line.raw, line.length); }
-
-    unsigned long dropped_ = 0;
 };
 
 // Kept: the text engine calls Notify, but never Log.
