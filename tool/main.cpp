@@ -1,6 +1,5 @@
 #include <genreg/Codes.h>
 
-#include <CLI/CLI.hpp>
 #include <csignal>
 #include <exception>
 #include <new>

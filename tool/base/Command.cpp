@@ -3,6 +3,8 @@
 #include <fmt/core.h>
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
+
 #include <algorithm>
 #include <cstdlib>
 #include <map>
@@ -25,7 +27,7 @@ constexpr double MOST_SECONDS = 1e6;
 
 constexpr std::string_view VERSION = GENREG_VERSION;
 
-struct Parser {
+struct ToolParser {
     CLI::App app{std::string(DESCRIPTION), "genreg"};
     std::map<const CLI::App*, const Command*> commands;
     std::vector<std::string> helpWords;
@@ -38,7 +40,7 @@ struct Parser {
 // The help of a command lists the global options that it takes, too.
 class HelpFormatter final : public CLI::Formatter {
 public:
-    explicit HelpFormatter(const Parser& parser) : parser_(parser) {}
+    explicit HelpFormatter(const ToolParser& parser) : parser_(parser) {}
 
     std::string make_footer(const CLI::App* app) const override {
         const auto command = parser_.commands.find(app);
@@ -59,7 +61,7 @@ private:
         return text + "\n";
     }
 
-    const Parser& parser_;
+    const ToolParser& parser_;
 };
 
 // NaN, which compares with nothing, is out of the range as well.
@@ -69,7 +71,7 @@ std::string secondsProblem(const std::string& text) {
     return fits ? "" : fmt::format("{} is no number of seconds from 0 to {}", text, MOST_SECONDS);
 }
 
-void declareGlobals(Parser& parser, Context& context) {
+void declareGlobals(ToolParser& parser, Context& context) {
     CLI::App& app = parser.app;
     Options& options = context.options;
     app.set_version_flag("-V,--version", std::string(VERSION));
@@ -100,9 +102,57 @@ void declareGlobals(Parser& parser, Context& context) {
         ->check(CLI::IsMember({"auto", "always", "never"}).description(""));
 }
 
-void declareCommand(CLI::App& above, const Command& command, const std::string& word, Parser& parser) {
+// What a command is given to declare its words to.
+class CommandParser final : public Parser {
+public:
+    explicit CommandParser(CLI::App& app) : app_(app) {}
+
+    void required(const std::string& name, std::string& word, const std::string& help) override {
+        app_.add_option(name, word, help)->required();
+    }
+    void optional(const std::string& name, std::string& word, const std::string& help) override {
+        app_.add_option(name, word, help);
+    }
+    void optionalFile(std::string& file, const std::string& help) override {
+        app_.add_option("FILE", file, help)->check([](const std::string& text) {
+            return text.empty() ? "the name is empty" : "";
+        });
+    }
+    void handedOver(const std::string& name, bool isRequired, const std::function<void(const std::string& word)>& take,
+                    const std::string& help) override {
+        app_.add_option_function<std::string>(name, take, help)->required(isRequired);
+    }
+    void words(const std::string& name, std::vector<std::string>& all, const std::string& help) override {
+        app_.add_option(name, all, help);
+    }
+    void oneWord(const std::string& name, std::vector<std::string>& none, const std::string& help) override {
+        app_.add_option(name, none, help)->expected(0, 1);
+    }
+    void option(const std::string& name, const std::string& what, std::string& value,
+                const std::string& help) override {
+        app_.add_option(name, value, help)->type_name(what);
+    }
+    void option(const std::string& name, const std::string& what, std::optional<std::string>& value,
+                const std::string& help) override {
+        app_.add_option(name, value, help)->type_name(what);
+    }
+    void choice(const std::string& name, const std::string& what, const std::vector<std::string>& choices,
+                std::string& chosen, const std::string& help) override {
+        app_.add_option(name, chosen, help)->type_name(what)->check(CLI::IsMember(choices));
+    }
+    void flag(const std::string& name, bool& given, const std::string& help) override {
+        app_.add_flag(name, given, help);
+    }
+    void footer(const std::string& text) override { app_.footer(text); }
+
+private:
+    CLI::App& app_;
+};
+
+void declareCommand(CLI::App& above, const Command& command, const std::string& word, ToolParser& parser) {
     CLI::App* sub = above.add_subcommand(word, std::string(command.summary));
-    const Action action = command.declare(*sub);
+    CommandParser declared(*sub);
+    const Action action = command.declare(declared);
     parser.commands[sub] = &command;
     sub->final_callback([&parser, &command, action] {
         parser.chosen = &command;
@@ -110,7 +160,7 @@ void declareCommand(CLI::App& above, const Command& command, const std::string& 
     });
 }
 
-void declareCommands(Parser& parser, std::span<const CommandGroup> groups, std::span<const Command> commands) {
+void declareCommands(ToolParser& parser, std::span<const CommandGroup> groups, std::span<const Command> commands) {
     std::map<std::string_view, CLI::App*> parents;
     for (const CommandGroup& group : groups) {
         CLI::App* parent = parser.app.add_subcommand(std::string(group.name), std::string(group.summary));
@@ -267,7 +317,7 @@ void printVersion(Output& output) {
 }
 
 // The help of the command that the words name.
-int help(Context& context, const Parser& parser) {
+int help(Context& context, const ToolParser& parser) {
     const CLI::App* command = &parser.app;
     for (const std::string& word : parser.helpWords) {
         const auto known = command->get_subcommands([&](const CLI::App* sub) { return sub->get_name() == word; });
@@ -280,7 +330,7 @@ int help(Context& context, const Parser& parser) {
     return EXIT_DONE;
 }
 
-void declareHelp(Parser& parser) {
+void declareHelp(ToolParser& parser) {
     static constexpr Command HELP = {"help", "the help of the tool or a command", 0, nullptr};
     CLI::App* sub = parser.app.add_subcommand(std::string(HELP.name), std::string(HELP.summary));
     sub->add_option("COMMAND", parser.helpWords, "the words of the command");
@@ -299,7 +349,7 @@ void chooseColor(const std::string& when, Output& output) {
     output.style.errorColor = when == "always" || (when == "auto" && wanted && isatty(STDERR_FILENO) != 0);
 }
 
-void refuseIdleOptions(const Parser& parser) {
+void refuseIdleOptions(const ToolParser& parser) {
     for (const auto& [use, option] : parser.acting) {
         if (option->count() != 0 && (parser.chosen->uses & use) == 0) {
             throw usageFailure(
@@ -311,17 +361,11 @@ void refuseIdleOptions(const Parser& parser) {
 
 }  // namespace
 
-CLI::Option* addOptionalFile(CLI::App& parser, std::string& file, const std::string& help) {
-    return parser.add_option("FILE", file, help)->check([](const std::string& text) {
-        return text.empty() ? "the name is empty" : "";
-    });
-}
-
 int run(Context& context, std::span<const CommandGroup> groups, std::span<const Command> commands, int count,
         char** arguments) {
     context.argumentCount = count;
     context.arguments = arguments;
-    Parser parser;
+    ToolParser parser;
     parser.app.formatter(std::make_shared<HelpFormatter>(parser));
     parser.app.fallthrough();
     parser.app.require_subcommand(1);

@@ -2,7 +2,6 @@
 // its arguments. The parser is built from the list; a new command is an entry in it.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <functional>
 #include <optional>
 #include <span>
@@ -10,6 +9,7 @@
 #include <string_view>
 
 #include "base/Output.h"
+#include "base/Parser.h"
 
 namespace tool {
 
@@ -52,17 +52,13 @@ struct Command {
     std::string_view name;  // "varval set": the words on the command line
     std::string_view summary;
     unsigned int uses;
-    Action (*declare)(CLI::App& parser);
+    Action (*declare)(Parser& parser);
 };
 
 struct CommandGroup {
     std::string_view name;
     std::string_view summary;
 };
-
-// Declares a FILE that need not be given. An empty one is refused: a script whose variable is empty does not mean the
-// registry that is meant when there is none.
-CLI::Option* addOptionalFile(CLI::App& parser, std::string& file, const std::string& help);
 
 // Parses the command line and runs what it asks for. Throws Failure; answers the exit status.
 int run(Context& context, std::span<const CommandGroup> groups, std::span<const Command> commands, int count,

@@ -52,35 +52,33 @@ int runVerb(Context& context, const EntrySchema& schema, const EntryWords& words
 }
 
 // The words behind the name of a set or an add.
-void declareFields(CLI::App& parser, const EntrySchema& schema, EntryWords& words, Verb verb) {
+void declareFields(Parser& parser, const EntrySchema& schema, EntryWords& words, Verb verb) {
     words.fields.resize(schema.fields.size());
     for (std::size_t i = 0; i < schema.fields.size(); ++i) {
-        parser.add_option(schema.fields[i].name, words.fields[i], schema.fields[i].help)->required();
+        parser.required(schema.fields[i].name, words.fields[i], schema.fields[i].help);
     }
     if (schema.rest.name != nullptr) {
-        parser.add_option(schema.rest.name, words.rest, schema.rest.help);
+        parser.words(schema.rest.name, words.rest, schema.rest.help);
     }
-    parser.add_option("--comment", words.comment, fmt::format("the comment of the {}; empty: none", schema.place))
-        ->type_name("TEXT");
+    parser.option("--comment", "TEXT", words.comment, fmt::format("the comment of the {}; empty: none", schema.place));
     if (schema.noRest.name != nullptr && verb == Verb::SET) {
-        parser.add_flag(schema.noRest.name, words.noRest, schema.noRest.help);
+        parser.flag(schema.noRest.name, words.noRest, schema.noRest.help);
     }
 }
 
-Action declareVerb(CLI::App& parser, const EntrySchema& schema, Verb verb) {
+Action declareVerb(Parser& parser, const EntrySchema& schema, Verb verb) {
     auto words = std::make_shared<EntryWords>();
-    parser.add_option("FILE", words->file, schema.file)->required();
+    parser.required("FILE", words->file, schema.file);
     if (verb != Verb::LIST && verb != Verb::OWN) {
         const EntryWord& name = writes(verb) ? schema.named : schema.found;
-        parser.add_option(name.name, words->name, name.help)->required();
+        parser.required(name.name, words->name, name.help);
     }
     if (writes(verb)) {
         declareFields(parser, schema, *words, verb);
     }
     if ((verb == Verb::GET || verb == Verb::GET_ALL) && schema.convert != nullptr) {
-        parser.add_option("--type", words->type, "convert the value: bool, int, uint, double; string leaves it")
-            ->type_name("TYPE")
-            ->check(CLI::IsMember({"bool", "int", "uint", "double", "string"}));
+        parser.choice("--type", "TYPE", {"bool", "int", "uint", "double", "string"}, words->type,
+                      "convert the value: bool, int, uint, double; string leaves it");
     }
     return [&schema, words, verb](Context& context) { return runVerb(context, schema, *words, verb); };
 }
@@ -89,7 +87,7 @@ template <const EntrySchema& (*SCHEMA)(), Verb VERB>
 void addCommand(std::vector<Command>& commands, const EntryWord& words, unsigned int uses) {
     if (words.name != nullptr) {
         commands.push_back(
-            {words.name, words.help, uses, [](CLI::App& parser) { return declareVerb(parser, SCHEMA(), VERB); }});
+            {words.name, words.help, uses, [](Parser& parser) { return declareVerb(parser, SCHEMA(), VERB); }});
     }
 }
 

@@ -45,7 +45,7 @@ int sync(Context& context) {
 
 constexpr Command COMMANDS[] = {
     {"fixpack sync", "bring the fixpack numbers of this copy's services up to the running level",
-     USES_UPDATE | USES_REGISTRY, [](CLI::App&) -> Action { return sync; }},
+     USES_UPDATE | USES_REGISTRY, [](Parser&) -> Action { return sync; }},
 };
 
 }  // namespace

@@ -224,13 +224,13 @@ int showLog(Context& context, const std::string& given) {
 
 constexpr Command COMMANDS[] = {
     {"log on", "create the change log: from now on every change leaves a line in it", 0,
-     [](CLI::App&) -> Action { return logOn; }},
-    {"log off", "remove the change log", USES_YES, [](CLI::App&) -> Action { return logOff; }},
-    {"log status", "whether changes are logged", 0, [](CLI::App&) -> Action { return logStatus; }},
+     [](Parser&) -> Action { return logOn; }},
+    {"log off", "remove the change log", USES_YES, [](Parser&) -> Action { return logOff; }},
+    {"log status", "whether changes are logged", 0, [](Parser&) -> Action { return logStatus; }},
     {"log show", "the lines of the change log", 0,
-     [](CLI::App& parser) -> Action {
+     [](Parser& parser) -> Action {
          auto file = std::make_shared<std::string>();
-         addOptionalFile(parser, *file, "a saved log, instead of the one being written");
+         parser.optionalFile(*file, "a saved log, instead of the one being written");
          return [file](Context& context) { return showLog(context, *file); };
      }},
 };

@@ -142,9 +142,9 @@ int showPath(Context& context, bool explain) {
     return EXIT_DONE;
 }
 
-Action declarePath(CLI::App& parser) {
+Action declarePath(Parser& parser) {
     auto explain = std::make_shared<bool>(false);
-    parser.add_flag("--explain", *explain, "say which rule chose it, and what was looked at");
+    parser.flag("--explain", *explain, "say which rule chose it, and what was looked at");
     return [explain](Context& context) { return showPath(context, *explain); };
 }
 

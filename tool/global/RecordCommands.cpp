@@ -94,16 +94,15 @@ constexpr const char* KEY_WORDS[] = {"SERVICE", "VERSION", "NAME"};
 constexpr const char* KEY_HELP[] = {"the service", "its version: 9.7.0.2", "the name"};
 
 // The words of the key: all of them, or at least so many.
-std::shared_ptr<RecordArguments> declareKey(CLI::App& parser, unsigned int type, std::size_t required) {
+std::shared_ptr<RecordArguments> declareKey(Parser& parser, unsigned int type, std::size_t required) {
     auto arguments = std::make_shared<RecordArguments>(RecordArguments{type});
     const bool versioned = type != GLOBALREG_VARIABLE;
     const std::size_t count = keyFieldsOf(kindOf(type)).size();
     arguments->key.reserve(count);
     for (std::size_t i = 0; i < count; ++i) {
         const std::size_t word = !versioned && i == 1 ? 2 : i;
-        auto* const option = parser.add_option_function<std::string>(
-            KEY_WORDS[word], [arguments](const std::string& text) { arguments->key.push_back(text); }, KEY_HELP[word]);
-        option->required(i < required);
+        const auto take = [arguments](const std::string& text) { arguments->key.push_back(text); };
+        parser.handedOver(KEY_WORDS[word], i < required, take, KEY_HELP[word]);
     }
     return arguments;
 }
@@ -120,28 +119,28 @@ std::string fieldsText(unsigned int type) {
 constexpr std::size_t WHOLE_KEY = 3;
 
 template <unsigned int TYPE>
-Action declareList(CLI::App& parser) {
+Action declareList(Parser& parser) {
     return [arguments = declareKey(parser, TYPE, 0)](Context& context) { return list(context, *arguments); };
 }
 
 template <unsigned int TYPE>
-Action declareGet(CLI::App& parser) {
+Action declareGet(Parser& parser) {
     auto arguments = declareKey(parser, TYPE, WHOLE_KEY);
-    parser.add_option("FIELD", arguments->words, "only the value of this field")->expected(0, 1);
+    parser.oneWord("FIELD", arguments->words, "only the value of this field");
     parser.footer(fieldsText(TYPE));
     return [arguments](Context& context) { return get(context, *arguments); };
 }
 
 template <unsigned int TYPE>
-Action declareSet(CLI::App& parser) {
+Action declareSet(Parser& parser) {
     auto arguments = declareKey(parser, TYPE, WHOLE_KEY);
-    parser.add_option("FIELD=VALUE", arguments->words, "fields to set; FIELD= removes one, others stay as they are");
+    parser.words("FIELD=VALUE", arguments->words, "fields to set; FIELD= removes one, others stay as they are");
     parser.footer(fieldsText(TYPE));
     return [arguments](Context& context) { return setRecord(context, *arguments); };
 }
 
 template <unsigned int TYPE>
-Action declareRemove(CLI::App& parser) {
+Action declareRemove(Parser& parser) {
     return [arguments = declareKey(parser, TYPE, 1)](Context& context) { return removeRecords(context, *arguments); };
 }
 

@@ -144,11 +144,11 @@ int compare(Context& context, const Arguments& arguments) {
     return compareLinesOf(context, difference);
 }
 
-Action declareDiff(CLI::App& parser) {
+Action declareDiff(Parser& parser) {
     auto arguments = std::make_shared<Arguments>();
-    parser.add_option("A", arguments->before, "a registry file, or a companion or copy of it")->required();
-    parser.add_option("B", arguments->after,
-                      "the other one; when there is none, the .tmp, .bkp or .cor beside A, else the global registry");
+    parser.required("A", arguments->before, "a registry file, or a companion or copy of it");
+    parser.optional("B", arguments->after,
+                    "the other one; when there is none, the .tmp, .bkp or .cor beside A, else the global registry");
     parser.footer(
         "Binary registries are compared record by record: - only in A, + only in B, ~ fields old -> new.\n"
         "Exits 7 when a frame of either is damaged; the sound ones are compared all the same.");

@@ -273,10 +273,10 @@ int dump(Context& context, const Arguments& arguments) {
     return Dump(context, path, arguments.raw, arguments.file.empty()).tell();
 }
 
-Action declareDump(CLI::App& parser) {
+Action declareDump(Parser& parser) {
     auto arguments = std::make_shared<Arguments>();
-    addOptionalFile(parser, arguments->file, "a binary registry; without one, the global registry");
-    parser.add_flag("--raw", arguments->raw, "show the bytes of every frame, too");
+    parser.optionalFile(arguments->file, "a binary registry; without one, the global registry");
+    parser.flag("--raw", arguments->raw, "show the bytes of every frame, too");
     return [arguments](Context& context) { return dump(context, *arguments); };
 }
 

@@ -103,9 +103,9 @@ int explain(Context& context, const std::string& word) {
     return EXIT_DONE;
 }
 
-Action declareExplain(CLI::App& parser) {
+Action declareExplain(Parser& parser) {
     auto word = std::make_shared<std::string>();
-    parser.add_option("CODE", *word, "0x900001f6, 900001f6 or REG_NOT_FOUND; without one, all are listed");
+    parser.optional("CODE", *word, "0x900001f6, 900001f6 or REG_NOT_FOUND; without one, all are listed");
     return [word](Context& context) { return explain(context, *word); };
 }
 

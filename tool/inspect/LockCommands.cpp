@@ -90,16 +90,16 @@ int lockAndRun(Context& context, const Arguments& arguments) {
     return result;
 }
 
-Action declareStatus(CLI::App& parser) {
+Action declareStatus(Parser& parser) {
     auto file = std::make_shared<std::string>();
-    addOptionalFile(parser, *file, "the registry file; the global registry when there is none");
+    parser.optionalFile(*file, "the registry file; the global registry when there is none");
     return [file](Context& context) { return status(context, *file); };
 }
 
-Action declareRun(CLI::App& parser) {
+Action declareRun(Parser& parser) {
     auto arguments = std::make_shared<Arguments>();
-    addOptionalFile(parser, arguments->file, "the registry file; the global registry when there is none");
-    parser.add_option("CMD", arguments->command, "the command and its arguments, behind \"--\"");
+    parser.optionalFile(arguments->file, "the registry file; the global registry when there is none");
+    parser.words("CMD", arguments->command, "the command and its arguments, behind \"--\"");
     return [arguments](Context& context) { return lockAndRun(context, split(context, *arguments)); };
 }
 

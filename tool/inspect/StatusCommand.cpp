@@ -213,9 +213,9 @@ int status(Context& context, const std::string& given) {
     return EXIT_DONE;
 }
 
-Action declareStatus(CLI::App& parser) {
+Action declareStatus(Parser& parser) {
     auto file = std::make_shared<std::string>();
-    addOptionalFile(parser, *file, "the registry file; the global registry when there is none");
+    parser.optionalFile(*file, "the registry file; the global registry when there is none");
     parser.footer(
         "The global registry, and a file that begins as one of records does, is read as records; any other file as "
         "lines.");

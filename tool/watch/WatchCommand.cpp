@@ -299,11 +299,11 @@ int watch(Context& context, const Arguments& arguments) {
     return EXIT_DONE;
 }
 
-Action declareWatch(CLI::App& parser) {
+Action declareWatch(Parser& parser) {
     auto arguments = std::make_shared<Arguments>();
-    parser.add_option("--exec", arguments->command, "run this for each change, which is on its standard input as JSON")
-        ->type_name("CMD");
-    parser.add_flag("--follow", arguments->follow, "only look on: no lock, no privilege");
+    parser.option("--exec", "CMD", arguments->command,
+                  "run this for each change, which is on its standard input as JSON");
+    parser.flag("--follow", arguments->follow, "only look on: no lock, no privilege");
     return [arguments](Context& context) { return watch(context, *arguments); };
 }
 
