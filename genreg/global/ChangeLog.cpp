@@ -22,7 +22,14 @@
 #include "genreg/global/Fields.h"
 #include "platform/posix/Posix.h"
 
-namespace genreg {
+using genreg::CauseMark;
+using genreg::Function;
+using genreg::FunctionTrace;
+using genreg::RecordType;
+using genreg::recordTypeOf;
+using genreg::textOf;
+using genreg::valueOf;
+
 namespace {
 
 constexpr char LOG_PATH[] = "/tmp/globalreg.debug";
@@ -183,9 +190,6 @@ void appendPrefix(const LogPrefix& prefix, LogLine* line) noexcept {
 }
 
 }  // namespace
-}  // namespace genreg
-
-using namespace genreg;
 
 unsigned int GlobalReg::Log(GenRegBase* object, unsigned long action, void* first, void* second) noexcept {
     FunctionTrace trace{Function::GlobalLog};

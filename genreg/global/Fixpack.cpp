@@ -11,7 +11,11 @@
 #include "genreg/core/FunctionTrace.h"
 #include "genreg/global/Fields.h"
 
-namespace genreg {
+using genreg::boundedText;
+using genreg::CauseMark;
+using genreg::Function;
+using genreg::OperationTrace;
+
 namespace {
 
 // The changes to make, in the order of the file: the scan must be over before the first is made.
@@ -96,9 +100,6 @@ unsigned int runningLevel(unsigned long* versionCode, int* fixpackNumber) noexce
 }
 
 }  // namespace
-}  // namespace genreg
-
-using namespace genreg;
 
 unsigned int genregSyncGlobalRegFixpackNumber(GlobalReg* registry, unsigned long* updated) {
     OperationTrace trace{Function::GenregSyncGlobalRegFixpackNumber};

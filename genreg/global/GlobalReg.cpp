@@ -4,7 +4,11 @@
 #include "genreg/core/FunctionTrace.h"
 #include "genreg/global/PackedImage.h"
 
-using namespace genreg;
+using genreg::checkImage;
+using genreg::Function;
+using genreg::FunctionTrace;
+using genreg::imageMayMatch;
+using genreg::imagePacksAlike;
 
 GlobalReg::GlobalReg() noexcept : GlobalReg(false) {}
 

@@ -2,7 +2,15 @@
 
 #include "genreg/global/InfoTransaction.h"
 
-namespace genreg {
+using genreg::FieldMember;
+using genreg::Function;
+using genreg::InfoMember;
+using genreg::InfoSchema;
+using genreg::INSTANCE_FIELDS;
+using genreg::keyOf;
+using genreg::kindOf;
+using genreg::openInstanceList;
+
 namespace {
 
 using Info = OSSInstanceInfo_t;
@@ -40,9 +48,6 @@ constexpr InfoSchema INSTANCES = {
 };
 
 }  // namespace
-}  // namespace genreg
-
-using namespace genreg;
 
 unsigned int ossSetInstanceInfo(OSSInstanceInfo_t* info) {
     return setInfo(INSTANCES, info);

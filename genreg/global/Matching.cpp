@@ -100,7 +100,10 @@ bool imageMayMatch(unsigned long mask, const void* image, unsigned long, const v
 
 }  // namespace genreg
 
-using namespace genreg;
+using genreg::Difference;
+using genreg::Function;
+using genreg::FunctionTrace;
+using genreg::RecordFields;
 
 unsigned int GlobalReg::MatchRecord(unsigned long mask, void* fileRecord, void* keyRecord) noexcept {
     FunctionTrace trace{Function::GlobalMatchRecord};

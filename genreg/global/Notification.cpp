@@ -12,7 +12,10 @@
 #include "genreg/core/FunctionTrace.h"
 #include "platform/posix/Posix.h"
 
-namespace genreg {
+using genreg::Function;
+using genreg::FunctionTrace;
+using genreg::OperationTrace;
+
 namespace {
 
 constexpr char MONITOR_LOCK_PATH[] = "/var/rvn/.fmcd.lock";
@@ -80,9 +83,6 @@ unsigned int wakeMonitor(FunctionTrace& trace) noexcept {
 }
 
 }  // namespace
-}  // namespace genreg
-
-using namespace genreg;
 
 unsigned int GlobalReg::Notify() noexcept {
     FunctionTrace trace{Function::GlobalNotify};

@@ -9,7 +9,28 @@
 #include "genreg/core/FunctionTrace.h"
 #include "genreg/global/PackedImage.h"
 
-namespace genreg {
+using genreg::Function;
+using genreg::FunctionTrace;
+using genreg::headerOf;
+using genreg::IMAGE_CHECKSUM_SIZE;
+using genreg::IMAGE_LEAST_SIZE;
+using genreg::IMAGE_MASK_SIZE;
+using genreg::IMAGE_TYPE_SIZE;
+using genreg::ImageHeader;
+using genreg::ITEM_LENGTH_SIZE;
+using genreg::ITEMLESS_BIT;
+using genreg::loadLittle;
+using genreg::memberOf;
+using genreg::PackedItem;
+using genreg::PackedItems;
+using genreg::RecordType;
+using genreg::recordTypeOf;
+using genreg::setValue;
+using genreg::storeLittle;
+using genreg::textOf;
+using genreg::valueOf;
+using genreg::walkUnchecked;
+
 namespace {
 
 constexpr char MEMORY_TAG[] = "GlobalReg";
@@ -172,9 +193,6 @@ void readImage(const void* image, const RecordType& type, GlobalRegRecord* recor
 }
 
 }  // namespace
-}  // namespace genreg
-
-using namespace genreg;
 
 unsigned int GlobalReg::GetRecordSize(void*, unsigned long* size) noexcept {
     FunctionTrace trace{Function::GlobalGetRecordSize};

@@ -13,7 +13,10 @@
 
 #include "genreg/core/FunctionTrace.h"
 
-namespace genreg {
+using genreg::Function;
+using genreg::FunctionTrace;
+using genreg::OperationTrace;
+
 namespace {
 
 constexpr char DEFAULT_DIRECTORY[] = "/var/rvn";
@@ -68,9 +71,6 @@ unsigned int handOut(FunctionTrace& trace, const char* path, char* buffer, unsig
 }
 
 }  // namespace
-}  // namespace genreg
-
-using namespace genreg;
 
 unsigned int GetGlobalRegPathnameInternal(char* buffer, unsigned short* length, bool useDefaultPath) {
     FunctionTrace trace{Function::GetGlobalRegPathnameInternal};

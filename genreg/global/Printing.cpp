@@ -7,7 +7,13 @@
 #include "genreg/core/FunctionTrace.h"
 #include "genreg/global/Fields.h"
 
-namespace genreg {
+using genreg::Function;
+using genreg::FunctionTrace;
+using genreg::RecordType;
+using genreg::recordTypeOf;
+using genreg::textOf;
+using genreg::valueOf;
+
 namespace {
 
 void printField(const GlobalRegRecord& record, const GlobalRegField& field) noexcept {
@@ -27,9 +33,6 @@ void printField(const GlobalRegRecord& record, const GlobalRegField& field) noex
 }
 
 }  // namespace
-}  // namespace genreg
-
-using namespace genreg;
 
 unsigned int GlobalReg::PrintRecord(void* record) noexcept {
     FunctionTrace trace{Function::GlobalPrintRecord};

@@ -5,7 +5,17 @@
 #include "genreg/core/FrameBytes.h"
 #include "genreg/global/PackedImage.h"
 
-namespace genreg {
+using genreg::bodyChecksum;
+using genreg::CHECKSUM_HEADER_SIZE;
+using genreg::Frame;
+using genreg::FRAME_LENGTH_SIZE;
+using genreg::HeaderFit;
+using genreg::IMAGE_TYPE_SIZE;
+using genreg::judgeHeader;
+using genreg::loadLittle;
+using genreg::parsesAsFrames;
+using genreg::recordTypeOf;
+
 namespace {
 
 // Whether the bytes, which are damaged somewhere, begin with a frame of the global registry.
@@ -31,9 +41,6 @@ bool isBigEndian(const char* bytes, unsigned long size, unsigned long records) n
 }
 
 }  // namespace
-}  // namespace genreg
-
-using namespace genreg;
 
 unsigned int genregReadLayout(const void* bytes, unsigned long size, GenRegLayout* layout) {
     if (layout == nullptr) {

@@ -2,7 +2,15 @@
 
 #include "genreg/global/InfoTransaction.h"
 
-namespace genreg {
+using genreg::FieldMember;
+using genreg::Function;
+using genreg::InfoMember;
+using genreg::InfoSchema;
+using genreg::keyOf;
+using genreg::kindOf;
+using genreg::openServiceList;
+using genreg::SERVICE_FIELDS;
+
 namespace {
 
 using Info = OSSServiceInfo_t;
@@ -34,9 +42,6 @@ constexpr InfoSchema SERVICES = {
 };
 
 }  // namespace
-}  // namespace genreg
-
-using namespace genreg;
 
 unsigned int ossSetServiceInfo(OSSServiceInfo_t* info) {
     return setInfo(SERVICES, info);

@@ -5,7 +5,13 @@
 #include "genreg/core/FunctionTrace.h"
 #include "genreg/global/Fields.h"
 
-namespace genreg {
+using genreg::Function;
+using genreg::FunctionTrace;
+using genreg::RecordType;
+using genreg::recordTypeOf;
+using genreg::textOf;
+using genreg::valueOf;
+
 namespace {
 
 constexpr unsigned int HIGHEST_RECORD_TYPE = GLOBALREG_VARIABLE;
@@ -34,9 +40,6 @@ unsigned int checkPresence(unsigned long mask, const GlobalRegRecord& record, co
 }
 
 }  // namespace
-}  // namespace genreg
-
-using namespace genreg;
 
 unsigned int GlobalReg::ValidateRecord(unsigned long mask, void* record) noexcept {
     FunctionTrace trace{Function::GlobalValidateRecord};

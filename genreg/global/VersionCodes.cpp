@@ -8,7 +8,10 @@
 #include "genreg/core/FunctionTrace.h"
 #include "genreg/global/Fields.h"
 
-namespace genreg {
+using genreg::boundedText;
+using genreg::Function;
+using genreg::FunctionTrace;
+
 namespace {
 
 constexpr unsigned int PARTS = 4;
@@ -34,9 +37,6 @@ bool readPart(std::string_view digits, unsigned long* part) noexcept {
 }
 
 }  // namespace
-}  // namespace genreg
-
-using namespace genreg;
 
 unsigned long ossVersionCodeRVNToService(unsigned int level) {
     FunctionTrace trace{Function::OssVersionCodeRVNToService};
