@@ -6,11 +6,11 @@
 // The verification of a deferred commit refuses both; the file stands.
 #include <genreg/GenRegInitTab.h>
 
-#include "FormLine.h"
+#include "SchemaLine.h"
 
 namespace {
 
-using Line = FormLine<GenRegInitTab, GenRegInitTabRecord>;
+using Line = SchemaLine<GenRegInitTab, GenRegInitTabRecord>;
 
 void claimSound(unsigned int rc, const GenRegInitTabRecord& record) {
     claimInside(record.line, {record.comment, record.id, record.runLevel, record.action, record.command});
@@ -51,24 +51,24 @@ void claimSame(const GenRegInitTabRecord& again, const GenRegInitTabRecord& reco
 }
 
 // The line as it is kept: nothing asked, nothing changed; one field asked, one changed.
-void keepTheRest(Line& form, GenRegInitTabRecord& record) {
-    const std::string before = form.text();
+void keepTheRest(Line& schema, GenRegInitTabRecord& record) {
+    const std::string before = schema.text();
     const std::string line = Line::ended(before);
     const bool continues = line.size() > 1 && line[line.size() - 2] == '\\';
-    const Line::Writing written = form.rewrite(record);
+    const Line::Writing written = schema.rewrite(record);
     claim(written.rc == REG_LINE_TOO_LONG ? line.size() >= REG_LINE_SIZE : continues || written.line == line,
           "what is not changed stays");
     char* GenRegInitTabRecord::*const fields[] = {&GenRegInitTabRecord::id, &GenRegInitTabRecord::runLevel,
                                                   &GenRegInitTabRecord::action, &GenRegInitTabRecord::command};
     for (char* GenRegInitTabRecord::*const field : fields) {
         const auto set = [field](GenRegInitTabRecord& wanted, char* word) { wanted.*field = word; };
-        form.claimOnlyThatChanges(record.*field, set, GenRegInitTab::ParseLine, continues);
+        schema.claimOnlyThatChanges(record.*field, set, GenRegInitTab::ParseLine, continues);
     }
     if (record.comment != nullptr) {
         const auto comment = [](GenRegInitTabRecord& wanted, char* word) { wanted.comment = word; };
-        form.claimOnlyThatChanges(record.comment, comment, GenRegInitTab::ParseLine, false);
+        schema.claimOnlyThatChanges(record.comment, comment, GenRegInitTab::ParseLine, false);
         record.flags = INITTAB_HAS_ENTRY;
-        const Line::Writing bare = form.rewrite(record);
+        const Line::Writing bare = schema.rewrite(record);
         const bool endsSo = bare.rc == REG_RECORD_REFUSED && textOf(record.command).ends_with('\\');
         claim(endsSo || (bare.rc == 0 && before.starts_with(bare.line.substr(0, bare.line.size() - 1))),
               "a comment goes, and nothing else");
@@ -82,18 +82,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     if (size == 0) {
         return 0;
     }
-    Line form(bytes, size, true);
-    const auto [rc, record] = form.read(form.line());
+    Line schema(bytes, size, true);
+    const auto [rc, record] = schema.read(schema.line());
     claimSound(rc, *record);
     if (rc != 0) {
         return 0;
     }
-    const std::string before = form.text();
+    const std::string before = schema.text();
     if (record->id != nullptr) {
         claimWhole(*record, before);
-        keepTheRest(form, *record);
+        keepTheRest(schema, *record);
     }
-    form.claimFound(*record, form.line(), *record);
+    schema.claimFound(*record, schema.line(), *record);
     const Line::Writing written = Line::write(*record, before);
     if (record->flags == 0) {
         claim(written.rc == 0 && written.line == (before.empty() ? "\n" : before), "of no record nothing is written");
@@ -110,10 +110,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     if (lostCommand || continues) {
         return 0;
     }
-    const Line::Reading again = form.read(written.line);
+    const Line::Reading again = schema.read(written.line);
     claimSound(again.rc, *again.record);
     claimSame(*again.record, *record);
-    form.claimFound(*record, written.line, *again.record);
+    schema.claimFound(*record, written.line, *again.record);
     const Line::Writing settled = Line::write(*again.record);
     claim(settled.rc == 0 && settled.line == written.line, "the layout settles");
     return 0;

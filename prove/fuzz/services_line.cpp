@@ -10,11 +10,11 @@
 #include <utility>
 #include <vector>
 
-#include "FormLine.h"
+#include "SchemaLine.h"
 
 namespace {
 
-using Line = FormLine<GenRegServices, GenRegServicesRecord>;
+using Line = SchemaLine<GenRegServices, GenRegServicesRecord>;
 
 // Writing puts in at most two tabs for a blank, four before a comment, a blank behind its sign, and a port that was
 // negative.
@@ -101,40 +101,27 @@ std::string withBlank(std::string line) {
     return sign == std::string::npos ? line : line.insert(sign + 1, " ");
 }
 
-// The line as it is kept: nothing asked, nothing changed, whichever way the record was read; one field asked, one
-// changed.
-void keepTheRest(Line& form) {
-    const Line::Reading kept = form.read(form.line(), GenRegServices::ParseKeptLine);
+// The line as it is kept: nothing asked, nothing changed; one field asked, one changed.
+void keepTheRest(Line& schema) {
+    const Line::Reading kept = schema.read(schema.line(), GenRegServices::ParseKeptLine);
     const GenRegServicesRecord& record = *kept.record;
-    const std::string before = Line::ended(form.text());
-    for (const GenRegParseLine parse : {GenRegServices::ParseKeptLine, GenRegServices::ParseLine}) {
-        const Line::Reading same = form.read(form.line(), parse);
-        const Line::Writing written = form.rewrite(*same.record);
-        claim(written.rc == REG_LINE_TOO_LONG ? before.size() >= REG_LINE_SIZE : written.line == before,
-              "what is not changed stays");
-        // Of a carriage return behind it the cleaning makes a dot, which might be meant.
-        if (record.comment != nullptr && std::string(record.comment).ends_with('\r')) {
-            break;
-        }
-    }
-    const std::vector<std::string> words = wordsOf(form.text());
+    schema.claimStays({GenRegServices::ParseKeptLine, GenRegServices::ParseLine});
+    const std::vector<std::string> words = wordsOf(schema.text());
     const auto name = [](GenRegServicesRecord& wanted, char* word) { wanted.name = word; };
-    form.claimOnlyThatChanges(record.name, name, GenRegServices::ParseKeptLine, false);
+    schema.claimOnlyThatChanges(record.name, name, GenRegServices::ParseKeptLine, false);
     const auto port = [](GenRegServicesRecord& wanted, char*) { wanted.port = PORT_77; };
-    form.claimOnlyThatChanges(words[1].substr(0, words[1].find('/')), port, GenRegServices::ParseKeptLine, false);
+    schema.claimOnlyThatChanges(words[1].substr(0, words[1].find('/')), port, GenRegServices::ParseKeptLine, false);
     const std::size_t aliases = aliasesOf(record).size();
     for (const std::size_t i :
          aliases == 0 ? std::set<std::size_t>() : std::set{std::size_t{0}, aliases / 2, aliases - 1}) {
         const auto alias = [i](GenRegServicesRecord& wanted, char* word) { wanted.aliasTable[i] = word; };
-        form.claimOnlyThatChanges(record.aliases[i], alias, GenRegServices::ParseKeptLine, false);
+        schema.claimOnlyThatChanges(record.aliases[i], alias, GenRegServices::ParseKeptLine, false);
     }
     if (record.comment != nullptr) {
         const auto comment = [](GenRegServicesRecord& wanted, char* word) { wanted.comment = word; };
-        form.claimOnlyThatChanges(record.comment, comment, GenRegServices::ParseKeptLine, false);
+        schema.claimOnlyThatChanges(record.comment, comment, GenRegServices::ParseKeptLine, false);
         kept.record->flags = SERVICES_HAS_NAME;
-        const Line::Writing bare = form.rewrite(*kept.record);
-        claim(bare.rc == 0 && before.starts_with(bare.line.substr(0, bare.line.find_first_of("\r\n"))),
-              "a comment goes, and nothing else");
+        schema.claimOnlyCommentGoes(*kept.record);
     }
 }
 
@@ -144,37 +131,37 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     if (size == 0) {
         return 0;
     }
-    Line form(bytes, size, false);
-    const auto [rc, record] = form.read(form.line());
+    Line schema(bytes, size, false);
+    const auto [rc, record] = schema.read(schema.line());
     claimSound(*record);
-    claimFitting(rc, *record, wordsOf(form.text()));
+    claimFitting(rc, *record, wordsOf(schema.text()));
     if (rc != 0 || record->flags == 0) {
         return 0;
     }
     if (record->protocol != nullptr) {
-        keepTheRest(form);
+        keepTheRest(schema);
     }
     const bool searchable = record->name == nullptr || record->protocol != nullptr;
     if (searchable) {
-        form.claimFound(*record, form.line(), *record);
+        schema.claimFound(*record, schema.line(), *record);
     }
-    const Line::Writing written = Line::write(*record, form.text());
+    const Line::Writing written = Line::write(*record, schema.text());
     if (record->name != nullptr && record->port == 0) {
         claim(written.rc == REG_FORMAT_PORT_MISSING, "without a port nothing is written");
         return 0;
     }
     if (written.rc != 0) {
-        claim(written.rc == REG_LINE_TOO_LONG && form.text().size() + MOST_GROWTH >= REG_LINE_SIZE,
+        claim(written.rc == REG_LINE_TOO_LONG && schema.text().size() + MOST_GROWTH >= REG_LINE_SIZE,
               "a record that was read can be written");
         return 0;
     }
     claim(Line::write(*record).line == written.line, "a new line is written as one over another");
-    const Line::Reading again = form.read(written.line);
+    const Line::Reading again = schema.read(written.line);
     claim(again.rc == 0, "what was written can be read");
     claimSound(*again.record);
     claimSame(*again.record, *record);
     if (record->name != nullptr) {
-        form.claimFound(*record, written.line, *again.record);
+        schema.claimFound(*record, written.line, *again.record);
     }
     const Line::Writing settled = Line::write(*again.record);
     claim(settled.rc == REG_LINE_TOO_LONG || settled.line == withBlank(written.line), "the layout settles");

@@ -1,4 +1,5 @@
-// What the targets of the line forms share: one line as the text engine hands it to a form, and what holds for each.
+// What the targets of the line schemas share: one line as the text engine hands it to a schema, and what holds for
+// each.
 #pragma once
 
 #include <genreg/GenRegText.h>
@@ -15,8 +16,8 @@ inline std::string textOf(const char* text) {
     return text != nullptr ? text : "(none)";
 }
 
-template <typename Form, typename Record>
-class FormLine {
+template <typename Schema, typename Record>
+class SchemaLine {
 public:
     struct Reading {
         unsigned int rc;
@@ -29,8 +30,8 @@ public:
 
     // The first line of the bytes, of which there are some, its continuations and its newline included, no longer than
     // what is parsed.
-    FormLine(const std::uint8_t* bytes, std::size_t size, bool joined) : form_("no file", &rc_) {
-        claim(rc_ == 0, "the form is made");
+    SchemaLine(const std::uint8_t* bytes, std::size_t size, bool joined) : schema_("no file", &rc_) {
+        claim(rc_ == 0, "the schema is made");
         const std::size_t most = std::min<std::size_t>(size, REG_LINE_SIZE - 1);
         std::size_t end = 0;
         while (end < most && (bytes[end] != '\n' || (joined && end > 0 && bytes[end - 1] == '\\'))) {
@@ -40,12 +41,12 @@ public:
     }
 
     [[nodiscard]] const std::string& line() const { return line_; }
-    // As the form sees it: continuations joined, ending in front of a NUL.
+    // As the schema sees it: continuations joined, ending in front of a NUL.
     [[nodiscard]] std::string text() { return lines_.text({line_.data(), line_.size()}); }
 
     // The line of a file, into memory that holds something else already. The text has just its length, so that a look
     // behind its end is seen.
-    [[nodiscard]] Reading read(const std::string& line, GenRegParseLine parse = Form::ParseLine) {
+    [[nodiscard]] Reading read(const std::string& line, GenRegParseLine parse = Schema::ParseLine) {
         const char* const joined = lines_.text({line.data(), line.size()});
         const std::size_t length = std::strlen(joined) + 1;
         const std::unique_ptr<char[]> exact(new char[length]);
@@ -60,7 +61,7 @@ public:
     [[nodiscard]] static Writing write(Record& record, const std::string& before = "") {
         const std::unique_ptr<char[]> buffer(new char[REG_LINE_SIZE]());
         std::memcpy(buffer.get(), before.data(), before.size());
-        const unsigned int rc = Form::FormatLine(&record, buffer.get());
+        const unsigned int rc = Schema::FormatLine(&record, buffer.get());
         claim(::strnlen(buffer.get(), REG_LINE_SIZE) < REG_LINE_SIZE, "the buffer holds an end");
         std::string line = buffer.get();
         line += line.empty() || line.back() != '\n' ? "\n" : "";
@@ -70,7 +71,7 @@ public:
     // A search for the record finds the line, of which `stored` was read.
     void claimFound(Record& record, const std::string& line, Record& stored) const {
         claim(lines_.mayMatch(~0UL, {line.data(), line.size()}, &record), "the line is not passed over");
-        claim(Form::MatchRecord(~0UL, &stored, &record) == 1, "what was read of it matches the record");
+        claim(Schema::MatchRecord(~0UL, &stored, &record) == 1, "what was read of it matches the record");
     }
 
     // The record, which was read from the line and then edited, written over it as KeepLines has it: the new text, and
@@ -78,7 +79,7 @@ public:
     [[nodiscard]] Writing rewrite(Record& record) {
         std::string buffer = text();
         buffer.resize(REG_LINE_SIZE);
-        const unsigned int rc = Form::RewriteLine(&record, buffer.data());
+        const unsigned int rc = Schema::RewriteLine(&record, buffer.data());
         buffer.resize(::strnlen(buffer.data(), REG_LINE_SIZE));
         claim(buffer.size() < REG_LINE_SIZE, "the buffer holds an end");
         if (rc == 0) {
@@ -92,6 +93,29 @@ public:
             claim(line_.ends_with(bytes.substr(bytes.size() - (line_.size() - patch.tail))), "what is behind it stays");
         }
         return {rc, ended(buffer)};
+    }
+
+    // The line as it is kept: nothing asked, nothing changed, whichever way the record was read.
+    void claimStays(std::initializer_list<GenRegParseLine> parses) {
+        const std::string before = ended(text());
+        for (const GenRegParseLine parse : parses) {
+            const Reading same = read(line_, parse);
+            const bool returns = textOf(same.record->comment).ends_with('\r');
+            const Writing written = rewrite(*same.record);
+            claim(written.rc == REG_LINE_TOO_LONG ? before.size() >= REG_LINE_SIZE : written.line == before,
+                  "what is not changed stays");
+            // Of a carriage return behind it the cleaning makes a dot, which might be meant.
+            if (returns) {
+                break;
+            }
+        }
+    }
+
+    // The record, which has no comment any more, written over the line that has one.
+    void claimOnlyCommentGoes(Record& record) {
+        const Writing bare = rewrite(record);
+        const std::string kept = bare.line.substr(0, bare.line.find_first_of("\r\n"));
+        claim(bare.rc == 0 && ended(text()).starts_with(kept), "a comment goes, and nothing else");
     }
 
     // Replaces one field of the record by a word and writes it over the line: refused where it may be, or read back as
@@ -109,7 +133,7 @@ public:
             return;
         }
         const Reading again = read(written.line, parse);
-        claim(again.rc == 0 && Form::MatchWhole(~0UL, again.record.get(), wanted.record.get()) == 1,
+        claim(again.rc == 0 && Schema::MatchWhole(~0UL, again.record.get(), wanted.record.get()) == 1,
               "it is read as asked");
         bool found = false;
         for (std::size_t at = written.line.find(word); at != std::string::npos && !found;
@@ -146,9 +170,9 @@ private:
     }
 
     unsigned int rc_ = 0;
-    Form form_;
+    Schema schema_;
     genreg::FunctionTrace trace_{genreg::Function::TextGet};
-    genreg::TextLines lines_{form_, trace_};
+    genreg::TextLines lines_{schema_, trace_};
     std::string line_;
 };
 
