@@ -8,7 +8,7 @@
 #include <map>
 
 #include "support/BinRegistry.h"
-#include "support/GlobalRegistry.h"
+#include "support/GlobalScratch.h"
 
 namespace {
 bool syncsFail = false;
@@ -214,7 +214,8 @@ TEST_F(ChecksumHeader, BytesAreReadAsTheFileIs) {
     EXPECT_EQ(genregReadLayout(nullptr, 99, &none), 0U);
     EXPECT_EQ(none.stated, nullptr);
     // The length of a record's frame looks like a header, and the record behind it is cut off.
-    const std::string record = Image(GLOBALREG_INSTANCE, 0x27).text("RVN").version().text("inst1").number(1).end();
+    const std::string record =
+        RecordImage(GLOBALREG_INSTANCE, 0x27).text("RVN").version().text("inst1").number(1).end();
     ASSERT_EQ(record.size(), 54U);
     const std::string damaged = frame(record) + frame(record).substr(0, 40);
     EXPECT_EQ(genregReadLayout(damaged.data(), damaged.size(), &none), 0U);

@@ -1,7 +1,7 @@
 // Feature bits and checksums.
 #include <genreg/Checksum.h>
 
-#include "support/VarValFile.h"
+#include "support/TextRegistry.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // Reading, writing and splitting lines.
-#include "support/VarValFile.h"
+#include "support/TextRegistry.h"
 
 namespace {
 

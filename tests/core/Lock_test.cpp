@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <thread>
 
-#include "support/VarValFile.h"
+#include "support/TextRegistry.h"
 
 namespace {
 
@@ -17,14 +17,14 @@ constexpr unsigned long HERE = REG_LOCK_EXCLUSIVE | REG_LOCK_NOWAIT;
 using LockTest = RegistryTest;
 
 TEST_F(LockTest, FlagsMustNameATypeAndAWait) {
-    VarValFile file{reg()};
+    TextRegistry file{reg()};
     for (const unsigned long flags : {0x0UL, 0x1UL, 0x2UL, 0x4UL, 0x8UL, 0x10UL, 0x13UL, 0x1cUL}) {
         EXPECT_EQ(file.Lock(flags, 10), REG_INVALID_ARGUMENT) << flags;
     }
     EXPECT_FALSE(exists(".reg.lock"));
     EXPECT_EQ(file.Lock(REG_LOCK_EXCLUSIVE | REG_LOCK_SHARED | REG_LOCK_WAIT, 10), 0u);
     EXPECT_EQ(file.Lock(HERE, 10), REG_ALREADY_LOCKED);
-    VarValFile other{reg()};  // exclusive won over shared, not waiting over waiting
+    TextRegistry other{reg()};  // exclusive won over shared, not waiting over waiting
     EXPECT_EQ(other.Lock(REG_LOCK_SHARED | REG_LOCK_WAIT | REG_LOCK_NOWAIT, 10), REG_LOCK_HELD);
     EXPECT_EQ(file.UnLock(), 0u);
     EXPECT_EQ(other.Lock(REG_LOCK_SHARED | REG_LOCK_NOWAIT, 10), 0u);  // although it was refused before
@@ -32,7 +32,7 @@ TEST_F(LockTest, FlagsMustNameATypeAndAWait) {
     EXPECT_EQ(file.UnLock(), 0u);
     EXPECT_EQ(file.UnLock(), REG_RELEASE_LOCK_FAILED);
     write("plain", "");
-    VarValFile inFile{path("plain/reg")};
+    TextRegistry inFile{path("plain/reg")};
     EXPECT_EQ(inFile.Lock(HERE | REG_LOCK_CREATE_DIR, 10), REG_CREATE_DIRECTORY_FAILED);
 }
 
@@ -40,7 +40,7 @@ TEST_F(LockTest, TheLockFileIsMadeWithThePermissionsAskedFor) {
     for (const unsigned long asked : {0UL, 0600UL, 0640UL}) {
         for (const unsigned long type : {REG_LOCK_EXCLUSIVE, REG_LOCK_SHARED}) {
             remove(".reg.lock");
-            VarValFile file{reg()};
+            TextRegistry file{reg()};
             file.lockPermissions = asked;
             ASSERT_EQ(file.Lock(type | REG_LOCK_NOWAIT, 10), 0u);
             struct stat status = {};
@@ -52,11 +52,11 @@ TEST_F(LockTest, TheLockFileIsMadeWithThePermissionsAskedFor) {
 
 TEST_F(LockTest, AnotherProcessIsToldAtOnceAndAThreadToo) {
     const auto tryIt = [&] {
-        VarValFile other{reg()};
+        TextRegistry other{reg()};
         return other.Lock(HERE, 10);
     };
     {
-        VarValFile file{reg()};
+        TextRegistry file{reg()};
         ASSERT_EQ(file.Lock(HERE, 10), 0u);
         EXPECT_EQ(inChild([&] { return tryIt() == REG_LOCK_HELD ? 0 : 1; }), 0);
         unsigned int seen = 0;
@@ -71,7 +71,7 @@ TEST_F(LockTest, ALinkIsNoLockFile) {
     for (const char* target : {"missing", "empty"}) {
         link(target, ".reg.lock");
         for (const unsigned long type : {REG_LOCK_EXCLUSIVE, REG_LOCK_SHARED}) {
-            VarValFile file{reg()};
+            TextRegistry file{reg()};
             EXPECT_EQ(file.Lock(type | REG_LOCK_NOWAIT, 10), REG_OPEN_LOCK_FAILED) << target;
             EXPECT_EQ(genregLockStatus(file.lockPath, nullptr), ossErrorMapSystem(ELOOP)) << target;
         }
@@ -85,13 +85,13 @@ TEST_F(LockTest, TheNoteIsWrittenOverNothingButANote) {
     write("empty", "");
     std::filesystem::create_hard_link(path("empty"), path(".reg.lock"));
     {
-        VarValFile file{reg()};
+        TextRegistry file{reg()};
         ASSERT_EQ(file.Lock(HERE, 10), 0u);
     }
     EXPECT_EQ(read("empty"), "");
     remove(".reg.lock");
     write(".reg.lock", "somebody else's\n");
-    VarValFile file{reg()};
+    TextRegistry file{reg()};
     ASSERT_EQ(file.Lock(HERE, 10), 0u);
     EXPECT_EQ(read(".reg.lock"), "somebody else's\n");
 }
@@ -102,15 +102,15 @@ TEST_F(LockTest, TheHolderIsNamedNotTheLastWhoLeftANote) {
         EXPECT_EQ(genregLockStatus(path(".reg.lock").c_str(), &found), REG_LOCK_HELD);
         return found;
     };
-    EXPECT_EQ(inChild([&] { return VarValFile{reg()}.Lock(HERE, 10) == 0 ? 0 : 1; }), 0);  // its note outlives it
-    VarValFile reader{reg()};
+    EXPECT_EQ(inChild([&] { return TextRegistry{reg()}.Lock(HERE, 10) == 0 ? 0 : 1; }), 0);  // its note outlives it
+    TextRegistry reader{reg()};
     ASSERT_EQ(reader.Lock(REG_LOCK_SHARED | REG_LOCK_NOWAIT, 10), 0u);
     EXPECT_EQ(note().pid, ::getpid());
     EXPECT_EQ(note().since, 0);
     EXPECT_STREQ(note().program, "core_test");
     ASSERT_EQ(reader.UnLock(), 0u);
 
-    VarValFile writer{reg()};
+    TextRegistry writer{reg()};
     ASSERT_EQ(writer.Lock(HERE, 10), 0u);
     EXPECT_EQ(note().pid, ::getpid());
     EXPECT_NE(note().since, 0);
@@ -151,7 +151,7 @@ TEST_F(LockTest, ALimitHoldsForTheRegistryFileToo) {
     char sign = 0;
     ASSERT_EQ(::read(held[0], &sign, 1), 1);
     ASSERT_EQ(sign, '+');
-    VarValFile file{reg()};
+    TextRegistry file{reg()};
     std::string waitedFor;
     const auto notice = [](void* context, const char* of, unsigned long) { *static_cast<std::string*>(context) = of; };
     file.SetLockWait(20, nullptr, nullptr);

@@ -1,5 +1,5 @@
 // The registry path and its companions.
-#include "support/VarValFile.h"
+#include "support/TextRegistry.h"
 
 namespace {
 
@@ -17,9 +17,9 @@ std::string paths(GenRegFile& file) {
 }
 
 TEST(Paths, CompanionsLieBesideTheRegistry) {
-    VarValFile here{"reg.dat"};
+    TextRegistry here{"reg.dat"};
     EXPECT_EQ(paths(here), "reg.dat|.reg.dat.bkp|.reg.dat.lock|reg.dat.cor|reg.dat.tmp");
-    VarValFile there{"/d/e/r"};
+    TextRegistry there{"/d/e/r"};
     EXPECT_EQ(paths(there), "/d/e/r|/d/e/.r.bkp|/d/e/.r.lock|/d/e/r.cor|/d/e/r.tmp");
     char buffer[7];
     EXPECT_EQ(there.getRegistryPath(buffer, 7), 0u);
@@ -48,14 +48,14 @@ TEST_F(LinkTest, EveryKindOfLinkLeadsToTheRealFileAndItsCompanions) {
     for (const std::string& name :
          {std::string("a/link"), std::string("a/chain"), std::string("absolute"), chain("b/real", 40)}) {
         write("b/real", "x = 1\n");
-        VarValFile file{path(name)};
+        TextRegistry file{path(name)};
         ASSERT_EQ(file.change("x", "2"), 0u) << name;
         EXPECT_EQ(read("b/real"), "x = 2\n") << name;
         EXPECT_TRUE(std::filesystem::is_symlink(path(name)));
         EXPECT_TRUE(exists("b/.real.lock")) << name;
         remove("b/.real.lock");
     }
-    VarValFile file{path("a/link")};
+    TextRegistry file{path("a/link")};
     (void)file.GetAndSetRealRegistryPaths();
     const std::string there = path("a/../b/");
     EXPECT_EQ(paths(file), there + "real|" + there + ".real.bkp|" + there + ".real.lock|" + there + "real.cor|" +
@@ -73,7 +73,7 @@ TEST_F(LinkTest, CirclesChainsBeyondFortyAndTargetsTooLongAreLeftAsTheyAre) {
     target.resize(1018, 'x');  // its companions would not fit
     link(target, "long");
     for (const std::string& name : {std::string("one"), std::string("long"), chain("real", 41)}) {
-        VarValFile file{path(name)};
+        TextRegistry file{path(name)};
         (void)file.GetAndSetRealRegistryPaths();
         EXPECT_STREQ(file.regPath, path(name).c_str());
         EXPECT_EQ(file.change("x", "2"), REG_OPEN_FAILED) << name;
@@ -83,7 +83,7 @@ TEST_F(LinkTest, CirclesChainsBeyondFortyAndTargetsTooLongAreLeftAsTheyAre) {
 
 TEST_F(LinkTest, ALinkToNothingIsFilledByAnAdd) {
     link("missing", "link");
-    VarValFile file{path("link")};
+    TextRegistry file{path("link")};
     EXPECT_EQ(file.change("x", "1"), REG_OPEN_FAILED);
     EXPECT_EQ(file.add("x", "1"), 0u);
     EXPECT_EQ(read("missing"), "x = 1\n");
@@ -95,11 +95,11 @@ TEST_F(LinkTest, APathWithoutDirectoryIsFollowedFromTheCurrentOne) {
                   EXPECT_EQ(::chdir(path("").c_str()), 0);
                   link("real", "link");
                   write("real", "x = 1\n");
-                  VarValFile file{"link"};
+                  TextRegistry file{"link"};
                   EXPECT_EQ(file.change("x", "2"), 0u);
                   EXPECT_STREQ(file.lockPath, "./.real.lock");
                   EXPECT_EQ(read("real"), "x = 2\n");
-                  VarValFile plain{"plain"};
+                  TextRegistry plain{"plain"};
                   EXPECT_EQ(plain.add("y", "1"), 0u);
                   EXPECT_EQ(read("plain"), "y = 1\n");
                   EXPECT_TRUE(exists(".plain.lock"));

@@ -3,7 +3,7 @@
 
 #include <cstdlib>
 
-#include "support/VarValFile.h"
+#include "support/TextRegistry.h"
 
 namespace {
 
@@ -18,7 +18,7 @@ protected:
 
 TEST_F(StreamsTest, AChildForkedWhileACopyIsWrittenAddsNothingToIt) {
     (void)write("reg", "old\n");
-    VarValFile file{reg(), 0};
+    TextRegistry file{reg(), 0};
     ASSERT_EQ(file.OpenReg(REG_OP_CHANGE), 0U);
     EXPECT_GE(std::fputs("new\n", file.tmpFp), 0);
     int gate[2];
@@ -45,7 +45,7 @@ TEST_F(StreamsTest, NoCallsOfAChildCommitTheParentsCopy) {
     for (const unsigned long features : {0UL, REG_FEATURE_DEFERRED_COMMIT}) {
         for (const char* moment : {"written", "closed", "verified"}) {
             (void)write("reg", "old\n");
-            VarValFile file{reg(), features};
+            TextRegistry file{reg(), features};
             ASSERT_EQ(file.Lock(REG_LOCK_EXCLUSIVE | REG_LOCK_NOWAIT, 0), 0U);
             ASSERT_EQ(file.OpenReg(REG_OP_CHANGE), 0U);
             EXPECT_GE(std::fputs("new\n", file.tmpFp), 0);
@@ -95,7 +95,7 @@ TEST_F(StreamsTest, NoCallsOfAChildCommitTheParentsCopy) {
 
 TEST_F(StreamsTest, AScanFailsInAChildWhereverItStands) {
     (void)write("reg", "x = 1\ny = 2\n");
-    VarValFile file{reg()};
+    TextRegistry file{reg()};
     ASSERT_EQ(file.OpenScan(), 0U);
     GenRegVarValRecord record;
     for (const unsigned int rc : {0U, 0U, static_cast<unsigned int>(REG_NO_MORE_RECORDS)}) {
@@ -112,20 +112,20 @@ TEST_F(StreamsTest, AScanFailsInAChildWhereverItStands) {
 
 TEST_F(StreamsTest, AClientsOwnStreamTakesNobodysLockWithIt) {
     (void)write("reg", "x = 1\n");
-    VarValFile closer{reg()};
+    TextRegistry closer{reg()};
     ASSERT_EQ(closer.OpenReg(REG_OP_READ), 0U);
     ASSERT_EQ(closer.CloseReg(REG_OP_READ), 0U);
-    VarValFile holder{reg()};
+    TextRegistry holder{reg()};
     ASSERT_EQ(holder.Lock(REG_LOCK_EXCLUSIVE | REG_LOCK_NOWAIT, 0), 0U);
     closer.regFp = std::fopen(reg().c_str(), "r");
     EXPECT_EQ(closer.CloseReg(REG_OP_READ), 0U);
-    VarValFile other{reg()};
+    TextRegistry other{reg()};
     EXPECT_EQ(other.Lock(REG_LOCK_EXCLUSIVE | REG_LOCK_NOWAIT, 0), REG_LOCK_HELD);
 }
 
 TEST_F(StreamsTest, AClosedRegistrysNumberIsNobodysInAChild) {
     (void)write("reg", "x = 1\n");
-    VarValFile file{reg()};
+    TextRegistry file{reg()};
     ASSERT_EQ(file.OpenReg(REG_OP_READ), 0U);
     const int descriptor = ::fileno(file.regFp);
     ASSERT_EQ(file.CloseReg(REG_OP_READ), 0U);
@@ -145,7 +145,7 @@ TEST_F(StreamsTest, TheCommitKeepsTheBitsThatTheRegistryHasByThen) {
     (void)write("reg.tmp", "x = 2\n");
     ASSERT_EQ(::chmod(reg().c_str(), 0640), 0);
     ASSERT_EQ(::chmod(path("reg.tmp").c_str(), 0600), 0);
-    VarValFile file{reg(), REG_FEATURE_DEFERRED_COMMIT};
+    TextRegistry file{reg(), REG_FEATURE_DEFERRED_COMMIT};
     ASSERT_EQ(file.OpenReg(REG_OP_FINISH), 0U);
     ASSERT_EQ(file.CloseReg(REG_OP_FINISH), 0U);
     EXPECT_EQ(content(), "x = 2\n");
@@ -155,7 +155,7 @@ TEST_F(StreamsTest, TheCommitKeepsTheBitsThatTheRegistryHasByThen) {
 TEST_F(StreamsTest, OnlyAbandoningDropsWhatWasAppendedInPlace) {
     for (const unsigned long op : {REG_OP_ADD, REG_OP_CHANGE, REG_OP_DELETE, REG_OP_FINISH, REG_OP_READ}) {
         (void)write("reg", "x = 1\n");
-        VarValFile file{reg(), REG_FEATURE_ALLOW_DUPLICATES};
+        TextRegistry file{reg(), REG_FEATURE_ALLOW_DUPLICATES};
         ASSERT_EQ(file.OpenReg(REG_OP_ADD), 0U);
         EXPECT_GE(std::fputs("y = 2\n", file.regFp), 0);
         EXPECT_EQ(file.CloseReg(op), 0U);

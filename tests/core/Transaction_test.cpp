@@ -1,5 +1,5 @@
 // OpenReg and CloseReg: codes, and what stands on disk.
-#include "support/VarValFile.h"
+#include "support/TextRegistry.h"
 
 namespace {
 
@@ -22,7 +22,7 @@ TEST_F(TransactionTest, OnlyTheClosesThatCommitReplaceTheFile) {
                 SCOPED_TRACE(std::to_string(features) + " " + std::to_string(op) + " " + std::to_string(close));
                 remove("reg.tmp");
                 write("reg", "old\n");
-                VarValFile file{reg(), features};
+                TextRegistry file{reg(), features};
                 ASSERT_EQ(file.OpenReg(op), 0u);
                 const bool inPlace = op == REG_OP_ADD && features == DUPLICATES;
                 EXPECT_EQ(names(), inPlace ? "reg" : "reg reg.tmp");
@@ -47,14 +47,14 @@ TEST_F(TransactionTest, OnlyTheClosesThatCommitReplaceTheFile) {
 
 TEST_F(TransactionTest, AMissingFileIsMadeByAnAddAlone) {
     for (const unsigned long op : {REG_OP_READ, REG_OP_CHANGE, REG_OP_DELETE, REG_OP_FINISH}) {
-        VarValFile file{path("new/dir/reg")};
+        TextRegistry file{path("new/dir/reg")};
         EXPECT_EQ(file.OpenReg(op), REG_MISSING);
         EXPECT_EQ(file.CloseReg(REG_OP_READ), 0u);
     }
     EXPECT_EQ(names(), "");
     for (const unsigned long features : UPDATE_WAYS) {
         const ::mode_t mask = ::umask(022);
-        VarValFile file{path("new/dir/reg"), features};
+        TextRegistry file{path("new/dir/reg"), features};
         EXPECT_EQ(file.OpenReg(REG_OP_ADD), 0u);
         EXPECT_EQ(file.CloseReg(REG_OP_READ), 0u);
         ::umask(mask);
@@ -70,7 +70,7 @@ TEST_F(TransactionTest, OnlyARegularFileIsARegistry) {
     const long before = openDescriptors();
     for (const char* name : {"directory", "pipe"}) {
         for (const unsigned long features : UPDATE_WAYS) {
-            VarValFile file{path(name), features};
+            TextRegistry file{path(name), features};
             for (const unsigned long op : {REG_OP_READ, REG_OP_CHANGE, REG_OP_ADD, REG_OP_FINISH}) {
                 EXPECT_EQ(file.OpenReg(op), REG_OPEN_FILE_FAILED) << name << op;
                 EXPECT_EQ(file.CloseReg(REG_OP_READ), 0u);
@@ -88,7 +88,7 @@ TEST_F(TransactionTest, TheNewFileKeepsPermissionBitsAndOwner) {
     if (::geteuid() == 0) {
         ASSERT_EQ(::chown(reg().c_str(), 12, 34), 0);
     }
-    VarValFile file{reg()};
+    TextRegistry file{reg()};
     EXPECT_EQ(file.change("x", "2"), 0u);
     EXPECT_EQ(permissionsOf(reg()), 0640u);
     struct stat status = {};

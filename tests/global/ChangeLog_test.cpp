@@ -3,13 +3,13 @@
 
 #include <ctime>
 
-#include "global/Records.h"
+#include "global/GlobalRecords.h"
 
 namespace {
 
 constexpr char LOG[] = "/tmp/globalreg.debug";
 
-class LogFile : public GlobalRegistry {
+class LogFile : public GlobalScratch {
 protected:
     void SetUp() override { write(LOG, ""); }
 
@@ -53,7 +53,7 @@ TEST_F(ChangeLog, TheLineHasThisForm) {
     const auto line = [&](const std::string& time, const std::string& caller, const std::string& action) {
         return "TS=\"" + time + "\";CALLER=" + caller + ";PID=" + std::to_string(::getpid()) +
                ";U=" + std::to_string(::getuid()) + ";BL=" + level.buildLevel +
-               ";FP=" + std::to_string(level.fixpackNumber) + ";PATH=" + GlobalRegistry::registry() + ";ACT=" + action +
+               ";FP=" + std::to_string(level.fixpackNumber) + ";PATH=" + GlobalScratch::registry() + ";ACT=" + action +
                ";CL=N/A;REC=I,service,9.7.0.2,,,,,,,,";
     };
     const auto log = lines(LOG);

@@ -1,11 +1,11 @@
 // The fixpack numbers, brought up to the running level.
 #include <install/Install.h>
 
-#include "global/Records.h"
+#include "global/GlobalRecords.h"
 
 namespace {
 
-class Fixpack : public GlobalRegistry {
+class Fixpack : public GlobalScratch {
 protected:
     void SetUp() override {
         SqleLevelInfo level = {};
@@ -15,7 +15,7 @@ protected:
     }
     // A service of the running version with a field of a later release.
     [[nodiscard]] std::string service(const char* name, int fixpackNumber, unsigned long missing = 0x3dc) const {
-        Image image(2, 0x23 | 1UL << 30, missing);
+        RecordImage image(2, 0x23 | 1UL << 30, missing);
         return image.text(name)
             .number(version_, 8)
             .number(static_cast<unsigned int>(fixpackNumber))
@@ -55,10 +55,10 @@ TEST_F(Fixpack, OwnServicesOfThisVersionAreBroughtUp) {
 
 TEST_F(Fixpack, TheFirstFailureIsReturnedAndNothingStaysOpen) {
     GlobalReg registry;
-    writeFrames({service("RVN", running_ + 1), Image(2, 1).item(std::string(64, 'x')).end()});
+    writeFrames({service("RVN", running_ + 1), RecordImage(2, 1).item(std::string(64, 'x')).end()});
     EXPECT_EQ(synchronised(registry), "REG_UNPACK_FAILED") << "the scan's own code";
     // The record as it stands is none that could be written: its path is empty.
-    Image refused(2, 0x27);
+    RecordImage refused(2, 0x27);
     refused.text("RVN").number(version_, 8).text("").number(static_cast<unsigned int>(running_) + 1);
     writeFrames({service("DAS", running_ + 1), refused.end(), service("RVN", running_ + 1)});
     EXPECT_EQ(synchronised(registry), "REG_RECORD_REFUSED");

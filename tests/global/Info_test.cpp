@@ -1,7 +1,7 @@
 // The information functions, from call to file and back.
 #include <thread>
 
-#include "global/Records.h"
+#include "global/GlobalRecords.h"
 
 namespace {
 
@@ -42,13 +42,13 @@ std::string listed(const char* ofService) {
     return names;
 }
 
-using InstanceInfo = GlobalRegistry;
-using ServiceInfo = GlobalRegistry;
+using InstanceInfo = GlobalScratch;
+using ServiceInfo = GlobalScratch;
 
 TEST_F(InstanceInfo, WhatIsSetStandsInTheFileAndComesBack) {
     OSSInstanceInfo_t info = instance("one");
     ASSERT_EQ(ossSetInstanceInfo(&info), 0U);
-    EXPECT_EQ(bytes(), frame(Image(1, 0x7).text("RVN").version().text("one").end()))
+    EXPECT_EQ(bytes(), frame(RecordImage(1, 0x7).text("RVN").version().text("one").end()))
         << "what is empty or not set is left out, not written as 0";
 
     OSSInstanceInfo_t whole = instance("one");
@@ -151,7 +151,7 @@ TEST_F(InstanceInfo, WithoutARegistryEveryCallFailsInItsOwnWords) {
 }
 
 TEST_F(InstanceInfo, ADamagedRecordIsReportedNotTrusted) {
-    writeFrames({Image(1, 0x7).item(std::string(64, 's')).text("v").text("n").end()});
+    writeFrames({RecordImage(1, 0x7).item(std::string(64, 's')).text("v").text("n").end()});
     const std::string before = bytes();
     OSSInstanceInfo_t info = instance("one");
     EXPECT_EQ(ossGetInstanceInfo(text("RVN"), 0, nullptr, &info), 0x90000268U);
@@ -198,7 +198,7 @@ TEST_F(InstanceInfo, ThreadsAndProcessesLoseNothing) {
 TEST_F(ServiceInfo, WhatIsSetStandsInTheFileAndComesBack) {
     OSSServiceInfo_t info = service("RVN");
     ASSERT_EQ(ossSetServiceInfo(&info), 0U);
-    EXPECT_EQ(bytes(), frame(Image(2, 0x3).text("RVN").version().end()));
+    EXPECT_EQ(bytes(), frame(RecordImage(2, 0x3).text("RVN").version().end()));
     OSSServiceInfo_t back;
     std::memset(static_cast<void*>(&back), 0x55, sizeof back);
     EXPECT_EQ(ossGetServiceInfo(text("RVN"), VERSION_9_7_0_2, nullptr, &back), 0U);
@@ -221,7 +221,7 @@ TEST_F(ServiceInfo, WhatIsSetStandsInTheFileAndComesBack) {
 }
 
 // A set and a removal as the change log shows them.
-using InfoInTheLog = InPrivateWorld<GlobalRegistry>;
+using InfoInTheLog = InPrivateWorld<GlobalScratch>;
 TEST_F(InfoInTheLog, OnlyASetNamesItsCaller) {
     write("/tmp/globalreg.debug", "");
     OSSInstanceInfo_t info = instance("one");

@@ -1,7 +1,7 @@
 // Which record a key finds, and which may be written.
 #include <set>
 
-#include "global/Records.h"
+#include "global/GlobalRecords.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <csignal>
 #include <thread>
 
-#include "global/Records.h"
+#include "global/GlobalRecords.h"
 
 namespace {
 
@@ -59,7 +59,7 @@ private:
     int signal_ = 0;
 };
 
-using Notification = InPrivateWorld<GlobalRegistry>;
+using Notification = InPrivateWorld<GlobalScratch>;
 
 TEST_F(Notification, WithoutAMonitorThereIsNothingToDo) {
     EXPECT_EQ(GlobalReg::Notify(), 0U);

@@ -1,7 +1,7 @@
 // Images that lie, and the questions that are answered without unpacking.
 #include <random>
 
-#include "global/Records.h"
+#include "global/GlobalRecords.h"
 
 namespace {
 
@@ -59,7 +59,7 @@ void use(const std::string& image) {
 
 std::string soundImage() {
     const std::string path(1023, 'p');
-    Image image(GLOBALREG_SERVICE, SERVICE_KNOWN_FIELDS | 1UL << 33);
+    RecordImage image(GLOBALREG_SERVICE, SERVICE_KNOWN_FIELDS | 1UL << 33);
     image.text("RVN").version().text(path).text("").text("some text");
     return image.number(2).number(0).item("F").number(0).number(1).item("of a later release").end();
 }
@@ -75,13 +75,13 @@ TEST(PackedImage, EveryTruncationAndEveryTailIsRefused) {
 }
 
 TEST(PackedImage, AMemberIsNeverOverrun) {
-    const auto service = [](const std::string& item) { return Image(GLOBALREG_SERVICE, 1).item(item).end(); };
+    const auto service = [](const std::string& item) { return RecordImage(GLOBALREG_SERVICE, 1).item(item).end(); };
     EXPECT_EQ(check(service(std::string(63, 's'))), 0U) << "the member has room for the NUL";
     EXPECT_EQ(check(service(std::string(63, 's') + '\0')), 0U);
     EXPECT_EQ(check(service(std::string(64, 's'))), REG_UNPACK_FAILED);
     EXPECT_EQ(check(service(std::string(64, 's') + '\0')), REG_UNPACK_FAILED);
-    EXPECT_EQ(check(Image(GLOBALREG_SERVICE, SERVICE_FLAG).item("ab").end()), REG_UNPACK_FAILED);
-    EXPECT_EQ(check(Image(GLOBALREG_SERVICE, SERVICE_NUMBER1).item("12345").end()), REG_UNPACK_FAILED);
+    EXPECT_EQ(check(RecordImage(GLOBALREG_SERVICE, SERVICE_FLAG).item("ab").end()), REG_UNPACK_FAILED);
+    EXPECT_EQ(check(RecordImage(GLOBALREG_SERVICE, SERVICE_NUMBER1).item("12345").end()), REG_UNPACK_FAILED);
     const std::string endsInside = service("s\0x"s + std::string(61, 'y'));
     EXPECT_EQ(check(endsInside), 0U);
     use(endsInside);
@@ -104,7 +104,7 @@ public:
         const GlobalRegField* fields = globalRegFields(type, &count);
         unsigned long mask = (*this)(1UL << count);
         mask |= (*this)(3) == 0 ? 1UL << (20 + (*this)(44)) : 0;
-        Image image(type, mask, (*this)(2) == 0 ? ~0UL : (*this)(0x400));
+        RecordImage image(type, mask, (*this)(2) == 0 ? ~0UL : (*this)(0x400));
         for (unsigned long bit = 0; bit < 63; ++bit) {
             if ((mask & 1UL << bit) != 0) {
                 const bool text = bit >= count || fields[bit].kind == GLOBALREG_FIELD_TEXT;
@@ -126,7 +126,7 @@ public:
     }
 
 private:
-    void item(bool text, unsigned long capacity, Image* image) {
+    void item(bool text, unsigned long capacity, RecordImage* image) {
         if (!text) {
             const unsigned long size = (*this)(8) == 0 ? (*this)(capacity + 1) : capacity;
             image->number((*this)(2), size);

@@ -1,5 +1,5 @@
 // Records and their images: the bytes in the file.
-#include "global/Records.h"
+#include "global/GlobalRecords.h"
 
 namespace {
 
@@ -46,7 +46,7 @@ TEST(Packing, EveryTypeComesBackAsItWas) {
 TEST(Packing, FieldsOfALaterReleaseAreCarried) {
     const unsigned long later = 1UL << 10 | 1UL << 40 | 1UL << 62;
     const auto image = [&](unsigned long bit, const std::string& text) {
-        Image whole(GLOBALREG_INSTANCE, INSTANCE_SERVICE | bit | later, 0x1fe);
+        RecordImage whole(GLOBALREG_INSTANCE, INSTANCE_SERVICE | bit | later, 0x1fe);
         whole.text("RVN").text(text);
         return whole.item("later\0ten"s).item("").item(std::string(3000, 'z')).end(7);
     };
@@ -64,7 +64,7 @@ TEST(Packing, FieldsOfALaterReleaseAreCarried) {
 TEST(Packing, TheMaskPromisesNothingThatIsNotThere) {
     GlobalRegRecord record = recordOf(GLOBALREG_VARIABLE, VARIABLE_SERVICE);
     record.fieldMask |= 1UL << 5 | 1UL << 62 | 1UL << 63;
-    const std::string image = Image(GLOBALREG_VARIABLE, 1 | 1UL << 63).text("service").end();
+    const std::string image = RecordImage(GLOBALREG_VARIABLE, 1 | 1UL << 63).text("service").end();
     EXPECT_EQ(pack(record), image) << "no image to take the later fields from; the last bit has no item";
     EXPECT_EQ(pack(record, pack(recordOf(GLOBALREG_INSTANCE, ~0UL))), image)
         << "the bits of an instance mean nothing for a variable";
@@ -77,13 +77,13 @@ TEST(Packing, AnUnterminatedMemberIsCut) {
     GlobalRegRecord record = recordOf(GLOBALREG_SERVICE, SERVICE_SERVICE);
     std::memset(record.body.service.service, 's', 64);
     record.body.service.versionCode = ~0UL;
-    EXPECT_EQ(pack(record), Image(GLOBALREG_SERVICE, 1).text(std::string(63, 's')).end());
+    EXPECT_EQ(pack(record), RecordImage(GLOBALREG_SERVICE, 1).text(std::string(63, 's')).end());
 }
 
 TEST(Packing, ShortAndOddItemsAreTaken) {
     const unsigned long mask =
         INSTANCE_SERVICE | INSTANCE_VERSION_CODE | INSTANCE_NAME | INSTANCE_START_AT_BOOT | INSTANCE_COMMENT;
-    Image image(GLOBALREG_INSTANCE, mask, 0x8000);
+    RecordImage image(GLOBALREG_INSTANCE, mask, 0x8000);
     image.item("bare").item("\x05").item("").item("\x01\x02").item(std::string(255, 'c'));
     const GlobalRegRecord record = unpacked(image.end());
     EXPECT_STREQ(record.body.instance.service, "bare");
@@ -96,7 +96,7 @@ TEST(Packing, ShortAndOddItemsAreTaken) {
 
 TEST(Packing, AnUnknownTypeIsRefusedAndLeftAlone) {
     for (const unsigned int type : {0U, 3U, 5U, 8U, 0xffffffffU}) {
-        const std::string image = Image(type, ~0UL).end();
+        const std::string image = RecordImage(type, ~0UL).end();
         const Block block = blockOf(image.data(), image.size());
         void* buffer = block.get();
         EXPECT_EQ(GlobalReg::UnpackRecord(&buffer), REG_UNKNOWN_RECORD_TYPE);
@@ -120,7 +120,7 @@ public:
     }
 };
 
-using DerivedRegistry = GlobalRegistry;
+using DerivedRegistry = GlobalScratch;
 
 TEST_F(DerivedRegistry, WhatAnObjectReplacesIsAskedAboutEveryRecord) {
     GlobalRegRecord first = recordOf(GLOBALREG_SERVICE, SERVICE_KNOWN_FIELDS);

@@ -2,7 +2,7 @@
 #include <install/Install.h>
 #include <pwd.h>
 
-#include "global/Records.h"
+#include "global/GlobalRecords.h"
 
 namespace {
 

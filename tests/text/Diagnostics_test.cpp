@@ -5,7 +5,7 @@
 #include <osse/Trace.h>
 
 #include "support/Pattern.h"
-#include "support/VarValFile.h"
+#include "support/TextRegistry.h"
 
 namespace {
 
@@ -23,12 +23,12 @@ TEST(Scenario, DISABLED_Updates) {
     ASSERT_NE(given, nullptr);
     const std::string directory = given == nullptr ? "" : given;
     std::ofstream(directory + "/reg") << "a = 1\nb\n";
-    VarValFile file{directory + "/reg", REG_FEATURE_DEFERRED_COMMIT};
+    TextRegistry file{directory + "/reg", REG_FEATURE_DEFERRED_COMMIT};
     GenRegVarValRecord record;
     std::ofstream codes(directory + "/codes");
     codes << std::hex << file.change("a", "2") << ' ' << file.add("a", "3") << ' ' << file.add("b", "x # y") << ' '
           << file.remove("z") << ' ' << file.get("a", &record) << ' ' << file.CloseReg(REG_OP_READ) << ' ';
-    VarValFile missing{directory + "/missing"};
+    TextRegistry missing{directory + "/missing"};
     codes << missing.change("a", "2");
     GenRegVarVal::PrintRecord(&record);
 }
@@ -38,7 +38,7 @@ constexpr const char* REFUSED[] = {"b", "z = \"open", "x\"y =\"z", "\"q\" = \"z 
 TEST(Scenario, DISABLED_Refusals) {
     const char* const path = ::getenv("REGISTRY");
     ASSERT_NE(path, nullptr);
-    VarValFile file{path == nullptr ? "" : path};
+    TextRegistry file{path == nullptr ? "" : path};
     GenRegVarValRecord record;
     EXPECT_EQ(file.get("k", &record), 0u);
 }
@@ -100,12 +100,12 @@ TEST_F(DiagnosticsTest, TheLastCauseIsTheInnermostFailureOfTheLastOperation) {
         genregLastCause(&found);
         return found;
     };
-    VarValFile file{reg()};
+    TextRegistry file{reg()};
     EXPECT_EQ(file.change("a", "2"), REG_OPEN_FAILED);
     EXPECT_EQ(cause().code, REG_MISSING);
     EXPECT_STREQ(ecfGetFunctionName(cause().function), "OpenReg");
     EXPECT_EQ(cause().probe, 50u);
-    VarValFile elsewhere{path("none/reg")};
+    TextRegistry elsewhere{path("none/reg")};
     EXPECT_EQ(elsewhere.change("a", "2"), REG_LOCK_FAILED);
     EXPECT_EQ(cause().code, REG_OPEN_LOCK_FAILED);
     EXPECT_EQ(cause().platformCode, ossErrorMapSystem(ENOENT));

@@ -8,7 +8,7 @@
 #include <functional>
 
 #include "SchemaFile.h"
-#include "support/VarValFile.h"
+#include "support/TextRegistry.h"
 
 namespace {
 
@@ -266,7 +266,7 @@ TEST_F(KeepLines, CommentsAndAliasesArePartsOfARecord) {
 
 TEST_F(KeepLines, EveryLineThatMatchesKeepsItsOwnLayout) {
     content(std::string("a=1\0 \xe9\n a =\t1\na = 2\nb = 1\n", 26));
-    VarValFile file(registry());
+    TextRegistry file(registry());
     ASSERT_EQ(file.KeepLines(true), 0U);
     EXPECT_EQ(file.change("a", "3"), 0U);
     EXPECT_EQ(content(), std::string("a=3\0 \xe9\n a =\t3\na = 3\nb = 1\n", 26)) << "what a NUL byte hides stays too";
@@ -274,7 +274,7 @@ TEST_F(KeepLines, EveryLineThatMatchesKeepsItsOwnLayout) {
 
 TEST_F(KeepLines, ASlotOfTheClientStays) {
     content("a = 1 # c\n");
-    VarValFile file(registry());
+    TextRegistry file(registry());
     // One that finds what the form's own would not, so that no line may be passed over.
     file.matchRecord = [](unsigned long, void* record, void*) {
         return static_cast<GenRegVarValRecord*>(record)->variable != nullptr ? 1U : 0U;
@@ -295,7 +295,7 @@ TEST_F(KeepLines, ASlotOfTheClientStays) {
 TEST_F(KeepLines, TheVerificationTellsADamagedComment) {
     for (const bool keep : {false, true}) {
         content("a = 1 # c\nb = 2\n");
-        VarValFile file(registry());
+        TextRegistry file(registry());
         ASSERT_EQ(file.KeepLines(keep), 0U);
         GenRegVarValRecord record;
         ASSERT_EQ(file.get("a", &record), 0U);
@@ -305,7 +305,7 @@ TEST_F(KeepLines, TheVerificationTellsADamagedComment) {
             return rc;
         };
         record.value = text("3");
-        GenRegVarValRecord key = VarValFile::pair("a", nullptr);
+        GenRegVarValRecord key = TextRegistry::pair("a", nullptr);
         EXPECT_EQ(file.Change(VARVAL_MATCH_VARIABLE, &key, &record), keep ? REG_VERIFY_FAILED : 0U);
         EXPECT_EQ(content(), keep ? "a = 1 # c\nb = 2\n" : "a = 3 # x\nb = 2\n");
     }
@@ -316,7 +316,7 @@ TEST_F(KeepLines, ALineOfAnotherFormIsNotWrittenOver) {
         line.resize(REG_LINE_SIZE);
         return std::string(genregCodeName(rewrite(record, line.data())));
     };
-    GenRegVarValRecord pair = VarValFile::pair("a", "1");
+    GenRegVarValRecord pair = TextRegistry::pair("a", "1");
     EXPECT_EQ(over(GenRegVarVal::RewriteLine, &pair, "no pair\n"), "REG_NO_EQUAL_SIGN");
     EXPECT_EQ(over(GenRegVarVal::RewriteLine, &pair, "# a comment\n"), "REG_NO_EQUAL_SIGN");
     GenRegServicesRecord service = {};

@@ -1,5 +1,5 @@
 // Get, GetNext, GetPortnumbers, and the place of a scan.
-#include "support/VarValFile.h"
+#include "support/TextRegistry.h"
 
 namespace {
 
@@ -12,7 +12,7 @@ bool isZero(const GenRegVarValRecord& record) {
 
 TEST_F(LookupTest, TheFirstMatchIsHandedOutInTheCallersOwnRecord) {
     write("reg", "# a = 0\nbroken\na=1 # first\na = 2\n");
-    VarValFile file{reg()};
+    TextRegistry file{reg()};
     GenRegVarValRecord record;
     ASSERT_EQ(file.get("a", &record), 0u);
     EXPECT_STREQ(record.value, "1");
@@ -20,7 +20,7 @@ TEST_F(LookupTest, TheFirstMatchIsHandedOutInTheCallersOwnRecord) {
     EXPECT_EQ(record.contains, VARVAL_HAS_COMMENT | VARVAL_HAS_PAIR);
     const auto* begin = reinterpret_cast<const char*>(&record);
     EXPECT_TRUE(record.value > begin && record.value < begin + sizeof record);
-    GenRegVarValRecord key = VarValFile::pair("a", "2");
+    GenRegVarValRecord key = TextRegistry::pair("a", "2");
     EXPECT_EQ(file.Get(VARVAL_MATCH_VARIABLE | VARVAL_MATCH_VALUE, &key, &record), 0u);
     EXPECT_EQ(record.contains, VARVAL_HAS_PAIR);
     EXPECT_EQ(file.get("A", &record), REG_NOT_FOUND);
@@ -28,7 +28,7 @@ TEST_F(LookupTest, TheFirstMatchIsHandedOutInTheCallersOwnRecord) {
 }
 
 TEST_F(LookupTest, EmptyAndMissingFilesHaveTheirCodes) {
-    VarValFile file{reg()};
+    TextRegistry file{reg()};
     GenRegVarValRecord record;
     EXPECT_EQ(file.get("a", &record), REG_OPEN_FAILED);
     EXPECT_EQ(file.OpenScan(), REG_OPEN_FILE_FAILED);
@@ -49,12 +49,12 @@ TEST_F(LookupTest, EmptyAndMissingFilesHaveTheirCodes) {
 
 TEST_F(LookupTest, AScanYieldsEveryLineOrTheMatchingOnes) {
     write("reg", "a = 1\n# comment\nbroken\n" + std::string(3000, 'x') + "\nb = 2\na = 3");
-    VarValFile file{reg()};
+    TextRegistry file{reg()};
     ASSERT_EQ(file.OpenScan(), 0u);
     EXPECT_EQ(file.scanned(), "a - - - b a ");
     ASSERT_EQ(file.Rewind(), 0u);
     GenRegVarValRecord record;
-    GenRegVarValRecord key = VarValFile::pair("a", nullptr);
+    GenRegVarValRecord key = TextRegistry::pair("a", nullptr);
     for (const char* value : {"1", "3"}) {
         EXPECT_EQ(file.GetNext(VARVAL_MATCH_VARIABLE, &key, &record), 0u);
         EXPECT_STREQ(record.value, value);
@@ -68,7 +68,7 @@ TEST_F(LookupTest, AGetInAScanLeavesItWhereItWas) {
         text += "v" + std::to_string(i) + " = 1\n";
     }
     write("reg", text);
-    VarValFile file{reg()};
+    TextRegistry file{reg()};
     ASSERT_EQ(file.OpenScan(), 0u);
     GenRegVarValRecord record;
     EXPECT_EQ(file.get("v3", &record), REG_OPEN_FAILED);
@@ -97,7 +97,7 @@ TEST_F(LookupTest, PortsAreListedOncePerRunFromWhereTheFileStands) {
     const std::string longComment = "# " + std::string(2045, '-') + " 7/tcp\n";
     write("reg", "#c 1/tcp\n\nzero 0/tcp\na 50000/tcp\na\t50000/udp # x\n" + longComment +
                      "lone\nlone \nlone \r\n \nb  50001/tcp alias\nc /tcp\nd\t 50000\r\ne 6");
-    VarValFile file{reg()};
+    TextRegistry file{reg()};
     std::vector<int> ports(5, -1);
     EXPECT_EQ(file.GetPortnumbers(ports.data()), REG_INVALID_ARGUMENT);  // nothing is open
     ASSERT_EQ(file.OpenReg(REG_OP_READ), 0u);
@@ -120,7 +120,7 @@ TEST_F(LookupTest, PortsAreListedOncePerRunFromWhereTheFileStands) {
 
 TEST_F(LookupTest, PositionsBelongToAnOpenScan) {
     write("reg", "a = 1\nb = 2\nc = 3\n");
-    VarValFile file{reg()};
+    TextRegistry file{reg()};
     long long position = 0;
     EXPECT_EQ(file.getRegFilePosition(&position), REG_SCAN_NOT_OPEN);
     EXPECT_EQ(file.setRegFilePosition(nullptr), REG_SCAN_NOT_OPEN);
@@ -142,12 +142,12 @@ TEST_F(LookupTest, PositionsBelongToAnOpenScan) {
 
 TEST_F(LookupTest, AScanExcludesOtherWorkOfItsObjectAndSeesTheVersionThatItOpened) {
     write("reg", "a = 1\nb = 2\nc = 3\n");
-    VarValFile file{reg()};
+    TextRegistry file{reg()};
     ASSERT_EQ(file.OpenScan(), 0u);
     EXPECT_EQ(file.OpenReg(REG_OP_READ), REG_SCAN_OPEN);
     EXPECT_EQ(file.CloseReg(REG_OP_READ), REG_SCAN_OPEN);
     EXPECT_EQ(file.add("d", "4"), REG_OPEN_FAILED);
-    VarValFile writer{reg()};
+    TextRegistry writer{reg()};
     EXPECT_EQ(writer.remove("b"), 0u);
     EXPECT_EQ(file.scanned(), "a b c ");
     EXPECT_EQ(file.CloseScan(), 0u);
@@ -169,7 +169,7 @@ TEST_F(LookupTest, TheLongestLineIsFoundAndChangedAndALongerOneOnlyCarried) {
     ASSERT_EQ(longest.size(), 2047U);
     for (const unsigned long features : UPDATE_WAYS) {
         write("reg", longest + longer);
-        VarValFile file{reg(), features};
+        TextRegistry file{reg(), features};
         GenRegVarValRecord record;
         EXPECT_EQ(file.get("b", &record), REG_NOT_FOUND);
         EXPECT_EQ(file.change("b", "1"), REG_NOT_FOUND);

@@ -1,5 +1,5 @@
 // Schemas of a client's own, made from one of the library's by putting other functions into its slots.
-#include "support/VarValFile.h"
+#include "support/TextRegistry.h"
 
 namespace {
 
@@ -21,11 +21,11 @@ unsigned int anyCase(unsigned long /*mask*/, void* record, void* key) {
 TEST_F(SlotsTest, AReplacedSlotIsAskedAboutEveryLine) {
     (void)write("reg", "# c\nOther = 0\nPort = 1\n");
     GenRegVarValRecord found;
-    VarValFile folded{reg()};
+    TextRegistry folded{reg()};
     folded.matchRecord = anyCase;
     EXPECT_EQ(folded.get("port", &found), 0U);
     EXPECT_STREQ(found.value, "1");
-    VarValFile counted{reg()};
+    TextRegistry counted{reg()};
     counted.parseLine = countingParse;
     parsed = 0;
     EXPECT_EQ(counted.get("Port", &found), 0U);
@@ -34,8 +34,8 @@ TEST_F(SlotsTest, AReplacedSlotIsAskedAboutEveryLine) {
 
 TEST_F(SlotsTest, ANullKeyMatchesNothingUnlessNothingIsCompared) {
     (void)write("reg", "a = 1\n");
-    GenRegVarValRecord record = VarValFile::pair("a", "2");
-    VarValFile file{reg()};
+    GenRegVarValRecord record = TextRegistry::pair("a", "2");
+    TextRegistry file{reg()};
     EXPECT_EQ(file.Change(VARVAL_MATCH_VARIABLE, nullptr, &record), REG_NOT_FOUND);
     EXPECT_EQ(content(), "a = 1\n");
     EXPECT_EQ(file.Change(0, nullptr, &record), 0U);
@@ -48,7 +48,7 @@ TEST_F(SlotsTest, ALineThatIsRefusedIsLoggedWhereverItStands) {
         const char* const before = ::getenv("RVN_DIAG_LOG");
         const std::string kept = before != nullptr ? before : "";
         ::setenv("RVN_DIAG_LOG", log.c_str(), 1);
-        VarValFile file{reg()};
+        TextRegistry file{reg()};
         EXPECT_EQ(operation(file), 0U);
         (void)(before != nullptr ? ::setenv("RVN_DIAG_LOG", kept.c_str(), 1) : ::unsetenv("RVN_DIAG_LOG"));
         const std::string lines = read(name);
@@ -60,8 +60,8 @@ TEST_F(SlotsTest, ALineThatIsRefusedIsLoggedWhereverItStands) {
     };
     (void)write("reg", "junk line\nb = \"open\nc # = 1\nd = \"x\" # y\n\n # =\na = 1\n");
     GenRegVarValRecord found;
-    EXPECT_EQ(refusals("get", [&](VarValFile& file) { return file.get("a", &found); }), 3);
-    EXPECT_EQ(refusals("add", [](VarValFile& file) { return file.add("z", "1"); }), 3);
+    EXPECT_EQ(refusals("get", [&](TextRegistry& file) { return file.get("a", &found); }), 3);
+    EXPECT_EQ(refusals("add", [](TextRegistry& file) { return file.add("z", "1"); }), 3);
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 #include <chrono>
 #include <thread>
 
-#include "support/VarValFile.h"
+#include "support/TextRegistry.h"
 
 namespace {
 
@@ -17,21 +17,25 @@ TEST_F(UpdateTest, MatchesDecideByTheFourWaysOfUpdating) {
     const std::string old = "a = 1\n# c\nb = 2\nb = 3\n";
     const std::string half = "a = 1\n# c\nb = 2\nb = 2\n";
     const struct {
-        unsigned int (*run)(VarValFile&);
+        unsigned int (*run)(TextRegistry&);
         unsigned int code[2];
         std::string content[2];
     } cases[] = {
-        {[](VarValFile& f) { return f.add("z", "9"); }, {0, 0}, {old + "z = 9\n", old + "z = 9\n"}},
-        {[](VarValFile& f) { return f.add("a", "9"); }, {REG_DUPLICATE, 0}, {old, old + "a = 9\n"}},
-        {[](VarValFile& f) { return f.change("a", "9"); }, {0, 0}, {"a = 9" + old.substr(5), "a = 9" + old.substr(5)}},
-        {[](VarValFile& f) { return f.change("b", "9"); }, {REG_SEVERAL_MATCH, 0}, {old, "a = 1\n# c\nb = 9\nb = 9\n"}},
-        {[](VarValFile& f) { return f.change("z", "9"); }, {REG_NOT_FOUND, REG_NOT_FOUND}, {old, old}},
-        {[](VarValFile& f) { return f.change("a", "1"); }, {REG_UNCHANGED, REG_UNCHANGED}, {old, old}},
+        {[](TextRegistry& f) { return f.add("z", "9"); }, {0, 0}, {old + "z = 9\n", old + "z = 9\n"}},
+        {[](TextRegistry& f) { return f.add("a", "9"); }, {REG_DUPLICATE, 0}, {old, old + "a = 9\n"}},
+        {[](TextRegistry& f) { return f.change("a", "9"); },
+         {0, 0},
+         {"a = 9" + old.substr(5), "a = 9" + old.substr(5)}},
+        {[](TextRegistry& f) { return f.change("b", "9"); },
+         {REG_SEVERAL_MATCH, 0},
+         {old, "a = 1\n# c\nb = 9\nb = 9\n"}},
+        {[](TextRegistry& f) { return f.change("z", "9"); }, {REG_NOT_FOUND, REG_NOT_FOUND}, {old, old}},
+        {[](TextRegistry& f) { return f.change("a", "1"); }, {REG_UNCHANGED, REG_UNCHANGED}, {old, old}},
         // One line says so already, one does not: without the verification the one that does not is changed.
-        {[](VarValFile& f) { return f.change("b", "2"); }, {REG_UNCHANGED, REG_UNCHANGED}, {half, half}},
-        {[](VarValFile& f) { return f.remove("a"); }, {0, 0}, {old.substr(6), old.substr(6)}},
-        {[](VarValFile& f) { return f.remove("b"); }, {REG_SEVERAL_MATCH, 0}, {old, "a = 1\n# c\n"}},
-        {[](VarValFile& f) { return f.remove("z"); }, {REG_NOT_FOUND, REG_NOT_FOUND}, {old, old}},
+        {[](TextRegistry& f) { return f.change("b", "2"); }, {REG_UNCHANGED, REG_UNCHANGED}, {half, half}},
+        {[](TextRegistry& f) { return f.remove("a"); }, {0, 0}, {old.substr(6), old.substr(6)}},
+        {[](TextRegistry& f) { return f.remove("b"); }, {REG_SEVERAL_MATCH, 0}, {old, "a = 1\n# c\n"}},
+        {[](TextRegistry& f) { return f.remove("z"); }, {REG_NOT_FOUND, REG_NOT_FOUND}, {old, old}},
     };
     for (std::size_t i = 0; i < std::size(cases); ++i) {
         for (const unsigned long features : UPDATE_WAYS) {
@@ -41,7 +45,7 @@ TEST_F(UpdateTest, MatchesDecideByTheFourWaysOfUpdating) {
             const unsigned int code = cases[i].code[allowed];
             remove("reg.tmp");
             write("reg", old);
-            VarValFile file{reg(), features};
+            TextRegistry file{reg(), features};
             const long descriptors = openDescriptors();
             EXPECT_EQ(cases[i].run(file), code);
             EXPECT_EQ(content(), deferred && code == REG_UNCHANGED ? old : cases[i].content[allowed]);
@@ -68,7 +72,7 @@ TEST_F(UpdateTest, WhatIsNotTouchedIsCarriedByteForByte) {
                 SCOPED_TRACE(std::to_string(length) + " by way " + std::to_string(features));
                 const std::string tail(length, 't');
                 const std::string ended = length == 0 ? tail : tail + "\n";
-                VarValFile file{reg(), features};
+                TextRegistry file{reg(), features};
                 write("reg", odd + "key = 1\r\n" + odd + tail);
                 EXPECT_EQ(file.change("key", "2"), 0u);
                 EXPECT_TRUE(content() == odd + "key = 2\n" + odd + ended);
@@ -85,7 +89,7 @@ TEST_F(UpdateTest, WhatIsNotTouchedIsCarriedByteForByte) {
 
 TEST_F(UpdateTest, ContinuedLinesAreOneRecordAndNeverTakeANewLineIn) {
     for (const unsigned long features : UPDATE_WAYS) {
-        VarValFile file{reg(), features | JOINED};
+        TextRegistry file{reg(), features | JOINED};
         write("reg", "a = 1\\\n2\nb = 3\\\n4\n");
         const char* value = nullptr;
         EXPECT_TRUE(file.GetStringValue("a", &value));
@@ -111,7 +115,7 @@ TEST_F(UpdateTest, WhatWouldNotReadBackAsAskedForIsRefused) {
     for (const char* value :
          {"1\nz = 5", "a # b", "\"open", "\"quoted\" tail", "two  blanks", " lead", "trail ", "x\r"}) {
         write("reg", old);
-        VarValFile file{reg()};
+        TextRegistry file{reg()};
         EXPECT_EQ(file.add("c", value), REG_VERIFY_FAILED) << value;
         EXPECT_EQ(names(), "reg reg.tmp") << "kept for inspection";
         EXPECT_EQ(file.change("a", value), REG_VERIFY_FAILED) << value;
@@ -121,7 +125,7 @@ TEST_F(UpdateTest, WhatWouldNotReadBackAsAskedForIsRefused) {
         EXPECT_EQ(names(), "reg reg.cor");
         remove("reg.cor");
     }
-    VarValFile file{reg()};
+    TextRegistry file{reg()};
     write("reg", old);
     EXPECT_EQ(file.add("c", std::string(2043, 'v').c_str()), REG_FORMAT_FAILED);
     EXPECT_EQ(file.add("c", std::string(2042, 'v').c_str()), 0u);
@@ -131,33 +135,33 @@ TEST_F(UpdateTest, WhatWouldNotReadBackAsAskedForIsRefused) {
 
 TEST_F(UpdateTest, AMissingSlotIsToldAndNothingIsTouched) {
     const struct {
-        void (*clear)(VarValFile&);
+        void (*clear)(TextRegistry&);
         unsigned int code;
         bool writes;  // only writing needs it
     } cases[] = {
-        {[](VarValFile& f) { f.validateRecord = nullptr; }, REG_NO_VALIDATE_RECORD, false},
-        {[](VarValFile& f) { f.getMaxRecordSize = nullptr; }, REG_NO_GET_MAX_RECORD_SIZE, false},
-        {[](VarValFile& f) { f.parseLine = nullptr; }, REG_NO_PARSE_LINE, false},
-        {[](VarValFile& f) { f.matchRecord = nullptr; }, REG_NO_MATCH_RECORD, false},
-        {[](VarValFile& f) { f.formatLine = nullptr; }, REG_NO_FORMAT_LINE, true},
+        {[](TextRegistry& f) { f.validateRecord = nullptr; }, REG_NO_VALIDATE_RECORD, false},
+        {[](TextRegistry& f) { f.getMaxRecordSize = nullptr; }, REG_NO_GET_MAX_RECORD_SIZE, false},
+        {[](TextRegistry& f) { f.parseLine = nullptr; }, REG_NO_PARSE_LINE, false},
+        {[](TextRegistry& f) { f.matchRecord = nullptr; }, REG_NO_MATCH_RECORD, false},
+        {[](TextRegistry& f) { f.formatLine = nullptr; }, REG_NO_FORMAT_LINE, true},
     };
     write("reg", "a = 1\n");
     for (const auto& sample : cases) {
         for (const unsigned long features : UPDATE_WAYS) {
-            VarValFile file{reg(), features};
+            TextRegistry file{reg(), features};
             sample.clear(file);
             EXPECT_EQ(file.CheckFuncPtrs(), sample.code);
             EXPECT_EQ(file.add("b", "2"), REG_CALLBACK_MISSING);
             EXPECT_EQ(file.Verify(REG_OP_ADD, 0, nullptr, nullptr), REG_CALLBACK_MISSING);
             EXPECT_EQ(file.change("a", "2"), sample.code);
             GenRegVarValRecord record;
-            GenRegVarValRecord key = VarValFile::pair("a", "1");
+            GenRegVarValRecord key = TextRegistry::pair("a", "1");
             EXPECT_EQ(file.get("a", &record), sample.writes ? 0 : sample.code);
             EXPECT_EQ(file.OpenScan(), 0u);
             EXPECT_EQ(file.GetNext(VARVAL_MATCH_VARIABLE, &key, &record), sample.writes ? 0 : sample.code);
             EXPECT_EQ(file.CloseScan(), 0u);
             EXPECT_EQ(content(), "a = 1\n");
-            VarValFile other{reg()};
+            TextRegistry other{reg()};
             EXPECT_EQ(other.Lock(REG_LOCK_EXCLUSIVE | REG_LOCK_NOWAIT, 10), 0u);
         }
     }
@@ -165,11 +169,11 @@ TEST_F(UpdateTest, AMissingSlotIsToldAndNothingIsTouched) {
 
 TEST_F(UpdateTest, AnAppendInPlaceWaitsForAScanOfAnotherThread) {
     write("reg", "a = 1\n");
-    VarValFile scan{reg()};
+    TextRegistry scan{reg()};
     ASSERT_EQ(scan.OpenScan(), 0u);
     unsigned int rc = 1;
     std::thread writer([&] {
-        VarValFile file{reg(), REG_FEATURE_ALLOW_DUPLICATES};
+        TextRegistry file{reg(), REG_FEATURE_ALLOW_DUPLICATES};
         rc = file.add("b", "2");
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(100));

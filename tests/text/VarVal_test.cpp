@@ -4,7 +4,7 @@
 #include <osse/Memory.h>
 
 #include "SchemaFile.h"
-#include "support/VarValFile.h"
+#include "support/TextRegistry.h"
 
 namespace {
 bool memoryIsShort = false;
@@ -64,8 +64,8 @@ TEST(VarVal, LinesAreReadAsVariableValueAndComment) {
 }
 
 TEST(VarVal, AWrittenLineKeepsTheBlanksOfTheOldOne) {
-    const VarValFile resetsTheFlag{"x"};
-    GenRegVarValRecord onlyComment = VarValFile::pair(nullptr, nullptr, "alone");
+    const TextRegistry resetsTheFlag{"x"};
+    GenRegVarValRecord onlyComment = TextRegistry::pair(nullptr, nullptr, "alone");
     onlyComment.contains = VARVAL_HAS_COMMENT;
     const std::string longest(2042, 'v');
     const std::string tooLong(2043, 'v');
@@ -74,31 +74,31 @@ TEST(VarVal, AWrittenLineKeepsTheBlanksOfTheOldOne) {
         GenRegVarValRecord record;
         std::string expected;
     } cases[] = {
-        {"", VarValFile::pair("a", "1"), "a = 1\n"},
-        {"", VarValFile::pair("a", "1", "c"), "a = 1 # c\n"},
-        {"a\t=  1\n", VarValFile::pair("a", "2"), "a\t=  2\n"},
-        {" \ta=1# old\n", VarValFile::pair("a", "2", " new"), " \ta=2 #  new\n"},
-        {"two  words =x", VarValFile::pair("two words", "2"), "two words =2\n"},
-        {"a = 1 = 2\n", VarValFile::pair("b", "3"), "b = 3\n"},
+        {"", TextRegistry::pair("a", "1"), "a = 1\n"},
+        {"", TextRegistry::pair("a", "1", "c"), "a = 1 # c\n"},
+        {"a\t=  1\n", TextRegistry::pair("a", "2"), "a\t=  2\n"},
+        {" \ta=1# old\n", TextRegistry::pair("a", "2", " new"), " \ta=2 #  new\n"},
+        {"two  words =x", TextRegistry::pair("two words", "2"), "two words =2\n"},
+        {"a = 1 = 2\n", TextRegistry::pair("b", "3"), "b = 3\n"},
         {"", onlyComment, "# alone\n"},
-        {"", VarValFile::pair("a", longest.c_str()), "a = " + longest + "\n"},
-        {"", VarValFile::pair("a", tooLong.c_str()), "REG_LINE_TOO_LONG"},
-        {"no pair", VarValFile::pair("a", "1"), "REG_NO_EQUAL_SIGN"},
+        {"", TextRegistry::pair("a", longest.c_str()), "a = " + longest + "\n"},
+        {"", TextRegistry::pair("a", tooLong.c_str()), "REG_LINE_TOO_LONG"},
+        {"no pair", TextRegistry::pair("a", "1"), "REG_NO_EQUAL_SIGN"},
     };
     for (const auto& sample : cases) {
         EXPECT_EQ(formattedLine<GenRegVarVal>(sample.record, sample.old), sample.expected);
     }
     bCompactFormattedLine = 1;
-    EXPECT_EQ(formattedLine<GenRegVarVal>(VarValFile::pair("a", "1")), "a=1\n");
-    EXPECT_EQ(formattedLine<GenRegVarVal>(VarValFile::pair("a", "1"), "a =2\n"), "a =1\n");
-    const VarValFile another{"x"};
+    EXPECT_EQ(formattedLine<GenRegVarVal>(TextRegistry::pair("a", "1")), "a=1\n");
+    EXPECT_EQ(formattedLine<GenRegVarVal>(TextRegistry::pair("a", "1"), "a =2\n"), "a =1\n");
+    const TextRegistry another{"x"};
     EXPECT_EQ(bCompactFormattedLine, 0);
 }
 
 TEST(VarVal, TheMaskSaysWhatIsCompared) {
-    GenRegVarValRecord stored = VarValFile::pair("a", "1");
+    GenRegVarValRecord stored = TextRegistry::pair("a", "1");
     const auto matches = [&](unsigned long mask, const char* variable, const char* value) {
-        GenRegVarValRecord key = VarValFile::pair(variable, value);
+        GenRegVarValRecord key = TextRegistry::pair(variable, value);
         return GenRegVarVal::MatchRecord(mask, &stored, &key) == 1;
     };
     EXPECT_TRUE(matches(0, nullptr, nullptr));
@@ -112,7 +112,7 @@ TEST(VarVal, TheMaskSaysWhatIsCompared) {
 }
 
 TEST(VarVal, ARecordMustHoldWhatTheMaskAsksFor) {
-    GenRegVarValRecord record = VarValFile::pair(nullptr, nullptr);
+    GenRegVarValRecord record = TextRegistry::pair(nullptr, nullptr);
     EXPECT_EQ(GenRegVarVal::ValidateRecord(0, &record), 0u);
     EXPECT_EQ(GenRegVarVal::ValidateRecord(3, &record), REG_NAME_MISSING);
     EXPECT_EQ(GenRegVarVal::ValidateRecord(2, &record), REG_VALUE_MISSING);
@@ -131,7 +131,7 @@ TEST_F(VarValOnDisk, TheVariableJudgesALineAsParsingDoes) {
              constexpr const char* NAMES[] = {"a",     "b",    "ab",     "",     "a b", "a\"",
                                               "\"a\"", "\" b", "a\" \"", "\xe9", "a=",  "#"};
              constexpr const char* VALUES[] = {"", "a", "b"};
-             return VarValFile::pair(dice.oneOf(NAMES), dice.oneOf(VALUES));
+             return TextRegistry::pair(dice.oneOf(NAMES), dice.oneOf(VALUES));
          },
          describe});
 }
@@ -140,7 +140,7 @@ TEST_F(VarValOnDisk, ValuesAreConvertedWholeOrNotAtAll) {
     content(
         "n = -12\nu = 12\nx = 12x\nq = \"12\"\nempty =\nbig = 18446744073709551615\nhuge = 99999999999999999999\n"
         "d = 2.5e1\nt = On\nf = no\ninf = 1e999\nnil = 1e-999\ntiny = 1e-310\n# c = 1\nn = 13\n");
-    VarValFile file{registry()};
+    TextRegistry file{registry()};
     // What a getter tells of each variable; the sentinel stays where it answers false.
     const auto all = [&](auto getter, auto value) {
         const auto sentinel = value;
@@ -184,9 +184,9 @@ struct LargeRecord {
     char more[4096];
 };
 
-class LargeForm : public VarValFile {
+class LargeForm : public TextRegistry {
 public:
-    explicit LargeForm(const std::string& path) : VarValFile(path) {
+    explicit LargeForm(const std::string& path) : TextRegistry(path) {
         getMaxRecordSize = [](unsigned long* size) { return *size = sizeof(LargeRecord), 0U; };
         matchRecord = [](unsigned long mask, void* record, void* key) {
             EXPECT_STREQ(static_cast<LargeRecord*>(key)->more, "");

@@ -1,5 +1,5 @@
 // The check between an update and its commit.
-#include "support/VarValFile.h"
+#include "support/TextRegistry.h"
 
 namespace {
 
@@ -60,9 +60,9 @@ TEST_F(VerifyTest, EveryDifferenceButTheOneAskedForHasItsCode) {
         remove("reg.tmp");
         write("reg", sample.before);
         write("reg.tmp", sample.after);
-        VarValFile file{reg(), sample.features};
-        GenRegVarValRecord key = VarValFile::pair("a", nullptr);
-        GenRegVarValRecord record = VarValFile::pair("a", "9");
+        TextRegistry file{reg(), sample.features};
+        GenRegVarValRecord key = TextRegistry::pair("a", nullptr);
+        GenRegVarValRecord record = TextRegistry::pair("a", "9");
         EXPECT_EQ(file.Verify(sample.operation, VARVAL_MATCH_VARIABLE, &record, &key), sample.code);
         const bool commits = sample.code == 0 || sample.code == REG_VERIFY_SEVERAL_CHANGED;
         EXPECT_EQ(content(), commits ? sample.after : sample.before);

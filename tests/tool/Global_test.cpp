@@ -7,7 +7,7 @@ namespace {
 
 // An instance of RVN 9.7.0.2 that starts at boot: a frame of 58 bytes for a name of five letters.
 std::string instanceFrame(const std::string& name) {
-    return frame(Image(1, 0x27).text("RVN").version().text(name).number(1).end());
+    return frame(RecordImage(1, 0x27).text("RVN").version().text(name).number(1).end());
 }
 
 class Global : public ToolTest {
@@ -65,7 +65,7 @@ TEST_F(Global, ThePathTellsWhichRuleChoseIt) {
 }
 
 TEST_F(Global, ADumpShowsFieldsWithTheirPlaces) {
-    const std::string later = frame(Image(4, 0x403).text("RVN").text("v").item("\x01\xff").end());
+    const std::string later = frame(RecordImage(4, 0x403).text("RVN").text("v").item("\x01\xff").end());
     const auto told = dump(instanceFrame("inst1") + later, 0);
     ASSERT_EQ(told.size(), 2U);
     EXPECT_EQ(told[0]["offset"], 0);
@@ -198,7 +198,7 @@ TEST_F(ChangeLog, ARehearsedSynchronisationLeavesNoTrace) {
     std::filesystem::create_directories(path("copy/adm"));
     write("copy/adm/level", "version=9.7.0.2\nbuild=s1\nfixpack=5\n");
     const Variable copy("RVN_INSTALL_PATH_OVERRIDE", path("copy").c_str());
-    writeFrames({Image(2, 0x23).text("RVN").version().number(1).end()});
+    writeFrames({RecordImage(2, 0x23).text("RVN").version().number(1).end()});
     const std::string before = bytes();
     EXPECT_EQ(status("log on"), 0);
     const Json rehearsed = object("fixpack sync -n");

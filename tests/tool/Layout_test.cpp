@@ -37,7 +37,7 @@ std::string variable(std::string name, int value) {
 }
 
 std::string instanceFrame(const std::string& name) {
-    return frame(Image(1, 0x27).text("RVN").version().text(name).number(1).end());
+    return frame(RecordImage(1, 0x27).text("RVN").version().text(name).number(1).end());
 }
 
 class Layouts : public ToolTest {

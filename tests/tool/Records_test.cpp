@@ -16,8 +16,9 @@ protected:
         return result.err;
     }
     // An instance of these further fields and a field that only a later release knows.
-    static std::string instance(unsigned long fields, const std::function<void(Image&)>& addItems) {
-        Image image(GLOBALREG_INSTANCE, INSTANCE_SERVICE | INSTANCE_VERSION_CODE | INSTANCE_NAME | fields | 1UL << 40U);
+    static std::string instance(unsigned long fields, const std::function<void(RecordImage&)>& addItems) {
+        RecordImage image(GLOBALREG_INSTANCE,
+                          INSTANCE_SERVICE | INSTANCE_VERSION_CODE | INSTANCE_NAME | fields | 1UL << 40U);
         image.text("RVN").version().text("inst");
         addItems(image);
         return frame(image.item("\x01\xff\x02").end());
@@ -33,7 +34,7 @@ protected:
         return false;
     }
     static std::string variable(const std::string& name, const std::string& value) {
-        return frame(Image(GLOBALREG_VARIABLE, 7).text("S").text(name).text(value).end());
+        return frame(RecordImage(GLOBALREG_VARIABLE, 7).text("S").text(name).text(value).end());
     }
 };
 
@@ -66,25 +67,25 @@ TEST_F(Records, WhatIsSetIsReadBackListedAndRemoved) {
 }
 
 TEST_F(Records, SetWritesJustTheNamedFieldsAndCarriesThoseOfLaterReleases) {
-    const std::string other = frame(Image(GLOBALREG_VARIABLE, VARIABLE_SERVICE | VARIABLE_NAME | 1UL << 20U,
-                                          VARIABLE_VALUE | VARIABLE_TEXT | VARIABLE_COMMENT)
+    const std::string other = frame(RecordImage(GLOBALREG_VARIABLE, VARIABLE_SERVICE | VARIABLE_NAME | 1UL << 20U,
+                                                VARIABLE_VALUE | VARIABLE_TEXT | VARIABLE_COMMENT)
                                         .text("S")
                                         .text("V")
                                         .item("")
                                         .end());
-    const std::string before =
-        other + instance(INSTANCE_PATH | INSTANCE_START_AT_BOOT, [](Image& image) { image.text("/home/i").number(0); });
+    const std::string before = other + instance(INSTANCE_PATH | INSTANCE_START_AT_BOOT,
+                                                [](RecordImage& image) { image.text("/home/i").number(0); });
     write("global.reg", before);
     const std::string set = "instance set RVN 9.7.0.2 inst ";
     EXPECT_NE(done(set + "startAtBoot=0 usage=").find("nothing to change"), std::string::npos);
     EXPECT_EQ(bytes(), before);
     done(set + "comment=c");
     EXPECT_EQ(bytes(), other + instance(INSTANCE_PATH | INSTANCE_START_AT_BOOT | INSTANCE_COMMENT,
-                                        [](Image& image) { image.text("/home/i").number(0).text("c"); }));
+                                        [](RecordImage& image) { image.text("/home/i").number(0).text("c"); }));
     // Absent differs from 0.
     done(set + "startAtBoot=");
     EXPECT_EQ(bytes(), other + instance(INSTANCE_PATH | INSTANCE_COMMENT,
-                                        [](Image& image) { image.text("/home/i").text("c"); }));
+                                        [](RecordImage& image) { image.text("/home/i").text("c"); }));
     done(set + "startAtBoot=no comment=");
     EXPECT_EQ(bytes(), before);
 }
@@ -150,7 +151,7 @@ TEST_F(Records, SeveralAreRemovedOnlyWhenThatIsMeant) {
 TEST_F(Records, ItemsOfALaterReleaseLookTheSameEverywhere) {
     const auto later = [](const std::string& item) {
         return frame(
-            Image(GLOBALREG_VARIABLE, 3 | 1UL << 10U | 1UL << 40U).text("S").text("v").item(item).item("").end());
+            RecordImage(GLOBALREG_VARIABLE, 3 | 1UL << 10U | 1UL << 40U).text("S").text("v").item(item).item("").end());
     };
     const std::string unknown = R"([{"bit":"0x400","base64":"Af8="},{"bit":"0x10000000000","base64":""}])";
     const std::string other = R"([{"bit":"0x400","base64":"AA=="},{"bit":"0x10000000000","base64":""}])";
@@ -260,7 +261,7 @@ TEST_F(Records, StatusAndDiffTellOfDamageAndOfWhatIsSound) {
     EXPECT_TRUE(object("status --registry global.reg")["monitor"].is_null());
 
     // A record that lies about a length, then one whose frame does.
-    const std::string lies = Image(GLOBALREG_VARIABLE, 3).text("S").end();
+    const std::string lies = RecordImage(GLOBALREG_VARIABLE, 3).text("S").end();
     write("bad", frame(lies.substr(0, lies.size() - 4) + little(900, 2) + "x" + little(0, 4)) + bytes() + "\x09");
     const Result bad = genreg("status bad --json");
     EXPECT_EQ(bad.status, 7);
@@ -271,7 +272,7 @@ TEST_F(Records, StatusAndDiffTellOfDamageAndOfWhatIsSound) {
     EXPECT_EQ(difference.out, "") << "the sound records are the same";
     expectFailure(7, "", "--registry bad variable list");
     // The last record of a file that is whole but for it: nothing of what lies behind it in memory is a field.
-    write("liar", frame(Image(GLOBALREG_VARIABLE, 0x407).text("S").text("N").text("v").end(900)));
+    write("liar", frame(RecordImage(GLOBALREG_VARIABLE, 0x407).text("S").text("N").text("v").end(900)));
     expectFailure(7, "0x90000254", "--registry liar variable list");
     expectFailure(7, "0x90000254", "--registry liar variable set S N value=x");
 }
@@ -279,7 +280,7 @@ TEST_F(Records, StatusAndDiffTellOfDamageAndOfWhatIsSound) {
 TEST_F(Records, DiffTellsRecordsByKey) {
     constexpr unsigned long LATER = 1UL << 30U;
     const auto record = [](const std::string& name, unsigned long more = 0) {
-        return Image(GLOBALREG_VARIABLE, 3 | more).text("S").text(name);
+        return RecordImage(GLOBALREG_VARIABLE, 3 | more).text("S").text(name);
     };
     const std::string same = frame(record("same").end());
     write("a", frame(record("old").end()) + frame(record("x", 4 | LATER).text("1").item("\x07").end()) + same);

@@ -7,7 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "support/GlobalRegistry.h"
+#include "support/GlobalScratch.h"
 
 struct Result {
     int status = -1;  // as a shell tells it: 128 plus the signal for a process that a signal ended
@@ -22,7 +22,7 @@ struct Surroundings {
     unsigned long memoryLimit = 0;
 };
 
-class ToolTest : public GlobalRegistry {
+class ToolTest : public GlobalScratch {
 protected:
     using Words = std::vector<std::string>;
     using Json = nlohmann::ordered_json;

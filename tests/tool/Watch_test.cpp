@@ -19,7 +19,7 @@ protected:
     }
     void set(const std::string& fields) { EXPECT_EQ(status("instance set RVN 9.7.0.2 " + fields), 0); }
     static std::string instanceFrame(const std::string& name) {
-        return frame(Image(1, 0x7).text("RVN").version().text(name).end());
+        return frame(RecordImage(1, 0x7).text("RVN").version().text(name).end());
     }
 
     // Until it holds; no test waits for ever.
@@ -68,7 +68,7 @@ TEST_F(Watch, AFollowerTellsBeforeAndAfter) {
 
 TEST_F(Watch, TextsOfRecordsAreShownAsOneFieldAndHarmless) {
     const auto record = [](const std::string& comment, const std::string& item) {
-        return frame(Image(1, 0x607).text("RVN").version().text("i").text(comment).item(item).end());
+        return frame(RecordImage(1, 0x607).text("RVN").version().text("i").text(comment).item(item).end());
     };
     write("global.reg", record("a", "\x01"));
     const Running table = watch("--follow");

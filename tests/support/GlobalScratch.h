@@ -24,24 +24,24 @@ inline std::string frame(const std::string& image) {
 }
 
 // A packed image, item by item.
-class Image {
+class RecordImage {
 public:
-    explicit Image(unsigned int type, unsigned long mask, unsigned long missing = 0)
+    explicit RecordImage(unsigned int type, unsigned long mask, unsigned long missing = 0)
         : bytes_(little(type, 4) + little(mask, 8) + little(missing, 8)) {}
-    Image& item(const std::string& contents) {
+    RecordImage& item(const std::string& contents) {
         bytes_ += little(contents.size(), 2) + contents;
         return *this;
     }
-    Image& text(const std::string& contents) { return item(contents + '\0'); }
-    Image& number(unsigned long value, unsigned long size = 4) { return item(little(value, size)); }
-    Image& version() { return number(VERSION_9_7_0_2, 8); }
+    RecordImage& text(const std::string& contents) { return item(contents + '\0'); }
+    RecordImage& number(unsigned long value, unsigned long size = 4) { return item(little(value, size)); }
+    RecordImage& version() { return number(VERSION_9_7_0_2, 8); }
     [[nodiscard]] std::string end(unsigned int checksum = 0) const { return bytes_ + little(checksum, 4); }
 
 private:
     std::string bytes_;
 };
 
-class GlobalRegistry : public Scratch {
+class GlobalScratch : public Scratch {
 protected:
     [[nodiscard]] std::string registry() const { return path("global.reg"); }
     [[nodiscard]] std::string bytes() const { return read("global.reg"); }

@@ -14,10 +14,10 @@ struct ConstructorCode {
     unsigned int code = 0;
 };
 
-class VarValFile : public ConstructorCode, public GenRegVarVal {
+class TextRegistry : public ConstructorCode, public GenRegVarVal {
 public:
-    explicit VarValFile(const std::string& path) : GenRegVarVal(path.c_str(), &code) {}
-    VarValFile(const std::string& path, unsigned long wanted) : VarValFile(path) { features = wanted; }
+    explicit TextRegistry(const std::string& path) : GenRegVarVal(path.c_str(), &code) {}
+    TextRegistry(const std::string& path, unsigned long wanted) : TextRegistry(path) { features = wanted; }
 
     using GenRegBase::features;
     using GenRegBase::matchRecord;

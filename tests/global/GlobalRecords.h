@@ -7,7 +7,7 @@
 #include <cstring>
 #include <memory>
 
-#include "support/GlobalRegistry.h"
+#include "support/GlobalScratch.h"
 
 template <std::size_t size>
 void put(char (&member)[size], const std::string& text) {
