@@ -20,10 +20,10 @@
 
 #include "prove/support/AwkwardPlaces.h"
 #include "prove/support/Cases.h"
-#include "prove/support/Clients.h"
+#include "prove/support/DiskImage.h"
 #include "prove/support/Folder.h"
-#include "prove/support/Image.h"
 #include "prove/support/Place.h"
+#include "prove/support/SchemaFace.h"
 #include "prove/support/Shared.h"
 
 namespace {
@@ -31,12 +31,12 @@ namespace {
 using prove::AwkwardPlace;
 using prove::bytesOf;
 using prove::Cases;
-using prove::Client;
 using prove::Folder;
 using prove::hex;
 using prove::Kind;
-using prove::openClient;
+using prove::openSchema;
 using prove::putBytes;
+using prove::SchemaRegistry;
 using prove::Shared;
 
 constexpr unsigned long VERIFIED = REG_FEATURE_DEFERRED_COMMIT;
@@ -48,15 +48,15 @@ constexpr Kind KINDS[] = {{"text, verified", false, VERIFIED},
 
 struct Update {
     const char* name;
-    unsigned int (*run)(Client& client);
+    unsigned int (*run)(SchemaRegistry& registry);
 };
 
 constexpr Update UPDATES[] = {{"add",
-                               [](Client& client) {
-                                   return client.add({"gamma", 3, "three"});
+                               [](SchemaRegistry& registry) {
+                                   return registry.add({"gamma", 3, "three"});
                                }},
-                              {"change", [](Client& client) {
-                                   return client.change("beta", {"beta", 22, "two"});
+                              {"change", [](SchemaRegistry& registry) {
+                                   return registry.change({"beta", 22, "two"});
                                }}};
 
 bool inPlace(const Kind& kind, const Update& update) {
@@ -73,9 +73,9 @@ std::optional<Outcome> attempt(const Kind& kind, const std::string& path, const 
                                const Update& update) {
     const Shared<Outcome> outcome;
     const auto code = prove::inChild([&] {
-        const auto client = openClient(kind, path);
+        const auto registry = openSchema(kind, path);
         place.inside(path);
-        outcome->rc = update.run(*client);
+        outcome->rc = update.run(*registry);
         GenRegCause cause = {};
         genregLastCause(&cause);
         outcome->cause = outcome->rc == 0 ? 0 : cause.code;
@@ -100,8 +100,8 @@ public:
 
     // A registry of two records, the lock file beside it as a first update leaves it.
     [[nodiscard]] static std::string layOut(const Kind& kind, const std::string& path) {
-        const auto client = openClient(kind, path);
-        const bool good = client->add({"alpha", 1, "one"}) == 0 && client->add({"beta", 2, ""}) == 0;
+        const auto registry = openSchema(kind, path);
+        const bool good = registry->add({"alpha", 1, "one"}) == 0 && registry->add({"beta", 2, ""}) == 0;
         return good ? bytesOf(path).value_or("") : "";
     }
 
@@ -110,7 +110,7 @@ public:
         const Folder plain(true);
         const std::string path = plain.file("plain");
         (void)layOut(kind, path);
-        (void)update.run(*openClient(kind, path));
+        (void)update.run(*openSchema(kind, path));
         return bytesOf(path).value_or("");
     }
 
@@ -142,16 +142,16 @@ private:
         }
         (void)cases_.check(prove::accessOf(path) == access, what + ": mode or owner are not what they were");
         const auto read = prove::inChild([&] {
-            const auto client = openClient(kind, path);
+            const auto registry = openSchema(kind, path);
             place.inside(path);
-            prove::Entry entry;
-            const unsigned int rc = client->get("alpha", &entry);
-            return rc != 0 || entry.value == 1 ? rc : 1U;
+            prove::Row row;
+            const unsigned int rc = registry->get("alpha", &row);
+            return rc != 0 || row.value == 1 ? rc : 1U;
         });
         (void)cases_.check(read == 0U, what + ": cannot be read, " + (read ? hex(*read) : "the process died"));
         place.mend(path);
         if (!place.causes.empty()) {
-            const unsigned int rc = update.run(*openClient(kind, path));
+            const unsigned int rc = update.run(*openSchema(kind, path));
             (void)cases_.check(rc == 0 && bytesOf(path) == wanted, what + ": once mended, " + hex(rc));
         }
         const std::string harm = prove::harmDone(folder_.path());
@@ -173,25 +173,18 @@ void controls(Cases& cases, Places& rig) {
     easy.causes = {REG_OPEN_LOCK_FAILED};
     show("add: 0x00000000", easy);
     show("the registry is not what it was", easy);
-    AwkwardPlace locked = {"control"};
-    locked.prepare = [](const std::string& path) {
-        const std::string lock = prove::Companions(path).lock;
-        return ::remove(lock.c_str()) == 0 && ::mkdir(lock.c_str(), 0755) == 0 ? "" : "no folder";
-    };
+    AwkwardPlace locked = prove::lockedPlace();
     show("refused, 0x", locked);
     show("the update is not there", locked);
     locked.causes = {REG_RENAME_FAILED};
     show(" for 0x900001da", locked);
     show("once mended, 0x", locked);
-    AwkwardPlace harmful = {"control"};
-    harmful.inside = [](const std::string& path) { (void)::chmod(path.c_str(), 0600); };
-    show("mode or owner", harmful);
-    harmful.inside = [](const std::string& path) { (void)putBytes(prove::folderOf(path) + "/victim", "x"); };
-    show("another's file was written", harmful);
-    harmful.inside = [](const std::string& path) { (void)::remove(path.c_str()); };
-    show("cannot be read", harmful);
-    harmful.inside = [](const std::string& /*path*/) { std::abort(); };
-    show("the process died", harmful);
+    for (const auto& [words, place] : prove::harmfulPlaces()) {
+        show(words, place);
+    }
+    AwkwardPlace deadly = {"control"};
+    deadly.inside = [](const std::string& /*path*/) { std::abort(); };
+    show("the process died", deadly);
 }
 
 // --- names ---------------------------------------------------------------------------------------------------------
@@ -204,12 +197,12 @@ void names(Cases& cases) {
             const std::string path = folder.file(std::string(length, 'n'));
             const std::string before = Places::layOut(kind, folder.file("settings"));
             (void)putBytes(path, before);
-            const auto client = openClient(kind, path);
-            const unsigned int rc = UPDATES[1].run(*client);
+            const auto registry = openSchema(kind, path);
+            const unsigned int rc = UPDATES[1].run(*registry);
             GenRegCause cause = {};
             genregLastCause(&cause);
-            prove::Entry entry;
-            (void)cases.check(client->get("alpha", &entry) == 0 && entry.value == 1, what + ": cannot be read");
+            prove::Row row;
+            (void)cases.check(registry->get("alpha", &row) == 0 && row.value == 1, what + ": cannot be read");
             if (length == 249) {
                 (void)cases.check(rc == 0 && bytesOf(path) != before, what + ": " + hex(rc));
             } else {
@@ -223,12 +216,12 @@ void names(Cases& cases) {
             const std::string what = std::string(kind.name) + ", a path of " + std::to_string(length);
             const std::string path = prove::deepFolder(folder.path(), "settings", length) + "/settings";
             unsigned int rc = 0;
-            const auto client = openClient(kind, path, &rc);
+            const auto registry = openSchema(kind, path, &rc);
             if (length == 1018) {
                 (void)cases.check(path.size() == length && rc == REG_PATH_TOO_LONG, what + ": " + hex(rc));
             } else {
                 (void)cases.check(path.size() == length && rc == 0 && !Places::layOut(kind, path).empty() &&
-                                      UPDATES[0].run(*client) == 0 && UPDATES[1].run(*client) == 0,
+                                      UPDATES[0].run(*registry) == 0 && UPDATES[1].run(*registry) == 0,
                                   what + ": refused");
                 (void)cases.check(
                     prove::namesIn(prove::folderOf(path)) == std::vector<std::string>{".settings.lock", "settings"},
@@ -271,7 +264,7 @@ std::optional<unsigned int> updateAs(const Kind& kind, const std::string& path, 
         if (user != 0 && (::setgroups(1, groups) != 0 || ::setgid(user) != 0 || ::setuid(user) != 0)) {
             return 1U;
         }
-        return update.run(*openClient(kind, path));
+        return update.run(*openSchema(kind, path));
     });
 }
 
@@ -336,19 +329,19 @@ void forks(Cases& cases) {
         const std::string path = folder.file("settings");
         const std::string what = std::string(kind.name) + ", a fork while locked: ";
         (void)Places::layOut(kind, path);
-        const auto client = openClient(kind, path);
-        const auto other = [&] { return prove::inChild([&] { return openClient(kind, path)->lock(TRY); }); };
-        (void)cases.check(client->lock(TRY) == 0, what + "the lock was not to be had");
+        const auto registry = openSchema(kind, path);
+        const auto other = [&] { return prove::inChild([&] { return openSchema(kind, path)->lock(TRY); }); };
+        (void)cases.check(registry->lock(TRY) == 0, what + "the lock was not to be had");
         {
             const Bystander child;
             (void)cases.check(other() == REG_LOCK_HELD, what + "the parent's lock is gone");
-            (void)cases.check(client->unlock() == 0 && other() == 0U, what + "the child holds the lock");
+            (void)cases.check(registry->unlock() == 0 && other() == 0U, what + "the child holds the lock");
         }
         // The one who locked dies; a child that it left behind holds nothing.
         pid_t left = 0;
         const Shared<pid_t> leftBehind;
         (void)prove::inChild([&] {
-            const auto dying = openClient(kind, path);
+            const auto dying = openSchema(kind, path);
             const unsigned int rc = dying->lock(TRY);
             left = ::fork();
             if (left == 0) {
@@ -364,9 +357,9 @@ void forks(Cases& cases) {
         }
         if ((kind.features & VERIFIED) != 0) {
             std::optional<Bystander> child;
-            client->beforeVerify([&] { child.emplace(); });
-            (void)cases.check(UPDATES[1].run(*client) == 0 && child.has_value(), what + "the update in hand failed");
-            const auto next = prove::inChild([&] { return UPDATES[0].run(*openClient(kind, path)); }, 5);
+            registry->beforeVerify([&] { child.emplace(); });
+            (void)cases.check(UPDATES[1].run(*registry) == 0 && child.has_value(), what + "the update in hand failed");
+            const auto next = prove::inChild([&] { return UPDATES[0].run(*openSchema(kind, path)); }, 5);
             (void)cases.check(next == 0U, what + "the next update waits for the child");
         }
     }
@@ -413,7 +406,7 @@ void deadlySignal(Cases& cases) {
             (void)cases.check(!attempt(kind, path, place, update), what + ": the signal did not come");
             (void)cases.check(bytesOf(path) == before, what + ": the registry is not what it was");
         }
-        (void)cases.check(UPDATES[1].run(*openClient(kind, path)) == 0,
+        (void)cases.check(UPDATES[1].run(*openSchema(kind, path)) == 0,
                           std::string(kind.name) + ": no update after it");
     }
 }
@@ -422,7 +415,7 @@ void deadlySignal(Cases& cases) {
 
 int main(int argc, char** argv) {
     Cases cases("awkward", argc, argv);
-    const bool ownMounts = prove::Image::mountPrivately();
+    const bool ownMounts = prove::DiskImage::mountPrivately();
     const Folder folder(false);
     Places rig(cases, folder);
     cases.expectAtLeast(1'200);

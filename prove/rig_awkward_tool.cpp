@@ -2,8 +2,8 @@
 // a remedy, and the registry stands as it was; once the remedy is applied the same command succeeds. Where it can be
 // made it is made without a word, and nothing else is touched.
 //
-// Each place is tried with an add, a change and a removal on files of all five forms; --quick takes the change and two
-// forms. What takes root, or mounts of its own, is skipped where there is none, with the reason.
+// Each place is tried with an add, a change and a removal on files of all five schemas; --quick takes the change and
+// two schemas. What takes root, or mounts of its own, is skipped where there is none, with the reason.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/mount.h>
@@ -20,8 +20,8 @@
 
 #include "prove/support/AwkwardPlaces.h"
 #include "prove/support/Cases.h"
+#include "prove/support/DiskImage.h"
 #include "prove/support/Folder.h"
-#include "prove/support/Image.h"
 #include "prove/support/Place.h"
 #include "prove/support/Stepper.h"
 #include "prove/support/ToolRun.h"
@@ -60,8 +60,8 @@ const std::map<std::string, Complaint> COMPLAINTS = {
     {"a link to nothing planted as the lock file", {UNREADABLE, "lock file", ".settings.lock (ls -l)"}},
     {"a folder in place of the lock file", {UNREADABLE, "lock file", ".settings.lock out of the way"}}};
 
-// The commands for one form of file; FILE stands for its path.
-struct Form {
+// The commands for one schema of file; FILE stands for its path.
+struct Schema {
     const char* name;
     Words alpha, beta;  // what it is made of
     Words updates[3];   // an add, a change, a removal
@@ -70,48 +70,48 @@ struct Form {
     bool global = false;
 };
 
-const Form FORMS[] = {{"varval",
-                       {"varval", "add", "FILE", "alpha", "1"},
-                       {"varval", "add", "FILE", "beta", "2", "--comment", "two"},
-                       {{"varval", "add", "FILE", "gamma", "3"},
-                        {"varval", "set", "FILE", "beta", "22"},
-                        {"varval", "delete", "FILE", "beta"}},
-                       {"varval", "get", "FILE", "alpha"},
-                       "1\n"},
-                      {"global registry",
-                       {"--registry", "FILE", "variable", "set", "svc", "alpha", "value=1"},
-                       {"--registry", "FILE", "variable", "set", "svc", "beta", "value=2"},
-                       {{"--registry", "FILE", "variable", "set", "svc", "gamma", "value=3"},
-                        {"--registry", "FILE", "variable", "set", "svc", "beta", "value=22"},
-                        {"--registry", "FILE", "variable", "remove", "svc", "beta"}},
-                       {"--registry", "FILE", "variable", "get", "svc", "alpha"},
-                       "value         1\n",
-                       true},
-                      {"binvar",
-                       {"binvar", "add", "FILE", "alpha", "1"},
-                       {"binvar", "add", "FILE", "beta", "2"},
-                       {{"binvar", "add", "FILE", "gamma", "3"},
-                        {"binvar", "set", "FILE", "beta", "22"},
-                        {"binvar", "delete", "FILE", "beta"}},
-                       {"binvar", "get", "FILE", "alpha"},
-                       "1\n"},
-                      {"services",
-                       {"services", "add", "FILE", "alpha", "101/tcp"},
-                       {"services", "add", "FILE", "beta", "102/tcp", "two", "zwei"},
-                       {{"services", "add", "FILE", "gamma", "103/udp"},
-                        {"services", "set", "FILE", "beta", "202/tcp"},
-                        {"services", "delete", "FILE", "beta"}},
-                       {"services", "get", "FILE", "alpha"},
-                       "101/tcp\n"},
-                      {"inittab",
-                       {"inittab", "add", "FILE", "al", "2", "once", "/bin/alpha"},
-                       {"inittab", "add", "FILE", "be", "3", "wait", "/bin/beta a:b"},
-                       {{"inittab", "add", "FILE", "ga", "4", "off", "/bin/gamma"},
-                        {"inittab", "set", "FILE", "be", "3", "off", "/bin/beta"},
-                        {"inittab", "delete", "FILE", "be"}},
-                       {"inittab", "get", "FILE", "al"},
-                       "2:once:/bin/alpha\n"}};
-const Form& PLAIN = FORMS[0];
+const Schema SCHEMAS[] = {{"varval",
+                           {"varval", "add", "FILE", "alpha", "1"},
+                           {"varval", "add", "FILE", "beta", "2", "--comment", "two"},
+                           {{"varval", "add", "FILE", "gamma", "3"},
+                            {"varval", "set", "FILE", "beta", "22"},
+                            {"varval", "delete", "FILE", "beta"}},
+                           {"varval", "get", "FILE", "alpha"},
+                           "1\n"},
+                          {"global registry",
+                           {"--registry", "FILE", "variable", "set", "svc", "alpha", "value=1"},
+                           {"--registry", "FILE", "variable", "set", "svc", "beta", "value=2"},
+                           {{"--registry", "FILE", "variable", "set", "svc", "gamma", "value=3"},
+                            {"--registry", "FILE", "variable", "set", "svc", "beta", "value=22"},
+                            {"--registry", "FILE", "variable", "remove", "svc", "beta"}},
+                           {"--registry", "FILE", "variable", "get", "svc", "alpha"},
+                           "value         1\n",
+                           true},
+                          {"binvar",
+                           {"binvar", "add", "FILE", "alpha", "1"},
+                           {"binvar", "add", "FILE", "beta", "2"},
+                           {{"binvar", "add", "FILE", "gamma", "3"},
+                            {"binvar", "set", "FILE", "beta", "22"},
+                            {"binvar", "delete", "FILE", "beta"}},
+                           {"binvar", "get", "FILE", "alpha"},
+                           "1\n"},
+                          {"services",
+                           {"services", "add", "FILE", "alpha", "101/tcp"},
+                           {"services", "add", "FILE", "beta", "102/tcp", "two", "zwei"},
+                           {{"services", "add", "FILE", "gamma", "103/udp"},
+                            {"services", "set", "FILE", "beta", "202/tcp"},
+                            {"services", "delete", "FILE", "beta"}},
+                           {"services", "get", "FILE", "alpha"},
+                           "101/tcp\n"},
+                          {"inittab",
+                           {"inittab", "add", "FILE", "al", "2", "once", "/bin/alpha"},
+                           {"inittab", "add", "FILE", "be", "3", "wait", "/bin/beta a:b"},
+                           {{"inittab", "add", "FILE", "ga", "4", "off", "/bin/gamma"},
+                            {"inittab", "set", "FILE", "be", "3", "off", "/bin/beta"},
+                            {"inittab", "delete", "FILE", "be"}},
+                           {"inittab", "get", "FILE", "al"},
+                           "2:once:/bin/alpha\n"}};
+const Schema& PLAIN = SCHEMAS[0];
 const char* const UPDATE_NAMES[] = {"add", "change", "removal"};
 constexpr int CHANGE = 1;
 
@@ -133,8 +133,8 @@ Words with(const char* option, const Words& words) {
 }
 
 // A file of two records, made by the tool, and its lock file; its bytes.
-std::string layOut(const Form& form, const std::string& path) {
-    const bool good = genreg(form.alpha, path).status == 0 && genreg(form.beta, path).status == 0;
+std::string layOut(const Schema& schema, const std::string& path) {
+    const bool good = genreg(schema.alpha, path).status == 0 && genreg(schema.beta, path).status == 0;
     return good ? bytesOf(path).value_or("") : "";
 }
 
@@ -173,23 +173,15 @@ public:
         easy.causes = {1};
         show("exit 0, not 8", easy);
         show("the file is not what it was", easy);
-        AwkwardPlace locked = {"control"};
-        locked.prepare = [](const std::string& path) {
-            const std::string lock = prove::Companions(path).lock;
-            return ::remove(lock.c_str()) == 0 && ::mkdir(lock.c_str(), 0755) == 0 ? "" : "no folder";
-        };
+        AwkwardPlace locked = prove::lockedPlace();
         show("change: genreg: ", locked);
         locked.name = "an immutable file";
         locked.causes = {1};
         show("exit 3, not 8", locked);
         show("once mended, genreg: ", locked);
-        AwkwardPlace harmful = {"control"};
-        harmful.inside = [](const std::string& path) { (void)::chmod(path.c_str(), 0600); };
-        show("mode or owner", harmful);
-        harmful.inside = [](const std::string& path) { (void)putBytes(prove::folderOf(path) + "/victim", "x"); };
-        show("another's file was written", harmful);
-        harmful.inside = [](const std::string& path) { (void)::remove(path.c_str()); };
-        show("cannot be read", harmful);
+        for (const auto& [words, place] : prove::harmfulPlaces()) {
+            show(words, place);
+        }
     }
 
     void tryAll(const AwkwardPlace& place) {
@@ -201,10 +193,10 @@ public:
             cases_.skip(place.name, "another user cannot run the tool where it was built");
             return;
         }
-        for (const Form& form : FORMS) {
+        for (const Schema& schema : SCHEMAS) {
             for (int update = 0; update < 3; ++update) {
-                const bool left = cases_.quick() && (update != CHANGE || &form > &FORMS[1]);
-                if (!left && (hidden_ || !form.global) && !tryOne(place, form, update)) {
+                const bool left = cases_.quick() && (update != CHANGE || &schema > &SCHEMAS[1]);
+                if (!left && (hidden_ || !schema.global) && !tryOne(place, schema, update)) {
                     return;
                 }
             }
@@ -213,26 +205,26 @@ public:
 
 private:
     // What the update makes of the file where nothing is awkward.
-    const std::string& expected(const Form& form, int update) {
-        std::string& bytes = expected_[{&form, update}];
+    const std::string& expected(const Schema& schema, int update) {
+        std::string& bytes = expected_[{&schema, update}];
         if (bytes.empty()) {
             const Folder plain(true);
             const std::string path = plain.file("settings");
-            (void)layOut(form, path);
-            (void)genreg(form.updates[update], path);
+            (void)layOut(schema, path);
+            (void)genreg(schema.updates[update], path);
             bytes = bytesOf(path).value_or("");
         }
         return bytes;
     }
 
     // False when the place cannot be made here.
-    bool tryOne(const AwkwardPlace& place, const Form& form, int update) {
+    bool tryOne(const AwkwardPlace& place, const Schema& schema, int update) {
         folder_.empty();
         (void)::chmod(folder_.path().c_str(), 0755);
         const std::string path = folder_.file("settings");
-        const std::string before = layOut(form, path);
-        const std::string what = place.name + ", " + form.name + ", " + UPDATE_NAMES[update];
-        (void)cases_.check(!before.empty() && before != expected(form, update), what + ": the tool does nothing");
+        const std::string before = layOut(schema, path);
+        const std::string what = place.name + ", " + schema.name + ", " + UPDATE_NAMES[update];
+        (void)cases_.check(!before.empty() && before != expected(schema, update), what + ": the tool does nothing");
         if (const std::string lacking = place.prepare(path); !lacking.empty()) {
             place.mend(path);
             cases_.skip(place.name, lacking);
@@ -240,21 +232,21 @@ private:
         }
         const std::string access = prove::accessOf(path);
         const auto inside = [&] { place.inside(path); };
-        const ToolRun run = genreg(form.updates[update], path, inside);
+        const ToolRun run = genreg(schema.updates[update], path, inside);
         if (place.causes.empty()) {
-            (void)cases_.check(run.status == 0 && bytesOf(path) == expected(form, update), what + ": " + run.err);
+            (void)cases_.check(run.status == 0 && bytesOf(path) == expected(schema, update), what + ": " + run.err);
         } else {
-            checkRefusal(place, form.updates[update], path, what, run);
+            checkRefusal(place, schema.updates[update], path, what, run);
             (void)cases_.check(bytesOf(path) == before, what + ": the file is not what it was");
         }
         (void)cases_.check(prove::accessOf(path) == access, what + ": mode or owner are not what they were");
-        const ToolRun look = genreg(form.look, path, inside);
-        const bool seen = look.status == 0 && look.out.find(form.answer) != std::string::npos;
+        const ToolRun look = genreg(schema.look, path, inside);
+        const bool seen = look.status == 0 && look.out.find(schema.answer) != std::string::npos;
         (void)cases_.check(place.silent ? look.status == WRITE_FAILED : seen, what + ": cannot be read, " + look.err);
         place.mend(path);
         if (!place.causes.empty()) {
-            const ToolRun again = genreg(form.updates[update], path);
-            (void)cases_.check(again.status == 0 && bytesOf(path) == expected(form, update),
+            const ToolRun again = genreg(schema.updates[update], path);
+            (void)cases_.check(again.status == 0 && bytesOf(path) == expected(schema, update),
                                what + ": once mended, " + again.err);
         }
         const std::string harm = prove::harmDone(folder_.path());
@@ -281,7 +273,7 @@ private:
     const Folder folder_;
     const bool hidden_;
     const bool nobodyRuns_;
-    std::map<std::pair<const Form*, int>, std::string> expected_;
+    std::map<std::pair<const Schema*, int>, std::string> expected_;
 };
 
 // --- names ---------------------------------------------------------------------------------------------------------
@@ -485,11 +477,11 @@ void belongings(Cases& cases) {
 void strangers(Cases& cases) {
     const Folder folder(true);
     const auto refused = [&](const std::string& name, const std::string& reason, const std::string& remedy) {
-        for (const Form& form : FORMS) {
-            for (const Words& command : {form.updates[CHANGE], form.look}) {
+        for (const Schema& schema : SCHEMAS) {
+            for (const Words& command : {schema.updates[CHANGE], schema.look}) {
                 const std::string path = folder.file(name);
                 const std::string wrong = prove::wrongWith(genreg(command, path), path, {UNREADABLE, reason, remedy});
-                (void)cases.check(wrong.empty(), std::string(form.name) + ", " + name + ": " + wrong);
+                (void)cases.check(wrong.empty(), std::string(schema.name) + ", " + name + ": " + wrong);
             }
         }
     };
@@ -507,7 +499,7 @@ void strangers(Cases& cases) {
 
 int main(int argc, char** argv) {
     Cases cases("awkward_tool", argc, argv);
-    const bool ownMounts = prove::Image::mountPrivately();
+    const bool ownMounts = prove::DiskImage::mountPrivately();
     cases.expectAtLeast(cases.quick() ? 360 : 2'100);
     Places rig(cases, ownMounts);
     rig.controls();

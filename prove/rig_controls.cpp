@@ -17,12 +17,12 @@
 #include "prove/support/AwkwardPlaces.h"
 #include "prove/support/Blame.h"
 #include "prove/support/Cases.h"
-#include "prove/support/Clients.h"
 #include "prove/support/Crowd.h"
 #include "prove/support/DiskModel.h"
 #include "prove/support/Folder.h"
 #include "prove/support/Place.h"
 #include "prove/support/Rig.h"
+#include "prove/support/SchemaFace.h"
 #include "prove/support/Shared.h"
 #include "prove/support/Stepper.h"
 #include "prove/support/ToolRun.h"
@@ -343,7 +343,7 @@ void Controls::disks() {
 
 void Controls::crowds() {
     using prove::Change;
-    using prove::crowdEntry;
+    using prove::crowdRow;
     const prove::Shared<prove::Journal> journal;
     // Name 0 written by change 1, name 1 by change 2; change 3 removes name 0, change 4 is not made.
     const std::pair<int, bool> changes[] = {{0, false}, {1, false}, {0, true}, {2, false}};
@@ -364,30 +364,30 @@ void Controls::crowds() {
     expect(!fits({0, 2}, 0, 2), "a moment after the scan fits");
     expect(!fits({0, 0, 4}, 0, 4) && !fits({0, 2, 4}, 0, 4), "a moment that never was fits");
 
-    const auto reads = [](const std::vector<prove::Entry>& entries) {
+    const auto reads = [](const prove::Rows& rows) {
         prove::Snapshot snapshot;
         std::string wrong;
-        return snapshot.read(entries, &wrong);
+        return snapshot.read(rows, &wrong);
     };
-    const prove::Entry whole = crowdEntry(1, 2, 3);
-    prove::Entry half = whole;
+    const prove::Row whole = crowdRow(1, 2, 3);
+    prove::Row half = whole;
     half.value = 4;
-    expect(reads({whole, crowdEntry(1, 3, 3)}), "whole records are none");
+    expect(reads({whole, crowdRow(1, 3, 3)}), "whole records are none");
     expect(!reads({half}), "half a record passes for a whole one");
     expect(!reads({whole, whole}), "a name that is there twice passes");
     expect(!reads({{"stranger", 1, ""}}), "a name that is nobody's passes");
 }
 
-// Gives one entry and then a code.
-class OneEntry final : public prove::Client {
+// Gives one row and then a code.
+class OneRow final : public prove::SchemaRegistry {
 public:
-    OneEntry(unsigned int end, unsigned int closed) : end_(end), closed_(closed) {}
-    unsigned int add(const prove::Entry& /*entry*/) override { return 0; }
-    unsigned int change(const std::string& /*name*/, const prove::Entry& /*entry*/) override { return 0; }
+    OneRow(unsigned int end, unsigned int closed) : end_(end), closed_(closed) {}
+    unsigned int add(const prove::Row& /*row*/) override { return 0; }
+    unsigned int change(const prove::Row& /*row*/) override { return 0; }
     unsigned int remove(const std::string& /*name*/) override { return 0; }
-    unsigned int get(const std::string& /*name*/, prove::Entry* /*entry*/) override { return 0; }
+    unsigned int get(const std::string& /*name*/, prove::Row* /*row*/) override { return 0; }
     unsigned int openScan() override { return 0; }
-    unsigned int next(prove::Entry* /*entry*/) override { return given_++ == 0 ? 0 : end_; }
+    unsigned int next(prove::Row* /*row*/) override { return given_++ == 0 ? 0 : end_; }
     unsigned int closeScan() override { return closed_; }
     unsigned int lock(unsigned long /*flags*/) override { return 0; }
     unsigned int unlock() override { return 0; }
@@ -402,9 +402,9 @@ private:
 
 void Controls::scans() {
     const auto scanned = [](unsigned int end, unsigned int closed) {
-        OneEntry client(end, closed);
-        std::vector<prove::Entry> entries;
-        return prove::scanAll(client, &entries);
+        OneRow registry(end, closed);
+        prove::Rows rows;
+        return registry.read(&rows);
     };
     expect(scanned(REG_NO_MORE_RECORDS, 0) == 0, "a whole scan is none");
     expect(scanned(REG_READ_FAILED, 0) == REG_READ_FAILED, "a scan that broke off passes for whole");

@@ -28,18 +28,19 @@ namespace {
 using namespace std::chrono_literals;
 using prove::Cases;
 using prove::Change;
-using prove::Client;
 using prove::CrowdBoard;
-using prove::crowdEntry;
 using prove::crowdName;
-using prove::Entry;
+using prove::crowdRow;
 using prove::Folder;
 using prove::hex;
 using prove::Journal;
 using prove::Kind;
 using prove::MOST_CHANGES;
 using prove::NAMES_PER_WRITER;
-using prove::openClient;
+using prove::openSchema;
+using prove::Row;
+using prove::Rows;
+using prove::SchemaRegistry;
 using prove::Shared;
 using prove::Snapshot;
 using prove::WRITERS;
@@ -76,7 +77,7 @@ public:
 
     void writer(int number, unsigned long life) {
         Journal& journal = board_->journals[number];
-        const auto registry = openClient(kind_, path_);
+        const auto registry = openSchema(kind_, path_);
         settle(*registry, number);
         unsigned int held[NAMES_PER_WRITER];
         prove::replay(journal, held);
@@ -92,7 +93,7 @@ public:
     }
 
     void reader(bool slow, unsigned long life) {
-        const auto registry = openClient(kind_, path_);
+        const auto registry = openSchema(kind_, path_);
         std::mt19937_64 random(seed_ ^ 77U ^ life << 40U ^ (slow ? 1UL << 39U : 0U));
         while (!board_->over) {
             scan(*registry, slow);
@@ -105,7 +106,7 @@ public:
     }
 
     // Ends what a death left open: the registry tells whether it was made.
-    void settle(Client& registry, int number) {
+    void settle(SchemaRegistry& registry, int number) {
         Journal& journal = board_->journals[number];
         const unsigned int last = journal.begun;
         if (journal.settled == last) {
@@ -115,9 +116,9 @@ public:
         if (change.state == Change::Meant) {
             unsigned int before[NAMES_PER_WRITER];
             prove::replay(journal, before);
-            Entry entry;
-            const unsigned int rc = registry.get(crowdName(number, change.name), &entry);
-            const unsigned int value = rc == 0 ? static_cast<unsigned int>(entry.value) : 0;
+            Row row;
+            const unsigned int rc = registry.get(crowdName(number, change.name), &row);
+            const unsigned int value = rc == 0 ? static_cast<unsigned int>(row.value) : 0;
             const unsigned int after = change.removes ? 0 : last;
             (void)board_->tally.check(
                 (rc == 0 || rc == REG_NOT_FOUND || rc == REG_MISSING) &&
@@ -131,15 +132,15 @@ public:
 
     // Once everybody is gone: the registry is what the notes say.
     void judge() {
-        const auto registry = openClient(kind_, path_);
+        const auto registry = openSchema(kind_, path_);
         for (int number = 0; number < WRITERS; ++number) {
             settle(*registry, number);
         }
-        std::vector<Entry> entries;
-        const unsigned int rc = prove::scanAll(*registry, &entries);
+        Rows rows;
+        const unsigned int rc = registry->read(&rows);
         Snapshot snapshot;
         std::string wrong;
-        (void)board_->tally.check(rc == 0 && snapshot.read(entries, &wrong), at(-1) + "at the end: " + hex(rc) + wrong);
+        (void)board_->tally.check(rc == 0 && snapshot.read(rows, &wrong), at(-1) + "at the end: " + hex(rc) + wrong);
         for (int number = 0; number < WRITERS; ++number) {
             const Journal& journal = board_->journals[number];
             (void)board_->tally.check(snapshot.fits(journal, number, journal.settled, journal.settled),
@@ -159,7 +160,7 @@ private:
     // Asked before an operation: only then may it find no registry.
     [[nodiscard]] bool noFileYet() const { return ::access(path_.c_str(), F_OK) != 0; }
 
-    void change(Client& registry, int number, int name, unsigned int (&held)[NAMES_PER_WRITER],
+    void change(SchemaRegistry& registry, int number, int name, unsigned int (&held)[NAMES_PER_WRITER],
                 std::mt19937_64& random) {
         Journal& journal = board_->journals[number];
         const unsigned int next = journal.begun + 1;
@@ -168,10 +169,10 @@ private:
         journal.changes[next].removes = removes;
         journal.changes[next].state = Change::Meant;
         journal.begun = next;
-        const Entry entry = crowdEntry(number, name, next);
-        const unsigned int rc = removes           ? registry.remove(entry.name)
-                                : held[name] != 0 ? registry.change(entry.name, entry)
-                                                  : registry.add(entry);
+        const Row row = crowdRow(number, name, next);
+        const unsigned int rc = removes           ? registry.remove(row.name)
+                                : held[name] != 0 ? registry.change(row)
+                                                  : registry.add(row);
         if (!board_->tally.check(rc == 0, at(number) + "change " + std::to_string(next) + " gave " + hex(rc))) {
             settle(registry, number);
             return;
@@ -183,16 +184,16 @@ private:
     }
 
     // What must be refused is, and changes nothing: the next scan would tell.
-    void refused(Client& registry, int number, int name, bool present) {
-        const Entry entry = crowdEntry(number, name, MOST_CHANGES);
+    void refused(SchemaRegistry& registry, int number, int name, bool present) {
+        const Row row = crowdRow(number, name, MOST_CHANGES);
         unsigned int rc = 0;
         unsigned int expected = REG_NOT_FOUND;
         const bool none = noFileYet();
         if (!present) {
-            rc = registry.remove(entry.name);
+            rc = registry.remove(row.name);
         } else if ((kind_.features & REG_FEATURE_ALLOW_DUPLICATES) == 0) {
             expected = REG_DUPLICATE;
-            rc = registry.add(entry);
+            rc = registry.add(row);
         } else {
             return;
         }
@@ -200,7 +201,7 @@ private:
                                   at(number) + "a change to be refused gave " + hex(rc));
     }
 
-    void scan(Client& registry, bool slow) {
+    void scan(SchemaRegistry& registry, bool slow) {
         const bool none = noFileYet();
         unsigned int from[WRITERS];
         for (int number = 0; number < WRITERS; ++number) {
@@ -215,12 +216,12 @@ private:
         for (int number = 0; number < WRITERS; ++number) {
             to[number] = board_->journals[number].begun;
         }
-        std::vector<Entry> entries;
-        Entry entry;
+        Rows rows;
+        Row row;
         unsigned int rc = 0;
-        while ((rc = registry.next(&entry)) == 0) {
-            entries.push_back(entry);
-            if (slow && entries.size() % 8 == 0) {
+        while ((rc = registry.next(&row)) == 0) {
+            rows.push_back(row);
+            if (slow && rows.size() % 8 == 0) {
                 std::this_thread::sleep_for(500us);
             }
         }
@@ -228,7 +229,7 @@ private:
         ++board_->scans;
         Snapshot snapshot;
         std::string wrong;
-        if (!board_->tally.check(rc == REG_NO_MORE_RECORDS && snapshot.read(entries, &wrong),
+        if (!board_->tally.check(rc == REG_NO_MORE_RECORDS && snapshot.read(rows, &wrong),
                                  at(-1) + "a scan ended with " + hex(rc) + " " + wrong)) {
             return;
         }
@@ -239,16 +240,15 @@ private:
         }
     }
 
-    void look(Client& registry, int number, int name) {
+    void look(SchemaRegistry& registry, int number, int name) {
         const bool none = noFileYet();
-        Entry entry;
-        const unsigned int rc = registry.get(crowdName(number, name), &entry);
+        Row row;
+        const unsigned int rc = registry.get(crowdName(number, name), &row);
         ++board_->gets;
         const bool absent = rc == REG_NOT_FOUND || (none && rc != 0);
         (void)board_->tally.check(
-            absent || (rc == 0 && entry.value > 0 &&
-                       entry == crowdEntry(number, name, static_cast<unsigned int>(entry.value))),
-            at(number) + "a look-up gave " + hex(rc) + " " + entry.name + " = " + std::to_string(entry.value));
+            absent || (rc == 0 && row.value > 0 && row == crowdRow(number, name, static_cast<unsigned int>(row.value))),
+            at(number) + "a look-up gave " + hex(rc) + " " + row.name + " = " + std::to_string(row.value));
     }
 
     const Kind& kind_;

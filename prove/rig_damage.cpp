@@ -18,23 +18,24 @@
 #include <string_view>
 
 #include "prove/support/Cases.h"
-#include "prove/support/Clients.h"
 #include "prove/support/Folder.h"
 #include "prove/support/Place.h"
+#include "prove/support/SchemaFace.h"
 #include "prove/support/Shared.h"
 
 namespace {
 
 using prove::bytesOf;
 using prove::Cases;
-using prove::Client;
 using prove::Companions;
-using prove::Entry;
 using prove::Folder;
 using prove::hex;
 using prove::Kind;
-using prove::openClient;
+using prove::openSchema;
 using prove::putBytes;
+using prove::Row;
+using prove::Rows;
+using prove::SchemaRegistry;
 using prove::Tally;
 
 constexpr unsigned long VERIFIED = REG_FEATURE_DEFERRED_COMMIT;
@@ -53,10 +54,9 @@ constexpr Kind KINDS[] = {{"text, verified", false, VERIFIED},
                           {"binary, verified, checksum", true, VERIFIED | STAMPED},
                           {"binary, checksum", true, STAMPED}};
 
-const std::vector<Entry> ENTRIES = {
-    {"alpha", 1, "one"}, {"beta", 22, "two"}, {"gamma", 333, ""}, {"delta", 4444, "four"}};
-const Entry ADDED = {"epsilon", 55555, "five"};
-const Entry CHANGED = {"beta", 2222, "two again"};
+const Rows ROWS = {{"alpha", 1, "one"}, {"beta", 22, "two"}, {"gamma", 333, ""}, {"delta", 4444, "four"}};
+const Row ADDED = {"epsilon", 55555, "five"};
+const Row CHANGED = {"beta", 2222, "two again"};
 constexpr const char* TEXT = "# kept\nalpha = 1 # one\n\nbeta = 22 # two\ngamma=333\n  delta = 4444 # four\n";
 
 bool stamped(const Kind& kind) {
@@ -70,8 +70,8 @@ std::string flipped(std::string bytes, std::size_t bit) {
 
 // What the rig reads from bytes by itself: the pairs of a text's lines, or the records of a binary file's frames.
 // Nothing when the frames do not fill the file.
-std::optional<std::vector<Entry>> readText(std::string_view bytes) {
-    std::vector<Entry> entries;
+std::optional<Rows> readText(std::string_view bytes) {
+    Rows rows;
     while (!bytes.empty()) {
         std::string_view line = bytes.substr(0, bytes.find('\n'));
         bytes.remove_prefix(std::min(bytes.size(), line.size() + 1));
@@ -87,13 +87,13 @@ std::optional<std::vector<Entry>> readText(std::string_view bytes) {
             return from == std::string_view::npos ? std::string() : std::string(text.substr(from, to - from + 1));
         };
         // The value stays text here; it is kept as the comment, so that any difference shows.
-        entries.push_back({trimmed(line.substr(0, equal)), 0, trimmed(line.substr(equal + 1))});
+        rows.push_back({trimmed(line.substr(0, equal)), 0, trimmed(line.substr(equal + 1))});
     }
-    return entries;
+    return rows;
 }
 
-std::optional<std::vector<Entry>> readFrames(std::string_view bytes) {
-    std::vector<Entry> entries;
+std::optional<Rows> readFrames(std::string_view bytes) {
+    Rows rows;
     while (!bytes.empty()) {
         unsigned int length = 0;
         if (bytes.size() < sizeof length) {
@@ -106,29 +106,29 @@ std::optional<std::vector<Entry>> readFrames(std::string_view bytes) {
         std::string payload(bytes.substr(sizeof length, length));
         bytes.remove_prefix(sizeof length + length);
         payload.resize(RECORD);
-        Entry entry;
-        entry.name = std::string(payload.data(), ::strnlen(payload.data(), 16));
-        std::memcpy(&entry.value, payload.data() + 16, sizeof entry.value);
-        entries.push_back(entry);
+        Row row;
+        row.name = std::string(payload.data(), ::strnlen(payload.data(), 16));
+        std::memcpy(&row.value, payload.data() + 16, sizeof row.value);
+        rows.push_back(row);
     }
-    return entries;
+    return rows;
 }
 
-std::optional<std::vector<Entry>> read(const Kind& kind, std::string_view bytes) {
+std::optional<Rows> read(const Kind& kind, std::string_view bytes) {
     if (!kind.binary) {
         return readText(bytes);
     }
     return readFrames(stamped(kind) && bytes.size() >= HEADER ? bytes.substr(HEADER) : bytes);
 }
 
-// A registry of the four entries.
+// A registry of the four rows.
 std::string build(const Kind& kind, const std::string& path) {
     if (!kind.binary) {
         (void)putBytes(path, TEXT);
     } else {
-        const auto registry = openClient(kind, path);
-        for (const Entry& entry : ENTRIES) {
-            if (registry->add(entry) != 0) {
+        const auto registry = openSchema(kind, path);
+        for (const Row& row : ROWS) {
+            if (registry->add(row) != 0) {
                 return {};
             }
         }
@@ -138,12 +138,12 @@ std::string build(const Kind& kind, const std::string& path) {
 
 struct Update {
     const char* name;
-    unsigned int (*run)(Client& registry);
+    unsigned int (*run)(SchemaRegistry& registry);
 };
 
-constexpr Update UPDATES[] = {{"add", [](Client& registry) { return registry.add(ADDED); }},
-                              {"change", [](Client& registry) { return registry.change("beta", CHANGED); }},
-                              {"delete", [](Client& registry) { return registry.remove("beta"); }}};
+constexpr Update UPDATES[] = {{"add", [](SchemaRegistry& registry) { return registry.add(ADDED); }},
+                              {"change", [](SchemaRegistry& registry) { return registry.change(CHANGED); }},
+                              {"delete", [](SchemaRegistry& registry) { return registry.remove("beta"); }}};
 
 // The pieces that an update keeps apart: lines with their newlines, or records. Carrying a frame of another length than
 // the record's brings it to the record's, so records of one length are compared.
@@ -250,16 +250,16 @@ public:
     // 0 when the scan gave just the true records, 1 when it failed, 2 when it lied.
     [[nodiscard]] int scan(const std::string& bytes) const {
         (void)putBytes(path_, bytes);
-        std::vector<Entry> found;
-        if (prove::scanAll(*open(), &found) != 0) {
+        Rows found;
+        if (open()->read(&found) != 0) {
             return 1;
         }
-        return found == ENTRIES ? 0 : 2;
+        return found == ROWS ? 0 : 2;
     }
 
 private:
-    [[nodiscard]] std::unique_ptr<Client> open() const {
-        auto registry = openClient(kind_, path_);
+    [[nodiscard]] std::unique_ptr<SchemaRegistry> open() const {
+        auto registry = openSchema(kind_, path_);
         if (knowsHeader_) {
             registry->expectHeader();
         }
@@ -267,22 +267,21 @@ private:
     }
 
     // Comments take no part: the checksum's promise holds for them too, but the rig's own reading leaves them out.
-    [[nodiscard]] std::vector<Entry> expected() const {
-        std::vector<Entry> entries = ENTRIES;
-        for (Entry& entry : entries) {
-            entry.comment.clear();
+    [[nodiscard]] Rows expected() const {
+        Rows rows = ROWS;
+        for (Row& row : rows) {
+            row.comment.clear();
         }
-        return entries;
+        return rows;
     }
 
     void lookUp(const std::string& bytes, const std::string& what, Tally& tally) const {
-        std::vector<Entry> found;
+        Rows found;
         const auto registry = open();
-        const unsigned int scanned = prove::scanAll(*registry, &found);
+        const unsigned int scanned = registry->read(&found);
         if (stamped(kind_)) {
-            const bool prefix =
-                found.size() <= ENTRIES.size() && std::equal(found.begin(), found.end(), ENTRIES.begin());
-            (void)tally.check(prefix && (scanned != 0 || found.size() == ENTRIES.size()),
+            const bool prefix = found.size() <= ROWS.size() && std::equal(found.begin(), found.end(), ROWS.begin());
+            (void)tally.check(prefix && (scanned != 0 || found.size() == ROWS.size()),
                               what + ": a scan gave a wrong record, " + hex(scanned));
         } else if (kind_.binary) {
             const auto own = read(kind_, bytes);
@@ -291,13 +290,13 @@ private:
         } else {
             (void)tally.check(scanned == 0, what + ": the scan of a text failed, " + hex(scanned));
         }
-        for (const Entry& entry : ENTRIES) {
-            Entry got;
-            const unsigned int rc = open()->get(entry.name, &got);
-            const bool good = rc != 0 || (stamped(kind_) ? got == entry : got.name == entry.name);
-            (void)tally.check(good, what + ": look-up of " + entry.name + " gave a wrong record");
+        for (const Row& row : ROWS) {
+            Row got;
+            const unsigned int rc = open()->get(row.name, &got);
+            const bool good = rc != 0 || (stamped(kind_) ? got == row : got.name == row.name);
+            (void)tally.check(good, what + ": look-up of " + row.name + " gave a wrong record");
             if (stamped(kind_)) {
-                (void)tally.check(rc != REG_NOT_FOUND, what + ": damage was taken for absence of " + entry.name);
+                (void)tally.check(rc != REG_NOT_FOUND, what + ": damage was taken for absence of " + row.name);
             }
         }
     }
@@ -360,7 +359,7 @@ public:
     InCopy(const Kind& kind, const Folder& folder, std::size_t update, std::string before)
         : kind_(kind), path_(folder.file("registry")), companions_(path_), update_(update), before_(std::move(before)) {
         restore();
-        const auto registry = openClient(kind_, path_);
+        const auto registry = openSchema(kind_, path_);
         const std::string copy = companions_.copy;
         registry->beforeVerify([this, copy] { whole_ = bytesOf(copy).value_or(""); });
         (void)UPDATES[update_].run(*registry);
@@ -371,7 +370,7 @@ public:
     void flip(unsigned long bit, Tally& tally) const {
         restore();
         const std::string damaged = flipped(whole_, bit);
-        const auto registry = openClient(kind_, path_);
+        const auto registry = openSchema(kind_, path_);
         registry->beforeVerify([&] { (void)putBytes(companions_.copy, damaged); });
         const unsigned int rc = UPDATES[update_].run(*registry);
         const std::string after = bytesOf(path_).value_or("(gone)");
@@ -416,7 +415,7 @@ private:
     // The refused copy stays for inspection; the next update sets it aside and succeeds.
     void afterwards(const std::string& damaged, const std::string& what, Tally& tally) const {
         (void)tally.check(bytesOf(companions_.copy) == damaged, what + ", the refused copy is gone");
-        const unsigned int rc = UPDATES[update_].run(*openClient(kind_, path_));
+        const unsigned int rc = UPDATES[update_].run(*openSchema(kind_, path_));
         (void)tally.check(rc == 0 && bytesOf(path_) == whole_, what + ", the next update gave " + hex(rc));
         (void)tally.check(bytesOf(companions_.corrupt) == damaged, what + ", the refused copy was not set aside");
     }

@@ -209,9 +209,9 @@ private:
             useTheLibrary(scenario);
         }
         // What naming the file to the library costs is not the object's.
-        scenario.form->open(place.named(), scenario.features).reset();
+        scenario.schema->open(place.named(), scenario.features).reset();
         const long before = ledger.blocks;
-        auto registry = scenario.form->open(place.named(), scenario.features);
+        auto registry = scenario.schema->open(place.named(), scenario.features);
         prove::playOperation(scenario, place, *registry, report_,
                              [&](const Scenario& played, Registry& target, Report* report) {
                                  ledger = {true, 0, refusal.index, refusal.forGood, ledger.blocks};
@@ -229,7 +229,7 @@ private:
     void useTheLibrary(const Scenario& scenario) {
         const Place elsewhere(rig_.scratch() + "/elsewhere", scenario);
         elsewhere.layOut();
-        const auto registry = scenario.form->open(elsewhere.named(), scenario.features);
+        const auto registry = scenario.schema->open(elsewhere.named(), scenario.features);
         (void)scenario.operation.perform(*registry);
         (void)registry->remove("nobody");
     }

@@ -131,7 +131,7 @@ private:
 
     // The child's part; the report is complete when it ends with 0.
     int child(const Scenario& scenario, const Place& place) {
-        auto registry = scenario.form->open(place.named(), scenario.features);
+        auto registry = scenario.schema->open(place.named(), scenario.features);
         prove::playOperation(scenario, place, *registry, report_,
                              [](const Scenario& played, Registry& target, Report* report) {
                                  prove::beginPart();

@@ -79,7 +79,7 @@ public:
 
 private:
     [[nodiscard]] static int child(const Scenario& scenario, const Place& place) {
-        const auto registry = scenario.form->open(place.named(), scenario.features);
+        const auto registry = scenario.schema->open(place.named(), scenario.features);
         prove::beginPart();
         const unsigned int rc = scenario.operation.perform(*registry);
         prove::endPart();
@@ -120,7 +120,7 @@ private:
             return prove::Verdict{};
         };
         const auto body = [&] {
-            const auto registry = scenario.form->open(place.named(), scenario.features);
+            const auto registry = scenario.schema->open(place.named(), scenario.features);
             prove::beginPart();
             const unsigned int rc = registry->remove("nobody");
             prove::endPart();
@@ -172,7 +172,7 @@ private:
 
     // The records that the library reads are those of the state that the checker found.
     void checkReader(const Scenario& scenario, const Place& place, State state, const std::string& when) {
-        const auto registry = scenario.form->open(place.named(), scenario.features);
+        const auto registry = scenario.schema->open(place.named(), scenario.features);
         Rows rows;
         const unsigned int rc = registry->read(&rows);
         if (!prove::bytesOf(place.registry())) {
@@ -238,7 +238,7 @@ private:
         }
         const std::optional<std::string> left = prove::bytesOf(place.temporary());
         const std::optional<std::string> aside = prove::bytesOf(place.setAside());
-        const unsigned int rc = scenario.again.perform(*scenario.form->open(place.named(), scenario.features));
+        const unsigned int rc = scenario.again.perform(*scenario.schema->open(place.named(), scenario.features));
         rig_.check(rc == 0, "the next update failed: " + codeText(rc));
         rig_.check(prove::bytesOf(place.registry()) == scenario.bytes(scenario.after(found, scenario.again)),
                    "the next update wrote something else");

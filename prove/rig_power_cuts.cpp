@@ -23,9 +23,9 @@
 #include <utility>
 
 #include "prove/support/Cases.h"
+#include "prove/support/DiskImage.h"
 #include "prove/support/DiskModel.h"
 #include "prove/support/Folder.h"
-#include "prove/support/Image.h"
 #include "prove/support/Place.h"
 #include "prove/support/Stepper.h"
 
@@ -33,9 +33,9 @@ namespace {
 
 using prove::Cases;
 using prove::Contents;
+using prove::DiskImage;
 using prove::DiskModel;
 using prove::Folder;
-using prove::Image;
 using prove::Place;
 using prove::Scenario;
 using prove::State;
@@ -44,7 +44,7 @@ using prove::Tree;
 constexpr std::size_t HEADER = 32;
 
 int update(const Scenario& scenario, const Place& place) {
-    const auto registry = scenario.form->open(place.named(), scenario.features);
+    const auto registry = scenario.schema->open(place.named(), scenario.features);
     prove::beginPart();
     const unsigned int rc = scenario.operation.perform(*registry);
     prove::endPart();
@@ -91,7 +91,7 @@ std::string judge(const Scenario& scenario, const Place& place, bool returned, F
             }
             return std::string("the registry is ") + prove::stateText(state);
     }
-    const unsigned int rc = scenario.again.perform(*scenario.form->open(place.named(), scenario.features));
+    const unsigned int rc = scenario.again.perform(*scenario.schema->open(place.named(), scenario.features));
     if (rc != 0) {
         return "the next update gave " + prove::hex(rc);
     }
@@ -360,15 +360,15 @@ private:
 
     Cases& cases_;
     const std::string options_;
-    Image image_;
-    Image cut_;
+    DiskImage image_;
+    DiskImage cut_;
     Found found_;
 };
 
-// What another form of binary registry differs in are its bytes, not its calls; and links lead to where the image is
+// What another schema of binary registry differs in are its bytes, not its calls; and links lead to where the image is
 // mounted, which a copy is not.
 bool triedOnImage(const Scenario& scenario, bool quick) {
-    const bool oneOfTwo = scenario.form == &prove::TEXT_FORM || scenario.form == &prove::BINARY_FORM;
+    const bool oneOfTwo = scenario.schema == &prove::TEXT_SCHEMA || scenario.schema == &prove::BINARY_SCHEMA;
     const bool wanted = !quick || (scenario.quick && !scenario.missingDirectory);
     return oneOfTwo && !scenario.linked && !repeats(scenario) && wanted;
 }
@@ -380,12 +380,13 @@ bool triedBeside(const Scenario& scenario, Beside beside, const char* options, b
 }
 
 void cutsByTrial(Cases& cases) {
-    const std::string missing = prove::canStep() ? Image::whatIsMissing() : "this system lets no process trace another";
+    const std::string missing =
+        prove::canStep() ? DiskImage::whatIsMissing() : "this system lets no process trace another";
     if (!missing.empty()) {
         cases.skip("cuts of a real file system", missing);
         return;
     }
-    if (!Image::mountPrivately()) {
+    if (!DiskImage::mountPrivately()) {
         cases.skip("cuts of a real file system", "the rig gets no mounts of its own");
         return;
     }

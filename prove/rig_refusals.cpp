@@ -33,15 +33,15 @@ void Refusals::cleanUps() {
             const Place place(rig_.scratch() + "/place", scenario);
             for (long n = 0;; ++n) {
                 place.layOut();
-                const auto registry = scenario.form->open(place.named(), scenario.features);
+                const auto registry = scenario.schema->open(place.named(), scenario.features);
                 rig_.begin(scenario.name + ", memory given back for the " + std::to_string(n) + "th time");
                 const Refusal refusal(PlatformCall::Free, n);
                 const unsigned int rc = scenario.operation.perform(*registry);
                 const State state = stateOf(place, scenario);
                 // The information functions have codes of their own, and their schema needs memory to pack a record.
-                const bool stands = state == State::New || (!scenario.form->choosesFeatures && rc != 0 &&
+                const bool stands = state == State::New || (!scenario.schema->choosesFeatures && rc != 0 &&
                                                             (state == State::Old || state == State::Empty));
-                rig_.check(isTold(rc) || !scenario.form->choosesFeatures, "answers " + codeText(rc));
+                rig_.check(isTold(rc) || !scenario.schema->choosesFeatures, "answers " + codeText(rc));
                 rig_.check(stands, std::string("the registry is ") + stateText(state));
                 if (refusal.calls() <= n) {
                     break;

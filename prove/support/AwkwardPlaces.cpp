@@ -265,6 +265,27 @@ std::vector<AwkwardPlace> awkwardPlaces(bool ownMounts) {
     return places;
 }
 
+AwkwardPlace lockedPlace() {
+    AwkwardPlace locked = {"control"};
+    locked.prepare = [](const std::string& path) {
+        const std::string lock = Companions(path).lock;
+        return ::remove(lock.c_str()) == 0 && ::mkdir(lock.c_str(), 0755) == 0 ? "" : "no folder";
+    };
+    return locked;
+}
+
+std::vector<std::pair<const char*, AwkwardPlace>> harmfulPlaces() {
+    const auto harmful = [](const std::function<void(const std::string& path)>& harm) {
+        AwkwardPlace place = {"control"};
+        place.inside = harm;
+        return place;
+    };
+    return {{"mode or owner", harmful([](const std::string& path) { (void)::chmod(path.c_str(), 0600); })},
+            {"another's file was written",
+             harmful([](const std::string& path) { (void)putBytes(folderOf(path) + "/victim", "x"); })},
+            {"cannot be read", harmful([](const std::string& path) { (void)::remove(path.c_str()); })}};
+}
+
 void leaveAwkwardPlace(const std::string& folder) {
     (void)::umount2(folder.c_str(), MNT_DETACH);
 }

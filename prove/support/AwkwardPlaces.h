@@ -5,6 +5,7 @@
 #include <functional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace prove {
@@ -30,6 +31,11 @@ struct AwkwardPlace {
 
 // All of them; those that mount something are for a process whose mounts are its own.
 [[nodiscard]] std::vector<AwkwardPlace> awkwardPlaces(bool ownMounts);
+
+// To show the checkers of a rig: one in which no update can be made, though it tells of no cause; and those in which
+// the process does harm, each with what is to be found wrong.
+[[nodiscard]] AwkwardPlace lockedPlace();
+[[nodiscard]] std::vector<std::pair<const char*, AwkwardPlace>> harmfulPlaces();
 
 // After a place: unmounts what it mounted on the folder.
 void leaveAwkwardPlace(const std::string& folder);

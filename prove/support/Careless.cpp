@@ -40,7 +40,7 @@ int claim(const std::string& path) {
 class Careless final : public Registry {
 public:
     Careless(const std::string& path, unsigned long features)
-        : vice_(viceInUse), path_(path), honest_(TEXT_FORM.open(path, features)) {}
+        : vice_(viceInUse), path_(path), honest_(TEXT_SCHEMA.open(path, features)) {}
     ~Careless() override {
         if (vice_ != Vice::DescriptorAtEnd) {
             letGo();
@@ -132,13 +132,13 @@ std::unique_ptr<Registry> openCareless(const std::string& path, unsigned long fe
     return std::make_unique<Careless>(path, features);
 }
 
-const Form CARELESS_FORM = {"careless", false, true, openCareless, TEXT_FORM.bytes};
+const Schema CARELESS_SCHEMA = {"careless", false, true, openCareless, TEXT_SCHEMA.bytes};
 
 Scenario careless(const std::vector<Scenario>& list, const std::string& name, Vice vice) {
     viceInUse = vice;
     Scenario scenario = *std::find_if(list.begin(), list.end(), [&](const Scenario& s) { return s.name == name; });
     scenario.name = "control";
-    scenario.form = &CARELESS_FORM;
+    scenario.schema = &CARELESS_SCHEMA;
     furtherRow = scenario.again.row.name;
     return scenario;
 }

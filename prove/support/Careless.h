@@ -21,7 +21,7 @@ enum class Vice {
     WrongCause,       // makes another call fail behind the one that did
 };
 
-// An add to a text registry of a few rows, commits deferred, by an object with that vice; or a look-up there. One form
+// An add to a text registry of a few rows, commits deferred, by an object with that vice; or a look-up there. One vice
 // is in use at a time.
 Scenario carelessUpdate(Vice vice);
 Scenario carelessReading(Vice vice);

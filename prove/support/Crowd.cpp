@@ -9,7 +9,7 @@ std::string crowdName(int writer, int name) {
     return "w" + std::to_string(writer) + "n" + std::to_string(name);
 }
 
-Entry crowdEntry(int writer, int name, unsigned int change) {
+Row crowdRow(int writer, int name, unsigned int change) {
     unsigned int sum = 2166136261U;
     for (const unsigned int part : {static_cast<unsigned int>(writer), static_cast<unsigned int>(name), change}) {
         sum = (sum ^ part) * 16777619U;
@@ -19,21 +19,21 @@ Entry crowdEntry(int writer, int name, unsigned int change) {
     return {crowdName(writer, name), static_cast<int>(change), comment};
 }
 
-bool Snapshot::read(const std::vector<Entry>& entries, std::string* wrong) {
-    for (const Entry& entry : entries) {
+bool Snapshot::read(const Rows& rows, std::string* wrong) {
+    for (const Row& row : rows) {
         int writer = -1;
         int name = -1;
-        const bool known = std::sscanf(entry.name.c_str(), "w%dn%d", &writer, &name) == 2 && writer >= 0 &&
+        const bool known = std::sscanf(row.name.c_str(), "w%dn%d", &writer, &name) == 2 && writer >= 0 &&
                            writer < WRITERS && name >= 0 && name < NAMES_PER_WRITER;
-        if (!known || entry.value <= 0 || entry != crowdEntry(writer, name, static_cast<unsigned int>(entry.value))) {
-            *wrong = "no whole record: " + entry.name + " = " + std::to_string(entry.value) + " # " + entry.comment;
+        if (!known || row.value <= 0 || row != crowdRow(writer, name, static_cast<unsigned int>(row.value))) {
+            *wrong = "no whole record: " + row.name + " = " + std::to_string(row.value) + " # " + row.comment;
             return false;
         }
         if (values[writer][name] != 0) {
-            *wrong = "twice: " + entry.name;
+            *wrong = "twice: " + row.name;
             return false;
         }
-        values[writer][name] = static_cast<unsigned int>(entry.value);
+        values[writer][name] = static_cast<unsigned int>(row.value);
     }
     return true;
 }

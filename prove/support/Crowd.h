@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "prove/support/Clients.h"
+#include "prove/support/SchemaFace.h"
 #include "prove/support/Shared.h"
 
 namespace prove {
@@ -43,13 +43,13 @@ struct CrowdBoard {
 };
 
 [[nodiscard]] std::string crowdName(int writer, int name);
-[[nodiscard]] Entry crowdEntry(int writer, int name, unsigned int change);
+[[nodiscard]] Row crowdRow(int writer, int name, unsigned int change);
 
 // What a scan found: by name, the number of the change that each value tells of, 0 for none.
 struct Snapshot {
     unsigned int values[WRITERS][NAMES_PER_WRITER] = {};
-    // False, with what is wrong, when the entries are not whole records of the crowd's, each once.
-    [[nodiscard]] bool read(const std::vector<Entry>& entries, std::string* wrong);
+    // False, with what is wrong, when the rows are not whole records of the crowd's, each once.
+    [[nodiscard]] bool read(const Rows& rows, std::string* wrong);
     // Whether this is what the writer's names held at a moment between its changes `from` and `to`.
     [[nodiscard]] bool fits(const Journal& journal, int writer, unsigned int from, unsigned int to) const;
 };

@@ -1,5 +1,5 @@
-// The information functions over the global registry, as a form of registry: a row is an instance or an installed copy
-// that has every field.
+// The information functions over the global registry, behind the face of the schemas: a row is an instance or an
+// installed copy that has every field.
 #include <genreg/GlobalRegRecord.h>
 #include <genreg/InstanceInfo.h>
 #include <genreg/ServiceInfo.h>
@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "Records.h"
+#include "SchemaFace.h"
 
 namespace prove {
 namespace {
@@ -189,7 +189,7 @@ std::string serviceBytes(const Rows& rows) {
 
 }  // namespace
 
-const Form INSTANCE_FORM = {"instance", true, false, openInformation<Instances>, instanceBytes};
-const Form SERVICE_FORM = {"service", true, false, openInformation<Services>, serviceBytes};
+const Schema INSTANCE_SCHEMA = {"instance", true, false, openInformation<Instances>, instanceBytes};
+const Schema SERVICE_SCHEMA = {"service", true, false, openInformation<Services>, serviceBytes};
 
 }  // namespace prove

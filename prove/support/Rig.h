@@ -1,14 +1,28 @@
-// What the rigs share that try every scenario: cases that have a name and may fail in several ways, and a directory of
-// their own.
+// What a rig needs to know.
+//
+// A rig is a program, rig_<name>.cpp, that stands outside: it asks the library as a client does, through the shared
+// library, or runs the built tool (then its name ends in _tool). It says what it tried in its last line, "RIG <name>
+// <cases> <failed>", and exits with 0 only where nothing failed. CTest runs it with --quick, a part that takes seconds;
+// run.sh runs all of it, on the release build.
 //
 //   int main(int argc, char** argv) {
 //       prove::Rig rig{"kill_sweep", argc, argv};
+//       rig.expectAtLeast(1'000, 10'000);
+//       rig.control("the old contents are lost", [&] { ... });
 //       ...
 //       return rig.finish();
 //   }
 //
-// Options: --quick for the part that takes seconds, --verbose for a line per scenario, --only TEXT for the scenarios
-// whose name holds the text.
+// - It is judged by itself: what stands in a file, what a file must hold, which locks are held. None of that is asked
+//   of the library, and bytes are laid out here, apart from its code (SchemaFace, Place, Folder).
+// - It shows its checkers what they must find fault with (control), and says how many cases there are at least.
+// - What cannot be tried here is skipped with its reason: no root, no mounts, no tracing. Nothing is left out silently.
+// - What it leaves behind is nothing: its files lie in scratch(), or in a Folder.
+//
+// Rig is for those that try every scenario (Scenarios): cases that have a name and may fail in several ways. Options:
+// --quick, --verbose for a line per scenario, --only TEXT for the scenarios whose name holds the text. A rig with
+// tables of its own counts with Cases, single checks. To put a fault into an operation: Stepper (a system call),
+// standin/ (the platform's libraries); Aftermath looks at what is left then, Blame at what was told.
 #pragma once
 
 #include <functional>

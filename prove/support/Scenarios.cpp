@@ -52,7 +52,7 @@ Contents Scenario::after(const Contents& contents, const Operation& change) cons
 }
 
 std::string Scenario::bytes(const Contents& contents) const {
-    const std::string body = contents.preamble + form->bytes(contents.rows);
+    const std::string body = contents.preamble + schema->bytes(contents.rows);
     return contents.stamped ? checksumHeader(body) + body : body;
 }
 
@@ -103,27 +103,27 @@ std::string featureText(unsigned long features) {
     return text + ((features & CHECKSUM) != 0 ? "+checksum" : "");
 }
 
-Scenario make(const Form& form, const NamedOperation& named, unsigned long features) {
+Scenario make(const Schema& schema, const NamedOperation& named, unsigned long features) {
     Scenario scenario;
-    scenario.name = std::string(form.name) + " " + named.name + " " + featureText(features);
-    scenario.form = &form;
+    scenario.name = std::string(schema.name) + " " + named.name + " " + featureText(features);
+    scenario.schema = &schema;
     scenario.features = features;
     scenario.before.stamped = (features & CHECKSUM) != 0;
-    scenario.before.preamble = form.binary ? "" : PREAMBLE;
+    scenario.before.preamble = schema.binary ? "" : PREAMBLE;
     scenario.before.rows = fewRows((features & DUPLICATES) != 0);
     scenario.operation = named.operation;
     // A change through the information functions is an add that is refused and a change: two updates, of which the
     // second deletes what the first has set aside. An add shows what a single update does.
-    scenario.again = form.choosesFeatures ? named.again : ADD.again;
+    scenario.again = schema.choosesFeatures ? named.again : ADD.again;
     return scenario;
 }
 
-std::vector<unsigned long> featuresOf(const Form& form) {
-    if (!form.choosesFeatures) {
+std::vector<unsigned long> featuresOf(const Schema& schema) {
+    if (!schema.choosesFeatures) {
         return {DEFERRED};
     }
     std::vector<unsigned long> sets = {0, DEFERRED, DUPLICATES, DEFERRED | DUPLICATES};
-    if (form.binary) {
+    if (schema.binary) {
         const std::vector<unsigned long> plain = sets;
         for (const unsigned long set : plain) {
             sets.push_back(set | CHECKSUM);
@@ -133,8 +133,8 @@ std::vector<unsigned long> featuresOf(const Form& form) {
 }
 
 // What is special about where the file lies, or in which state it is found.
-void addSpecialCases(const Form& form, unsigned long features, std::vector<Scenario>& list) {
-    Scenario missing = make(form, ADD, features);
+void addSpecialCases(const Schema& schema, unsigned long features, std::vector<Scenario>& list) {
+    Scenario missing = make(schema, ADD, features);
     missing.name += ", no file";
     missing.before = {};
     missing.before.present = false;
@@ -143,17 +143,17 @@ void addSpecialCases(const Form& form, unsigned long features, std::vector<Scena
     Scenario nowhere = missing;
     nowhere.name += ", no directory";
     nowhere.missingDirectory = true;
-    nowhere.quick = form.choosesFeatures && !form.binary && features == DEFERRED;
+    nowhere.quick = schema.choosesFeatures && !schema.binary && features == DEFERRED;
     list.push_back(nowhere);
 
-    Scenario stale = make(form, form.choosesFeatures ? CHANGE : ADD, features);
+    Scenario stale = make(schema, schema.choosesFeatures ? CHANGE : ADD, features);
     stale.name += ", stale copies";
     stale.staleCopies = true;
     list.push_back(stale);
 
     if ((features & CHECKSUM) != 0) {
         for (const NamedOperation& named : OPERATIONS) {
-            Scenario first = make(form, named, features);
+            Scenario first = make(schema, named, features);
             first.name += ", not stamped yet";
             first.before.stamped = false;
             list.push_back(first);
@@ -161,25 +161,25 @@ void addSpecialCases(const Form& form, unsigned long features, std::vector<Scena
     }
 }
 
-Scenario makeLarge(const Form& form, const NamedOperation& named, unsigned long features) {
-    Scenario large = make(form, named, features);
+Scenario makeLarge(const Schema& schema, const NamedOperation& named, unsigned long features) {
+    Scenario large = make(schema, named, features);
     large.name += ", large";
     large.before.rows = manyRows();
     large.large = true;
     return large;
 }
 
-void addLargeAndLinked(const Form& form, std::vector<Scenario>& list) {
+void addLargeAndLinked(const Schema& schema, std::vector<Scenario>& list) {
     for (const NamedOperation& named : OPERATIONS) {
-        list.push_back(makeLarge(form, named, DEFERRED));
+        list.push_back(makeLarge(schema, named, DEFERRED));
     }
-    if (form.choosesFeatures) {
+    if (schema.choosesFeatures) {
         // Nothing is verified here: a write that fails in the middle of the copy is known to the copying alone.
-        list.push_back(makeLarge(form, form.binary ? CHANGE : DELETE, 0));
-        list.back().quick = &form != &PACKED_FORM;
-        list.push_back(makeLarge(form, ADD, form.binary ? CHECKSUM : 0));
+        list.push_back(makeLarge(schema, schema.binary ? CHANGE : DELETE, 0));
+        list.back().quick = &schema != &PACKED_SCHEMA;
+        list.push_back(makeLarge(schema, ADD, schema.binary ? CHECKSUM : 0));
     }
-    Scenario linked = make(form, CHANGE, DEFERRED);
+    Scenario linked = make(schema, CHANGE, DEFERRED);
     linked.name += ", through a link";
     linked.linked = true;
     list.push_back(linked);
@@ -189,31 +189,31 @@ void addLargeAndLinked(const Form& form, std::vector<Scenario>& list) {
 
 std::vector<Scenario> updates() {
     std::vector<Scenario> list;
-    for (const Form* form : {&TEXT_FORM, &BINARY_FORM, &PACKED_FORM, &INSTANCE_FORM, &SERVICE_FORM}) {
-        for (const unsigned long features : featuresOf(*form)) {
+    for (const Schema* schema : {&TEXT_SCHEMA, &BINARY_SCHEMA, &PACKED_SCHEMA, &INSTANCE_SCHEMA, &SERVICE_SCHEMA}) {
+        for (const unsigned long features : featuresOf(*schema)) {
             const bool quickFeatures = features == DUPLICATES || features == (DEFERRED | DUPLICATES | CHECKSUM) ||
-                                       (features == DEFERRED && (form == &TEXT_FORM || form == &INSTANCE_FORM));
+                                       (features == DEFERRED && (schema == &TEXT_SCHEMA || schema == &INSTANCE_SCHEMA));
             for (const NamedOperation& named : OPERATIONS) {
-                list.push_back(make(*form, named, features));
-                list.back().quick = quickFeatures && form != &PACKED_FORM;
+                list.push_back(make(*schema, named, features));
+                list.back().quick = quickFeatures && schema != &PACKED_SCHEMA;
             }
-            addSpecialCases(*form, features, list);
+            addSpecialCases(*schema, features, list);
         }
-        addLargeAndLinked(*form, list);
+        addLargeAndLinked(*schema, list);
     }
     return list;
 }
 
 std::vector<Scenario> readings() {
     std::vector<Scenario> list;
-    for (const Form* form : {&TEXT_FORM, &BINARY_FORM, &PACKED_FORM, &INSTANCE_FORM, &SERVICE_FORM}) {
+    for (const Schema* schema : {&TEXT_SCHEMA, &BINARY_SCHEMA, &PACKED_SCHEMA, &INSTANCE_SCHEMA, &SERVICE_SCHEMA}) {
         for (const unsigned long checksum : {0UL, CHECKSUM}) {
-            if (checksum != 0 && !(form->binary && form->choosesFeatures)) {
+            if (checksum != 0 && !(schema->binary && schema->choosesFeatures)) {
                 continue;
             }
             for (const bool large : {false, true}) {
-                Scenario scenario = make(*form, ADD, DEFERRED | checksum);
-                scenario.name = std::string(form->name) + " read " + featureText(scenario.features);
+                Scenario scenario = make(*schema, ADD, DEFERRED | checksum);
+                scenario.name = std::string(schema->name) + " read " + featureText(scenario.features);
                 if (large) {
                     scenario.name += ", large";
                     scenario.before.rows = manyRows();

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "Records.h"
+#include "SchemaFace.h"
 
 namespace prove {
 
@@ -33,7 +33,7 @@ struct Contents {
 
 struct Scenario {
     std::string name;
-    const Form* form;
+    const Schema* schema;
     unsigned long features;  // of 0x1, 0x2 and 0x100
     Contents before;
     Operation operation;

@@ -85,8 +85,8 @@ std::string wrongWith(const ToolRun& run, const std::string& path, const Complai
     if (run.status != expected.status) {
         return wrongStatus(run, expected.status);
     }
-    static const char* const FORM = "genreg: [^\n]*\n  try: [^\n]*   \\[0x[0-9a-f]{8}\\]\n";
-    if (matched(run.err, FORM).empty()) {
+    static const char* const PATTERN = "genreg: [^\n]*\n  try: [^\n]*   \\[0x[0-9a-f]{8}\\]\n";
+    if (matched(run.err, PATTERN).empty()) {
         return "no message with an advice and a code: " + run.err;
     }
     const std::size_t advice = run.err.find("\n  try: ");
@@ -107,10 +107,10 @@ std::string wrongWithJson(const ToolRun& run, const std::string& path, const Com
     if (run.status != expected.status) {
         return wrongStatus(run, expected.status);
     }
-    static const char* const FORM =
+    static const char* const PATTERN =
         "\\{\"schema\":1,\"kind\":\"[a-z-]+\",\"exit\":([0-9]+),\"code\":\"0x[0-9a-f]{8}\",\"operation\":\"[a-z ]+\","
         "\"path\":\"([^\"]*)\",\"message\":\"([^\"]*)\",\"hint\":\"([^\"]*)\"\\}\n";
-    const std::vector<std::string> parts = matched(run.err, FORM);
+    const std::vector<std::string> parts = matched(run.err, PATTERN);
     if (parts.empty()) {
         return "no object with all members: " + run.err;
     }

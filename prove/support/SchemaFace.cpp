@@ -1,10 +1,13 @@
-#include "Records.h"
+#include "SchemaFace.h"
 
 #include <genreg/GenRegBinVarVal.h>
 #include <genreg/GenRegVarVal.h>
+#include <unistd.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace prove {
 namespace {
@@ -18,30 +21,45 @@ public:
 
     struct Record : GenRegVarValRecord {
         Record() : GenRegVarValRecord{} {}
-        explicit Record(const Row& row) : GenRegVarValRecord{}, name(row.name), text(std::to_string(row.value)) {
-            contains = VARVAL_HAS_PAIR;
+        explicit Record(const Row& row)
+            : GenRegVarValRecord{}, name(row.name), text(std::to_string(row.value)), remark(row.comment) {
+            contains = VARVAL_HAS_PAIR | (remark.empty() ? 0 : VARVAL_HAS_COMMENT);
             variable = name.data();
             value = text.data();
+            comment = remark.empty() ? nullptr : remark.data();
         }
         Record(const Record&) = delete;
         Record& operator=(const Record&) = delete;
         // Not by its bits alone: a line without "=" has them too.
-        [[nodiscard]] bool holdsRow() const { return (contains & VARVAL_HAS_PAIR) != 0 && variable != nullptr; }
-        [[nodiscard]] Row row() const { return {variable, std::stoi(value)}; }
+        [[nodiscard]] bool holdsRow() const { return variable != nullptr && value != nullptr; }
+        // A value that is no number is kept apart from all numbers.
+        void tell(Row* row) const {
+            char* end = nullptr;
+            const long number = std::strtol(value, &end, 10);
+            row->name = variable;
+            row->value = end != value && *end == '\0' ? static_cast<int>(number) : -1;
+            row->comment = comment != nullptr ? comment + std::strspn(comment, " ") : "";
+        }
 
         std::string name;
         std::string text;
+        std::string remark;
     };
 };
 
 struct BinaryRecord : GenRegBinVarValRecord {
-    BinaryRecord() : GenRegBinVarValRecord{} { value = 0; }
+    BinaryRecord() : GenRegBinVarValRecord{} {}
     explicit BinaryRecord(const Row& row) : GenRegBinVarValRecord{} {
-        row.name.copy(variable, sizeof variable - 1);
+        (void)row.name.copy(variable, sizeof variable - 1);
         value = row.value;
+        (void)row.comment.copy(comment, sizeof comment - 1);
     }
     [[nodiscard]] static bool holdsRow() { return true; }
-    [[nodiscard]] Row row() const { return {variable, value}; }
+    void tell(Row* row) const {
+        row->name.assign(variable, ::strnlen(variable, sizeof variable));
+        row->value = value;
+        row->comment.assign(comment, ::strnlen(comment, sizeof comment));
+    }
 };
 
 class BinarySchema : public GenRegBinVarVal {
@@ -119,78 +137,121 @@ private:
     }
 };
 
-template <typename Schema>
-class SchemaRegistry final : public Registry {
+// Schemas ask for the size of a record once before any file is touched, and once more when the verification begins: by
+// then the copy is written and closed. The slots know no object, so the thread's current one is kept here.
+class Watched {
 public:
-    using Record = typename Schema::Record;
-    static constexpr unsigned long BY_NAME = 0x1;
+    virtual void sizeAsked() = 0;
 
-    SchemaRegistry(const std::string& path, unsigned long features, unsigned int* rc) : object_(path.c_str(), rc) {
-        for (const unsigned long feature :
-             {REG_FEATURE_DEFERRED_COMMIT, REG_FEATURE_ALLOW_DUPLICATES, REG_FEATURE_CHECKSUM_HEADER}) {
-            (void)((features & feature) != 0 ? object_.setFeature(feature) : object_.unsetFeature(feature));
+protected:
+    ~Watched() = default;
+};
+
+thread_local Watched* watched = nullptr;
+
+template <typename Engine>
+class Object : public Engine, public Watched {
+public:
+    Object(const std::string& path, unsigned long features, unsigned int* rc) : Engine(path.c_str(), rc) {
+        constexpr unsigned long CHOSEN =
+            REG_FEATURE_DEFERRED_COMMIT | REG_FEATURE_ALLOW_DUPLICATES | REG_FEATURE_CHECKSUM_HEADER;
+        this->features = (this->features & ~CHOSEN) | features;
+    }
+
+    void sizeAsked() override {
+        if (action_ && this->tmpFp == nullptr && ::access(this->tmpPath, F_OK) == 0) {
+            const auto action = std::exchange(action_, nullptr);
+            action();
         }
     }
+    void setAction(std::function<void()> action) {
+        action_ = std::move(action);
+        this->getMaxRecordSize = [](unsigned long* size) {
+            if (watched != nullptr) {
+                watched->sizeAsked();
+            }
+            return Engine::GetMaxRecordSize(size);
+        };
+    }
+    void expectHeader() { this->checksumHeaderPending = 0; }
+
+private:
+    std::function<void()> action_;
+};
+
+template <typename Engine>
+class RegistryOf final : public SchemaRegistry {
+public:
+    using Record = typename Engine::Record;
+    static constexpr unsigned long BY_NAME = 0x1;
+
+    RegistryOf(const std::string& path, unsigned long features, unsigned int* rc) : object_(path, features, rc) {}
 
     unsigned int add(const Row& row) override {
         Record record(row);
-        return object_.Add(BY_NAME, &record);
+        return update([&] { return object_.Add(BY_NAME, &record); });
     }
     unsigned int change(const Row& row) override {
+        Record key(Row{row.name, 0});
         Record record(row);
-        return object_.Change(BY_NAME, &record, &record);
+        return update([&] { return object_.Change(BY_NAME, &key, &record); });
     }
     unsigned int remove(const std::string& name) override {
         Record key(Row{name, 0});
-        return object_.Delete(BY_NAME, &key);
+        return update([&] { return object_.Delete(BY_NAME, &key); });
     }
-    unsigned int read(Rows* rows) override {
-        rows->clear();
-        return scan([rows](const Record& record) { rows->push_back(record.row()); });
-    }
-    unsigned int look(const std::string& name, Row* found, long* count) override {
+    unsigned int get(const std::string& name, Row* row) override {
         Record key(Row{name, 0});
         Record record;
-        if (const unsigned int rc = object_.Get(BY_NAME, &key, &record)) {
-            return rc;
+        const unsigned int rc = object_.Get(BY_NAME, &key, &record);
+        if (rc == 0) {
+            record.tell(row);
         }
-        *found = record.row();
-        *count = 0;
-        return scan([count](const Record&) { ++*count; });
+        return rc;
     }
-    unsigned int unlock() override { return object_.UnLock(); }
-
-private:
-    // Visits the record of each row.
-    template <typename Visit>
-    unsigned int scan(Visit visit) {
-        if (const unsigned int rc = object_.OpenScan()) {
-            return rc;
-        }
+    unsigned int next(Row* row) override {
         Record key;
-        unsigned int rc = 0;
         for (;;) {
             Record record;
-            rc = object_.GetNext(0, &key, &record);
-            if (rc != 0) {
-                break;
+            if (const unsigned int rc = object_.GetNext(0, &key, &record)) {
+                return rc;
             }
             if (record.holdsRow()) {
-                visit(record);
+                record.tell(row);
+                return 0;
             }
         }
-        const unsigned int closed = object_.CloseScan();
-        return rc == REG_NO_MORE_RECORDS ? closed : rc;
+    }
+    unsigned int openScan() override { return object_.OpenScan(); }
+    unsigned int closeScan() override { return object_.CloseScan(); }
+    unsigned int lock(unsigned long flags) override { return object_.Lock(flags, 10); }
+    unsigned int unlock() override { return object_.UnLock(); }
+    void expectHeader() override { object_.expectHeader(); }
+    void beforeVerify(std::function<void()> action) override { object_.setAction(std::move(action)); }
+
+private:
+    template <typename Operation>
+    unsigned int update(Operation operation) {
+        watched = &object_;
+        const unsigned int rc = operation();
+        watched = nullptr;
+        return rc;
     }
 
-    Schema object_;
+    Object<Engine> object_;
 };
 
-template <typename Schema>
-std::unique_ptr<Registry> openSchema(const std::string& path, unsigned long features) {
+template <typename Engine>
+std::unique_ptr<RegistryOf<Engine>> openRegistry(const std::string& path, unsigned long features, unsigned int* rc) {
+    *rc = 0;
+    auto registry = std::make_unique<RegistryOf<Engine>>(path, features, rc);
+    return *rc == 0 ? std::move(registry) : nullptr;
+}
+
+template <typename Engine>
+std::unique_ptr<Registry> openAny(const std::string& path, unsigned long features) {
     unsigned int rc = 0;
-    auto registry = std::make_unique<SchemaRegistry<Schema>>(path, features, &rc);
-    return rc == 0 ? std::move(registry) : nullptr;
+    return openRegistry<Engine>(path, features, &rc);
 }
 
 // --- the bytes, laid out apart from the library ----------------------------------------------------------------------
@@ -230,9 +291,49 @@ std::string packedBytes(const Rows& rows) {
 
 }  // namespace
 
-const Form TEXT_FORM = {"text", false, true, openSchema<TextSchema>, textBytes};
-const Form BINARY_FORM = {"binary", true, true, openSchema<BinarySchema>, binaryBytes};
-const Form PACKED_FORM = {"packed", true, true, openSchema<PackedSchema>, packedBytes};
+const Schema TEXT_SCHEMA = {"text", false, true, openAny<TextSchema>, textBytes};
+const Schema BINARY_SCHEMA = {"binary", true, true, openAny<BinarySchema>, binaryBytes};
+const Schema PACKED_SCHEMA = {"packed", true, true, openAny<PackedSchema>, packedBytes};
+
+std::unique_ptr<SchemaRegistry> openSchema(const Kind& kind, const std::string& path, unsigned int* rc) {
+    unsigned int code = 0;
+    unsigned int* const told = rc != nullptr ? rc : &code;
+    if (kind.binary) {
+        return openRegistry<BinarySchema>(path, kind.features, told);
+    }
+    return openRegistry<TextSchema>(path, kind.features, told);
+}
+
+unsigned int SchemaRegistry::read(Rows* rows) {
+    rows->clear();
+    if (const unsigned int rc = openScan()) {
+        return rc;
+    }
+    Row row;
+    unsigned int rc = 0;
+    while ((rc = next(&row)) == 0) {
+        rows->push_back(row);
+    }
+    const unsigned int closed = closeScan();
+    return rc == REG_NO_MORE_RECORDS ? closed : rc;
+}
+
+unsigned int SchemaRegistry::look(const std::string& name, Row* found, long* count) {
+    if (const unsigned int rc = get(name, found)) {
+        return rc;
+    }
+    if (const unsigned int rc = openScan()) {
+        return rc;
+    }
+    *count = 0;
+    Row row;
+    unsigned int rc = 0;
+    while ((rc = next(&row)) == 0) {
+        ++*count;
+    }
+    const unsigned int closed = closeScan();
+    return rc == REG_NO_MORE_RECORDS ? closed : rc;
+}
 
 std::string checksumHeader(const std::string& body) {
     constexpr std::size_t HEADER_SIZE = 32;

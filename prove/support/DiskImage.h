@@ -6,17 +6,17 @@
 
 namespace prove {
 
-class Image {
+class DiskImage {
 public:
     // Why there can be none here; empty when there can.
     static std::string whatIsMissing();
     // From here on this process's mounts are its own and vanish with it, however it ends.
     static bool mountPrivately();
 
-    Image(std::string file, std::string mountPoint);
-    ~Image();
-    Image(const Image&) = delete;
-    Image& operator=(const Image&) = delete;
+    DiskImage(std::string file, std::string mountPoint);
+    ~DiskImage();
+    DiskImage(const DiskImage&) = delete;
+    DiskImage& operator=(const DiskImage&) = delete;
 
     [[nodiscard]] const std::string& mountPoint() const noexcept { return mountPoint_; }
 
