@@ -30,24 +30,24 @@ struct FieldMember {
 };
 
 template <class Member>
-consteval unsigned int kindOf() {
+consteval FieldMember fieldMember(const char* name, unsigned long offset) {
+    unsigned int kind = GLOBALREG_FIELD_FLAG;
     if constexpr (std::is_array_v<Member>) {
         static_assert(std::is_same_v<std::remove_extent_t<Member>, char>, "a text is an array of char");
-        return GLOBALREG_FIELD_TEXT;
+        kind = GLOBALREG_FIELD_TEXT;
     } else if constexpr (std::is_same_v<Member, unsigned long>) {
-        return GLOBALREG_FIELD_VERSION;
+        kind = GLOBALREG_FIELD_VERSION;
     } else if constexpr (std::is_same_v<Member, int>) {
-        return GLOBALREG_FIELD_NUMBER;
+        kind = GLOBALREG_FIELD_NUMBER;
     } else {
         static_assert(std::is_same_v<Member, char>, "no field is of that type");
-        return GLOBALREG_FIELD_FLAG;
     }
+    return {name, kind, offset, sizeof(Member)};
 }
 
-#define MEMBER(type, member)                                                                      \
-    FieldMember {                                                                                 \
-#member, kindOf < decltype(type::member)>(), offsetof(type, member), sizeof(type::member) \
-    }
+#define MEMBER(type, member) fieldMember<decltype(type::member)>(#member, offsetof(type, member))
+
+namespace table {
 
 consteval GlobalRegField field(unsigned long bit, FieldMember member, bool key, bool logged, unsigned int refusedCode,
                                unsigned int missingCode, const char* label) {
@@ -112,6 +112,12 @@ inline constexpr GlobalRegField VARIABLE_FIELDS[] = {
 };
 // clang-format on
 
+}  // namespace table
+
+using table::INSTANCE_FIELDS;
+using table::SERVICE_FIELDS;
+using table::VARIABLE_FIELDS;
+
 consteval unsigned long knownOf(std::span<const GlobalRegField> fields) {
     return (1UL << fields.size()) - 1;
 }
@@ -126,7 +132,8 @@ consteval unsigned long keyOf(std::span<const GlobalRegField> fields) {
 
 // Field n has bit n, so that nothing that walks a table can meet a known bit without a member; and the members fill
 // their struct, so that none is left out.
-consteval bool fills(std::span<const GlobalRegField> fields, unsigned long size, unsigned long alignment) {
+template <class Body>
+consteval bool fills(std::span<const GlobalRegField> fields) {
     const auto upTo = [](unsigned long at, unsigned long unit) { return (at + unit - 1) / unit * unit; };
     unsigned long end = offsetof(GlobalRegRecord, body);
     for (unsigned long index = 0; index < fields.size(); ++index) {
@@ -137,13 +144,13 @@ consteval bool fills(std::span<const GlobalRegField> fields, unsigned long size,
         }
         end = field.offset + field.capacity;
     }
-    return upTo(end, alignment) == offsetof(GlobalRegRecord, body) + size;
+    return upTo(end, alignof(Body)) == offsetof(GlobalRegRecord, body) + sizeof(Body);
 }
-static_assert(fills(INSTANCE_FIELDS, sizeof(I), alignof(I)), "a member has no line, or not in its place");
+static_assert(fills<GlobalRegInstance>(INSTANCE_FIELDS), "a member has no line, or not in its place");
 static_assert(knownOf(INSTANCE_FIELDS) == INSTANCE_KNOWN_FIELDS, "the mask of the known fields beside the struct");
-static_assert(fills(SERVICE_FIELDS, sizeof(S), alignof(S)), "a member has no line, or not in its place");
+static_assert(fills<GlobalRegService>(SERVICE_FIELDS), "a member has no line, or not in its place");
 static_assert(knownOf(SERVICE_FIELDS) == SERVICE_KNOWN_FIELDS, "the mask of the known fields beside the struct");
-static_assert(fills(VARIABLE_FIELDS, sizeof(V), alignof(V)), "a member has no line, or not in its place");
+static_assert(fills<GlobalRegVariable>(VARIABLE_FIELDS), "a member has no line, or not in its place");
 static_assert(knownOf(VARIABLE_FIELDS) == VARIABLE_KNOWN_FIELDS, "the mask of the known fields beside the struct");
 
 }  // namespace genreg

@@ -42,6 +42,7 @@ constexpr unsigned long VARIABLE_TEXT = 0x8;
 constexpr unsigned long VARIABLE_COMMENT = 0x10;
 constexpr unsigned long VARIABLE_KNOWN_FIELDS = 0x1f;
 
+// The bodies: members in the order of their bits.
 struct GlobalRegInstance {
     char service[64];
     unsigned long versionCode;
