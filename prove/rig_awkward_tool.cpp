@@ -470,6 +470,11 @@ void belongings(Cases& cases) {
     const std::string wrong = prove::wrongWith(genreg(PLAIN.updates[CHANGE], path, prove::becomeNobody), path,
                                                {UNREADABLE, "permission denied", "its lock file belongs to root"});
     (void)cases.check(wrong.empty(), "another's lock file: " + wrong);
+    if (tied) {
+        const ToolRun untied = genreg(PLAIN.updates[2], path, prove::refuseAttributes);
+        (void)cases.check(untied.status == 0 && untied.err.find("the attribute user.origin") != std::string::npos,
+                          "an update where no attribute can be given: " + untied.err);
+    }
 }
 
 // --- what is no registry -------------------------------------------------------------------------------------------

@@ -69,6 +69,18 @@ void refuseLooseCreation() {
     filterCalls(filter, std::size(filter));
 }
 
+}  // namespace
+
+void refuseAttributes() {
+    const sock_filter filter[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                                  BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_fsetxattr, 0, 1),
+                                  BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOTSUP),
+                                  BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+    filterCalls(filter, std::size(filter));
+}
+
+namespace {
+
 void processPlaces(std::vector<AwkwardPlace>& places) {
     AwkwardPlace user = {"an ordinary user's own folder"};
     user.prepare = [](const std::string& path) {

@@ -49,6 +49,9 @@ void leaveAwkwardPlace(const std::string& folder);
 // Turns the process into one of a user who owns nothing.
 void becomeNobody();
 
+// From here on this process gives no file an extended attribute, as on a file system without them.
+void refuseAttributes();
+
 // Beyond a quarter of the file's size this process writes nothing; the signal is deadly or ignored.
 void limitFileSize(const std::string& path, bool ignoreSignal);
 
