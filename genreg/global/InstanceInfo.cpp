@@ -2,13 +2,13 @@
 
 #include "genreg/global/InfoTransaction.h"
 
+using genreg::fieldMember;
 using genreg::FieldMember;
 using genreg::Function;
 using genreg::InfoMember;
 using genreg::InfoSchema;
 using genreg::INSTANCE_FIELDS;
 using genreg::keyOf;
-using genreg::kindOf;
 using genreg::openInstanceList;
 
 namespace {

@@ -2,12 +2,12 @@
 
 #include "genreg/global/InfoTransaction.h"
 
+using genreg::fieldMember;
 using genreg::FieldMember;
 using genreg::Function;
 using genreg::InfoMember;
 using genreg::InfoSchema;
 using genreg::keyOf;
-using genreg::kindOf;
 using genreg::openServiceList;
 using genreg::SERVICE_FIELDS;
 
