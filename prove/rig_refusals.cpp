@@ -65,6 +65,7 @@ int main(int argc, char** argv) {
     refusals.streams();
     refusals.frames();
     refusals.calls();
+    refusals.globalCalls();
     refusals.changeLog();
     refusals.cleanUps();
     return rig.finish();

@@ -1,4 +1,4 @@
-// What a client must not hand in.
+// What a client must not hand in, to whichever area.
 
 #include "prove/refusals/Refusals.h"
 
@@ -78,43 +78,6 @@ void Refusals::smallRecords() {
     GenRegVarValRecord found = {};
     expect({"GenRegText::Get", 120, REG_RECORD_SIZE_REFUSED},
            [&] { return text.Get(VARVAL_MATCH_VARIABLE, &key, &found); });
-}
-
-void Refusals::information() {
-    constexpr unsigned long VERSION = 1;
-    char none[] = "";
-    char service[] = "copies";
-    OSSServiceInfo_t serviceInfo = {};
-    OSSInstanceInfo_t instanceInfo = {};
-    void* list = nullptr;
-    expect({"ossSetServiceInfo", 10, REG_SERVICE_INFO_NULL}, [] { return ossSetServiceInfo(nullptr); });
-    expect({"ossSetServiceInfo", 20, REG_INFO_VERSION_MISSING}, [&] { return ossSetServiceInfo(&serviceInfo); });
-    expect({"ossSetInstanceInfo", 10, REG_INSTANCE_INFO_NULL}, [] { return ossSetInstanceInfo(nullptr); });
-    expect({"ossSetInstanceInfo", 20, REG_INFO_VERSION_MISSING}, [&] { return ossSetInstanceInfo(&instanceInfo); });
-    expect({"ossGetServiceInfo", 10, REG_SERVICE_INFO_NULL},
-           [&] { return ossGetServiceInfo(service, VERSION, nullptr, nullptr); });
-    expect({"ossGetInstanceInfo", 10, REG_INSTANCE_INFO_NULL},
-           [&] { return ossGetInstanceInfo(service, VERSION, service, nullptr); });
-    expect({"ossRemoveServiceInfo", 10, REG_INFO_SERVICE_MISSING}, [&] { return ossRemoveServiceInfo(none, VERSION); });
-    expect({"ossRemoveInstanceInfo", 10, REG_INFO_INSTANCE_MISSING},
-           [&] { return ossRemoveInstanceInfo(service, VERSION, none); });
-    expect({"ossOpenInstanceList", 10, REG_LIST_HANDLE_NULL},
-           [] { return ossOpenInstanceList("copies", nullptr, false); });
-    expect({"ossOpenInstanceList", 30, REG_LIST_SERVICE_NULL},
-           [&] { return ossOpenInstanceList(nullptr, &list, false); });
-    expect({"ossOpenServiceList", 10, REG_LIST_HANDLE_NULL}, [] { return ossOpenServiceList(nullptr); });
-    expect({"ossGetNextService", 10, REG_LIST_HANDLE_NULL}, [&] { return ossGetNextService(nullptr, &serviceInfo); });
-    expect({"ossGetNextInstance", 10, REG_LIST_HANDLE_NULL},
-           [&] { return ossGetNextInstance(nullptr, &instanceInfo); });
-    expect({"ossCloseServiceList", 10, REG_LIST_HANDLE_NULL}, [] { return ossCloseServiceList(nullptr); });
-    expect({"ossCloseInstanceList", 10, REG_LIST_HANDLE_NULL}, [] { return ossCloseInstanceList(nullptr); });
-    lay("");
-    rig_.check(ossOpenServiceList(&list) == 0, "the services are not listed");
-    expect({"ossGetNextService", 20, REG_SERVICE_INFO_NULL}, [&] { return ossGetNextService(list, nullptr); });
-    (void)ossCloseServiceList(list);
-    rig_.check(ossOpenInstanceList("copies", &list, false) == 0, "the instances are not listed");
-    expect({"ossGetNextInstance", 20, REG_INSTANCE_INFO_NULL}, [&] { return ossGetNextInstance(list, nullptr); });
-    (void)ossCloseInstanceList(list);
 }
 
 }  // namespace prove

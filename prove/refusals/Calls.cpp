@@ -1,13 +1,9 @@
-// What a failing call of the system leads to, where only one of them does.
-#include <sched.h>
-#include <sys/mount.h>
+// What a failing call of the system leads to, where only one of them does: the core and the engines.
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 
@@ -15,44 +11,12 @@
 #include "prove/support/Place.h"
 
 namespace prove {
-namespace {
-
-constexpr char LOG[] = "/tmp/globalreg.debug";
-
-// From here on this process has a /tmp of its own, empty.
-bool enterOwnWorld() {
-    return ::unshare(CLONE_NEWNS) == 0 && ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-           ::mount("none", "/tmp", "tmpfs", 0, nullptr) == 0;
-}
-
-bool grantsOwnWorld() {
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::_exit(enterOwnWorld() ? 0 : 1);
-    }
-    int status = 1;
-    return child != -1 && ::waitpid(child, &status, 0) == child && status == 0;
-}
-
-unsigned int addService(unsigned long version) {
-    OSSServiceInfo_t info = {};
-    info.versionCode = version;
-    std::memcpy(info.service, "RVN", sizeof "RVN");
-    return ossSetServiceInfo(&info);
-}
-
-}  // namespace
 
 void Refusals::calls() {
     if (!canFailCalls()) {
         rig_.skip("what a failing call leads to", "only on x86-64, and where a process may trace its child");
         return;
     }
-    const auto isOn = [](long number, const std::string& target) {
-        return [number, target](pid_t child, const SystemCall& call) {
-            return call.number == number && descriptorPath(child, call.arguments[0]) == target;
-        };
-    };
     const auto isSecondRead = [reads = 0, isRead = isOn(SYS_pread64, file_)](pid_t child,
                                                                              const SystemCall& call) mutable {
         return isRead(child, call) && ++reads == 2;
@@ -129,25 +93,6 @@ void Refusals::calls() {
         GenRegBinVarValRecord found = {};
         return Binary(file_).Get(BINVARVAL_MATCH_VARIABLE, &key, &found);
     });
-    lay("");
-    (void)addService(1);
-    const std::size_t length = bytesOf(file_).value_or("").size();
-    (void)addService(2);
-    // Carried once, an image says of each field whether it is there, and is carried as it stands from then on.
-    std::string images = bytesOf(file_).value_or("").substr(0, length);
-    while (images.size() < 256UL * 1024) {
-        images += images;
-    }
-    lay(images);
-    expectFailing({"GenRegBin::Add", 590, REG_COPY_WRITE_FAILED}, REG_ADD_SERVICE_FAILED, ENOSPC,
-                  isOn(SYS_write, path(".tmp")), [&] { return addService(3); });
-    const auto synchronise = [] {
-        GlobalReg global;
-        return genregSyncGlobalRegFixpackNumber(&global, nullptr);
-    };
-    lay("");
-    expectFailing({"genregSyncGlobalRegFixpackNumber", 50, REG_OPEN_FAILED}, REG_OPEN_FAILED, EIO,
-                  isOn(SYS_close, file_), synchronise);
     const auto appendFirst = [&] {
         std::filesystem::remove(file_);
         Text text(file_, REG_FEATURE_ALLOW_DUPLICATES);
@@ -155,26 +100,6 @@ void Refusals::calls() {
         return text.Add(VARVAL_MATCH_VARIABLE, &record);
     };
     expectFailing({"CloseReg", 20, OSS_SYSTEM_ERROR_BASE + EIO}, 0, EIO, isOn(SYS_fsync, rig_.scratch()), appendFirst);
-}
-
-// The change log has a fixed place, so this goes on in a world of its own.
-void Refusals::changeLog() {
-    if (!grantsOwnWorld() || !canFailCalls()) {
-        rig_.skip("a change log that cannot be written", "only as root, who is granted mounts and traces");
-        return;
-    }
-    const auto apart = [&](const std::function<bool(pid_t, const SystemCall&)>& picks, const Point& point) {
-        lay("");
-        expectFailing(point, 0, EIO, picks,
-                      [&] { return enterOwnWorld() && ::mknod(LOG, S_IFREG | 0666, 0) == 0 ? addService(1) : 1U; });
-    };
-    for (const auto& [number, probe] : {std::pair{SYS_write, 20U}, std::pair{SYS_close, 30U}}) {
-        apart(
-            [number = number](pid_t child, const SystemCall& call) {
-                return call.number == number && descriptorPath(child, call.arguments[0]) == LOG;
-            },
-            {"GlobalReg::Log", probe, OSS_SYSTEM_ERROR_BASE + EIO});
-    }
 }
 
 }  // namespace prove

@@ -1,5 +1,8 @@
 #include "prove/refusals/Refusals.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -86,6 +89,18 @@ void Refusals::expectFailing(const Point& point, unsigned int answer, int error,
         rig_.check(failed && result.exitCode == 0, "the call was not made, or the child died");
         return *rc;
     });
+}
+
+void blind(std::FILE* stream) {
+    const int unreadable = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    (void)::dup2(unreadable, ::fileno(stream));
+    (void)::close(unreadable);
+}
+
+Refusals::Picks Refusals::isOn(long number, const std::string& target) {
+    return [number, target](pid_t child, const SystemCall& call) {
+        return call.number == number && descriptorPath(child, call.arguments[0]) == target;
+    };
 }
 
 // A point of failure as it is, with one part of what is expected of it wrong.

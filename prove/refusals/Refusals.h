@@ -1,9 +1,11 @@
-// The rig of refusals: what its parts share. Each part provokes refusals of one kind; rig_refusals.cpp tells which.
+// The rig of refusals: what its parts share. Bin and Global provoke what these areas refuse; Arguments, Streams, Calls
+// and PlatformCalls what the others do, by what leads to it.
 #pragma once
 
 #include <genreg/genreg.h>
 #include <osse/Errors.h>
 
+#include <cstdio>
 #include <functional>
 #include <string>
 
@@ -32,13 +34,17 @@ public:
     void information();
     void platform();
     void streams();
-    void frames();
     void calls();
+    void frames();
+    void globalCalls();
     void changeLog();
     void cleanUps();
 
 private:
     using Picks = std::function<bool(pid_t, const SystemCall&)>;
+
+    // The calls of that number on an open file.
+    [[nodiscard]] static Picks isOn(long number, const std::string& target);
 
     void lay(const std::string& bytes) const;
     [[nodiscard]] std::string path(const char* suffix) const { return file_ + suffix; }
@@ -65,6 +71,9 @@ private:
     std::string log_;
     unsigned int* const shared_ = &sharedReport()->code;
 };
+
+// Puts a descriptor that cannot be read in place of the stream's.
+void blind(std::FILE* stream);
 
 inline GenRegVarValRecord pair(const char* variable, const char* value) {
     GenRegVarValRecord record = {};
