@@ -25,6 +25,7 @@
 #include "prove/support/Place.h"
 #include "prove/support/Stepper.h"
 #include "prove/support/ToolRun.h"
+#include "tests/support/BuiltTool.h"
 
 namespace {
 
@@ -123,7 +124,7 @@ ToolRun genreg(
     for (std::string& word : named) {
         word = word == "FILE" ? path : word;
     }
-    return prove::runTool(RVN_TOOL, named, inside);
+    return prove::runTool(BUILT_TOOL, named, inside);
 }
 
 Words with(const char* option, const Words& words) {
@@ -372,7 +373,7 @@ void lastClose(Cases& cases, const Folder& folder) {
                     (void)::dup2(opened, descriptor);
                 }
                 prove::beginPart();
-                return ::execl(RVN_TOOL, "genreg", "varval", "get", path.c_str(), "alpha", nullptr);
+                return ::execl(BUILT_TOOL.c_str(), "genreg", "varval", "get", path.c_str(), "alpha", nullptr);
             },
             hooks);
         *status = result.exitCode;
@@ -417,7 +418,7 @@ void locks(Cases& cases) {
     const auto holding = [&](const std::string& command) {
         return genreg({"lock", "run", "FILE", "--", "/bin/sh", "-c", command}, path);
     };
-    std::string words = "'" RVN_TOOL "'";
+    std::string words = "'" + BUILT_TOOL + "'";
     for (const std::string& word : update) {
         words += " " + (word == "FILE" ? path : word);
     }

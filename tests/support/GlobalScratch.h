@@ -7,6 +7,7 @@
 
 #include <optional>
 
+#include "support/BuiltTool.h"
 #include "support/Scratch.h"
 
 constexpr unsigned long VERSION_9_7_0_2 = 0x0009000700000002;
@@ -65,7 +66,7 @@ public:
         if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
             return;
         }
-        const auto build = std::filesystem::path(RVN_TOOL).parent_path().parent_path().parent_path();
+        const auto build = BUILD.parent_path();
         const std::string kept = "/mnt/build";
         cover("/mnt");
         std::filesystem::create_directory(kept);
@@ -73,7 +74,7 @@ public:
         cover("/tmp");
         cover("/var");
         std::filesystem::create_directories("/var/rvn");
-        if (!std::filesystem::exists(RVN_TOOL)) {
+        if (!std::filesystem::exists(BUILD)) {
             std::filesystem::create_directories(build);
             own_ = own_ && ::mount(kept.c_str(), build.c_str(), nullptr, MS_BIND, nullptr) == 0;
         }

@@ -225,7 +225,7 @@ TEST_F(Command, OutputThatCannotBeWrittenIsAFailure) {
         many += "v" + std::to_string(i) + " = 1\n";
     }
     write("many", many);
-    const std::string pipeline = "{ '" RVN_TOOL "' varval list '" + path("many") + "' 2>'" + path("err") +
+    const std::string pipeline = "{ '" + BUILT_TOOL + "' varval list '" + path("many") + "' 2>'" + path("err") +
                                  "'; echo $? >'" + path("status") + "'; } | head -n 1 >/dev/null";
     EXPECT_EQ(std::system(pipeline.c_str()), 0);
     EXPECT_EQ(read("status"), "141\n");

@@ -20,8 +20,9 @@ protected:
 };
 
 TEST_F(Lock, ACommandRunsUnderItAndItsStatusIsPassedOn) {
-    const Result inside = genreg(
-        "lock run f -- sh -c", {std::string("echo out; '") + RVN_TOOL + "' lock status f --json; exit 7", "--", "-x"});
+    const Result inside =
+        genreg("lock run f -- sh -c",
+               {std::string("echo out; '") + BUILT_TOOL + "' lock status f --json; exit 7", "--", "-x"});
     EXPECT_EQ(inside.status, 7);
     EXPECT_EQ(inside.out.substr(0, 4), "out\n");
     const Json report = objects(inside.out.substr(4)).at(0);
@@ -77,7 +78,7 @@ TEST_F(Lock, WhatBecameAnotherWhileADeleteWaitedStays) {
         (void)out(c.alter);
         altered.push_back(read(c.file));
         write(c.file, before);
-        locks += std::string(locks.empty() ? "" : RVN_TOOL " ") + "lock run " + c.file + " -- ";
+        locks += (locks.empty() ? "" : BUILT_TOOL + " ") + "lock run " + c.file + " -- ";
     }
     const Running holder = start(locks + "sh -c", {"touch held; while [ ! -e go ]; do sleep 0.02; done"});
     while (!exists("held")) {

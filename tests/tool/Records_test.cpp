@@ -241,7 +241,7 @@ TEST_F(Records, SevenAdministratorsOfOneRecordLoseNothing) {
     for (const char* field :
          {"instancePath", "usage", "startAtBoot", "maintenance", "extraPath", "extraName", "comment"}) {
         const bool isSwitch = std::string(field) == "startAtBoot" || std::string(field) == "maintenance";
-        script += std::string("(for i in 0 1 0 1 0 1 0 1 0 1; do '") + RVN_TOOL + "' instance set RVN 9.7 inst " +
+        script += std::string("(for i in 0 1 0 1 0 1 0 1 0 1; do '") + BUILT_TOOL + "' instance set RVN 9.7 inst " +
                   field + "=$i -q --wait 60 || echo " + field + " $?; done >>failed 2>&1) & ";
         expected += std::string(",\"") + field + "\":" + (isSwitch ? "1" : "\"1\"");
     }

@@ -12,7 +12,7 @@ protected:
 
     // The exit status of a shell's command line, in the folder.
     [[nodiscard]] int shell(const std::string& line) const {
-        write("script", "cd '" + folder() + "'; genreg() { '" RVN_TOOL "' \"$@\"; }\n" + line + "\n");
+        write("script", "cd '" + folder() + "'; genreg() { '" + BUILT_TOOL + "' \"$@\"; }\n" + line + "\n");
         const int ended = std::system(("bash '" + path("script") + "'").c_str());
         return WIFEXITED(ended) ? WEXITSTATUS(ended) : 128 + WTERMSIG(ended);
     }
@@ -28,7 +28,7 @@ TEST_F(Streams, StandardErrorThatCannotBeWrittenChangesNothing) {
         {"genreg varval get f zz 2>/dev/full", 1},
         {"genreg varval get f zz --json 2>&- >out", 1},
         {"genreg varval get f a >&-", 8},
-        {"genreg lock run f -- '" RVN_TOOL "' varval set f a 2 --wait 1.5 2>/dev/full", 4},
+        {"genreg lock run f -- '" + BUILT_TOOL + "' varval set f a 2 --wait 1.5 2>/dev/full", 4},
         {"genreg varval get f a 0<&- 2>&- >out2", 0},
         {"mkfifo pipe; exec 3<>pipe 4>pipe 3<&-; genreg varval add newer b 2 2>&4", 0},  // nobody reads it
     };
@@ -86,7 +86,7 @@ TEST_F(Streams, TheGlobalRegistryIsMeantWhereNoFileIsGiven) {
     const std::string registry = "export RVN_GLOBAL_REG_PATHNAME=f; ";
     EXPECT_EQ(shell(registry + "genreg lock status >out"), 0);
     EXPECT_EQ(read("out"), "f: free\n");
-    EXPECT_EQ(shell(registry + "genreg lock run -- '" RVN_TOOL "' lock status --json >out"), 4);
+    EXPECT_EQ(shell(registry + "genreg lock run -- '" + BUILT_TOOL + "' lock status --json >out"), 4);
     EXPECT_EQ(objects(read("out")).at(0)["held"], true);
     EXPECT_EQ(genreg("", {"lock", "run", "--registry", "f", "--", "echo", "x"}).out, "x\n");
     EXPECT_EQ(shell(registry + "genreg lock run"), 2);

@@ -54,7 +54,7 @@ protected:
         std::string err;
     };
     Running start(const std::string& line, const Words& more = {}, const Surroundings& around = {}) {
-        Words words{RVN_TOOL};
+        Words words{BUILT_TOOL};
         std::istringstream stream(line);
         for (std::string word; stream >> word;) {
             words.push_back(word);

@@ -1,0 +1,11 @@
+# The thread sanitizer's build takes only the test files with a case that it runs: one with "Thread" in its name.
+function(rvn_thread_sources result)
+  set(taken)
+  foreach(source ${ARGN})
+    file(READ ${source} text)
+    if(text MATCHES "TEST[A-Z_]*\\([^)]*Thread")
+      list(APPEND taken ${source})
+    endif()
+  endforeach()
+  set(${result} ${taken} PARENT_SCOPE)
+endfunction()
