@@ -10,7 +10,6 @@ using genreg::Function;
 using genreg::FunctionTrace;
 using genreg::Input;
 using genreg::OperationTrace;
-using genreg::RecordBuffer;
 using genreg::Transaction;
 
 namespace {

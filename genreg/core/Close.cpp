@@ -13,7 +13,6 @@
 
 using genreg::FileInternals;
 using genreg::Function;
-using genreg::FunctionTrace;
 using genreg::OperationTrace;
 
 namespace {

@@ -14,7 +14,6 @@
 
 using genreg::FileInternals;
 using genreg::Function;
-using genreg::FunctionTrace;
 using genreg::OperationTrace;
 
 namespace {

@@ -12,8 +12,6 @@
 #include "genreg/core/RecordBuffer.h"
 
 using genreg::Function;
-using genreg::OperationTrace;
-using genreg::RecordBuffer;
 
 namespace {
 

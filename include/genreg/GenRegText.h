@@ -6,8 +6,7 @@
 //
 // What a schema's functions owe this engine, beyond what GenRegBase.h asks:
 // - A record is copied as bytes, and ParseLine called once more on the copy with the same line: texts may point into
-// the
-//   record that they stand in, and nothing of a record needs to be freed.
+//   the record that they stand in, and nothing of a record needs to be freed.
 // - ParseLine clears every field before it refuses anything: a refused line is offered to MatchRecord as it was left. A
 //   comment or a blank line is 0, and a record without fields. Whatever a line holds, it is carried along.
 // - What FormatLine writes ParseLine reads back as an equal record, or FormatLine refuses it: an update whose line says
