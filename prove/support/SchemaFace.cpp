@@ -152,10 +152,10 @@ thread_local Watched* watched = nullptr;
 template <typename Engine>
 class Object : public Engine, public Watched {
 public:
-    Object(const std::string& path, unsigned long features, unsigned int* rc) : Engine(path.c_str(), rc) {
+    Object(const std::string& path, unsigned long chosen, unsigned int* rc) : Engine(path.c_str(), rc) {
         constexpr unsigned long CHOSEN =
             REG_FEATURE_DEFERRED_COMMIT | REG_FEATURE_ALLOW_DUPLICATES | REG_FEATURE_CHECKSUM_HEADER;
-        this->features = (this->features & ~CHOSEN) | features;
+        this->features = (this->features & ~CHOSEN) | chosen;
     }
 
     void sizeAsked() override {
