@@ -3,7 +3,6 @@
 #include "genreg/global/InfoTransaction.h"
 
 using genreg::fieldMember;
-using genreg::FieldMember;
 using genreg::Function;
 using genreg::InfoMember;
 using genreg::InfoSchema;
