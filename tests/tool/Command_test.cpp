@@ -110,7 +110,7 @@ TEST_F(Command, HelpIsNoFailureAndNamesTheCommands) {
     EXPECT_EQ(set.find("--registry"), std::string::npos) << set;
     EXPECT_NE(out("instance list --help").find("--registry"), std::string::npos);
     EXPECT_EQ(out("--version"), out("-V"));
-    EXPECT_EQ(out("-V"), "genreg " + object("--version")["version"].get<std::string>() + "\n");
+    EXPECT_EQ(out("-V"), "genreg " + object("--version")["version"].text() + "\n");
 }
 
 TEST_F(Command, ErrorsSayWhatWhereWhyAndWhatNext) {

@@ -154,8 +154,8 @@ TEST_F(Lock, StatusExplainsWhatAKilledWriterLeft) {
     const Json report = object("status f");
     EXPECT_EQ(report["lock"]["held"], false);
     std::map<std::string, std::string> found;
-    for (const Json& companion : report["companions"]) {
-        found[companion["companion"]] = companion["meaning"];
+    for (const Json& companion : report["companions"].elements()) {
+        found[companion["companion"].text()] = companion["meaning"].text();
     }
     EXPECT_NE(found["tmp"].find("interrupted"), std::string::npos);
     EXPECT_NE(found["bkp"].find("second name"), std::string::npos);

@@ -257,7 +257,7 @@ TEST_F(Records, StatusAndDiffTellOfDamageAndOfWhatIsSound) {
     EXPECT_EQ(report["records"].dump(), R"({"frames":2,"service":1,"instance":0,"variable":1,"other":0,"damaged":0})");
     EXPECT_TRUE(report["lines"].is_null());
     EXPECT_TRUE(report["monitor"].contains("held"));
-    EXPECT_TRUE(report["change_log"]["on"].is_boolean());
+    EXPECT_TRUE(report["change_log"]["on"] == true || report["change_log"]["on"] == false);
     EXPECT_TRUE(object("status --registry global.reg")["monitor"].is_null());
 
     // A record that lies about a length, then one whose frame does.

@@ -23,7 +23,7 @@ protected:
         std::set<std::size_t> removed;
         for (const Json& edit : told) {
             if (edit["op"] == "remove") {
-                removed.insert(edit["line"].get<std::size_t>() - 1);
+                removed.insert(static_cast<std::size_t>(edit["line"].number()) - 1);
             }
         }
         Lines lines;
@@ -34,7 +34,7 @@ protected:
         }
         for (const Json& edit : told) {
             if (edit["op"] == "insert") {
-                lines.insert(lines.begin() + edit["line"].get<std::ptrdiff_t>() - 1, edit["text"].get<std::string>());
+                lines.insert(lines.begin() + edit["line"].number() - 1, edit["text"].text());
             }
         }
         return lines;
@@ -118,11 +118,11 @@ TEST_F(Report, EveryCodeIsExplainedInEveryForm) {
     std::map<std::string, int> exits;
     for (std::size_t i = 0; i < all.size(); ++i) {
         EXPECT_EQ(all[i]["name"], genregCodeName(genregCodeAt(i)));
-        EXPECT_FALSE(all[i]["advice"].get<std::string>().empty());
-        EXPECT_FALSE(all[i]["operations"].get<std::string>().empty());
-        exits[all[i]["code"]] = all[i]["exit"];
+        EXPECT_FALSE(all[i]["advice"].text().empty());
+        EXPECT_FALSE(all[i]["operations"].text().empty());
+        exits[all[i]["code"].text()] = static_cast<int>(all[i]["exit"].number());
         // What became of the file is told wherever an update may have failed, and as the sentence tells it.
-        const std::string text = all[i]["text"];
+        const std::string text = all[i]["text"].text();
         const bool kept = text.find("not replaced") != std::string::npos || text.find("as it was") != std::string::npos;
         const bool replaced =
             text.find("change stands") != std::string::npos || text.find("was updated") != std::string::npos;

@@ -4,10 +4,10 @@
 #include <sys/resource.h>
 
 #include <csignal>
-#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "support/GlobalScratch.h"
+#include "support/ParsedJson.h"
 
 struct Result {
     int status = -1;  // as a shell tells it: 128 plus the signal for a process that a signal ended
@@ -25,7 +25,7 @@ struct Surroundings {
 class ToolTest : public GlobalScratch {
 protected:
     using Words = std::vector<std::string>;
-    using Json = nlohmann::ordered_json;
+    using Json = ParsedJson;
 
     // The tool is given the words of a line, which ends at blanks, and more that may be anything.
     Result genreg(const std::string& line, const Words& more = {}, const Surroundings& around = {}) {
