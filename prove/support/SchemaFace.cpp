@@ -48,7 +48,7 @@ public:
 };
 
 struct BinaryRecord : GenRegBinVarValRecord {
-    BinaryRecord() : GenRegBinVarValRecord{} {}
+    BinaryRecord() : GenRegBinVarValRecord{} { value = 0; }
     explicit BinaryRecord(const Row& row) : GenRegBinVarValRecord{} {
         (void)row.name.copy(variable, sizeof variable - 1);
         value = row.value;
