@@ -132,6 +132,10 @@ public:
             claim(mayBeRefused || tooLong, "a word goes into the line");
             return;
         }
+        if (Schema::MatchWhole(~0UL, read(line_, parse).record.get(), wanted.record.get()) == 1) {
+            claim(written.line == before, "what is there already stays as it is written");  // 77 as 77mm, say
+            return;
+        }
         const Reading again = read(written.line, parse);
         claim(again.rc == 0 && Schema::MatchWhole(~0UL, again.record.get(), wanted.record.get()) == 1,
               "it is read as asked");
