@@ -1,9 +1,9 @@
 // What the rooms of the platform share of the system's calls. Header only: each library compiles its own copy, so that
-// each can be replaced alone. Like the system's calls, functions answer -1 and set errno.
+// each can be replaced alone. Like the system's calls, functions answer -1 and set errno. What each system does in its
+// own way is in its Ways.h, which this header ends with.
 #pragma once
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -75,74 +75,25 @@ inline int openOrCreate(const char* path, int flags, unsigned long permissions) 
     }
 }
 
-// Lets a descriptor stand for what `from` stands for, close-on-exec; `from` stays open.
-inline int replaceDescriptor(int from, int descriptor) noexcept {
-#if defined(__APPLE__)
-    return ::dup2(from, descriptor) == -1 ? -1 : ::fcntl(descriptor, F_SETFD, FD_CLOEXEC);
-#else
-    return retried([&] { return ::dup3(from, descriptor, O_CLOEXEC); }) == -1 ? -1 : 0;
-#endif
+// As far as the system's own sync goes.
+inline int syncPlainly(int descriptor) noexcept {
+    return retried([&] { return ::fsync(descriptor); });
 }
+
+enum class FileLock { None, Shared, Exclusive };  // a lock that belongs to the open file
+
+}  // namespace platform
+
+// The system that is built for, found by the include path.
+#include <Ways.h>
+
+namespace platform {
 
 // The value of the variable, or null when it is unset, empty, or set for a program that runs with rights which are not
 // its user's.
 inline const char* trustedEnvironment(const char* name) noexcept {
-#if defined(__APPLE__)
-    const char* value = ::issetugid() != 0 ? nullptr : ::getenv(name);
-#else
-    const char* value = ::secure_getenv(name);
-#endif
+    const char* value = ownEnvironment(name);
     return value != nullptr && *value != '\0' ? value : nullptr;
 }
-
-// --- locks that belong to the open file -------------------------------------------------------------------------
-
-enum class FileLock { None, Shared, Exclusive };
-
-#if defined(__APPLE__)
-
-inline int lockWholeFile(int descriptor, FileLock lock, bool wait) noexcept {
-    const int kind = lock == FileLock::None ? LOCK_UN : lock == FileLock::Shared ? LOCK_SH : LOCK_EX;
-    return retried([&] { return ::flock(descriptor, wait ? kind : kind | LOCK_NB); });
-}
-
-// Asks by taking the lock for a moment: there is no call that only asks.
-inline int isLockedElsewhere(int descriptor, bool* locked) noexcept {
-    if (lockWholeFile(descriptor, FileLock::Exclusive, false) == 0) {
-        *locked = false;
-        return lockWholeFile(descriptor, FileLock::None, false);
-    }
-    *locked = true;
-    return errno == EWOULDBLOCK ? 0 : -1;
-}
-
-#else
-
-inline struct flock wholeFile(FileLock lock) noexcept {
-    struct flock request = {};
-    request.l_type = lock == FileLock::None ? F_UNLCK : lock == FileLock::Shared ? F_RDLCK : F_WRLCK;
-    request.l_whence = SEEK_SET;
-    return request;
-}
-
-inline int lockWholeFile(int descriptor, FileLock lock, bool wait) noexcept {
-    struct flock request = wholeFile(lock);
-    const int result = retried([&] { return ::fcntl(descriptor, wait ? F_OFD_SETLKW : F_OFD_SETLK, &request); });
-    if (result == -1 && errno == EACCES) {
-        errno = EAGAIN;  // either may tell of a conflicting lock
-    }
-    return result;
-}
-
-inline int isLockedElsewhere(int descriptor, bool* locked) noexcept {
-    struct flock request = wholeFile(FileLock::Exclusive);
-    if (retried([&] { return ::fcntl(descriptor, F_OFD_GETLK, &request); }) == -1) {
-        return -1;
-    }
-    *locked = request.l_type != F_UNLCK;
-    return 0;
-}
-
-#endif
 
 }  // namespace platform

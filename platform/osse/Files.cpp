@@ -59,7 +59,7 @@ unsigned int syncNamesOf(std::string_view directory) noexcept {
     if (descriptor == -1) {
         return errno == EACCES || errno == EPERM ? 0 : ossErrorMapSystem(errno);
     }
-    const int result = platform::retried([&] { return ::fsync(descriptor); });
+    const int result = platform::syncToMedium(descriptor);
     platform::closeQuietly(descriptor);
     return result == 0 || errno == EINVAL || errno == ENOTSUP ? 0 : ossErrorMapSystem(errno);
 }

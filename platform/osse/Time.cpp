@@ -1,10 +1,9 @@
 #include <osse/Errors.h>
 #include <osse/Time.h>
-#include <pthread.h>
-#include <unistd.h>
 
-#include <cerrno>
 #include <ctime>
+
+#include "../System.h"
 
 unsigned int ossTimeGetUTC(OSSTime* now) {
     if (now == nullptr) {
@@ -19,9 +18,5 @@ unsigned int ossTimeGetUTC(OSSTime* now) {
 }
 
 unsigned long ossThreadID() {
-#if defined(__APPLE__)
-    return ::pthread_mach_thread_np(::pthread_self());
-#else
-    return static_cast<unsigned long>(::gettid());
-#endif
+    return platform::threadNumber();
 }

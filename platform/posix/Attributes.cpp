@@ -1,89 +1,13 @@
 // Durability, and what a file is besides its contents.
-#if defined(__APPLE__)
-#include <copyfile.h>
-#else
-#include <sys/xattr.h>
-#endif
-
-#include <cstring>
-#include <memory>
-#include <new>
-
 #include "../System.h"
 #include "Failure.h"
+#include "Own.h"
 #include "Posix.h"
 
 namespace posix {
 namespace {
 
 constexpr mode_t PERMISSION_BITS = 07777;
-
-// On macOS a plain sync leaves the bytes in the drive's own memory; not every file system knows the full one.
-int syncToMedium(int descriptor) noexcept {
-#if defined(__APPLE__)
-    if (platform::retried([&] { return ::fcntl(descriptor, F_FULLFSYNC); }) != -1) {
-        return 0;
-    }
-#endif
-    return platform::retried([&] { return ::fsync(descriptor); });
-}
-
-#if !defined(__APPLE__)
-
-constexpr char ACL[] = "system.posix_acl_access";
-constexpr char SECURITY_LABEL[] = "security.selinux";
-
-constexpr std::size_t MOST_NAMES = 65536;  // the system's own bounds of a list of names and of a value
-constexpr std::size_t MOST_VALUE = 65536;
-
-bool isOfUsers(const char* name) noexcept {
-    constexpr char USERS[] = "user.";
-    return std::strncmp(name, USERS, sizeof USERS - 1) == 0;
-}
-
-bool carryAttribute(int from, int to, const char* name) noexcept {
-    const std::unique_ptr<char[]> value(new (std::nothrow) char[MOST_VALUE]);
-    if (value == nullptr) {
-        return false;
-    }
-    const ssize_t length = ::fgetxattr(from, name, value.get(), MOST_VALUE);
-    return length >= 0 && ::fsetxattr(to, name, value.get(), static_cast<std::size_t>(length), 0) == 0;
-}
-
-// The directory may have given the new file an ACL which the old one never had.
-bool dropAcl(int to) noexcept {
-    return ::fremovexattr(to, ACL) == 0 || errno == ENODATA || errno == ENOTSUP;
-}
-
-// The ACL, last, since it may forbid the others: whether the file `to` now has that of the file `from`, or none if that
-// has none. The security label, and what users tied to the file where that is wanted: as far as it goes.
-bool carryExtended(int from, int to, bool usersToo) noexcept {
-    const ssize_t needed = ::flistxattr(from, nullptr, 0);
-    if (needed == 0 || (needed == -1 && errno == ENOTSUP)) {
-        return dropAcl(to);
-    }
-    const std::unique_ptr<char[]> names(new (std::nothrow) char[MOST_NAMES]);
-    const ssize_t length = names == nullptr ? -1 : ::flistxattr(from, names.get(), MOST_NAMES);
-    if (length == -1) {
-        return false;
-    }
-    bool hasAcl = false;
-    for (const char* name = names.get(); name < names.get() + length; name += std::strlen(name) + 1) {
-        hasAcl = hasAcl || std::strcmp(name, ACL) == 0;
-        if (std::strcmp(name, SECURITY_LABEL) == 0 || (usersToo && isOfUsers(name))) {
-            (void)carryAttribute(from, to, name);
-        }
-    }
-    return hasAcl ? carryAttribute(from, to, ACL) : dropAcl(to);
-}
-
-#else
-
-bool carryExtended(int from, int to, bool usersToo) noexcept {
-    return ::fcopyfile(from, to, nullptr, usersToo ? COPYFILE_ACL | COPYFILE_XATTR : COPYFILE_ACL) == 0;
-}
-
-#endif
 
 }  // namespace
 
@@ -92,7 +16,7 @@ bool carryAcl(int from, int to) noexcept {
 }
 
 unsigned int syncFile(int descriptor) noexcept {
-    return resultOf(syncToMedium(descriptor));
+    return resultOf(platform::syncToMedium(descriptor));
 }
 
 unsigned int syncDirectory(const char* directory) noexcept {
@@ -100,7 +24,7 @@ unsigned int syncDirectory(const char* directory) noexcept {
     if (descriptor == -1) {
         return ossErrorMapSystem(errno);
     }
-    const int result = syncToMedium(descriptor);
+    const int result = platform::syncToMedium(descriptor);
     platform::closeQuietly(descriptor);
     return result == 0 || errno == EINVAL ? 0 : ossErrorMapSystem(errno);
 }

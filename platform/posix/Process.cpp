@@ -17,21 +17,16 @@ unsigned int sendHangup(long process) noexcept {
     return resultOf(::kill(static_cast<pid_t>(process), SIGHUP));
 }
 
+bool isAlive(long process) noexcept {
+    return process > 0 && (::kill(static_cast<pid_t>(process), 0) == 0 || errno == EPERM);
+}
+
 long processId() noexcept {
     return ::getpid();
 }
 
 unsigned int userId() noexcept {
     return ::getuid();
-}
-
-const char* programName() noexcept {
-#if defined(__APPLE__)
-    const char* name = ::getprogname();
-#else
-    const char* name = program_invocation_short_name;
-#endif
-    return name != nullptr ? name : "";
 }
 
 long long monotonicMilliseconds() noexcept {

@@ -5,19 +5,13 @@
 // committed long since, or move the parent's place in a file that it reads. So the child's descriptors of our streams
 // lead nowhere: what is written there is gone, and reading is an error, lest the child takes it for the end of the
 // file.
-//
-// The C library's own flush gives up a write that a signal interrupts, and drops what the stream held back. So what a
-// stream holds back is written out here, where the library lets us at it (glibc), and handed to stdio elsewhere.
-#include <cstdio>
-#if defined(__GLIBC__)
-#include <stdio_ext.h>
-#endif
-
 #include <pthread.h>
 
 #include <atomic>
+#include <cstdio>
 
 #include "../System.h"
+#include "Own.h"
 #include "Posix.h"
 
 namespace posix {
@@ -95,72 +89,6 @@ void afterForkInChild() noexcept {
     (void)::pthread_atfork(nullptr, nullptr, afterForkInChild);
 }
 
-#if defined(__GLIBC__)
-
-bool writeAll(int descriptor, const char* bytes, std::size_t size) noexcept {
-    while (size > 0) {
-        const ssize_t part = platform::retried([&] { return ::write(descriptor, bytes, size); });
-        if (part <= 0) {
-            errno = part == 0 ? ENOSPC : errno;
-            return false;
-        }
-        bytes += part;
-        size -= static_cast<std::size_t>(part);
-    }
-    return true;
-}
-
-// As a failed flush of its own would.
-bool noteError(std::FILE* stream, bool written) noexcept {
-    stream->_flags |= written ? 0 : _IO_ERR_SEEN;
-    return written;
-}
-
-// How far the stream stands from its descriptor: a seek to what the stream has in memory does not move the latter.
-off_t distanceTo(std::FILE* stream) noexcept {
-    return stream->_IO_write_base - stream->_IO_read_end;
-}
-
-// Writes out what the stream holds back, where the stream stands. Gone from it either way, as after a flush of its own.
-bool drain(std::FILE* stream) noexcept {
-    const std::size_t pending = ::__fpending(stream);
-    if (pending == 0) {
-        return true;
-    }
-    const int descriptor = ::fileno(stream);
-    const off_t distance = distanceTo(stream);
-    const bool written = (distance == 0 || ::lseek(descriptor, distance, SEEK_CUR) != -1) &&
-                         writeAll(descriptor, stream->_IO_write_base, pending);
-    const platform::ErrnoKeeper keeper;
-    ::__fpurge(stream);
-    // Nothing is in memory now, and stdio asks the system where the descriptor is.
-    stream->_IO_read_base = stream->_IO_read_ptr = stream->_IO_read_end = stream->_IO_write_base;
-    stream->_offset = -1;
-    return noteError(stream, written);
-}
-
-// Reads on to a place that is near ahead: a call for each buffer of bytes, where a seek is one for each record. False
-// where the place lies elsewhere, or the stream does not know where it stands, or the reading failed.
-bool readOnTo(std::FILE* stream, off_t place) noexcept {
-    char passed[BUFSIZ];
-    const off_t distance = stream->_offset < 0 ? -1 : place - ::ftello(stream);
-    if (distance < 0 || distance > static_cast<off_t>(sizeof passed)) {
-        return false;
-    }
-    const auto wanted = static_cast<std::size_t>(distance);
-    const bool there = ::fread_unlocked(passed, 1, wanted, stream) == wanted;
-    stream->_flags &= ~(there ? _IO_EOF_SEEN : _IO_EOF_SEEN | _IO_ERR_SEEN);
-    return there;
-}
-
-#else
-
-bool drain(std::FILE*) noexcept {
-    return true;
-}
-
-#endif
-
 }  // namespace
 
 std::FILE* openStream(int descriptor, const char* mode) noexcept {
@@ -179,42 +107,8 @@ unsigned int forkGeneration() noexcept {
     return generation.load(std::memory_order_relaxed);
 }
 
-bool writeUnlocked(std::FILE* stream, const void* bytes, std::size_t size) noexcept {
-#if defined(__GLIBC__)
-    const std::size_t capacity = ::__fbufsize(stream);  // 0 until the stream has a buffer
-    if (size >= capacity - ::__fpending(stream) && !drain(stream)) {
-        return false;
-    }
-    if (capacity > 0 && size >= capacity && distanceTo(stream) == 0) {
-        stream->_offset = -1;
-        return noteError(stream, writeAll(::fileno(stream), static_cast<const char*>(bytes), size));
-    }
-    return ::fwrite_unlocked(bytes, 1, size, stream) == size;
-#else
-    return std::fwrite(bytes, 1, size, stream) == size;
-#endif
-}
-
 bool flushStream(std::FILE* stream) noexcept {
     return drain(stream) && std::fflush(stream) == 0;
-}
-
-bool placeStream(std::FILE* stream, unsigned long offset) noexcept {
-    const auto place = static_cast<off_t>(offset);
-#if defined(__GLIBC__)
-    if (readOnTo(stream, place)) {
-        return true;
-    }
-    if (stream->_IO_read_ptr == stream->_IO_read_end && ::__fpending(stream) == 0) {
-        if (::lseek(::fileno(stream), place, SEEK_SET) == -1) {
-            return false;
-        }
-        stream->_offset = place;
-        stream->_flags &= ~_IO_EOF_SEEN;
-        return true;
-    }
-#endif
-    return ::fseeko(stream, place, SEEK_SET) == 0;
 }
 
 bool closeStream(std::FILE* stream) noexcept {

@@ -22,7 +22,7 @@ FLOORS = {
     "include/osse/": ("include/osse/",),
     "include/install/": ("include/install/", "include/osse/"),
     "include/genreg/": CLIENT,
-    "platform/System.h": (),
+    "platform/System.h": ("platform/posix/",),
     "platform/osse/": PLATFORM + ("platform/osse/",),
     "platform/install/": PLATFORM + ("platform/install/",),
     "platform/posix/": PLATFORM,

@@ -1,22 +1,20 @@
-// Who holds a lock on a file, as far as the system tells.
+// Other processes: who holds a lock on a file, and what is told of it.
 //
 // A lock that belongs to an open file names no process. Linux lists, for each descriptor of each process, the locks
 // that its open file or its process holds on the file (/proc/PID/fdinfo); others' descriptors are root's to see.
 #include <dirent.h>
-#include <signal.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 
-#include "../System.h"
-#include "Posix.h"
+#include "../../System.h"
+#include "../Posix.h"
 
 namespace posix {
 namespace {
-
-#if !defined(__APPLE__)
 
 constexpr std::size_t PATH_SIZE = 128;
 
@@ -87,27 +85,7 @@ unsigned long long readStart(long process) noexcept {
     return at == nullptr ? 0 : std::strtoull(at, nullptr, 10);
 }
 
-#endif
-
 }  // namespace
-
-#if defined(__APPLE__)
-
-long findLockHolder(const char*, long suspect) noexcept {
-    return suspect;
-}
-
-void programOf(long, char* name, std::size_t size) noexcept {
-    if (size != 0) {
-        *name = '\0';
-    }
-}
-
-unsigned long long processStart(long) noexcept {
-    return 0;
-}
-
-#else
 
 long findLockHolder(const char* path, long suspect) noexcept {
     struct stat file;
@@ -149,10 +127,8 @@ unsigned long long processStart(long process) noexcept {
     return known >> PROCESS_BITS;
 }
 
-#endif
-
-bool isAlive(long process) noexcept {
-    return process > 0 && (::kill(static_cast<pid_t>(process), 0) == 0 || errno == EPERM);
+const char* programName() noexcept {
+    return program_invocation_short_name;
 }
 
 }  // namespace posix
