@@ -9,6 +9,7 @@
 #include "entries/EntryCommands.h"
 #include "global/GlobalCommands.h"
 #include "inspect/InspectCommands.h"
+#include "system/System.h"
 #include "watch/WatchCommand.h"
 
 namespace {

@@ -2,14 +2,15 @@
 
 #include <fmt/core.h>
 #include <genreg/Codes.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <iostream>
 
 #include "base/DiskFiles.h"
 #include "base/Text.h"
+#include "system/System.h"
 
 namespace tool {
 
@@ -106,7 +107,7 @@ bool attemptPatiently(const Context& context, const std::string& path, const std
 }
 
 void confirm(const std::string& path, const std::string& what) {
-    if (isatty(STDIN_FILENO) == 0 || isatty(STDERR_FILENO) == 0) {
+    if (!isTerminal(stdin) || !isTerminal(stderr)) {
         throw usageFailure(fmt::format("{}: {}: there is nobody to ask", printable(path), what),
                            "run it at a terminal, which asks");
     }

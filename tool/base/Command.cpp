@@ -1,7 +1,6 @@
 #include "base/Command.h"
 
 #include <fmt/core.h>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 
@@ -14,6 +13,7 @@
 #include "base/LockPatience.h"
 #include "base/Suggestions.h"
 #include "base/Text.h"
+#include "system/System.h"
 
 namespace tool {
 namespace {
@@ -346,7 +346,7 @@ void chooseColor(const std::string& when, Output& output) {
     const bool wanted =
         (noColor == nullptr || *noColor == '\0') && (terminal == nullptr || std::string_view(terminal) != "dumb");
     output.style.color = when == "always" || (when == "auto" && wanted && output.isTerminal());
-    output.style.errorColor = when == "always" || (when == "auto" && wanted && isatty(STDERR_FILENO) != 0);
+    output.style.errorColor = when == "always" || (when == "auto" && wanted && isTerminal(stderr));
 }
 
 void refuseIdleOptions(const ToolParser& parser) {

@@ -4,11 +4,9 @@
 #include <genreg/Codes.h>
 #include <osse/Files.h>
 #include <osse/OSSHFile.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
 
 #include "base/Failure.h"
@@ -138,18 +136,10 @@ std::vector<FileLine> fileLines(std::string_view bytes, bool continued) {
 }
 
 ScratchFolder::ScratchFolder() {
-    sigset_t ending;
-    sigemptyset(&ending);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
-        sigaddset(&ending, signal);
-    }
-    (void)sigprocmask(SIG_BLOCK, &ending, &signals_);
     std::error_code error;
     const auto parent = std::filesystem::temp_directory_path(error);
     std::string name = (error ? std::filesystem::path("/tmp") : parent) / "genreg.XXXXXX";
-    if (mkdtemp(name.data()) == nullptr) {
-        const int systemError = errno;
-        (void)sigprocmask(SIG_SETMASK, &signals_, nullptr);
+    if (const int systemError = makePrivateFolder(name)) {
         throw systemFailure(systemError, name, "make a private folder for the rehearsal");
     }
     path_ = name;
@@ -158,7 +148,6 @@ ScratchFolder::ScratchFolder() {
 ScratchFolder::~ScratchFolder() {
     std::error_code ignored;
     std::filesystem::remove_all(path_, ignored);
-    (void)sigprocmask(SIG_SETMASK, &signals_, nullptr);
 }
 
 }  // namespace tool

@@ -1,14 +1,13 @@
 // Files as the commands see them: read whole, judged before the library opens them, copied for a rehearsal.
 #pragma once
 
-#include <signal.h>
-
 #include <filesystem>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "base/Output.h"
+#include "system/System.h"
 
 namespace tool {
 
@@ -51,7 +50,7 @@ public:
     [[nodiscard]] const std::filesystem::path& path() const noexcept { return path_; }
 
 private:
-    sigset_t signals_{};  // blocked before
+    HeldSignals signals_;
     std::filesystem::path path_;
 };
 

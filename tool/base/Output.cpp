@@ -1,8 +1,6 @@
 #include "base/Output.h"
 
-#include <fcntl.h>
 #include <fmt/core.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -10,48 +8,17 @@
 #include <utility>
 
 #include "base/Text.h"
+#include "system/System.h"
 
 namespace tool {
 namespace {
 
 constexpr int SCHEMA = 1;
-constexpr int FIRST_OWN_DESCRIPTOR = 3;
-
-void fillIfClosed(int descriptor, int access) noexcept {
-    if (fcntl(descriptor, F_GETFD) >= 0) {
-        return;
-    }
-    const int null = open("/dev/null", access);
-    if (null >= 0 && null != descriptor) {
-        (void)dup2(null, descriptor);
-        (void)close(null);
-    }
-}
-
-// Takes the place of standard output, so that nothing but the tool writes to the user's. Null when that was closed.
-std::FILE* takeStandardOutput() {
-    const int own = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, FIRST_OWN_DESCRIPTOR);
-    if (own < 0) {
-        fillIfClosed(STDOUT_FILENO, O_WRONLY);
-        return nullptr;
-    }
-    std::FILE* null = std::freopen("/dev/null", "w", stdout);
-    std::FILE* stream = null == nullptr ? nullptr : fdopen(own, "w");
-    if (stream == nullptr) {
-        close(own);
-    }
-    return stream;
-}
 
 }  // namespace
 
 void toStandardError(std::string_view text) noexcept {
     (void)std::fwrite(text.data(), 1, text.size(), stderr);
-}
-
-void fillClosedStandardFiles() noexcept {
-    fillIfClosed(STDIN_FILENO, O_RDONLY);
-    fillIfClosed(STDERR_FILENO, O_WRONLY);
 }
 
 Output::Output() noexcept : stream_(takeStandardOutput()) {}
@@ -67,7 +34,7 @@ int Output::descriptor() const noexcept {
 }
 
 bool Output::isTerminal() const noexcept {
-    return stream_ != nullptr && isatty(fileno(stream_)) != 0;
+    return stream_ != nullptr && tool::isTerminal(stream_);
 }
 
 void Output::line(std::string_view text) {

@@ -27,10 +27,6 @@ struct OutputStyle {
 // Never fails: it runs inside the library's callbacks, and where a failure is being reported.
 void toStandardError(std::string_view text) noexcept;
 
-// Opens the null device for standard input and standard error where they are closed, so that no file that is opened
-// later takes their place. Before anything else is opened.
-void fillClosedStandardFiles() noexcept;
-
 class Output {
 public:
     Output() noexcept;

@@ -1,39 +1,17 @@
 #include "base/PlaceAdvice.h"
 
-#include <fcntl.h>
 #include <fmt/core.h>
 #include <genreg/Codes.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 
-#include "base/Belongings.h"
 #include "base/CodeClasses.h"
 #include "base/Text.h"
 #include "base/Update.h"
+#include "system/System.h"
 
 namespace tool {
 namespace {
-
-// An attribute that forbids a second name for the file, and so its replacement, to everybody: the letter that chattr
-// knows it by, or 0.
-char forbiddingAttribute(const std::string& path) {
-#ifdef STATX_ATTR_IMMUTABLE
-    struct statx info = {};
-    if (statx(AT_FDCWD, path.c_str(), 0, STATX_BASIC_STATS, &info) == 0) {
-        return (info.stx_attributes & STATX_ATTR_IMMUTABLE) != 0 ? 'i'
-               : (info.stx_attributes & STATX_ATTR_APPEND) != 0  ? 'a'
-                                                                 : '\0';
-    }
-#endif
-    return '\0';
-}
-
-bool mayMove(const std::string& path) {
-    struct stat info = {};
-    return geteuid() == 0 || (lstat(path.c_str(), &info) == 0 && info.st_uid == geteuid());
-}
 
 std::string outOfTheWay(const std::string& companion) {
     return fmt::format("move {} out of the way, then repeat", printable(companion));
@@ -42,14 +20,14 @@ std::string outOfTheWay(const std::string& companion) {
 // A lock file that is another's than the file was left by somebody else's change.
 std::string adviceForForbiddenLock(const RegistryFile& file) {
     const std::string lock = printable(file.lockFilePath());
-    struct stat info = {};
-    struct stat registry = {};
-    if (lstat(file.lockFilePath().c_str(), &info) != 0 || lstat(file.registryPath().c_str(), &registry) != 0) {
+    const auto ofLock = ownerOf(file.lockFilePath());
+    const auto ofRegistry = ownerOf(file.registryPath());
+    if (!ofLock || !ofRegistry) {
         return fmt::format("run it as the owner of the file, or check the permissions of {} and its directory (ls -la)",
                            lock);
     }
-    const std::string owner = userName(info.st_uid);
-    if (info.st_uid == registry.st_uid) {
+    const std::string owner = userName(*ofLock);
+    if (ofLock == ofRegistry) {
         return fmt::format("run it as {}, the owner, or check the permissions of {} (ls -la)", owner, lock);
     }
     return fmt::format(
@@ -92,9 +70,9 @@ std::string adviceForBackup(int systemError, const RegistryFile& file) {
         case EPERM:
         case EOPNOTSUPP:
         case ENOSYS:
-            if (const char letter = forbiddingAttribute(path); letter != '\0') {
-                return fmt::format("an attribute forbids it (lsattr): chattr -{} {}, then repeat", letter,
-                                   printable(path));
+            if (const auto attribute = forbiddingAttribute(path)) {
+                return fmt::format("an attribute forbids it ({}): {} {}, then repeat", attribute->seenBy,
+                                   attribute->undone, printable(path));
             }
             return systemError == EPERM && !mayMove(path)
                        ? std::string()

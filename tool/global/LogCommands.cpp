@@ -13,12 +13,13 @@
 #include "base/Text.h"
 #include "global/ChangeLogLine.h"
 #include "global/GlobalCommands.h"
+#include "system/System.h"
 
 namespace tool {
 namespace {
 
 constexpr char LOG_PATH[] = "/tmp/globalreg.debug";
-constexpr auto LOG_PERMISSIONS = std::filesystem::perms(0666);
+constexpr mode_t LOG_PERMISSIONS = 0666;
 
 std::filesystem::file_type typeOf(const std::string& path) {
     std::error_code error;
@@ -62,12 +63,10 @@ int logOn(Context& context) {
     if (stream == nullptr) {
         throw systemFailure(errno, LOG_PATH, "create it");
     }
-    // By descriptor, as the name may change hands.
-    std::error_code error;
-    std::filesystem::permissions(fmt::format("/proc/self/fd/{}", fileno(stream)), LOG_PERMISSIONS, error);
+    const int error = setPermissions(stream, LOG_PERMISSIONS);
     (void)std::fclose(stream);
-    if (error) {
-        throw systemFailure(error.value(), LOG_PATH, "let everybody write to it");
+    if (error != 0) {
+        throw systemFailure(error, LOG_PATH, "let everybody write to it");
     }
     context.output.note("log", LOG_PATH, "the log is on");
     return EXIT_DONE;

@@ -6,13 +6,13 @@
 #include <span>
 #include <utility>
 
-#include "base/Child.h"
 #include "base/DiskFiles.h"
 #include "base/Text.h"
 #include "base/Update.h"
 #include "global/GlobalPath.h"
 #include "inspect/InspectCommands.h"
 #include "inspect/LockReport.h"
+#include "system/System.h"
 
 namespace tool {
 namespace {
@@ -50,7 +50,7 @@ int runCommand(const Context& context, const std::vector<std::string>& command) 
     setup.environment = inheritedEnvironment();
     setup.output = context.output.descriptor();
     int status = 0;
-    if (const int error = runInForeground(std::move(setup), &status)) {
+    if (const int error = runInForeground(setup, &status)) {
         Failure failure = systemFailure(error, command.front(), "run it");
         failure.kind = "command";
         failure.exitStatus = error == ENOENT ? EXIT_NO_SUCH_COMMAND : EXIT_CANNOT_RUN;

@@ -4,24 +4,16 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 
-#include "base/ClassicLock.h"
 #include "base/Text.h"
 #include "records/RecordFields.h"
+#include "system/System.h"
 
 namespace tool {
 namespace {
 
 constexpr char MONITOR_LOCK_PATH[] = "/var/rvn/.fmcd.lock";
 constexpr char CHANGE_LOG_PATH[] = "/tmp/globalreg.debug";
-
-std::string programOf(long pid) {
-    std::ifstream stream(fmt::format("/proc/{}/comm", pid));
-    std::string name;
-    std::getline(stream, name);
-    return name.empty() ? "?" : name;
-}
 
 }  // namespace
 
@@ -72,7 +64,8 @@ Json monitorObject() {
     if (lock.pid != 0) {
         object["pid"] = lock.pid;
         object.erase("program");
-        putText(object, "program", programOf(lock.pid));
+        const std::string program = programOf(lock.pid);
+        putText(object, "program", program.empty() ? "?" : program);
     }
     return object;
 }

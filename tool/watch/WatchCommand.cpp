@@ -1,9 +1,5 @@
-#include <fcntl.h>
 #include <fmt/chrono.h>
 #include <fmt/core.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -13,7 +9,6 @@
 #include <memory>
 #include <optional>
 
-#include "base/Child.h"
 #include "base/DiskFiles.h"
 #include "base/Text.h"
 #include "base/Update.h"
@@ -39,30 +34,27 @@ class Reaction {
 public:
     Reaction(const Context& context, const std::string& command, const std::vector<std::string>& variables,
              const std::string& input) {
-        const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(std::tmpfile(), std::fclose);
-        if (stream == nullptr || std::fwrite(input.data(), 1, input.size(), stream.get()) != input.size() ||
-            std::fflush(stream.get()) != 0) {
+        const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(unnamedFile(input), std::fclose);
+        if (stream == nullptr) {
             throw systemFailure(errno, command, "hand the change to the command");
         }
-        (void)fcntl(fileno(stream.get()), F_SETFD, FD_CLOEXEC);
-        std::rewind(stream.get());
         start(command, variables, fileno(stream.get()), context.output.descriptor());
     }
 
     // Waits for its end; hurries it when the end of all is asked for. The exit status as a shell tells it.
     int await(const WatchSignals& signals) const {
-        int ended = 0;
+        int status = 0;
         int left = PATIENCE_MILLISECONDS;
-        while (waitpid(child_, &ended, WNOHANG) == 0) {
+        while (!hasEnded(child_, &status)) {
             if (!signals.endAsked()) {
-                (void)signals.wait(-1, -1, -1);
+                signals.wait(-1);
                 continue;
             }
-            (void)kill(-child_, left > 0 ? SIGTERM : SIGKILL);
-            (void)signals.wait(-1, -1, left > 0 ? 100 : -1);
+            endGroup(child_, left <= 0);
+            signals.wait(left > 0 ? 100 : -1);
             left -= 100;
         }
-        return exitStatusOf(ended);
+        return status;
     }
 
 private:
@@ -77,9 +69,7 @@ private:
         }
         setup.input = input;
         setup.output = output;
-        setup.ownGroup = true;
-        sigemptyset(&setup.blocked);
-        if (const int error = startChild(setup, &child_)) {
+        if (const int error = startGroup(setup, &child_)) {
             throw systemFailure(error, command, "run it");
         }
     }
@@ -183,7 +173,7 @@ public:
     void begin() const {
         context_.output.note("watching", path_,
                              fmt::format("watching {}{}; ^C or SIGTERM ends it", counted(records_.size(), "record"),
-                                         arguments_.follow ? "" : fmt::format(" as the monitor, pid {}", getpid())));
+                                         arguments_.follow ? "" : fmt::format(" as the monitor, pid {}", processId())));
     }
 
     void run() {
@@ -191,7 +181,7 @@ public:
         bool mended = true;
         bool read = true;
         while (!signals_.endAsked() && read) {
-            read = signals_.wait(news_.descriptor(), output.descriptor(), mended ? -1 : MEND_MILLISECONDS);
+            read = news_.wait(signals_, output.descriptor(), mended ? -1 : MEND_MILLISECONDS);
             const bool concerned = news_.take();
             const bool look = signals_.takeLook();
             const bool wasMended = mended;
@@ -280,7 +270,7 @@ private:
     const Arguments& arguments_;
     WatchSignals& signals_;
     std::string path_;
-    DirectoryNews news_;  // from before the first reading on
+    WatchedFiles news_;  // from before the first reading on
     Records records_;
     std::string refused_;
 };

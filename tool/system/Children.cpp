@@ -1,10 +1,11 @@
-#include "base/Child.h"
-
+// Commands that run beside the tool: how they are started, and how their end is told.
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+
+#include "system/System.h"
 
 extern char** environ;
 
@@ -41,17 +42,13 @@ void yieldSignals() {
     (void)sigaction(SIGHUP, &forward, nullptr);
 }
 
-}  // namespace
-
-std::vector<std::string> inheritedEnvironment() {
-    std::vector<std::string> variables;
-    for (char** variable = environ; *variable != nullptr; ++variable) {
-        variables.emplace_back(*variable);
-    }
-    return variables;
+// As shells tell how a process ended, of what waitpid answered.
+int exitStatusOf(int ended) {
+    return WIFSIGNALED(ended) ? EXIT_BY_SIGNAL + WTERMSIG(ended) : WEXITSTATUS(ended);
 }
 
-int startChild(const ChildSetup& setup, pid_t* child) {
+// Signals in `blocked` are not to reach it. The system's error, or 0.
+int startChild(const ChildSetup& setup, bool ownGroup, const sigset_t& blocked, pid_t* child) {
     const std::vector<char*> words = pointersTo(setup.words);
     const std::vector<char*> environment = pointersTo(setup.environment);
     sigset_t defaults;
@@ -62,8 +59,8 @@ int startChild(const ChildSetup& setup, pid_t* child) {
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
     posix_spawnattr_setsigdefault(&attributes, &defaults);
-    posix_spawnattr_setsigmask(&attributes, &setup.blocked);
-    const int flags = POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | (setup.ownGroup ? POSIX_SPAWN_SETPGROUP : 0);
+    posix_spawnattr_setsigmask(&attributes, &blocked);
+    const int flags = POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | (ownGroup ? POSIX_SPAWN_SETPGROUP : 0);
     posix_spawnattr_setflags(&attributes, static_cast<short>(flags));
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -79,18 +76,52 @@ int startChild(const ChildSetup& setup, pid_t* child) {
     return error;
 }
 
-int runInForeground(ChildSetup setup, int* exitStatus) {
+}  // namespace
+
+std::vector<std::string> inheritedEnvironment() {
+    std::vector<std::string> variables;
+    for (char** variable = environ; *variable != nullptr; ++variable) {
+        variables.emplace_back(*variable);
+    }
+    return variables;
+}
+
+int startGroup(const ChildSetup& setup, pid_t* child) {
+    sigset_t none;
+    sigemptyset(&none);
+    return startChild(setup, true, none, child);
+}
+
+bool hasEnded(pid_t child, int* exitStatus) noexcept {
+    int ended = 0;
+    if (waitpid(child, &ended, WNOHANG) == 0) {
+        return false;
+    }
+    *exitStatus = exitStatusOf(ended);
+    return true;
+}
+
+void endGroup(pid_t child, bool atOnce) noexcept {
+    (void)kill(-child, atOnce ? SIGKILL : SIGTERM);
+}
+
+long processId() noexcept {
+    return getpid();
+}
+
+int runInForeground(const ChildSetup& setup, int* exitStatus) {
     // A signal that comes before there is anyone to hand it to waits until there is.
+    sigset_t before;
     sigset_t forwarded;
     sigemptyset(&forwarded);
     sigaddset(&forwarded, SIGTERM);
     sigaddset(&forwarded, SIGHUP);
-    (void)sigprocmask(SIG_BLOCK, &forwarded, &setup.blocked);
+    (void)sigprocmask(SIG_BLOCK, &forwarded, &before);
     yieldSignals();
     pid_t child = 0;
-    const int error = startChild(setup, &child);
+    const int error = startChild(setup, false, before, &child);
     runningChild = static_cast<sig_atomic_t>(error == 0 ? child : 0);
-    (void)sigprocmask(SIG_SETMASK, &setup.blocked, nullptr);
+    (void)sigprocmask(SIG_SETMASK, &before, nullptr);
     if (error != 0) {
         return error;
     }
@@ -99,10 +130,6 @@ int runInForeground(ChildSetup setup, int* exitStatus) {
     }
     *exitStatus = exitStatusOf(ended);
     return 0;
-}
-
-int exitStatusOf(int ended) {
-    return WIFSIGNALED(ended) ? EXIT_BY_SIGNAL + WTERMSIG(ended) : WEXITSTATUS(ended);
 }
 
 }  // namespace tool

@@ -1,0 +1,66 @@
+// Files, by what all systems know of them.
+#include "system/Files.h"
+
+#include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+
+namespace tool {
+
+std::string userName(uid_t user) {
+    const passwd* const entry = getpwuid(user);
+    return entry != nullptr ? entry->pw_name : std::to_string(user);
+}
+
+std::string groupName(gid_t group) {
+    const ::group* const entry = getgrgid(group);
+    return entry != nullptr ? entry->gr_name : std::to_string(group);
+}
+
+Belongings belongingsOf(const std::string& path) {
+    struct stat info = {};
+    if (stat(path.c_str(), &info) != 0) {
+        return {};
+    }
+    return {info.st_uid, info.st_gid, static_cast<mode_t>(info.st_mode & 07777), attributesOf(path)};
+}
+
+std::optional<uid_t> ownerOf(const std::string& path) {
+    struct stat info = {};
+    return lstat(path.c_str(), &info) == 0 ? std::optional(info.st_uid) : std::nullopt;
+}
+
+bool mayMove(const std::string& path) {
+    return geteuid() == 0 || ownerOf(path) == geteuid();
+}
+
+int setPermissions(std::FILE* stream, mode_t permissions) noexcept {
+    return fchmod(fileno(stream), permissions) == 0 ? 0 : errno;
+}
+
+int makePrivateFolder(std::string& path) {
+    return mkdtemp(path.data()) != nullptr ? 0 : errno;
+}
+
+std::FILE* unnamedFile(const std::string& text) noexcept {
+    std::FILE* const stream = std::tmpfile();
+    if (stream == nullptr) {
+        return nullptr;
+    }
+    if (std::fwrite(text.data(), 1, text.size(), stream) != text.size() || std::fflush(stream) != 0) {
+        const int error = errno;
+        (void)std::fclose(stream);
+        errno = error;
+        return nullptr;
+    }
+    (void)fcntl(fileno(stream), F_SETFD, FD_CLOEXEC);
+    std::rewind(stream);
+    return stream;
+}
+
+}  // namespace tool

@@ -1,0 +1,48 @@
+// The standard files.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "system/System.h"
+
+namespace tool {
+namespace {
+
+constexpr int FIRST_OWN_DESCRIPTOR = 3;
+
+void fillIfClosed(int descriptor, int access) noexcept {
+    if (fcntl(descriptor, F_GETFD) >= 0) {
+        return;
+    }
+    const int null = open("/dev/null", access);
+    if (null >= 0 && null != descriptor) {
+        (void)dup2(null, descriptor);
+        (void)close(null);
+    }
+}
+
+}  // namespace
+
+void fillClosedStandardFiles() noexcept {
+    fillIfClosed(STDIN_FILENO, O_RDONLY);
+    fillIfClosed(STDERR_FILENO, O_WRONLY);
+}
+
+std::FILE* takeStandardOutput() noexcept {
+    const int own = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, FIRST_OWN_DESCRIPTOR);
+    if (own < 0) {
+        fillIfClosed(STDOUT_FILENO, O_WRONLY);
+        return nullptr;
+    }
+    std::FILE* null = std::freopen("/dev/null", "w", stdout);
+    std::FILE* stream = null == nullptr ? nullptr : fdopen(own, "w");
+    if (stream == nullptr) {
+        close(own);
+    }
+    return stream;
+}
+
+bool isTerminal(std::FILE* stream) noexcept {
+    return isatty(fileno(stream)) != 0;
+}
+
+}  // namespace tool

@@ -1,0 +1,182 @@
+// What the tool needs of the operating system: nothing outside this room asks for it in another way. What a system does
+// in its own way is in the folder of its name.
+//
+// A system's error is its errno, and 0 means that there was none.
+#pragma once
+
+#include <signal.h>
+#include <sys/types.h>
+
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+// --- the standard files ------------------------------------------------------------------------------------------
+
+// Opens the null device for standard input and standard error where they are closed, so that no file that is opened
+// later takes their place. Before anything else is opened.
+void fillClosedStandardFiles() noexcept;
+
+// Takes the place of standard output, so that nothing but the tool writes to the user's. Null when that was closed.
+[[nodiscard]] std::FILE* takeStandardOutput() noexcept;
+
+[[nodiscard]] bool isTerminal(std::FILE* stream) noexcept;
+
+// --- files -------------------------------------------------------------------------------------------------------
+
+// What a file is besides its contents: an update puts a new file in its place, which is to be given all of it.
+struct Belongings {
+    uid_t owner = 0;
+    gid_t group = 0;
+    mode_t permissions = 0;
+    std::map<std::string, std::string> attributes;  // what the library carries, by what users call it
+};
+
+// Of the file that the path leads to; of a file that is not there, nothing.
+[[nodiscard]] Belongings belongingsOf(const std::string& path);
+
+// By name where it has one, else by number.
+[[nodiscard]] std::string userName(uid_t user);
+[[nodiscard]] std::string groupName(gid_t group);
+
+// Of the file itself, were it a link; none where there is none.
+[[nodiscard]] std::optional<uid_t> ownerOf(const std::string& path);
+// Whether this process may take it out of a folder where only owners do.
+[[nodiscard]] bool mayMove(const std::string& path);
+
+// An attribute that forbids a second name for the file, and so its replacement, to everybody.
+struct ForbiddingAttribute {
+    std::string seenBy;  // the command that shows it
+    std::string undone;  // the one that takes it away, less the name of the file
+};
+[[nodiscard]] std::optional<ForbiddingAttribute> forbiddingAttribute(const std::string& path);
+
+// By what is open, as the name may change hands.
+[[nodiscard]] int setPermissions(std::FILE* stream, mode_t permissions) noexcept;
+
+// Makes a folder for this user alone; its name ends in XXXXXX, and is what comes of it.
+[[nodiscard]] int makePrivateFolder(std::string& path);
+
+// --- processes ---------------------------------------------------------------------------------------------------
+
+[[nodiscard]] long processId() noexcept;
+
+// The name of its program; empty when nobody can tell.
+[[nodiscard]] std::string programOf(long process);
+
+// A command that runs beside the tool. Signals that the tool handles in its own way are as they are by default in it.
+struct ChildSetup {
+    std::vector<std::string> words;        // the first one is the program, looked for on the PATH
+    std::vector<std::string> environment;  // "NAME=value"
+    int input = -1;                        // becomes its standard input; -1: the tool's own
+    int output = -1;                       // becomes its standard output; -1: the tool's own
+};
+
+// The environment of the tool.
+[[nodiscard]] std::vector<std::string> inheritedEnvironment();
+
+// Starts it in a process group of its own, to be ended as a whole. The system's error.
+[[nodiscard]] int startGroup(const ChildSetup& setup, pid_t* child);
+// Whether it has ended; then its status as shells tell it.
+[[nodiscard]] bool hasEnded(pid_t child, int* exitStatus) noexcept;
+// Asks it and all that it started to end; or does not ask.
+void endGroup(pid_t child, bool atOnce) noexcept;
+
+// Runs it and waits for its end. Meanwhile the terminal's signals are the command's to act upon and the others are
+// handed on to it: what the tool holds for it is given back when it has ended, not before. The system's error.
+[[nodiscard]] int runInForeground(const ChildSetup& setup, int* exitStatus);
+
+// A file without a name that holds the text and stands at its beginning, which no child inherits. Null with errno.
+[[nodiscard]] std::FILE* unnamedFile(const std::string& text) noexcept;
+
+// --- locks -------------------------------------------------------------------------------------------------------
+
+// The record lock that a daemon holds on its lock file, asked for from outside.
+struct ClassicLock {
+    std::optional<bool> held;  // none: nobody can tell, since the file cannot be read
+    long pid = 0;              // of the holder; 0 when the lock names none
+};
+[[nodiscard]] ClassicLock classicLockOf(const std::string& path);
+
+// Such a lock of this process's own. Closing any other descriptor of the file would give it back, so the file is opened
+// once.
+class OwnClassicLock {
+public:
+    OwnClassicLock() = default;
+    ~OwnClassicLock();
+    OwnClassicLock(const OwnClassicLock&) = delete;
+    OwnClassicLock& operator=(const OwnClassicLock&) = delete;
+
+    // Opens the file, made where it is missing and never through a link. The system's error.
+    [[nodiscard]] int open(const char* path, mode_t permissions);
+    // Takes the lock. The system's error; held by somebody else: EAGAIN, and by whom (0: nobody can tell).
+    [[nodiscard]] int take(long* holder);
+
+private:
+    int descriptor_ = -1;
+};
+
+// --- signals -----------------------------------------------------------------------------------------------------
+
+// Signals that would end the tool wait while this lives.
+class HeldSignals {
+public:
+    HeldSignals() noexcept;
+    ~HeldSignals();
+    HeldSignals(const HeldSignals&) = delete;
+    HeldSignals& operator=(const HeldSignals&) = delete;
+
+private:
+    sigset_t before_{};
+};
+
+// From the first one on, SIGINT and SIGTERM ask for the end. So does SIGHUP, unless it is a monitor's: then it asks to
+// look. All of them, and a child's end, are delivered while somebody waits and at no other time.
+class WatchSignals {
+public:
+    explicit WatchSignals(bool monitor);
+
+    [[nodiscard]] bool endAsked() const noexcept;
+    // Whether somebody asked to look since the last time.
+    [[nodiscard]] bool takeLook() noexcept;
+    // Until a signal came or the time is over; below 0 there is no end to it.
+    void wait(int milliseconds) const noexcept;
+
+    // Those that are blocked while somebody waits.
+    [[nodiscard]] const sigset_t& whileWaiting() const noexcept { return whileWaiting_; }
+
+private:
+    sigset_t whileWaiting_{};
+};
+
+// --- news --------------------------------------------------------------------------------------------------------
+
+// News of files: that one of the names was created, replaced, written or removed in its directory.
+class FileNews {
+public:
+    FileNews();
+    ~FileNews();
+    FileNews(const FileNews&) = delete;
+    FileNews& operator=(const FileNews&) = delete;
+
+    // From now on. The system's error, and the directory that cannot be watched (empty when it is none of them).
+    [[nodiscard]] int watch(const std::vector<std::string>& paths, std::string* refused);
+    // Until there is news, a signal came or the time is over; below 0 there is no end to it. `reader`: a descriptor
+    // whose reader going away is news, too. False when that happened.
+    [[nodiscard]] bool wait(const WatchSignals& signals, int reader, int milliseconds);
+    // Takes in what there is; whether any of it concerns the files.
+    [[nodiscard]] bool take();
+    // Watches anew the directories that went away. Whether all are watched.
+    [[nodiscard]] bool mend();
+
+private:
+    struct Watched;
+    std::unique_ptr<Watched> watched_;
+};
+
+}  // namespace tool
