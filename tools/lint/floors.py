@@ -57,6 +57,13 @@ OUTSIDE = {
     "tool/base/Json.cpp": re.compile(r"nlohmann/.*"),
 }
 
+# Which system it is, or a path that only one has, is asked for in the rooms that know one from another. What stands
+# outside of the product asks the system that it runs on.
+ROOMS_OF_SYSTEMS = ("platform/", "tool/system/")
+PRODUCT = ("include/", "genreg/", "tool/", "examples/")
+SYSTEM_CHOICE = re.compile(r"\b(__linux(__)?|__APPLE__|__MACH__|__GLIBC__|__unix__|_WIN32|TARGET_OS_\w+)\b")
+SYSTEM_PATH = re.compile(r'"/(proc|sys)/')
+
 # Where somebody else's text would say it, this project says it in its own words.
 FOREIGN_WORDS = re.compile(r"Part [1-6]\.[0-9]|spec\.md|[Ss]pecification")
 
@@ -76,6 +83,14 @@ def floors(path):
             yield f"{path}: may not include {inside}"
         if inside is None and ("." in name or "/" in name) and not (outside and outside.fullmatch(name)):
             yield f"{path}: may not include <{name}>, which belongs to the operating system or to another library"
+
+
+def choices(path):
+    if str(path).startswith(ROOMS_OF_SYSTEMS):
+        return
+    for number, line in enumerate(tree.text(path).splitlines(), 1):
+        if SYSTEM_CHOICE.search(line) or (str(path).startswith(PRODUCT) and SYSTEM_PATH.search(line)):
+            yield f"{path}:{number}: knows one system from another: {line.strip()}"
 
 
 def circles(paths):
@@ -100,6 +115,8 @@ def complaints():
     sources = tree.files(".h", ".cpp")
     for path in sources:
         yield from floors(path)
+    for path in tree.files(".h", ".cpp", ".inc"):
+        yield from choices(path)
     yield from circles(sources)
     for path in sources + tree.files(".py", ".sh"):
         lines = tree.text(path).count("\n")
