@@ -5,10 +5,12 @@
 
 #include "platform/posix/Posix.h"
 #include "support/Scratch.h"
+#include "support/Ways.h"
 
 namespace {
 
 constexpr char ACL[] = "system.posix_acl_access";
+constexpr char NO_ATTRIBUTES[] = "needs a system that says what ACLs and attributes are";
 constexpr uid_t USER = 12345;
 constexpr gid_t GROUP = 23456;
 
@@ -97,6 +99,9 @@ TEST_F(AttributesTest, AnUnprivilegedProcessCarriesItsGroupButNoForeignSetuidBit
 }
 
 TEST_F(AttributesTest, TheAclArrivesWithItsMask) {
+    if (!CARRIES_ATTRIBUTES) {
+        GTEST_SKIP() << NO_ATTRIBUTES;
+    }
     const Bytes acl = aclWithNamedUser();
     if (::fsetxattr(from_, ACL, acl.data(), acl.size(), 0) != 0) {
         GTEST_SKIP() << "the file system has no ACLs";
@@ -116,6 +121,9 @@ TEST_F(AttributesTest, TheAclArrivesWithItsMask) {
 }
 
 TEST_F(AttributesTest, AnAclOfTheDirectoryDoesNotSlipIn) {
+    if (!CARRIES_ATTRIBUTES) {
+        GTEST_SKIP() << NO_ATTRIBUTES;
+    }
     const Bytes acl = aclWithNamedUser();
     if (::setxattr(path("").c_str(), "system.posix_acl_default", acl.data(), acl.size(), 0) != 0) {
         GTEST_SKIP() << "the file system has no ACLs";
@@ -130,6 +138,9 @@ TEST_F(AttributesTest, AnAclOfTheDirectoryDoesNotSlipIn) {
 }
 
 TEST_F(AttributesTest, WhatUsersTiedToTheFileArrives) {
+    if (!CARRIES_ATTRIBUTES) {
+        GTEST_SKIP() << NO_ATTRIBUTES;
+    }
     if (::fsetxattr(from_, "user.origin", "here", 4, 0) != 0) {
         GTEST_SKIP() << "the file system has no attributes of users";
     }
