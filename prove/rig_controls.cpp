@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "platform/System.h"
 #include "prove/fuzz/Fuzz.h"
 #include "prove/support/AwkwardPlaces.h"
 #include "prove/support/Blame.h"
@@ -202,13 +203,11 @@ void Controls::places() {
     (void)putBytes(path, "");
     expect(prove::isFree(path, Claim::Exclusive), "a lock that nobody has is not free");
     const int descriptor = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
-    for (const int kind : {F_RDLCK, F_WRLCK}) {
-        struct flock request = {};
-        request.l_type = static_cast<short>(kind);
-        request.l_whence = SEEK_SET;
-        (void)::fcntl(descriptor, F_OFD_SETLK, &request);
+    using Lock = platform::FileLock;
+    for (const Lock kind : {Lock::Shared, Lock::Exclusive}) {
+        (void)platform::lockWholeFile(descriptor, kind, false);
         expect(!prove::isFree(path, Claim::Exclusive), "a lock that somebody has is free");
-        expect(prove::isFree(path, Claim::Shared) == (kind == F_RDLCK), "a shared lock is taken for the other");
+        expect(prove::isFree(path, Claim::Shared) == (kind == Lock::Shared), "a shared lock is taken for the other");
     }
     (void)::close(descriptor);
 

@@ -1,6 +1,6 @@
 // Failing calls: each system call of every update and look-up fails in turn, with each of several errors, once and from
-// then on for good (all calls of its kind), and is interrupted once. On x86-64, where the tracer can answer in the
-// kernel's place.
+// then on for good (all calls of its kind), and is interrupted once, unless all signals wait while it is made. On
+// x86-64, where the tracer can answer in the kernel's place.
 //
 // After each: a success means the new contents, a failure the old ones, or the new ones where they were in place
 // already; a failure blames the step that the call is part of, and tells the system's error; descriptors and locks are
@@ -47,14 +47,14 @@ constexpr int QUICK_ERRORS[] = {EIO};
 constexpr long INTERRUPTIBLE[] = {SYS_openat, SYS_read,   SYS_pread64,   SYS_write, SYS_pwrite64,
                                   SYS_fsync,  SYS_fchmod, SYS_ftruncate, SYS_close};
 
-bool isLocking(const SystemCall& call) {
-    const auto command = static_cast<int>(call.arguments[1]);
-    return call.number == SYS_fcntl && (command == F_OFD_SETLK || command == F_OFD_SETLKW);
-}
+struct Call : SystemCall {
+    bool undisturbed = false;  // every signal that can wait does
+};
 
-bool isInterruptible(const SystemCall& call) {
-    return isLocking(call) ||
-           std::find(std::begin(INTERRUPTIBLE), std::end(INTERRUPTIBLE), call.number) != std::end(INTERRUPTIBLE);
+bool isInterruptible(const Call& call) {
+    const bool mayBe = prove::isLocking(call) || std::find(std::begin(INTERRUPTIBLE), std::end(INTERRUPTIBLE),
+                                                           call.number) != std::end(INTERRUPTIBLE);
+    return mayBe && !call.undisturbed;
 }
 
 struct Fault {
@@ -77,7 +77,7 @@ public:
     void run(const Scenario& scenario) {
         const Place place(rig_.scratch() + "/place", scenario);
         const unsigned long failedBefore = rig_.failed();
-        const std::vector<SystemCall> calls = record(scenario, place);
+        const std::vector<Call> calls = record(scenario, place);
         for (std::size_t index = 0; index < calls.size(); ++index) {
             if (rig_.quick()) {
                 failWith(scenario, place, calls, index, QUICK_ERRORS);
@@ -114,14 +114,14 @@ public:
 private:
     void failUntilConvinced(const Scenario& scenario) {
         const Place place(rig_.scratch() + "/place", scenario);
-        const std::vector<SystemCall> calls = record(scenario, place);
+        const std::vector<Call> calls = record(scenario, place);
         for (std::size_t index = 0; index < calls.size() && !rig_.convinced(); ++index) {
             failWith(scenario, place, calls, index, QUICK_ERRORS);
         }
     }
 
     template <std::size_t N>
-    void failWith(const Scenario& scenario, const Place& place, const std::vector<SystemCall>& calls, std::size_t index,
+    void failWith(const Scenario& scenario, const Place& place, const std::vector<Call>& calls, std::size_t index,
                   const int (&errors)[N]) {
         for (const int error : errors) {
             tryFault(scenario, place, calls, {index, error, false});
@@ -144,15 +144,15 @@ private:
     }
 
     // The calls of the operation when nothing fails.
-    std::vector<SystemCall> record(const Scenario& scenario, const Place& place) {
+    std::vector<Call> record(const Scenario& scenario, const Place& place) {
         rig_.begin(scenario.name + ", undisturbed");
-        std::vector<SystemCall> calls;
+        std::vector<Call> calls;
         Remains remains{};
         place.layOut();
         *report_ = {};
         prove::StepHooks hooks;
-        hooks.entry = [&](pid_t, const SystemCall& call) {
-            calls.push_back(call);
+        hooks.entry = [&](pid_t pid, const SystemCall& call) {
+            calls.push_back({call, prove::allSignalsWait(pid)});
             return Verdict{};
         };
         hooks.end = [&](pid_t) { remains = prove::remainsOf(place, scenario); };
@@ -166,8 +166,7 @@ private:
         return calls;
     }
 
-    void tryFault(const Scenario& scenario, const Place& place, const std::vector<SystemCall>& calls,
-                  const Fault& fault) {
+    void tryFault(const Scenario& scenario, const Place& place, const std::vector<Call>& calls, const Fault& fault) {
         const long kind = calls[fault.index].number;
         rig_.begin(scenario.name + ", " + nameOf(fault, kind));
         place.layOut();
@@ -197,8 +196,8 @@ private:
         prove::judge(rig_, scenario, place, *report_, remains, excuses);
         if (fault.error == EINTR) {
             rig_.check(report_->code == 0, "an interruption fails the operation: " + prove::codeText(report_->code));
-            const auto usual = std::count_if(calls.begin(), calls.end(),
-                                             [](const SystemCall& call) { return call.number == SYS_close; });
+            const auto usual =
+                std::count_if(calls.begin(), calls.end(), [](const Call& call) { return call.number == SYS_close; });
             rig_.check(kind != SYS_close || ofKind == usual, "an interrupted close is not taken as done");
         }
         // Behind a look-up or a scan that failed its registry is closed, which begins a new cause.
@@ -221,9 +220,8 @@ private:
 
     // Which of the described failures of locking it is, if any.
     static void excuseLocking(pid_t pid, const SystemCall& call, const Place& place, Excuses* excuses) {
-        if (isLocking(call) && prove::descriptorPath(pid, call.arguments[0]) == place.lock()) {
-            const auto type = static_cast<short>(prove::wordAt(pid, call.arguments[2]));
-            (type == F_UNLCK ? excuses->unlockFailed : excuses->lockFailed) = true;
+        if (prove::isLocking(call) && prove::descriptorPath(pid, call.arguments[0]) == place.lock()) {
+            (prove::isUnlocking(pid, call) ? excuses->unlockFailed : excuses->lockFailed) = true;
         }
     }
 

@@ -11,7 +11,7 @@ namespace posix {
 [[nodiscard]] bool carryExtended(int from, int to, bool usersToo) noexcept;
 
 // Writes out what the stream holds back, where the stream stands. Gone from it either way, as after a flush of its own.
-// False with errno. Where the C library does not let us at it, true, and left to the flush of its own.
+// False with errno.
 [[nodiscard]] bool drain(std::FILE* stream) noexcept;
 
 }  // namespace posix

@@ -10,6 +10,8 @@
 #include <fstream>
 #include <memory>
 
+#include "platform/System.h"
+
 namespace prove {
 namespace {
 
@@ -30,10 +32,7 @@ std::string lockOf(const std::string& path) {
 
 int claim(const std::string& path) {
     const int descriptor = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-    struct flock request = {};
-    request.l_type = F_WRLCK;
-    request.l_whence = SEEK_SET;
-    (void)::fcntl(descriptor, F_OFD_SETLK, &request);
+    (void)platform::lockWholeFile(descriptor, platform::FileLock::Exclusive, false);
     return descriptor;
 }
 

@@ -8,6 +8,8 @@
 #include <fstream>
 #include <iterator>
 
+#include "platform/System.h"
+
 namespace prove {
 namespace {
 
@@ -77,12 +79,10 @@ bool isFree(const std::string& path, Claim claim) {
     if (descriptor == -1) {
         return true;
     }
-    struct flock question = {};
-    question.l_type = claim == Claim::Exclusive ? F_WRLCK : F_RDLCK;
-    question.l_whence = SEEK_SET;
-    const bool asked = ::fcntl(descriptor, F_OFD_GETLK, &question) == 0;
+    const auto wanted = claim == Claim::Exclusive ? platform::FileLock::Exclusive : platform::FileLock::Shared;
+    const bool got = platform::lockWholeFile(descriptor, wanted, false) == 0;
     (void)::close(descriptor);
-    return asked && question.l_type == F_UNLCK;
+    return got;
 }
 
 State stateOf(const Place& place, const Scenario& scenario) {

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sched.h>
+#include <sys/file.h>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
 #include <sys/user.h>
@@ -16,6 +17,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 
 namespace prove {
 namespace {
@@ -224,6 +226,8 @@ std::string callName(long number) {
         {SYS_write, "write"},
         {SYS_pwrite64, "pwrite"},
         {SYS_fcntl, "fcntl"},
+        {SYS_flock, "flock"},
+        {SYS_rt_sigprocmask, "sigprocmask"},
         {SYS_fstat, "fstat"},
         {SYS_newfstatat, "fstatat"},
         {SYS_lseek, "lseek"},
@@ -244,6 +248,7 @@ std::string callName(long number) {
         {SYS_stat, "stat"},
         {SYS_lstat, "lstat"},
         {SYS_access, "access"},
+        {SYS_dup2, "dup2"},
 #endif
     };
     const auto* const known =
@@ -256,6 +261,34 @@ std::string descriptorPath(pid_t child, unsigned long descriptor) {
     std::array<char, PATH_MAX> target{};
     const ssize_t length = ::readlink(link.c_str(), target.data(), target.size());
     return length > 0 ? std::string(target.data(), static_cast<std::size_t>(length)) : "";
+}
+
+bool isLocking(const SystemCall& call) {
+    const auto command = static_cast<int>(call.arguments[1]);
+    return call.number == SYS_flock ||
+           (call.number == SYS_fcntl && (command == F_OFD_SETLK || command == F_OFD_SETLKW));
+}
+
+bool isUnlocking(pid_t child, const SystemCall& call) {
+    return isLocking(call) &&
+           (call.number == SYS_flock ? (call.arguments[1] & LOCK_UN) != 0
+                                     : static_cast<short>(wordAt(child, call.arguments[2])) == F_UNLCK);
+}
+
+bool allSignalsWait(pid_t child) {
+    std::ifstream status("/proc/" + std::to_string(child) + "/status");
+    const std::string name = "SigBlk:";
+    std::string line;
+    while (std::getline(status, line) && !line.starts_with(name)) {
+    }
+    unsigned long blocked = 0;
+    if (!line.starts_with(name) || std::sscanf(line.c_str() + name.size(), "%lx", &blocked) != 1) {
+        return false;
+    }
+    constexpr auto bit = [](int signal) { return 1UL << (signal - 1); };
+    constexpr unsigned long NEVER_WAIT = bit(SIGKILL) | bit(SIGSTOP);
+    constexpr unsigned long LIBRARYS = bit(32) | bit(33);  // the C library keeps them to itself
+    return (blocked | NEVER_WAIT | LIBRARYS) == ~0UL;
 }
 
 std::string textAt(pid_t child, unsigned long address) {

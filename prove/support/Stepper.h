@@ -55,6 +55,11 @@ StepResult step(const std::function<int()>& body, const StepHooks& hooks);
 std::string callName(long number);
 // What a descriptor of the child stands for: a path, or "".
 std::string descriptorPath(pid_t child, unsigned long descriptor);
+// Whether the call takes or gives back a lock that belongs to an open file, and whether it gives it back.
+bool isLocking(const SystemCall& call);
+bool isUnlocking(pid_t child, const SystemCall& call);
+// Whether every signal that a process can make wait does so in the child now: none interrupts its call.
+bool allSignalsWait(pid_t child);
 // What stands in its memory: a text, and a word.
 std::string textAt(pid_t child, unsigned long address);
 unsigned long wordAt(pid_t child, unsigned long address);
