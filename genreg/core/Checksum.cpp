@@ -1,6 +1,5 @@
 #include <genreg/Checksum.h>
 
-#include <bit>
 #include <cstdint>
 #include <cstring>
 
@@ -12,6 +11,12 @@ std::uint32_t wordAt(const unsigned char* bytes) noexcept {
     std::uint32_t word = 0;
     std::memcpy(&word, bytes, WORD);
     return word;
+}
+
+// By 1 to 31 places. The language's own rotation takes a signed count in some of its libraries and an unsigned one in
+// others.
+std::uint32_t rotated(std::uint32_t word, unsigned int places) noexcept {
+    return word << places | word >> (32 - places);
 }
 
 // Kept: the bytes behind the last whole word are sign-extended; the stamps of existing files depend on it.
@@ -45,9 +50,9 @@ unsigned int sqlzChecksumXORWrap(const void* buffer, long length) {
     const auto size = static_cast<unsigned long>(length);
     const unsigned long whole = size - size % WORD;
     std::uint32_t result = 0;
-    int rotation = 5;
+    unsigned int rotation = 5;
     for (unsigned long i = 0; i < whole; i += WORD) {
-        result ^= std::rotl(wordAt(bytes + i), rotation);
+        result ^= rotated(wordAt(bytes + i), rotation);
         rotation = (rotation + 7) % 31 + 1;
     }
     return result ^ trailing(bytes + whole, size - whole);

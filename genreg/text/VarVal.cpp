@@ -2,7 +2,6 @@
 #include <genreg/GenRegVarVal.h>
 #include <genreg/LineUtilities.h>
 
-#include <atomic>
 #include <cstdio>
 #include <cstring>
 
@@ -16,9 +15,14 @@ using genreg::sameText;
 
 namespace {
 
-// Every constructor writes the flag, so objects of two threads would race on a plain int.
-std::atomic_ref<int> compactFlag() noexcept {
-    return std::atomic_ref<int>{bCompactFormattedLine};
+// Every constructor writes the flag, so objects of two threads would race on a plain int. The compilers' own functions
+// do it: not every library of the language has std::atomic_ref.
+int compactFlag() noexcept {
+    return __atomic_load_n(&bCompactFormattedLine, __ATOMIC_RELAXED);
+}
+
+void clearCompactFlag() noexcept {
+    __atomic_store_n(&bCompactFormattedLine, 0, __ATOMIC_RELAXED);
 }
 
 // The blanks of a line as it stands, around its variable and its "=".
@@ -55,7 +59,7 @@ bool readLayout(const char* line, Layout* layout) noexcept {
 }
 
 Layout newLayout() noexcept {
-    const std::size_t blanks = compactFlag().load(std::memory_order_relaxed) != 0 ? 0 : 1;
+    const std::size_t blanks = compactFlag() != 0 ? 0 : 1;
     return {"", 0, " ", blanks, " ", blanks};
 }
 
@@ -144,7 +148,7 @@ GenRegVarVal::GenRegVarVal(const char* path, unsigned int* rc) noexcept {
     if (*rc != 0) {
         return;
     }
-    compactFlag().store(0, std::memory_order_relaxed);
+    clearCompactFlag();
 }
 
 GenRegVarVal::~GenRegVarVal() noexcept {

@@ -36,8 +36,8 @@ void likenLockFile(int registry, int lock, mode_t mode) noexcept {
     bits |= mode & (writers | (writers << 1));
     const bool sameGroup = ::fstat(lock, &made) == 0 && made.st_gid == model.st_gid;
     if (!sameGroup || !carryAcl(registry, lock)) {
-        const mode_t group = S_IRWXG;
-        bits = (bits & ~group) | (bits & S_IRWXO & bits >> 3) << 3;
+        const unsigned int all = bits;  // mode_t is a short number on some systems
+        bits = static_cast<mode_t>((all & ~static_cast<unsigned int>(S_IRWXG)) | (all & S_IRWXO & all >> 3) << 3);
     }
     (void)setPermissions(lock, bits);
 }
