@@ -26,6 +26,7 @@
 #include "prove/support/Stepper.h"
 #include "prove/support/ToolRun.h"
 #include "tests/support/BuiltTool.h"
+#include "tests/support/Ways.h"
 
 namespace {
 
@@ -44,6 +45,10 @@ constexpr int LOCKED = 4;
 constexpr int INVALID = 6;
 constexpr int WRITE_FAILED = 8;
 
+// Where no call of the system's own tells of the attributes of a file, nobody can say which one forbids it.
+constexpr const char* NOT_IMMUTABLE = CARRIES_ATTRIBUTES ? "chattr -i " : "hard links";
+constexpr const char* NOT_APPEND_ONLY = CARRIES_ATTRIBUTES ? "chattr -a " : "hard links";
+
 // What a user is to be told in each place where a change cannot be made.
 const std::map<std::string, Complaint> COMPLAINTS = {
     {"an ordinary user in root's folder", {UNREADABLE, "permission denied", "check the permissions of "}},
@@ -51,8 +56,8 @@ const std::map<std::string, Complaint> COMPLAINTS = {
     {"no hard links (refused by a filter of system calls)", {WRITE_FAILED, "not replaced", "hard links"}},
     {"a read-only folder", {WRITE_FAILED, "permission denied; the file was not replaced", "as the owner of the file"}},
     {"another's registry in a sticky folder", {WRITE_FAILED, "not replaced", "as the owner of the file"}},
-    {"an immutable file", {WRITE_FAILED, "not replaced: operation not permitted", "chattr -i "}},
-    {"an append-only file", {WRITE_FAILED, "not replaced: operation not permitted", "chattr -a "}},
+    {"an immutable file", {WRITE_FAILED, "not replaced: operation not permitted", NOT_IMMUTABLE}},
+    {"an append-only file", {WRITE_FAILED, "not replaced: operation not permitted", NOT_APPEND_ONLY}},
     {"a bind-mounted registry file", {WRITE_FAILED, "not replaced", "findmnt "}},
     {"a full disk", {WRITE_FAILED, "not replaced: no space left", "free some space"}},
     {"a folder in place of the set-aside copy", {WRITE_FAILED, "not replaced", "settings.cor out of the way"}},
@@ -453,7 +458,10 @@ void belongings(Cases& cases) {
     }
     (void)::chmod(folder.path().c_str(), 0777);
     (void)::chmod(path.c_str(), 0666);
-    const bool tied = ::setxattr(path.c_str(), "user.origin", "here", 4, 0) == 0;
+    const bool tied = CARRIES_ATTRIBUTES && ::setxattr(path.c_str(), "user.origin", "here", 4, 0) == 0;
+    if (!CARRIES_ATTRIBUTES) {
+        cases.skip("what is tied to a file", "takes a system that says what ACLs and attributes are");
+    }
     const ToolRun own = genreg(PLAIN.updates[0], path);
     (void)cases.check(own.status == 0 && own.err.empty(), "an update by the owner: " + own.err);
     (void)::remove(prove::Companions(path).lock.c_str());

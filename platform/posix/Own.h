@@ -14,4 +14,7 @@ namespace posix {
 // False with errno.
 [[nodiscard]] bool drain(std::FILE* stream) noexcept;
 
+// Closes the stream, which was drained where it matters. False with errno.
+[[nodiscard]] bool closeDrained(std::FILE* stream) noexcept;
+
 }  // namespace posix

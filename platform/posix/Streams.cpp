@@ -113,7 +113,7 @@ bool flushStream(std::FILE* stream) noexcept {
 
 bool closeStream(std::FILE* stream) noexcept {
     unguard(::fileno(stream));
-    return std::fclose(stream) == 0 || errno == EINTR;
+    return closeDrained(stream) || errno == EINTR;
 }
 
 }  // namespace posix

@@ -71,6 +71,10 @@ bool drain(std::FILE* stream) noexcept {
     return noteError(stream, written);
 }
 
+bool closeDrained(std::FILE* stream) noexcept {
+    return std::fclose(stream) == 0;
+}
+
 bool writeUnlocked(std::FILE* stream, const void* bytes, std::size_t size) noexcept {
     const std::size_t capacity = ::__fbufsize(stream);  // 0 until the stream has a buffer
     if (size >= capacity - ::__fpending(stream) && !drain(stream)) {

@@ -36,8 +36,7 @@ private:
     bool held_;
 };
 
-// The stream that this thread wrote to last, and how much of that may be held back. Another stream that gets the
-// address of one that was closed is flushed too early once.
+// The stream that this thread wrote to last, and how much of that may be held back.
 thread_local constinit std::FILE* last = nullptr;
 thread_local constinit std::size_t pending = 0;
 
@@ -47,6 +46,11 @@ bool drain(std::FILE* stream) noexcept {
     const HeldSignals held;
     pending = stream == last ? 0 : pending;
     return std::fflush(stream) == 0;
+}
+
+bool closeDrained(std::FILE* stream) noexcept {
+    last = stream == last ? nullptr : last;  // another one may get its address
+    return std::fclose(stream) == 0;
 }
 
 bool writeUnlocked(std::FILE* stream, const void* bytes, std::size_t size) noexcept {
