@@ -7,6 +7,9 @@
 #include <cstdint>
 #include <cstring>
 #include <cwchar>
+#if __has_include(<xlocale.h>)
+#include <xlocale.h>  // where locales of a thread are declared on some systems; <clocale> has them on others
+#endif
 
 namespace tool {
 namespace {
@@ -180,7 +183,10 @@ std::string shellWord(std::string_view bytes) {
 
 std::size_t width(std::string_view text) {
     // The C library's table counts in code points; where it has none for UTF-8, each takes one column.
-    static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+    static const locale_t utf8 = [] {
+        const locale_t named = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+        return named != nullptr ? named : newlocale(LC_CTYPE_MASK, "UTF-8", nullptr);  // as it is called elsewhere
+    }();
     const locale_t before = utf8 == nullptr ? nullptr : uselocale(utf8);
     std::size_t columns = 0;
     eachSequence(text, [&](std::string_view, char32_t point) {

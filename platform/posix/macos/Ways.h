@@ -1,10 +1,16 @@
 // How macOS does what other systems do in another way: the end of platform/System.h.
+//
+// Locks are flock's. That system's public headers have none of the record locks that belong to an open file, which Linux
+// has. flock's belong to the open file, and exclude threads like processes. The kernel keeps them in one list with
+// classic record locks, so that each refuses the other, in one process too. Left over: who asks for a classic lock that
+// flock's keeps from him is told no holder (l_pid is -1).
 #pragma once
 
 #include <fcntl.h>
 #include <pthread.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 
 #include "../shared/Dup2.h"
@@ -21,13 +27,15 @@ inline unsigned long threadNumber() noexcept {
     return ::pthread_mach_thread_np(::pthread_self());
 }
 
-// Until what was written through the descriptor is on the medium. A plain sync leaves the bytes in the drive's own
-// memory; not every file system knows the full one.
+// Until what was written through the descriptor is on the medium: a plain sync there leaves it to the drive when and in
+// which order it writes what is in its own memory. Only where the file system does not know the full one is the plain
+// one as much as there is; a full one that fails has failed.
 inline int syncToMedium(int descriptor) noexcept {
     if (retried([&] { return ::fcntl(descriptor, F_FULLFSYNC); }) != -1) {
         return 0;
     }
-    return syncPlainly(descriptor);
+    const bool unknown = errno == ENOTSUP || errno == EOPNOTSUPP || errno == EINVAL || errno == ENOTTY;
+    return unknown ? syncPlainly(descriptor) : -1;
 }
 
 }  // namespace platform

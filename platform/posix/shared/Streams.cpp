@@ -20,7 +20,7 @@ class HeldSignals {
 public:
     HeldSignals() noexcept {
         sigset_t all;
-        ::sigfillset(&all);
+        sigfillset(&all);
         held_ = ::pthread_sigmask(SIG_SETMASK, &all, &before_) == 0;
     }
     ~HeldSignals() {
