@@ -7,26 +7,11 @@ export LC_ALL=C
 libraries=$1 headers=$2
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
+. "$(dirname "$0")/declared.sh"
 
 fail() {
     echo "exports: $*" >&2
     exit 1
-}
-
-# The names that a folder of headers exports: of classes every member that is not private, and what is marked by itself.
-declared() {
-    cat "$headers/$1"/*.h | awk '
-        { sub(/\/\/.*/, "") }
-        /^class [A-Z]+_EXPORT / { class = $3; shown = 0 }
-        /^};/ { class = "" }
-        /^ *(public|protected):/ { shown = 1 }
-        /^ *private:/ { shown = 0 }
-        class != "" && shown && !/= (delete|default)|[{]/ && !/^ *using / && match($0, /(operator [a-z]+|~?[A-Za-z0-9_]+)\(/) {
-            print class "::" substr($0, RSTART, RLENGTH - 1)
-        }
-        class == "" && /_EXPORT / && !/^(#|class )/ && match($0, /[A-Za-z0-9_]+(\(|;)/) {
-            print substr($0, RSTART, RLENGTH - 1)
-        }' | sort -u
 }
 
 exported() {
@@ -34,7 +19,7 @@ exported() {
 }
 
 for pair in genreg:RVNgenreg osse:RVNosse install:RVNinstall; do
-    declared "${pair%:*}" > "$scratch/declared"
+    declared "$headers/${pair%:*}" > "$scratch/declared"
     exported "${pair#*:}" > "$scratch/exported"
     [ -s "$scratch/declared" ] || fail "found no declarations for lib${pair#*:}"
     diff "$scratch/declared" "$scratch/exported" > "$scratch/diff" ||

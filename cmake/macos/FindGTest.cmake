@@ -1,0 +1,13 @@
+# Of the sources that Debian's package googletest has.
+set(GTEST_SOURCES /usr/src/googletest/googletest)
+if(EXISTS ${GTEST_SOURCES}/src/gtest-all.cc)
+  if(NOT TARGET GTest::gtest AND RVN_TESTS)
+    add_library(gtest_target STATIC EXCLUDE_FROM_ALL ${GTEST_SOURCES}/src/gtest-all.cc)
+    add_library(gtest_main_target STATIC EXCLUDE_FROM_ALL ${GTEST_SOURCES}/src/gtest_main.cc)
+    target_include_directories(gtest_target SYSTEM PUBLIC ${GTEST_SOURCES}/include PRIVATE ${GTEST_SOURCES})
+    target_link_libraries(gtest_main_target PUBLIC gtest_target)
+    add_library(GTest::gtest ALIAS gtest_target)
+    add_library(GTest::gtest_main ALIAS gtest_main_target)
+  endif()
+  set(GTest_FOUND TRUE)
+endif()
