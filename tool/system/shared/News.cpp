@@ -3,9 +3,10 @@
 //
 // A file that somebody writes in place is not read in the middle of that: what differs is news when it has been the
 // same for a while. That is also longer than the step of the clock that files are marked by, so that no change hides
-// behind the mark of the one before.
+// behind the mark of the one before. Where changes do not cease there is news now and then all the same.
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 
 #include "system/shared/Waker.h"
@@ -13,7 +14,10 @@
 namespace tool {
 namespace {
 
-constexpr int SETTLED_MILLISECONDS = 50;
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds SETTLED(50);
+constexpr std::chrono::milliseconds LONGEST_SILENCE(1000);
 
 struct Look {
     bool there = false;
@@ -46,21 +50,22 @@ struct Place {
 struct FileNews::Watched {
     Waker waker;
     std::vector<Place> places;
-    bool whole = true;  // all directories are there
+    bool whole = true;         // all directories are there
+    Clock::time_point moved;   // when something was seen to be other than before
+    Clock::time_point silent;  // since when nothing was told
 
     [[nodiscard]] bool isUnsettled() const {
         return std::any_of(places.begin(), places.end(), [](const Place& place) { return place.told != place.seen; });
     }
 
-    // Whether anything is other than it was seen last.
-    bool look() {
-        bool moved = false;
+    void look() {
+        const bool wasUnsettled = isUnsettled();
         for (Place& place : places) {
             const Look now = lookAt(place.path);
-            moved = moved || now != place.seen;
+            moved = now != place.seen ? Clock::now() : moved;
             place.seen = now;
         }
-        return moved;
+        silent = wasUnsettled ? silent : Clock::now();
     }
 };
 
@@ -79,24 +84,34 @@ int FileNews::watch(const std::vector<std::string>& paths, std::string* refused)
         watched_->places.push_back({path, std::nullopt, {}});
     }
     watched_->whole = watched_->waker.arm();
-    (void)watched_->look();
+    watched_->look();
     return 0;
 }
 
 bool FileNews::wait(const WatchSignals& signals, int reader, int milliseconds) {
-    const bool soon = watched_->isUnsettled() && (milliseconds < 0 || milliseconds > SETTLED_MILLISECONDS);
-    return watched_->waker.wait(signals, reader, soon ? SETTLED_MILLISECONDS : milliseconds);
+    constexpr auto SOON = static_cast<int>(SETTLED.count());
+    const bool soon = watched_->isUnsettled() && (milliseconds < 0 || milliseconds > SOON);
+    return watched_->waker.wait(signals, reader, soon ? SOON : milliseconds);
 }
 
 bool FileNews::take() {
     watched_->whole = watched_->waker.arm();
-    if (watched_->look() || !watched_->isUnsettled()) {
+    watched_->look();
+    if (!watched_->isUnsettled()) {
         return false;
     }
-    for (Place& place : watched_->places) {
-        place.told = place.seen;
+    const Clock::time_point now = Clock::now();
+    if (now - watched_->moved >= SETTLED) {
+        for (Place& place : watched_->places) {
+            place.told = place.seen;
+        }
+        return true;
     }
-    return true;
+    if (now - watched_->silent >= LONGEST_SILENCE) {
+        watched_->silent = now;  // and told again once it has settled
+        return true;
+    }
+    return false;
 }
 
 bool FileNews::mend() {
