@@ -6,11 +6,12 @@
 //
 // Locks. POSIX record locks of the classic kind belong to the process and vanish when *any* descriptor of the file is
 // closed; two threads with a handle each would not exclude each other. The handle therefore takes locks that belong to
-// the open file (F_OFD_SETLK; flock where the system has none). They conflict with classic locks of other programs. A
-// forked child shares the open file and with it the lock; a fork handler closes the child's copy of every descriptor
-// that was opened or locked through a handle and neither unlocked nor closed since, so that a lock dies with its owner,
-// and a handle that was open before the fork counts as closed in the child. A stdio stream over such a descriptor is
-// not the child's to use either.
+// the open file: F_OFD_SETLK, or flock where the system has none. They conflict with classic locks of other programs,
+// flock's where that system's kernel lets the two meet (macOS does, Linux does not, and is built with flock for tests
+// alone). A forked child shares the open file and with it the lock; a fork handler closes the child's copy of every
+// descriptor that was opened or locked through a handle and neither unlocked nor closed since, so that a lock dies
+// with its owner, and a handle that was open before the fork counts as closed in the child. A stdio stream over such a
+// descriptor is not the child's to use either.
 //
 // Every call is retried when a signal interrupts it, descriptors are close-on-exec, and 0 to 2 are never handed out.
 // Results: 0, or a code of ossErrorMapSystem. A handle serves one thread at a time.
