@@ -111,8 +111,16 @@ public:
         }
     }
 
-    // The record, which has no comment any more, written over the line that has one.
-    void claimOnlyCommentGoes(Record& record) {
+    // The record of the line as it is kept, with its comment replaced and then left out; `holds` is the member that
+    // says what the record has, and then says `bareRecord`.
+    template <typename Flags>
+    void claimOnlyCommentChanges(Record& record, Flags Record::*holds, Flags bareRecord) {
+        if (record.comment == nullptr) {
+            return;
+        }
+        const auto comment = [](Record& wanted, char* word) { wanted.comment = word; };
+        claimOnlyThatChanges(record.comment, comment, Schema::ParseKeptLine, false);
+        record.*holds = bareRecord;
         const Writing bare = rewrite(record);
         const std::string kept = bare.line.substr(0, bare.line.find_first_of("\r\n"));
         claim(bare.rc == 0 && ended(text()).starts_with(kept), "a comment goes, and nothing else");

@@ -117,12 +117,7 @@ void keepTheRest(Line& schema) {
         const auto alias = [i](GenRegServicesRecord& wanted, char* word) { wanted.aliasTable[i] = word; };
         schema.claimOnlyThatChanges(record.aliases[i], alias, GenRegServices::ParseKeptLine, false);
     }
-    if (record.comment != nullptr) {
-        const auto comment = [](GenRegServicesRecord& wanted, char* word) { wanted.comment = word; };
-        schema.claimOnlyThatChanges(record.comment, comment, GenRegServices::ParseKeptLine, false);
-        kept.record->flags = SERVICES_HAS_NAME;
-        schema.claimOnlyCommentGoes(*kept.record);
-    }
+    schema.claimOnlyCommentChanges(*kept.record, &GenRegServicesRecord::flags, SERVICES_HAS_NAME);
 }
 
 }  // namespace

@@ -40,15 +40,7 @@ void keepTheRest(Line& schema) {
     schema.claimOnlyThatChanges(textOf(record.value), value, GenRegVarVal::ParseKeptLine, quotes);
     const auto variable = [](GenRegVarValRecord& wanted, char* word) { wanted.variable = word; };
     schema.claimOnlyThatChanges(textOf(record.variable), variable, GenRegVarVal::ParseKeptLine, quotes);
-    const auto comment = [](GenRegVarValRecord& wanted, char* word) {
-        wanted.comment = word;
-        wanted.contains |= VARVAL_HAS_COMMENT;
-    };
-    if (record.comment != nullptr) {
-        schema.claimOnlyThatChanges(record.comment, comment, GenRegVarVal::ParseKeptLine, false);
-        kept.record->contains = VARVAL_HAS_PAIR;
-        schema.claimOnlyCommentGoes(*kept.record);
-    }
+    schema.claimOnlyCommentChanges(*kept.record, &GenRegVarValRecord::contains, VARVAL_HAS_PAIR);
 }
 
 }  // namespace
