@@ -43,13 +43,28 @@ void keepTheRest(Line& schema) {
     schema.claimOnlyCommentChanges(*kept.record, &GenRegVarValRecord::contains, VARVAL_HAS_PAIR);
 }
 
+void searchIt(Line& schema) {
+    for (std::string name : schema.namesInSight()) {
+        GenRegVarValRecord key = {};
+        key.contains = VARVAL_HAS_PAIR;
+        key.variable = name.data();
+        for (const char* const value : {"", "a"}) {
+            key.value = const_cast<char*>(value);
+            schema.claimPassedOverRightly(key);
+        }
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     if (size == 0) {
         return 0;
     }
+    Line continued(bytes, size, true);
+    searchIt(continued);
     Line schema(bytes, size, false);
+    searchIt(schema);
     const auto [rc, record] = schema.read(schema.line());
     claimInside(record->lineText, {record->comment, record->variable, record->value});
     if (rc != 0) {
