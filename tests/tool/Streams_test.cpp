@@ -18,6 +18,30 @@ protected:
     }
 };
 
+TEST_F(Streams, StandardErrorThatCannotBeWrittenChangesNothing) {
+    const struct {
+        std::string line;
+        int status;
+    } cases[] = {
+        {"genreg varval add new b 2 2>/dev/full", 0},
+        {"genreg varval add f c 3 <&- >&- 2>&-", 0},
+        {"genreg varval get f zz 2>/dev/full", 1},
+        {"genreg varval get f zz --json 2>&- >out", 1},
+        {"genreg varval get f a >&-", 8},
+        {"genreg lock run f -- '" + BUILT_TOOL + "' varval set f a 2 --wait 1.5 2>/dev/full", 4},
+        {"genreg varval get f a 0<&- 2>&- >out2", 0},
+        {"mkfifo pipe; exec 3<>pipe 4>pipe 3<&-; genreg varval add newer b 2 2>&4", 0},  // nobody reads it
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(shell(c.line), c.status) << c.line;
+    }
+    EXPECT_EQ(read("new"), "b = 2\n");
+    EXPECT_EQ(read("newer"), "b = 2\n");
+    EXPECT_EQ(read("f"), "a = 1\nc = 3\n");
+    EXPECT_EQ(read("out"), "") << "an error never lands on standard output";
+    EXPECT_EQ(read("out2"), "1\n");
+}
+
 TEST_F(Streams, AResultThatIsLostSaysWhetherTheChangeStands) {
     Surroundings full;
     full.standardOutput = "/dev/full";
