@@ -163,13 +163,12 @@ Action declareDiff(Parser& parser) {
     return [arguments](Context& context) { return compare(context, *arguments); };
 }
 
-constexpr Command COMMANDS[] = {
-    {"diff", "compare two registries by lines or records; exits 1 when they differ", 0, declareDiff},
-};
-
 }  // namespace
 
 std::span<const Command> diffCommands() {
+    static constexpr Command COMMANDS[] = {
+        {"diff", "compare two registries by lines or records; exits 1 when they differ", 0, declareDiff},
+    };
     return COMMANDS;
 }
 
