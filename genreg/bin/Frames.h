@@ -8,7 +8,6 @@
 #include "genreg/core/FrameBytes.h"
 #include "genreg/core/FunctionTrace.h"
 #include "genreg/core/Input.h"
-#include "genreg/core/Mask.h"
 #include "genreg/core/RecordBuffer.h"
 
 namespace genreg {

@@ -109,9 +109,9 @@ unsigned int FileInternals::moveToRealFile() noexcept {
     char directory[REG_PATH_SIZE];
     char base[REG_PATH_SIZE];
     // A cut companion path would lock or replace a file that is nobody's companion.
-    constexpr std::size_t SPARE = 2 + sizeof ".lock";
+    constexpr std::size_t COMPANION_LENGTH = 2 + sizeof ".lock";
     if (ossDirectoryName(real, directory, sizeof directory) != 0 || ossBaseName(real, base, sizeof base) != 0 ||
-        std::strlen(directory) + std::strlen(base) + SPARE > REG_PATH_SIZE) {
+        std::strlen(directory) + std::strlen(base) + COMPANION_LENGTH > REG_PATH_SIZE) {
         return 0;
     }
     (void)ossSnprintf(file_.regPath, sizeof file_.regPath, "%s/%s", directory, base);

@@ -17,6 +17,9 @@
 
 namespace genreg {
 
+// The mask under which MatchRecord tells whether two records are equal.
+constexpr unsigned long EVERY_FIELD = ~0UL;
+
 // What an update was asked for.
 struct UpdateCall {
     unsigned long operation;  // REG_OP_CHANGE, REG_OP_ADD, REG_OP_DELETE

@@ -4,7 +4,6 @@
 // those that match, which takeMatch(item) is told of while work_ holds the item's record.
 #pragma once
 
-#include "genreg/core/Mask.h"
 #include "genreg/core/Transaction.h"
 
 namespace genreg {

@@ -11,7 +11,6 @@
 //   unreadAdded(), unreadDropped()                            as the engine tells a file that could not be read on
 #pragma once
 
-#include "genreg/core/Mask.h"
 #include "genreg/core/Transaction.h"
 
 namespace genreg {

@@ -18,6 +18,7 @@
 #include <cstddef>
 #include <span>
 #include <type_traits>
+#include <utility>
 
 namespace genreg {
 
@@ -130,13 +131,28 @@ consteval unsigned long keyOf(std::span<const GlobalRegField> fields) {
     return key;
 }
 
-// Field n has bit n, so that nothing that walks a table can meet a known bit without a member; and the members fill
-// their struct, so that none is left out.
-template <class Body>
-consteval bool fills(std::span<const GlobalRegField> fields) {
+// Whether the struct has so many members, or more: with braces of its own each takes a value, an array the first.
+struct AnyValue {
+    template <class Value>
+    operator Value() const noexcept;  // NOLINT(google-explicit-constructor): as an initializer it converts by itself
+};
+template <class Body, std::size_t... Member>
+consteval bool takes(std::index_sequence<Member...>) {
+    return requires {
+        Body{{(static_cast<void>(Member), AnyValue{})}...};
+    };
+}
+
+// Field n has bit n, so that nothing that walks a table can meet a known bit without a member; and the members are as
+// many and fill their struct, so that none is left out, not even in what would be padding.
+template <class Body, std::size_t COUNT>
+consteval bool fills(const GlobalRegField (&fields)[COUNT]) {
+    if (!takes<Body>(std::make_index_sequence<COUNT>()) || takes<Body>(std::make_index_sequence<COUNT + 1>())) {
+        return false;
+    }
     const auto upTo = [](unsigned long at, unsigned long unit) { return (at + unit - 1) / unit * unit; };
     unsigned long end = offsetof(GlobalRegRecord, body);
-    for (unsigned long index = 0; index < fields.size(); ++index) {
+    for (unsigned long index = 0; index < COUNT; ++index) {
         const GlobalRegField& field = fields[index];
         const bool words = field.kind == GLOBALREG_FIELD_VERSION || field.kind == GLOBALREG_FIELD_NUMBER;
         if (field.bit != 1UL << index || field.offset != upTo(end, words ? field.capacity : 1)) {

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <string_view>
 
+#include "genreg/core/Transaction.h"
 #include "genreg/text/Lines.h"
 #include "genreg/text/Schema.h"
 

@@ -7,7 +7,6 @@
 
 #include "genreg/core/FunctionTrace.h"
 #include "genreg/core/Input.h"
-#include "genreg/core/Mask.h"
 
 namespace genreg {
 

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <initializer_list>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "Fuzz.h"
 #include "genreg/text/Lines.h"
@@ -32,6 +34,7 @@ public:
     // what is parsed.
     SchemaLine(const std::uint8_t* bytes, std::size_t size, bool joined) : schema_("no file", &rc_) {
         claim(rc_ == 0, "the schema is made");
+        (void)(joined ? schema_.setFeature(REG_FEATURE_LINE_CONTINUATION) : 0U);
         const std::size_t most = std::min<std::size_t>(size, REG_LINE_SIZE - 1);
         std::size_t end = 0;
         while (end < most && (bytes[end] != '\n' || (joined && end > 0 && bytes[end - 1] == '\\'))) {
@@ -74,6 +77,28 @@ public:
         claim(Schema::MatchRecord(~0UL, &stored, &record) == 1, "what was read of it matches the record");
     }
 
+    // Searches for the key pass over a line only where they would find nothing in it, nor have to tell that it cannot
+    // be parsed.
+    void claimPassedOverRightly(Record& key) {
+        const Reading reading = read(line_);
+        for (const unsigned long mask : {0UL, 1UL, 2UL, 3UL, 4UL, 5UL, 7UL, 15UL, ~0UL}) {
+            const bool holds = reading.rc != 0 || Schema::MatchRecord(mask, reading.record.get(), &key) == 1;
+            claim(!holds || lines_.mayMatch(mask, {line_.data(), line_.size()}, &key), "the line is not passed over");
+        }
+    }
+    // What the line may be taken to hold at first sight: what stands before its signs, more than that, and less.
+    [[nodiscard]] std::vector<std::string> namesInSight() {
+        std::vector<std::string> names = {"", "a", "\""};
+        for (const char* const signs : {" \t\r\n#=:", "\n#=", "\n#:", "\n"}) {
+            std::string name = text();
+            name = name.substr(0, name.find_first_of(signs));
+            const std::size_t from = std::min(name.find_first_not_of(" \t\r"), name.size());
+            const std::string bare = name.substr(from, name.find_last_not_of(" \t\r") + 1 - from);
+            names.insert(names.end(), {name, bare, bare + "a", bare + " a", bare.substr(0, bare.size() / 2)});
+        }
+        return names;
+    }
+
     // The record, which was read from the line and then edited, written over it as KeepLines has it: the new text, and
     // the code. What goes to the file for it reads as that text.
     [[nodiscard]] Writing rewrite(Record& record) {
@@ -111,8 +136,16 @@ public:
         }
     }
 
-    // The record, which has no comment any more, written over the line that has one.
-    void claimOnlyCommentGoes(Record& record) {
+    // The record of the line as it is kept, with its comment replaced and then left out; `holds` is the member that
+    // says what the record has, and then says `bareRecord`.
+    template <typename Flags>
+    void claimOnlyCommentChanges(Record& record, Flags Record::*holds, Flags bareRecord) {
+        if (record.comment == nullptr) {
+            return;
+        }
+        const auto comment = [](Record& wanted, char* word) { wanted.comment = word; };
+        claimOnlyThatChanges(record.comment, comment, Schema::ParseKeptLine, false);
+        record.*holds = bareRecord;
         const Writing bare = rewrite(record);
         const std::string kept = bare.line.substr(0, bare.line.find_first_of("\r\n"));
         claim(bare.rc == 0 && ended(text()).starts_with(kept), "a comment goes, and nothing else");

@@ -1,7 +1,8 @@
-// Any bytes as a binary registry: the reading of one frame, the engine's own walk, a scan and a lookup tell the same of
-// it, and an update that finds nothing leaves it alone.
+// Any bytes as a binary registry: the reading of one frame, the engine's own walk, a scan, a lookup and the reading of
+// bytes in memory tell the same of it, and an update that finds nothing leaves it alone.
 // First byte: 1 big-endian lengths, 2 the checksum header, 4 packed records.
 #include <genreg/Codes.h>
+#include <genreg/RegistryBytes.h>
 #include <sys/stat.h>
 
 #include <cstring>
@@ -12,6 +13,8 @@
 #include "tests/support/BinSchema.h"
 
 namespace {
+
+constexpr unsigned long HEADER = 32;
 
 struct Walk {
     std::vector<std::string> payloads;
@@ -61,6 +64,34 @@ void followScan(BinItems& items, const Walk& walk, bool packed) {
     claim(walk.end == REG_NO_MORE_RECORDS ? rc == walk.end : rc == REG_READ_FAILED, "a scan ends as the walk does");
 }
 
+// What is read of the bytes in memory is what an object finds that does not know the file yet. Only of damaged ones
+// that begin as a record of the global registry the object says that they have a header, which does not fit.
+void claimSameInMemory(const std::string& path, const std::string& bytes) {
+    GenRegLayout layout;
+    const unsigned int rc = genregReadLayout(bytes.data(), bytes.size(), &layout);
+    claim((layout.stated != nullptr) == (layout.records == HEADER), "a header is told with what it states");
+    BinItems items(path, REG_FEATURE_CHECKSUM_HEADER | layout.features);
+    const unsigned int opened = items.OpenReg(REG_OP_READ);
+    const std::string type = bytes.size() > 8 ? bytes.substr(4, 4) : "";
+    const bool record =
+        type.size() == 4 && std::strchr("\1\2\4", type[0]) != nullptr && type.substr(1) == std::string(3, 0);
+    claim(opened == rc || (opened == REG_CHECKSUM_DIFFERS && record), "both judge the header alike");
+    void* buffer = ossMemAlloc(sizeof(BinItem));
+    unsigned long length = 0;
+    GenRegFrame frame = {};
+    unsigned int read = opened;
+    claim(opened != 0 || std::ftell(items.regFp) == static_cast<long>(layout.records), "both begin at the same place");
+    for (unsigned long at = layout.records; read == 0; at = frame.end) {
+        read = genregReadFrame(bytes.data(), bytes.size(), layout.features, at, &frame);
+        claim(items.ReadRecord(items.regFp, &buffer, &length) == read, "both find the same frames");
+        claim(read != 0 || (frame.length == length && std::memcmp(frame.payload, buffer, length) == 0), "and bytes");
+        claim(read != REG_FRAME_TRUNCATED || frame.length == length || bytes.size() - at < 4, "and length that lies");
+        claim(frame.end <= bytes.size(), "a frame ends in the file");
+    }
+    (void)ossMemFree(buffer);
+    (void)items.CloseReg(REG_OP_READ);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
@@ -77,6 +108,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     const std::string path = folder.write("items.reg", content);
     BinItems items(path, features, BinItems::Slots::All);
 
+    claimSameInMemory(path, content);
     std::FILE* const stream = std::fopen(path.c_str(), "rb");
     const Walk read = readOneByOne(items, stream);
     const Walk walked = walkInPlace(items, stream, content.size());

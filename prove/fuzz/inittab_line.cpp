@@ -76,6 +76,18 @@ void keepTheRest(Line& schema, GenRegInitTabRecord& record) {
     }
 }
 
+void searchIt(Line& schema) {
+    for (std::string name : schema.namesInSight()) {
+        GenRegInitTabRecord key = {};
+        key.id = name.data();
+        key.runLevel = key.action = key.command = key.comment = const_cast<char*>("a");
+        for (const unsigned long flags : {0UL, INITTAB_HAS_COMMENT, INITTAB_HAS_ENTRY}) {
+            key.flags = flags;
+            schema.claimPassedOverRightly(key);
+        }
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
@@ -83,6 +95,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
         return 0;
     }
     Line schema(bytes, size, true);
+    searchIt(schema);
     const auto [rc, record] = schema.read(schema.line());
     claimSound(rc, *record);
     if (rc != 0) {

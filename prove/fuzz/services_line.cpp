@@ -117,11 +117,20 @@ void keepTheRest(Line& schema) {
         const auto alias = [i](GenRegServicesRecord& wanted, char* word) { wanted.aliasTable[i] = word; };
         schema.claimOnlyThatChanges(record.aliases[i], alias, GenRegServices::ParseKeptLine, false);
     }
-    if (record.comment != nullptr) {
-        const auto comment = [](GenRegServicesRecord& wanted, char* word) { wanted.comment = word; };
-        schema.claimOnlyThatChanges(record.comment, comment, GenRegServices::ParseKeptLine, false);
-        kept.record->flags = SERVICES_HAS_NAME;
-        schema.claimOnlyCommentGoes(*kept.record);
+    schema.claimOnlyCommentChanges(*kept.record, &GenRegServicesRecord::flags, SERVICES_HAS_NAME);
+}
+
+void searchIt(Line& schema) {
+    for (std::string name : schema.namesInSight()) {
+        GenRegServicesRecord key = {};
+        key.name = name.data();
+        key.port = PORT_77;
+        key.protocol = const_cast<char*>("tcp");
+        key.comment = const_cast<char*>(" c");
+        for (const unsigned long flags : {0UL, SERVICES_HAS_COMMENT, SERVICES_HAS_NAME}) {
+            key.flags = flags;
+            schema.claimPassedOverRightly(key);
+        }
     }
 }
 
@@ -131,7 +140,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     if (size == 0) {
         return 0;
     }
+    Line continued(bytes, size, true);
+    searchIt(continued);
     Line schema(bytes, size, false);
+    searchIt(schema);
     const auto [rc, record] = schema.read(schema.line());
     claimSound(*record);
     claimFitting(rc, *record, wordsOf(schema.text()));

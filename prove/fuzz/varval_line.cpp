@@ -40,14 +40,18 @@ void keepTheRest(Line& schema) {
     schema.claimOnlyThatChanges(textOf(record.value), value, GenRegVarVal::ParseKeptLine, quotes);
     const auto variable = [](GenRegVarValRecord& wanted, char* word) { wanted.variable = word; };
     schema.claimOnlyThatChanges(textOf(record.variable), variable, GenRegVarVal::ParseKeptLine, quotes);
-    const auto comment = [](GenRegVarValRecord& wanted, char* word) {
-        wanted.comment = word;
-        wanted.contains |= VARVAL_HAS_COMMENT;
-    };
-    if (record.comment != nullptr) {
-        schema.claimOnlyThatChanges(record.comment, comment, GenRegVarVal::ParseKeptLine, false);
-        kept.record->contains = VARVAL_HAS_PAIR;
-        schema.claimOnlyCommentGoes(*kept.record);
+    schema.claimOnlyCommentChanges(*kept.record, &GenRegVarValRecord::contains, VARVAL_HAS_PAIR);
+}
+
+void searchIt(Line& schema) {
+    for (std::string name : schema.namesInSight()) {
+        GenRegVarValRecord key = {};
+        key.contains = VARVAL_HAS_PAIR;
+        key.variable = name.data();
+        for (const char* const value : {"", "a"}) {
+            key.value = const_cast<char*>(value);
+            schema.claimPassedOverRightly(key);
+        }
     }
 }
 
@@ -57,7 +61,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     if (size == 0) {
         return 0;
     }
+    Line continued(bytes, size, true);
+    searchIt(continued);
     Line schema(bytes, size, false);
+    searchIt(schema);
     const auto [rc, record] = schema.read(schema.line());
     claimInside(record->lineText, {record->comment, record->variable, record->value});
     if (rc != 0) {

@@ -336,7 +336,7 @@ unsigned int SchemaRegistry::look(const std::string& name, Row* found, long* cou
 }
 
 std::string checksumHeader(const std::string& body) {
-    constexpr std::size_t HEADER_SIZE = 32;
+    constexpr std::size_t SUM_HEADER_SIZE = 32;
     std::uint32_t sum = 0;
     std::size_t at = 0;
     for (; at + sizeof sum <= body.size(); at += sizeof sum) {
@@ -348,7 +348,7 @@ std::string checksumHeader(const std::string& body) {
         sum ^= static_cast<std::uint32_t>(static_cast<signed char>(body[at]));
     }
     std::string header = std::to_string(static_cast<std::int32_t>(sum));
-    header.resize(HEADER_SIZE, '\0');
+    header.resize(SUM_HEADER_SIZE, '\0');
     return header;
 }
 

@@ -1,6 +1,4 @@
 // One frame between a stream and memory.
-#include <genreg/ByteOrder.h>
-
 #include "support/BinRegistry.h"
 
 namespace {
@@ -41,15 +39,6 @@ TEST_F(Frames, RefusedWritesLeaveTheFileAlone) {
     BinItems packed(file(), PACKED);
     packed.getPackedRecordSize = nullptr;
     EXPECT_EQ(written(packed, record, 3, REG_NO_GET_PACKED_RECORD_SIZE), "");
-}
-
-TEST(ByteOrder, BigEndianBytes) {
-    signed char bytes[4] = {};
-    unsigned int value = 5;
-    EXPECT_EQ(toBigEndianUint32(bytes, 0x80ff0103U), 0U);
-    EXPECT_EQ(std::memcmp(bytes, "\x80\xff\x01\x03", 4), 0);
-    EXPECT_EQ(fromBigEndianUint32(bytes, &value), 0U);
-    EXPECT_EQ(value, 0x80ff0103U);
 }
 
 }  // namespace

@@ -30,27 +30,6 @@ protected:
     }
 };
 
-TEST_F(BinLookup, FirstMatchInFileOrderOrNothing) {
-    eachWay([&](unsigned long features, BinItems::Slots slots) {
-        const bool packed = (features & PACKED) != 0;
-        BinItems items(file(), features, slots);
-        const long descriptors = openDescriptors();
-        remove("items.reg");
-        EXPECT_EQ(get(items), REG_MISSING);
-        EXPECT_TRUE(untouched());
-        contents("");
-        EXPECT_EQ(get(items), REG_NOT_FOUND);
-        EXPECT_TRUE(zeroed());
-        contents(binFile({a_, binItem("b", 2, "first"), binItem("b", 3)}, packed));
-        ASSERT_EQ(get(items), 0U);
-        EXPECT_STREQ(result_.text, "first");
-        key_.value = 4;
-        EXPECT_EQ(get(items, ITEM_NAME | ITEM_VALUE), REG_NOT_FOUND);
-        EXPECT_TRUE(zeroed());
-        expectAtRest(descriptors);
-    });
-}
-
 TEST_F(BinLookup, WhatCannotBeReadLeavesNoOldRecordBehind) {
     const std::string good = binFile({a_, b_});
     struct Case {
@@ -162,25 +141,6 @@ TEST_F(BinLookup, WithoutMaskAndKeyAScanListsWhateverTheSchemaSaysOfNull) {
         EXPECT_EQ(items.Rewind(), 0U);
         EXPECT_EQ(items.GetNext(ITEM_NAME, nullptr, &result_), REG_RECORD_REFUSED);
     });
-}
-
-TEST_F(BinLookup, ReadingTheStreamAndTheScanGoOnWhereTheOtherStopped) {
-    contents(binFile({a_, b_, c_, d_}, false));
-    BinItems items(file());
-    ASSERT_EQ(items.OpenScan(), 0U);
-    EXPECT_EQ(next(items, 0), 0U);
-    const std::string second = binFile({b_}, false);
-    std::string bytes(second.size(), '\0');
-    EXPECT_EQ(std::fread(bytes.data(), 1, bytes.size(), items.regFp), bytes.size());
-    EXPECT_TRUE(bytes == second);
-    long long position = 0;
-    EXPECT_EQ(items.getRegFilePosition(&position), 0U);
-    EXPECT_EQ(position, static_cast<long long>(2 * second.size()));
-    EXPECT_EQ(next(items, 0), 0U);
-    EXPECT_EQ(result_.value, 3);
-    EXPECT_EQ(std::fread(bytes.data(), 1, bytes.size(), items.regFp), bytes.size());
-    EXPECT_TRUE(bytes == binFile({d_}, false));
-    EXPECT_EQ(next(items, 0), REG_NO_MORE_RECORDS);
 }
 
 TEST_F(BinLookup, AFrameIsReadWhereAClientHasMovedTheStream) {

@@ -27,51 +27,6 @@ protected:
     }
 };
 
-TEST_F(BinUpdates, EveryOutcomeLeavesTheFileThatItTellsOf) {
-    struct Case {
-        const char* what;
-        unsigned long operation, mask;
-        BinItem key, record;
-        unsigned int code;
-        std::vector<BinItem> after;
-        unsigned int codeWithDuplicates;
-        std::vector<BinItem> afterWithDuplicates;
-    };
-    const std::vector<BinItem> before = {a_, b_, c_};
-    const BinItem none = {};
-    const BinItem second = binItem("a", 5);
-    const std::vector<Case> cases = {
-        {"add", REG_OP_ADD, 1, none, d_, 0, {a_, b_, c_, d_}, 0, {a_, b_, c_, d_}},
-        {"add again", REG_OP_ADD, 1, none, second, REG_DUPLICATE, before, 0, {a_, b_, c_, second}},
-        {"change", REG_OP_CHANGE, 1, b_, changed_, 0, {a_, changed_, c_}, 0, {a_, changed_, c_}},
-        {"change none", REG_OP_CHANGE, 1, d_, changed_, REG_NOT_FOUND, before, REG_NOT_FOUND, before},
-        {"change to equal", REG_OP_CHANGE, 1, b_, b_, REG_UNCHANGED, before, REG_UNCHANGED, before},
-        {"change all", REG_OP_CHANGE, 0, none, d_, REG_SEVERAL_MATCH, before, 0, {d_, d_, d_}},
-        {"delete first", REG_OP_DELETE, 1, a_, none, 0, {b_, c_}, 0, {b_, c_}},
-        {"delete last", REG_OP_DELETE, 1, c_, none, 0, {a_, b_}, 0, {a_, b_}},
-        {"delete none", REG_OP_DELETE, 1, d_, none, REG_NOT_FOUND, before, REG_NOT_FOUND, before},
-        {"delete all", REG_OP_DELETE, 0, none, none, REG_SEVERAL_MATCH, before, 0, {}},
-    };
-    eachWay([&](unsigned long features, BinItems::Slots slots) {
-        const bool packed = (features & PACKED) != 0;
-        const bool duplicates = (features & DUPLICATES) != 0;
-        for (const Case& tried : cases) {
-            SCOPED_TRACE(tried.what);
-            contents(binFile(before, packed));
-            BinItems items(file(), features, slots);
-            const long descriptors = openDescriptors();
-            const unsigned int code = duplicates ? tried.codeWithDuplicates : tried.code;
-            EXPECT_EQ(run(items, tried.operation, tried.mask, tried.key, tried.record), code);
-            EXPECT_EQ(contents(), binFile(duplicates ? tried.afterWithDuplicates : tried.after, packed));
-            // An abandoned copy stays where nothing verifies; the next update sets it aside.
-            const bool left = (features & DEFERRED) == 0 && code != 0 && code != REG_UNCHANGED;
-            EXPECT_EQ(exists("items.reg.tmp"), left);
-            expectAtRest(descriptors);
-            remove("items.reg.tmp");
-        }
-    });
-}
-
 TEST_F(BinUpdates, FailuresSayWhatIsWrongAndLeaveTheFileUnlocked) {
     struct Case {
         unsigned int code;

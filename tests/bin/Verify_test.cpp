@@ -22,6 +22,7 @@ protected:
     }
 };
 
+// Where this engine judges, reads or commits by itself; the walk itself is the text engine's too.
 TEST_F(BinVerification, EveryDifferenceHasItsCodeAndOnlyWhatWasCountedIsCommitted) {
     struct Case {
         unsigned int code;
@@ -49,43 +50,24 @@ TEST_F(BinVerification, EveryDifferenceHasItsCodeAndOnlyWhatWasCountedIsCommitte
     tryAll(REG_OP_CHANGE, 0, ITEM_NAME, b9_, b_,
            {{0, true, abc, image({a_, b9_, c_})},
             {REG_VERIFY_SEVERAL_CHANGED, true, image({b_, b_}), image({b9_, b9_})},
-            {REG_VERIFY_KEY_DIFFERS, false, abc, image({b9_, b_, c_})},
-            {REG_VERIFY_WRONG_RECORD, false, abc, image({a_, x_, c_})},
             {REG_VERIFY_LENGTH_DIFFERS, false, abc, image({a_, b9_})},
             {0, true, abc, image({a_, b9_, c_, x_})},  // kept: a longer new file passes
-            {REG_VERIFY_NO_DIFFERENCE, false, abc, abc},
             {REG_VERIFY_NO_DIFFERENCE, false, ab, abc},
             {REG_READ_FAILED, false, ab + broken_, image({a_, b9_})},
             {REG_VERIFY_READ_FAILED, false, ab, image({a_, b9_}) + broken_}});
-    tryAll(REG_OP_CHANGE, DUPLICATES, ITEM_NAME, b9_, b_, {{0, true, image({b_, a_, b_}), image({b9_, a_, b9_})}});
     tryAll(REG_OP_ADD, 0, ITEM_NAME, c_, c_,
            {{0, true, ab, abc},
-            {0, true, "", image({c_})},
             {REG_VERIFY_DIFFERS_EARLY, true, ab, image({a_, x_, c_})},
             {REG_VERIFY_DIFFERS_EARLY, false, ab, image({a_, x_})},
             {REG_VERIFY_DIFFERS_EARLY, false, ab, image({a_, x_}) + broken_},
             {REG_VERIFY_DIFFERS_EARLY, false, ab + broken_, image({a_, x_})},
-            {REG_VERIFY_NOTHING_ADDED, false, ab, ab},
-            {REG_VERIFY_NOTHING_ADDED, false, ab, image({a_})},
-            {REG_VERIFY_OTHER_ADDED, false, ab, image({a_, b_, x_})},
-            {REG_VERIFY_SEVERAL_ADDED, false, ab, image({a_, b_, c_, c_})},
             {REG_VERIFY_READ_FAILED, false, ab, ab + broken_},
             {REG_VERIFY_READ_FAILED, false, ab, abc + broken_}});
     tryAll(REG_OP_DELETE, 0, ITEM_NAME, b_, b_,
            {{0, true, abc, image({a_, c_})},
-            {0, true, ab, image({a_})},
-            {REG_VERIFY_SEVERAL_CHANGED, true, image({b_, a_, b9_}), image({a_})},
             {REG_VERIFY_SEVERAL_CHANGED, true, image({a_, b_, b9_}), image({a_})},
-            {REG_VERIFY_LOST_RECORD, false, abc, image({b_, c_})},
-            {REG_VERIFY_WRONG_RECORD, false, abc, image({a_})},
-            {REG_VERIFY_OLD_ENDED, false, ab, image({a_, x_})},
-            {REG_VERIFY_OLD_ENDED, false, ab, abc},
-            {REG_VERIFY_WRONG_RECORD, false, abc, image({a_, c_, d_})},
-            {REG_VERIFY_NO_DIFFERENCE, false, abc, abc},
             {REG_READ_FAILED, false, ab + broken_, image({a_, c_})},
             {REG_READ_FAILED, false, ab + broken_, image({a_})}});
-    tryAll(REG_OP_DELETE, DUPLICATES, ITEM_NAME, b_, b_,
-           {{0, true, image({b_, b9_, a_, b_}), image({a_})}, {0, true, image({b_, b_}), ""}});
 }
 
 TEST_F(BinVerification, AnImageWithBytesBehindItIsNotTheImage) {

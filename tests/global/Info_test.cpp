@@ -124,16 +124,6 @@ TEST_F(InstanceInfo, AListShowsOneServiceInTheOrderOfTheFile) {
     EXPECT_EQ(ossCloseServiceList(handle), 0U);
 }
 
-TEST_F(InstanceInfo, AnIncompleteKeyHasItsCode) {
-    OSSInstanceInfo_t info = {};
-    EXPECT_EQ(ossSetInstanceInfo(&info), 0x9000026fU);
-    info.versionCode = 1;
-    EXPECT_EQ(ossSetInstanceInfo(&info), 0x90000270U);
-    info.service[0] = 's';
-    EXPECT_EQ(ossSetInstanceInfo(&info), 0x90000271U);
-    EXPECT_EQ(ossRemoveServiceInfo(text(""), 1), 0x90000270U);
-}
-
 TEST_F(InstanceInfo, WithoutARegistryEveryCallFailsInItsOwnWords) {
     const Variable nowhere("RVN_GLOBAL_REG_PATHNAME", "");
     OSSInstanceInfo_t info = instance("one");

@@ -119,6 +119,20 @@ TEST_F(StreamsTest, AFailedWriteStaysKnownToTheStream) {
     }
 }
 
+TEST_F(StreamsTest, AnErrorOfTheStreamsOwnerIsStillOneWhenItIsPlaced) {
+    int descriptor = -1;
+    ASSERT_EQ(posix::openToRead(write("file", "0123456789").c_str(), &descriptor), 0U);
+    std::FILE* const stream = posix::openStream(descriptor, "r");
+    EXPECT_EQ(std::fgetc(stream), '0');
+    EXPECT_EQ(std::fputc('x', stream), EOF);
+    for (const unsigned long place : {4UL, 20UL}) {  // the second is reached by no reading
+        EXPECT_TRUE(posix::placeStream(stream, place));
+        EXPECT_NE(std::ferror(stream), 0) << place;
+        EXPECT_EQ(std::ftell(stream), static_cast<long>(place));
+    }
+    EXPECT_TRUE(posix::closeStream(stream));
+}
+
 TEST_F(StreamsTest, AClosedStreamsNumberIsNobodysInTheChild) {
     int descriptor = -1;
     ASSERT_EQ(posix::openToRead(write("file", "x").c_str(), &descriptor), 0U);

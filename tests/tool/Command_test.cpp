@@ -28,18 +28,14 @@ TEST_F(Command, AMistypedWordIsAnsweredWithTheNearestAndNothingIsDone) {
         {"varval gte f a", "genreg varval get"},
         {"varval get f a --jsn", "--json"},
         {"varval get f a --tpye=int", "--type"},
-        {"varval get f a b", "genreg varval get --help"},
         {"varval get f", "genreg varval get --help"},
         {"varval", "genreg varval --help"},
         {"", "genreg --help"},
         {"varval get f a --wait -1", "genreg varval get --help"},
         {"varval set f a --zzzz", "stands behind \"--\""},
         {"explain REG_NOTFOUND", "genreg explain REG_NOT_FOUND"},
-        {"status f --registry f", ""},
         // Options that mean nothing to the command.
         {"lock run -n f -- touch ran", "--dry-run"},
-        {"varval add f b 1 --if-value 2", "--if-value"},
-        {"varval get a --registry f", ""},
         {"diff f f --all", "--all"},
         {"--json varvall", "\"kind\":\"usage\""},
     };
@@ -56,8 +52,6 @@ TEST_F(Command, NothingThatDestroysIsSuggested) {
     } cases[] = {
         // The words of other tools.
         {"varval rm f a", "genreg varval delete --help"},
-        {"services remove f a", "genreg services delete --help"},
-        {"inittab unset f a", "genreg inittab delete --help"},
         {"binvar rename f a b", "genreg binvar add with the new name"},
         {"instance delete RVN", "genreg instance remove --help"},
         {"instance rename RVN", "genreg instance set with the new name"},
@@ -67,7 +61,6 @@ TEST_F(Command, NothingThatDestroysIsSuggested) {
         {"varval delte f a", "genreg varval delete --help"},
         {"varval delete f a --all --yess", "--help"},
         {"varval delete f a --all", "at a terminal"},
-        {"rm f", "genreg --help"},
         // Behind "--" nothing is an option.
         {"varval get f b -- -q", "options come before \"--\""},
         {"varval delete f -- a --all", "options come before \"--\""},
@@ -164,13 +157,11 @@ TEST_F(Command, OtherNamesOfAFileAreSpokenOf) {
 TEST_F(Command, WhatIsNoReadableFileIsToldApart) {
     write("f", "a = 1\n");
     std::filesystem::create_directory(path("d"));
-    link("loop", "loop");
     link("nowhere", "dangling");
     const struct {
         std::string path, words;
-    } cases[] = {{"absent", "no such file"},       {"no/dir/f", "no such file"},        {"d", "is a directory"},
-                 {"/dev/zero", "no regular file"}, {"loop", "symbolic links"},          {"dangling", "no such file"},
-                 {"f/x", "no such file"},          {std::string(1100, 'p'), "too long"}};
+    } cases[] = {{"absent", "no such file"},   {"d", "is a directory"}, {"/dev/zero", "no regular file"},
+                 {"dangling", "no such file"}, {"f/x", "no such file"}, {std::string(1100, 'p'), "too long"}};
     for (const auto& c : cases) {
         for (const std::string& line :
              {"varval get " + c.path + " a", "varval set " + c.path + " a 2", "varval list " + c.path,
@@ -178,48 +169,14 @@ TEST_F(Command, WhatIsNoReadableFileIsToldApart) {
             expectFailure(3, c.words, line);
         }
     }
-    EXPECT_EQ(names(), "d dangling f loop");
+    EXPECT_EQ(names(), "d dangling f");
     // A file that cannot be read to its end is not taken for what came before.
     EXPECT_NE(genreg("diff f /proc/self/mem").err.find("input/output error"), std::string::npos);
 }
 
-TEST_F(Command, MissingPermissionsAreNamedAndNothingChanges) {
-    const auto allow = [&](const char* name, unsigned int mode) {
-        std::filesystem::permissions(path(name), std::filesystem::perms(mode));
-    };
-    write("f", "a = 1\n");
-    write("secret", "a = 1\n");
-    allow("secret", 0);
-    allow("", 0555);
-    const Surroundings user{"", 0, true};
-    const Result reading = genreg("varval get f a", {}, user);
-    if (reading.status == 99) {
-        allow("", 0755);
-        GTEST_SKIP() << "other users cannot run the tool where it was built";
-    }
-    EXPECT_EQ(reading.out, "1\n");
-    const Result writing = genreg("varval set f a 2", {}, user);
-    EXPECT_EQ(writing.status, 3);
-    EXPECT_NE(writing.err.find("permission denied"), std::string::npos) << writing.err;
-    EXPECT_EQ(genreg("varval get secret a", {}, user).status, 3);
-    // The lock file is there for everyone, the folder is not.
-    write(".f.lock", "");
-    allow(".f.lock", 0666);
-    const Result committing = genreg("varval set f a 2", {}, user);
-    EXPECT_EQ(committing.status, 8);
-    EXPECT_NE(committing.err.find("not replaced"), std::string::npos) << committing.err;
-    allow("", 0755);
-    EXPECT_EQ(read("f"), "a = 1\n");
-}
-
 TEST_F(Command, OutputThatCannotBeWrittenIsAFailure) {
     write("f", "a = 1\n");
-    const Surroundings full{"/dev/full"};
-    const Result get = genreg("varval get f a", {}, full);
-    EXPECT_EQ(get.status, 8);
-    EXPECT_NE(get.err.find("no space left"), std::string::npos);
-    EXPECT_EQ(genreg("--help", {}, full).status, 8);
-
+    EXPECT_EQ(genreg("--help", {}, {"/dev/full"}).status, 8);
     std::string many;
     for (int i = 0; i < 20000; ++i) {
         many += "v" + std::to_string(i) + " = 1\n";

@@ -40,8 +40,9 @@ TEST_F(Entries, WhatSomebodyElseChangedMeanwhileIsMergedOrAConflict) {
                   {"touch " + f + ".held; while [ ! -e go ]; do sleep 0.02; done; mv " + f + ".theirs " + f}));
         until([&] { return exists(f + ".held"); });
         setters.push_back(start(c.group + " set " + f + " " + c.after + " --wait 60"));
-        for (const std::string& words : {"set " + f + " " + c.before + " --comment mine",
-                                         "set " + f + " " + c.after + " --if-value " + c.value, "delete " + f + " a"}) {
+        for (const std::string& words :
+             {"set " + f + " " + c.before + " --comment mine", "set " + f + " " + c.after + " --if-value " + c.value,
+              "delete " + f + " a", "delete " + f + " a --if-value " + c.value}) {
             late.push_back(start(c.group + " " + words + " --wait 60"));
         }
     }

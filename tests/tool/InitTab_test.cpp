@@ -78,11 +78,4 @@ TEST_F(InitTab, WhatALineCannotHoldIsRefused) {
     }
 }
 
-TEST_F(InitTab, SeveralLinesOfAnIdAreChangedTogetherWhereAllAreMeant) {
-    write("f", TAIL + "x0:3:once:/bin/x1\n");
-    EXPECT_EQ(status("inittab set f x0 4 off y --all"), 0);
-    EXPECT_EQ(out("inittab get f x0 --all"), "4:off:y\n4:off:y\n");
-    EXPECT_EQ(status("inittab delete f x0 --all -y"), 0);
-}
-
 }  // namespace

@@ -60,49 +60,6 @@ TEST_F(Lock, WhoWaitsIsToldForWhom) {
     EXPECT_EQ(status("varval set f a 2 --wait 0"), 0);
 }
 
-// The value is compared under the lock, whatever it was when the command was given.
-TEST_F(Lock, WhatBecameAnotherWhileADeleteWaitedStays) {
-    const struct {
-        const char *file, *make, *alter, *remove;
-    } cases[] = {
-        {"f", "varval set f a 1", "varval set f a 2", "varval delete f a --if-value 1"},
-        {"s", "services add s web 1/tcp", "services set s web 2/tcp", "services delete s web --if-value 1/tcp"},
-        {"b", "binvar add b a 1", "binvar set b a 2", "binvar delete b a --if-value 1"},
-        {"g", "variable set S V value=1 --registry g", "variable set S V value=2 --registry g",
-         "variable remove S V --if-value 1 --registry g"},
-    };
-    std::string locks;
-    std::vector<std::string> altered;
-    for (const auto& c : cases) {
-        (void)out(c.make);
-        const std::string before = read(c.file);
-        (void)out(c.alter);
-        altered.push_back(read(c.file));
-        write(c.file, before);
-        locks += (locks.empty() ? "" : BUILT_TOOL + " ") + "lock run " + c.file + " -- ";
-    }
-    const Running holder = start(locks + "sh -c", {"touch held; while [ ! -e go ]; do sleep 0.02; done"});
-    while (!exists("held")) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    std::vector<Running> removing;
-    for (const auto& c : cases) {
-        removing.push_back(start(std::string(c.remove) + " --wait 60"));
-    }
-    for (std::size_t i = 0; i < std::size(cases); ++i) {
-        while (read(removing[i].err).find("locked by") == std::string::npos) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-        write(cases[i].file, altered[i]);
-    }
-    write("go", "");
-    EXPECT_EQ(finish(holder).status, 0);
-    for (std::size_t i = 0; i < std::size(cases); ++i) {
-        EXPECT_EQ(finish(removing[i]).status, 5) << cases[i].remove;
-        EXPECT_TRUE(read(cases[i].file) == altered[i]) << cases[i].remove;
-    }
-}
-
 TEST_F(Lock, APatienceCoversTheFileItself) {
     int ready[2];
     ASSERT_EQ(::pipe(ready), 0);

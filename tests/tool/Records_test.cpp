@@ -235,21 +235,6 @@ TEST_F(Records, WhatChangedMeanwhileIsKeptAndAContradictionIsRefused) {
     }
 }
 
-TEST_F(Records, SevenAdministratorsOfOneRecordLoseNothing) {
-    std::string script = "cd '" + folder() + "'; ";
-    std::string expected = R"("instanceName":"inst")";
-    for (const char* field :
-         {"instancePath", "usage", "startAtBoot", "maintenance", "extraPath", "extraName", "comment"}) {
-        const bool isSwitch = std::string(field) == "startAtBoot" || std::string(field) == "maintenance";
-        script += std::string("(for i in 0 1 0 1 0 1 0 1 0 1; do '") + BUILT_TOOL + "' instance set RVN 9.7 inst " +
-                  field + "=$i -q --wait 60 || echo " + field + " $?; done >>failed 2>&1) & ";
-        expected += std::string(",\"") + field + "\":" + (isSwitch ? "1" : "\"1\"");
-    }
-    EXPECT_EQ(std::system((script + "wait").c_str()), 0);
-    EXPECT_EQ(read("failed"), "");
-    EXPECT_NE(out("instance get RVN 9.7 inst --json").find(expected), std::string::npos) << bytes();
-}
-
 TEST_F(Records, StatusAndDiffTellOfDamageAndOfWhatIsSound) {
     done("service set RVN 9.7.0.2");
     done("variable set S V value=1");

@@ -43,14 +43,13 @@ int sync(Context& context) {
     return status;
 }
 
-constexpr Command COMMANDS[] = {
-    {"fixpack sync", "bring the fixpack numbers of this copy's services up to the running level",
-     USES_UPDATE | USES_REGISTRY, [](Parser&) -> Action { return sync; }},
-};
-
 }  // namespace
 
 std::span<const Command> fixpackCommands() {
+    static constexpr Command COMMANDS[] = {
+        {"fixpack sync", "bring the fixpack numbers of this copy's services up to the running level",
+         USES_UPDATE | USES_REGISTRY, [](Parser&) -> Action { return sync; }},
+    };
     return COMMANDS;
 }
 

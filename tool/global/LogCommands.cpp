@@ -113,7 +113,7 @@ bool isNumber(const std::string& text, int* number) {
     return error == std::errc() && end == text.data() + text.size();
 }
 
-Json recordObject(const LoggedRecord& record) {
+Json loggedObject(const LoggedRecord& record) {
     Json object{{"type", recordTypeName(record.type)}};
     for (const auto& [field, text] : record.fields) {
         int number = 0;
@@ -152,8 +152,8 @@ Json lineObject(const ChangeLogLine& line) {
         object.erase("command_line");
         putText(object, "command_line", *line.commandLine);
     }
-    object["record"] = line.record ? recordObject(*line.record) : Json(nullptr);
-    object["new_record"] = line.newRecord ? recordObject(*line.newRecord) : Json(nullptr);
+    object["record"] = line.record ? loggedObject(*line.record) : Json(nullptr);
+    object["new_record"] = line.newRecord ? loggedObject(*line.newRecord) : Json(nullptr);
     if (!line.record) {
         putText(object, "record_text", line.recordText);
     }
@@ -221,22 +221,21 @@ int showLog(Context& context, const std::string& given) {
     return EXIT_DONE;
 }
 
-constexpr Command COMMANDS[] = {
-    {"log on", "create the change log: from now on every change leaves a line in it", 0,
-     [](Parser&) -> Action { return logOn; }},
-    {"log off", "remove the change log", USES_YES, [](Parser&) -> Action { return logOff; }},
-    {"log status", "whether changes are logged", 0, [](Parser&) -> Action { return logStatus; }},
-    {"log show", "the lines of the change log", 0,
-     [](Parser& parser) -> Action {
-         auto file = std::make_shared<std::string>();
-         parser.optionalFile(*file, "a saved log, instead of the one being written");
-         return [file](Context& context) { return showLog(context, *file); };
-     }},
-};
-
 }  // namespace
 
 std::span<const Command> logCommands() {
+    static constexpr Command COMMANDS[] = {
+        {"log on", "create the change log: from now on every change leaves a line in it", 0,
+         [](Parser&) -> Action { return logOn; }},
+        {"log off", "remove the change log", USES_YES, [](Parser&) -> Action { return logOff; }},
+        {"log status", "whether changes are logged", 0, [](Parser&) -> Action { return logStatus; }},
+        {"log show", "the lines of the change log", 0,
+         [](Parser& parser) -> Action {
+             auto file = std::make_shared<std::string>();
+             parser.optionalFile(*file, "a saved log, instead of the one being written");
+             return [file](Context& context) { return showLog(context, *file); };
+         }},
+    };
     return COMMANDS;
 }
 

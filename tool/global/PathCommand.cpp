@@ -148,10 +148,6 @@ Action declarePath(Parser& parser) {
     return [explain](Context& context) { return showPath(context, *explain); };
 }
 
-constexpr Command COMMANDS[] = {
-    {"path", "where the global registry lies", USES_REGISTRY, declarePath},
-};
-
 }  // namespace
 
 GlobalPath globalPath(const Context& context) {
@@ -191,6 +187,9 @@ std::string globalFile(const Context& context, const std::string& given) {
 }
 
 std::span<const Command> pathCommands() {
+    static constexpr Command COMMANDS[] = {
+        {"path", "where the global registry lies", USES_REGISTRY, declarePath},
+    };
     return COMMANDS;
 }
 

@@ -147,25 +147,24 @@ Action declareRemove(Parser& parser) {
 constexpr unsigned int SETS = USES_REGISTRY | USES_UPDATE;
 constexpr unsigned int REMOVES = SETS | USES_ALL | USES_YES;
 
-constexpr Command COMMANDS[] = {
-    {"service list", "the installed copies", USES_REGISTRY, declareList<GLOBALREG_SERVICE>},
-    {"service get", "one of them, or one of its fields", USES_REGISTRY, declareGet<GLOBALREG_SERVICE>},
-    {"service set", "set fields; a missing record is added", SETS, declareSet<GLOBALREG_SERVICE>},
-    {"service remove", "remove one, or with --all each that matches", REMOVES, declareRemove<GLOBALREG_SERVICE>},
-    {"instance list", "the instances", USES_REGISTRY, declareList<GLOBALREG_INSTANCE>},
-    {"instance get", "one of them, or one of its fields", USES_REGISTRY, declareGet<GLOBALREG_INSTANCE>},
-    {"instance set", "set fields; a missing record is added", SETS, declareSet<GLOBALREG_INSTANCE>},
-    {"instance remove", "remove one, or with --all each that matches", REMOVES, declareRemove<GLOBALREG_INSTANCE>},
-    {"variable list", "the settings", USES_REGISTRY, declareList<GLOBALREG_VARIABLE>},
-    {"variable get", "one of them, or one of its fields", USES_REGISTRY, declareGet<GLOBALREG_VARIABLE>},
-    {"variable set", "set fields; a missing record is added", SETS | USES_IF_VALUE, declareSet<GLOBALREG_VARIABLE>},
-    {"variable remove", "remove one, or with --all each that matches", REMOVES | USES_IF_VALUE,
-     declareRemove<GLOBALREG_VARIABLE>},
-};
-
 }  // namespace
 
 std::span<const Command> recordCommands() {
+    static constexpr Command COMMANDS[] = {
+        {"service list", "the installed copies", USES_REGISTRY, declareList<GLOBALREG_SERVICE>},
+        {"service get", "one of them, or one of its fields", USES_REGISTRY, declareGet<GLOBALREG_SERVICE>},
+        {"service set", "set fields; a missing record is added", SETS, declareSet<GLOBALREG_SERVICE>},
+        {"service remove", "remove one, or with --all each that matches", REMOVES, declareRemove<GLOBALREG_SERVICE>},
+        {"instance list", "the instances", USES_REGISTRY, declareList<GLOBALREG_INSTANCE>},
+        {"instance get", "one of them, or one of its fields", USES_REGISTRY, declareGet<GLOBALREG_INSTANCE>},
+        {"instance set", "set fields; a missing record is added", SETS, declareSet<GLOBALREG_INSTANCE>},
+        {"instance remove", "remove one, or with --all each that matches", REMOVES, declareRemove<GLOBALREG_INSTANCE>},
+        {"variable list", "the settings", USES_REGISTRY, declareList<GLOBALREG_VARIABLE>},
+        {"variable get", "one of them, or one of its fields", USES_REGISTRY, declareGet<GLOBALREG_VARIABLE>},
+        {"variable set", "set fields; a missing record is added", SETS | USES_IF_VALUE, declareSet<GLOBALREG_VARIABLE>},
+        {"variable remove", "remove one, or with --all each that matches", REMOVES | USES_IF_VALUE,
+         declareRemove<GLOBALREG_VARIABLE>},
+    };
     return COMMANDS;
 }
 

@@ -127,20 +127,19 @@ Action declare(Parser& parser, const char* name, const char* help) {
     return [text](Context& context) { return Run(context, *text); };
 }
 
-constexpr Command COMMANDS[] = {
-    {"version encode", "the code of a dotted version", 0,
-     [](Parser& parser) { return declare<encode>(parser, "VERSION", "as in 9.7.0.2; missing parts are 0"); }},
-    {"version decode", "the dotted version of a code", 0,
-     [](Parser& parser) { return declare<decode>(parser, "CODE", "as in 0x0009000700000002, or decimal"); }},
-    {"version to-level", "the level number of a version", 0,
-     [](Parser& parser) { return declare<toLevel>(parser, "VERSION", "as in 9.7.0.2, or its code"); }},
-    {"version from-level", "the dotted version of a level number", 0,
-     [](Parser& parser) { return declare<fromLevel>(parser, "LEVEL", "as in 9070002"); }},
-};
-
 }  // namespace
 
 std::span<const Command> versionCommands() {
+    static constexpr Command COMMANDS[] = {
+        {"version encode", "the code of a dotted version", 0,
+         [](Parser& parser) { return declare<encode>(parser, "VERSION", "as in 9.7.0.2; missing parts are 0"); }},
+        {"version decode", "the dotted version of a code", 0,
+         [](Parser& parser) { return declare<decode>(parser, "CODE", "as in 0x0009000700000002, or decimal"); }},
+        {"version to-level", "the level number of a version", 0,
+         [](Parser& parser) { return declare<toLevel>(parser, "VERSION", "as in 9.7.0.2, or its code"); }},
+        {"version from-level", "the dotted version of a level number", 0,
+         [](Parser& parser) { return declare<fromLevel>(parser, "LEVEL", "as in 9070002"); }},
+    };
     return COMMANDS;
 }
 

@@ -1,8 +1,8 @@
 #include <fmt/core.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <memory>
+#include <utility>
 
 #include "base/Diff.h"
 #include "base/DiskFiles.h"
@@ -84,19 +84,26 @@ int sameRecords(Context& context, const Difference& difference) {
     return EXIT_DONE;
 }
 
-int compareRecordsOf(Context& context, const Difference& difference) {
-    Output& output = context.output;
-    bool differs = false;
-    if (output.style.json) {
-        const std::vector<Json> objects = recordDifferenceObjects(difference);
-        std::for_each(objects.begin(), objects.end(), [&](const Json& object) { output.json(object); });
-        differs = !objects.empty();
+// A file of the global registry; one that was too damaged to tell is taken for such a one.
+SalvagedRegistry asGlobal(SalvagedRegistry file, std::string_view bytes) {
+    return file.content == RegistryContent::GLOBAL ? std::move(file) : takeApart(bytes, true);
+}
+
+int compareRecordsOf(Context& context, const Difference& difference, const SalvagedRegistry& before,
+                     const SalvagedRegistry& after) {
+    const std::vector<FoundRecord> oldRecords = before.records();
+    const std::vector<FoundRecord> newRecords = after.records();
+    const std::vector<RecordChange> changes = compareRecords(oldRecords, newRecords);
+    if (context.output.style.json) {
+        for (const Json& object : recordDifferenceObjects(changes)) {
+            context.output.json(object);
+        }
     } else {
-        differs = printRecordDifference(output, difference);
+        printRecordDifference(context.output, difference, changes);
     }
-    refuseDamage(difference.oldName, takeApart(difference.before, true));
-    refuseDamage(difference.newName, takeApart(difference.after, true));
-    return differs ? EXIT_NEGATIVE : sameRecords(context, difference);
+    refuseDamage(difference.oldName, before);
+    refuseDamage(difference.newName, after);
+    return changes.empty() ? sameRecords(context, difference) : EXIT_NEGATIVE;
 }
 
 int compareVariables(Context& context, const Difference& difference) {
@@ -106,8 +113,8 @@ int compareVariables(Context& context, const Difference& difference) {
 }
 
 int compareBinary(Context& context, const Difference& difference) {
-    const SalvagedRegistry before = takeApart(difference.before, false);
-    const SalvagedRegistry after = takeApart(difference.after, false);
+    SalvagedRegistry before = takeApart(difference.before, false);
+    SalvagedRegistry after = takeApart(difference.after, false);
     // What is too damaged to tell goes with the other side.
     const auto is = [](const SalvagedRegistry& file, RegistryContent content) {
         return file.parts.empty() || file.content == content ||
@@ -115,7 +122,8 @@ int compareBinary(Context& context, const Difference& difference) {
     };
     const auto both = [&](RegistryContent content) { return is(before, content) && is(after, content); };
     if (both(RegistryContent::GLOBAL)) {
-        return compareRecordsOf(context, difference);
+        return compareRecordsOf(context, difference, asGlobal(std::move(before), difference.before),
+                                asGlobal(std::move(after), difference.after));
     }
     int status = EXIT_DONE;
     if (both(RegistryContent::VARIABLES)) {
@@ -155,13 +163,12 @@ Action declareDiff(Parser& parser) {
     return [arguments](Context& context) { return compare(context, *arguments); };
 }
 
-constexpr Command COMMANDS[] = {
-    {"diff", "compare two registries by lines or records; exits 1 when they differ", 0, declareDiff},
-};
-
 }  // namespace
 
 std::span<const Command> diffCommands() {
+    static constexpr Command COMMANDS[] = {
+        {"diff", "compare two registries by lines or records; exits 1 when they differ", 0, declareDiff},
+    };
     return COMMANDS;
 }
 

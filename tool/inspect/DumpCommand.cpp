@@ -280,13 +280,13 @@ Action declareDump(Parser& parser) {
     return [arguments](Context& context) { return dump(context, *arguments); };
 }
 
-constexpr Command COMMANDS[] = {
-    {"dump", "the frames of a binary registry and their fields, and where it is damaged", USES_REGISTRY, declareDump},
-};
-
 }  // namespace
 
 std::span<const Command> dumpCommands() {
+    static constexpr Command COMMANDS[] = {
+        {"dump", "the frames of a binary registry and their fields, and where it is damaged", USES_REGISTRY,
+         declareDump},
+    };
     return COMMANDS;
 }
 

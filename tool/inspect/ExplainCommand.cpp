@@ -109,13 +109,12 @@ Action declareExplain(Parser& parser) {
     return [word](Context& context) { return explain(context, *word); };
 }
 
-constexpr Command COMMANDS[] = {
-    {"explain", "what a code of the library means and what to do about it", 0, declareExplain},
-};
-
 }  // namespace
 
 std::span<const Command> explainCommands() {
+    static constexpr Command COMMANDS[] = {
+        {"explain", "what a code of the library means and what to do about it", 0, declareExplain},
+    };
     return COMMANDS;
 }
 

@@ -103,15 +103,14 @@ Action declareRun(Parser& parser) {
     return [arguments](Context& context) { return lockAndRun(context, split(context, *arguments)); };
 }
 
-constexpr Command COMMANDS[] = {
-    {"lock status", "who holds the lock, since when; exits 0 when it is free, 4 when it is held", USES_REGISTRY,
-     declareStatus},
-    {"lock run", "run a command under the lock; exits with its status", USES_REGISTRY, declareRun},
-};
-
 }  // namespace
 
 std::span<const Command> lockCommands() {
+    static constexpr Command COMMANDS[] = {
+        {"lock status", "who holds the lock, since when; exits 0 when it is free, 4 when it is held", USES_REGISTRY,
+         declareStatus},
+        {"lock run", "run a command under the lock; exits with its status", USES_REGISTRY, declareRun},
+    };
     return COMMANDS;
 }
 

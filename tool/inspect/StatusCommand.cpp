@@ -222,13 +222,12 @@ Action declareStatus(Parser& parser) {
     return [file](Context& context) { return status(context, *file); };
 }
 
-constexpr Command COMMANDS[] = {
-    {"status", "size, mode, owner, contents, companions and lock of a registry", USES_REGISTRY, declareStatus},
-};
-
 }  // namespace
 
 std::span<const Command> statusCommands() {
+    static constexpr Command COMMANDS[] = {
+        {"status", "size, mode, owner, contents, companions and lock of a registry", USES_REGISTRY, declareStatus},
+    };
     return COMMANDS;
 }
 

@@ -141,10 +141,7 @@ std::vector<RecordChange> compareRecords(const std::vector<FoundRecord>& before,
     return changes;
 }
 
-bool printRecordDifference(Output& output, const Difference& difference) {
-    const auto before = takeApart(difference.before, true).records();
-    const auto after = takeApart(difference.after, true).records();
-    const std::vector<RecordChange> changes = compareRecords(before, after);
+void printRecordDifference(Output& output, const Difference& difference, const std::vector<RecordChange>& changes) {
     if (!changes.empty()) {
         output.line("--- " + printable(difference.oldName));
         output.line("+++ " + printable(difference.newName));
@@ -152,24 +149,29 @@ bool printRecordDifference(Output& output, const Difference& difference) {
     for (const RecordChange& change : changes) {
         print(output, change);
     }
-    return !changes.empty();
 }
 
-std::vector<Json> recordDifferenceObjects(const Difference& difference) {
-    const auto before = takeApart(difference.before, true).records();
-    const auto after = takeApart(difference.after, true).records();
+std::vector<Json> recordDifferenceObjects(const std::vector<RecordChange>& changes) {
     std::vector<Json> objects;
-    for (const RecordChange& change : compareRecords(before, after)) {
+    for (const RecordChange& change : changes) {
         objects.push_back(objectOf(change));
     }
     return objects;
 }
 
 Change changeOfRecords(const std::string& path, const std::string& doing, const Json& result) {
-    const auto print = [](Output& output, const Difference& difference) {
-        (void)printRecordDifference(output, difference);
+    const auto withChanges = [](const Difference& difference, const auto& show) {
+        const auto before = takeApart(difference.before, true).records();
+        const auto after = takeApart(difference.after, true).records();
+        return show(compareRecords(before, after));
     };
-    return {path, doing, result, {}, print, recordDifferenceObjects, true};
+    const auto print = [withChanges](Output& output, const Difference& difference) {
+        withChanges(difference, [&](const auto& changes) { printRecordDifference(output, difference, changes); });
+    };
+    const auto objects = [withChanges](const Difference& difference) {
+        return withChanges(difference, recordDifferenceObjects);
+    };
+    return {path, doing, result, {}, print, objects, true};
 }
 
 }  // namespace tool

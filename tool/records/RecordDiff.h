@@ -34,12 +34,12 @@ struct RecordChange {
 [[nodiscard]] std::vector<RecordChange> compareRecords(const std::vector<FoundRecord>& before,
                                                        const std::vector<FoundRecord>& after);
 
-// The differences by key. For people: records only in the one (-) or the other (+), and fields old -> new (~). False
-// when there are none: what differs then are the order of records or notes that mean nothing to readers.
-bool printRecordDifference(Output& output, const Difference& difference);
+// For people: records only in the one (-) or the other (+), and fields old -> new (~), under the names of the two.
+// Nothing where there are none: what differs then are the order of records or notes that mean nothing to readers.
+void printRecordDifference(Output& output, const Difference& difference, const std::vector<RecordChange>& changes);
 // For programs: an object for each record that differs: "op" (remove, insert, change), the record or its key, and the
 // "changes" of a changed one.
-[[nodiscard]] std::vector<Json> recordDifferenceObjects(const Difference& difference);
+[[nodiscard]] std::vector<Json> recordDifferenceObjects(const std::vector<RecordChange>& changes);
 
 // A change of the global registry, which has its folder made and whose difference is shown record by record. It has yet
 // to be told how it is made.

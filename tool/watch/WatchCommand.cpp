@@ -297,14 +297,13 @@ Action declareWatch(Parser& parser) {
     return [arguments](Context& context) { return watch(context, *arguments); };
 }
 
-constexpr Command COMMANDS[] = {
-    {"watch", "print each change of the global registry; unless --follow, as the monitor that writers wake",
-     USES_REGISTRY, declareWatch},
-};
-
 }  // namespace
 
 std::span<const Command> watchCommands() {
+    static constexpr Command COMMANDS[] = {
+        {"watch", "print each change of the global registry; unless --follow, as the monitor that writers wake",
+         USES_REGISTRY, declareWatch},
+    };
     return COMMANDS;
 }
 

@@ -1,13 +1,21 @@
 #!/usr/bin/env python3
-"""Lets the compilers check the sources: clang-tidy on every source file, and each public header alone with g++ and
-clang++. What passed once is not checked again until it, something that it includes or the check itself changes.
+"""Lets the compilers check the sources: clang-tidy the source files, several of a folder as one unit, and g++ and clang++
+each public header alone. What passed once is not checked again until it, something that it includes or the check itself
+changes.
+
+Most of clang-tidy's work on one small file is the language's headers, which a unit reads once. A unit is the text of its
+files and not includes of them: in an included file the analyzer looks into no function, and unused names are not told.
+Files that give one name to different things of their own are in different units.
 
 usage: compile.py BUILD_DIR... (configured, with compile_commands.json; a source is checked as the first of them that
-knows it compiles it; the marks of what passed are kept in the first)"""
+knows it compiles it; the units and the marks of what passed are kept in the first)"""
+import collections
 import concurrent.futures
 import json
 import os
 import pathlib
+import re
+import shlex
 import subprocess
 import sys
 
@@ -18,49 +26,98 @@ passed = builds[0] / "passed"
 # What no compiler of this system compiles: the cross build does.
 CROSS = ("platform/posix/macos/", "tool/system/macos/")
 WARNINGS = ["-std=c++20", "-Wall", "-Wextra", "-Wpedantic", "-Wconversion", "-Wshadow", "-Werror"]
+# What a file defines at the beginning of a line: a function, a value, a type.
+DEFINED = re.compile(r"^(?:(?!namespace|using)[a-z][^\n;{}()=:]*(?:::[^\n;{}()=:]*)*[ &*](\w+)(?:\(|\[| = |\{)|"
+                     r"(?:struct|class|enum class) (\w+)(?: :| \{)|using (\w+) =)", re.MULTILINE)
+Check = collections.namedtuple("Check", "name paths command given also")
 
 
 def version(program):
     return subprocess.run([program, "--version"], check=True, capture_output=True, text=True).stdout
 
 
-def checks():
-    """(what is said when it fails, file, command, standard input, further words that the result depends on)"""
+def units():
+    """(folder, flags, files, further words that the result depends on) of each. A file that nothing builds is a unit
+    without flags."""
     commands = {}
     for build in reversed(builds):
         for entry in json.loads((build / "compile_commands.json").read_text()):
-            commands[entry["file"]] = build, entry["command"]
+            words = shlex.split(entry["command"])
+            commands[entry["file"]] = build, tuple(words[1:words.index("-o")])
     # Which of these a source includes depends on the build.
     ways = "".join(tree.text(path) for path in tree.files(".h") if str(path).startswith("platform/posix/"))
-    tidy = version("clang-tidy") + "".join(tree.text(path) for path in tree.files() if path.name == ".clang-tidy")
+    folders = collections.defaultdict(list)
     for path in tree.files(".cpp"):
         full = str(tree.ROOT / path)
         if full in commands:
-            build, command = commands[full]
-            also = tidy + command + (ways if build != builds[0] else "")
-            yield path, ["clang-tidy", "--quiet", "-p", str(build), full], "", also
+            build, flags = commands[full]
+            folders[path.parent, flags, ways if build != builds[0] else ""].append(path)
         elif not str(path).startswith(("tests/package/", *CROSS)):
-            # Built by nothing, so nothing would notice what is wrong in it.
-            yield path, ["sh", "-c", "echo 'no target of the build compiles this file'; exit 1"], "", ""
+            yield path.parent, None, [path], ""
+    for (folder, flags, also), paths in folders.items():
+        for unit in apart(paths):
+            yield folder, flags, unit, also
+
+
+def apart(paths):
+    """The files in units, each in the first one where nothing has a name of its own already."""
+    found = []
+    for path in paths:
+        text = tree.text(path).replace("\nBENCHMARK_MAIN(", "\nint main(")
+        names = {name for words in DEFINED.findall(text) for name in words if name}
+        unit = next((unit for unit in found if not unit[1] & names), None)
+        if unit is None:
+            found.append(unit := ([], set()))
+        unit[0].append(path)
+        unit[1].update(names)
+    return [members for members, _ in found]
+
+
+def folder_of_units(folder):
+    """Lies as the folder does in the tree, below the same configurations."""
+    made = builds[0] / "units" / folder
+    made.mkdir(parents=True, exist_ok=True)
+    for above in (folder, *folder.parents):
+        own = tree.ROOT / above / ".clang-tidy"
+        if own.exists():
+            (builds[0] / "units" / above / ".clang-tidy").write_text(own.read_text())
+    return made
+
+
+def of_unit(number, tidy, folder, flags, paths, also):
+    if flags is None:
+        return Check(paths[0], paths, ["sh", "-c", "echo 'no target of the build compiles this file'; exit 1"], "", "")
+    unit = folder_of_units(folder) / f"{number}.cpp"
+    unit.write_text("".join(f'#line 1 "{tree.ROOT / path}"\n{tree.text(path)}' for path in paths))
+    command = ["clang-tidy", "--quiet", str(unit), "--", *flags, "-iquote", str(tree.ROOT / folder)]
+    return Check(folder, paths, command, "", tidy + also)
+
+
+def of_headers():
     for compiler in ("g++", "clang++"):
         of = version(compiler)
         for path in tree.files(".h"):
             if str(path).startswith("include/"):
-                yield path, [compiler, *WARNINGS, "-I", str(tree.ROOT / "include"), "-fsyntax-only", "-x", "c++", "-"], \
-                    f"#include <{path.relative_to('include')}>\n", of
+                yield Check(path, [path], [compiler, *WARNINGS, "-I", str(tree.ROOT / "include"), "-fsyntax-only", "-x",
+                                           "c++", "-"], f"#include <{path.relative_to('include')}>\n", of)
+
+
+def checks():
+    tidy = version("clang-tidy") + "".join(tree.text(path) for path in tree.files() if path.name == ".clang-tidy")
+    largest = sorted(units(), key=lambda unit: -sum(len(tree.text(path)) for path in unit[2]))  # they do not come last
+    return [of_unit(number, tidy, *unit) for number, unit in enumerate(largest)] + list(of_headers())
 
 
 def run(check):
-    path, command, given, also = check
-    mark = passed / tree.fingerprint(path, also, *command)
+    mark = passed / tree.fingerprint(check.paths, check.also, *check.command)
     if mark.exists():
         mark.touch()
         return True
-    result = subprocess.run(command, input=given, capture_output=True, text=True, cwd=tree.ROOT)
+    result = subprocess.run(check.command, input=check.given, capture_output=True, text=True, cwd=tree.ROOT)
     if result.returncode == 0:
         mark.touch()
         return True
-    print(f"--- {path}: {command[0]}\n{result.stdout}{result.stderr}", file=sys.stderr)
+    print(f"--- {check.name}: {check.command[0]}\n{result.stdout}{result.stderr}", file=sys.stderr)
     return False
 
 

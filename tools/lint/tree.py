@@ -36,9 +36,9 @@ def includes(path):
     return found
 
 
-def reached(path):
-    """The file and every file of the tree that it includes, directly or not."""
-    seen, todo = {path}, [path]
+def reached(paths):
+    """The files and every file of the tree that they include, directly or not."""
+    seen, todo = set(paths), list(paths)
     while todo:
         for _, inside in includes(todo.pop()):
             if inside is not None and inside not in seen:
@@ -47,9 +47,9 @@ def reached(path):
     return sorted(seen)
 
 
-def fingerprint(path, *also):
-    """Changes when the file, anything that it includes or one of the other words changes."""
+def fingerprint(paths, *also):
+    """Changes when one of the files, anything that they include or one of the other words changes."""
     digest = hashlib.sha256("\0".join(also).encode())
-    for part in reached(path):
+    for part in reached(paths):
         digest.update(f"\0{part}\0{text(part)}".encode())
     return digest.hexdigest()

@@ -46,8 +46,9 @@ bool readOnTo(std::FILE* stream, off_t place) noexcept {
         return false;
     }
     const auto wanted = static_cast<std::size_t>(distance);
+    const int before = stream->_flags & _IO_ERR_SEEN;  // of the stream's owner, to whom it says something
     const bool there = ::fread_unlocked(passed, 1, wanted, stream) == wanted;
-    stream->_flags &= ~(there ? _IO_EOF_SEEN : _IO_EOF_SEEN | _IO_ERR_SEEN);
+    stream->_flags = (stream->_flags & ~(_IO_EOF_SEEN | _IO_ERR_SEEN)) | before;
     return there;
 }
 
