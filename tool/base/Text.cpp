@@ -3,13 +3,11 @@
 #include <fmt/core.h>
 
 #include <algorithm>
-#include <clocale>
 #include <cstdint>
 #include <cstring>
 #include <cwchar>
-#if __has_include(<xlocale.h>)
-#include <xlocale.h>  // where locales of a thread are declared on some systems; <clocale> has them on others
-#endif
+
+#include "system/System.h"
 
 namespace tool {
 namespace {
@@ -183,19 +181,12 @@ std::string shellWord(std::string_view bytes) {
 
 std::size_t width(std::string_view text) {
     // The C library's table counts in code points; where it has none for UTF-8, each takes one column.
-    static const locale_t utf8 = [] {
-        const locale_t named = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
-        return named != nullptr ? named : newlocale(LC_CTYPE_MASK, "UTF-8", nullptr);  // as it is called elsewhere
-    }();
-    const locale_t before = utf8 == nullptr ? nullptr : uselocale(utf8);
+    const Utf8Characters known;
     std::size_t columns = 0;
     eachSequence(text, [&](std::string_view, char32_t point) {
-        const int taken = utf8 == nullptr ? 1 : wcwidth(static_cast<wchar_t>(point));
+        const int taken = !known.areKnown() ? 1 : wcwidth(static_cast<wchar_t>(point));
         columns += point == 0 || taken < 0 ? 1 : static_cast<std::size_t>(taken);
     });
-    if (utf8 != nullptr) {
-        (void)uselocale(before);
-    }
     return columns;
 }
 

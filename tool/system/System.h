@@ -62,6 +62,22 @@ struct ForbiddingAttribute {
 // Makes a folder for this user alone; its name ends in XXXXXX, and is what comes of it.
 [[nodiscard]] int makePrivateFolder(std::string& path);
 
+// --- text --------------------------------------------------------------------------------------------------------
+
+// While it lives the C library takes this thread's characters for those of UTF-8, where it knows them.
+class Utf8Characters {
+public:
+    Utf8Characters();
+    ~Utf8Characters();
+    Utf8Characters(const Utf8Characters&) = delete;
+    Utf8Characters& operator=(const Utf8Characters&) = delete;
+
+    [[nodiscard]] bool areKnown() const noexcept { return before_ != nullptr; }
+
+private:
+    void* before_;
+};
+
 // --- processes ---------------------------------------------------------------------------------------------------
 
 [[nodiscard]] long processId() noexcept;
