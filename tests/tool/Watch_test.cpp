@@ -42,9 +42,9 @@ TEST_F(Watch, AFollowerTellsBeforeAndAfter) {
     const Running table = watch("--follow");
     const Running lines = watch("--follow --json");
     set("inst2 startAtBoot=1");
-    EXPECT_TRUE(tells(lines.out, "\"inst2\""));
+    EXPECT_TRUE(tells(lines.out, "\"inst2\"") && tells(table.out, "inst2"));
     set("inst2 startAtBoot=");
-    EXPECT_TRUE(tells(lines.out, "\"change\""));
+    EXPECT_TRUE(tells(lines.out, "\"change\"") && tells(table.out, "change"));
     EXPECT_EQ(status("instance remove RVN 9.7.0.2 inst1"), 0);
     EXPECT_TRUE(tells(lines.out, "\"delete\""));
     EXPECT_TRUE(tells(table.out, "delete   instance RVN 9.7.0.2 inst1"));
