@@ -94,7 +94,7 @@ std::vector<std::string> namesIn(const std::string& folder) {
 
 std::optional<unsigned int> inChild(const std::function<unsigned int()>& body, unsigned int seconds) {
     int ends[2];
-    if (::pipe2(ends, O_CLOEXEC) != 0) {
+    if (::pipe(ends) != 0 || ::fcntl(ends[0], F_SETFD, FD_CLOEXEC) != 0 || ::fcntl(ends[1], F_SETFD, FD_CLOEXEC) != 0) {
         return std::nullopt;
     }
     const pid_t child = ::fork();

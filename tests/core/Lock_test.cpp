@@ -127,7 +127,7 @@ TEST_F(LockTest, TheHolderIsNamedNotTheLastWhoLeftANote) {
     if (::getuid() == 0) {
         EXPECT_EQ(seenByOthers(), 0);
         write(".reg.lock", std::string(written).replace(start, 8, "start=1 "));
-        EXPECT_EQ(seenByOthers(), NAMES_HOLDERS ? 1 : 0);
+        EXPECT_EQ(seenByOthers(), TELLS_STARTS ? 1 : 0);
         write(".reg.lock", std::string(written).replace(start, written.size() - 1 - start, 127 - start, ' '));
         EXPECT_EQ(seenByOthers(), 0) << "notes of earlier releases tell no start";
         write(".reg.lock", written);

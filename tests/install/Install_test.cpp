@@ -66,7 +66,7 @@ TEST_F(InstallTest, ASetuidProgramListensToNoEnvironment) {
         GTEST_SKIP() << "needs root to make a set-user-ID program";
     }
     const std::string program = path("program");
-    std::filesystem::copy_file("/proc/self/exe", program);
+    std::filesystem::copy_file(this_system::PROGRAM, program);
     ::chmod(program.c_str(), 04755);
     const int result = inChild([&] {
         if (::setgid(12345) != 0 || ::setuid(12345) != 0) {

@@ -1,9 +1,8 @@
 // The global registry as a file of the test's own, and its frames written by hand.
 #pragma once
 
+#include <ThisSystem.h>
 #include <fcntl.h>
-#include <sched.h>
-#include <sys/mount.h>
 
 #include <optional>
 
@@ -63,25 +62,25 @@ private:
 class PrivateMounts {
 public:
     PrivateMounts() {
-        if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+        if (!this_system::beginMounts()) {
             return;
         }
         const auto build = BUILD.parent_path();
         const std::string kept = "/mnt/build";
         cover("/mnt");
         std::filesystem::create_directory(kept);
-        own_ = ::mount(build.c_str(), kept.c_str(), nullptr, MS_BIND, nullptr) == 0;
+        own_ = this_system::mountFolder(build, kept);
         cover("/tmp");
         cover("/var");
         std::filesystem::create_directories("/var/rvn");
         if (!std::filesystem::exists(BUILD)) {
             std::filesystem::create_directories(build);
-            own_ = own_ && ::mount(kept.c_str(), build.c_str(), nullptr, MS_BIND, nullptr) == 0;
+            own_ = own_ && this_system::mountFolder(kept, build);
         }
     }
     ~PrivateMounts() {
         for (; !covered_.empty(); covered_.pop_back()) {
-            ::umount2(covered_.back().c_str(), MNT_DETACH);
+            this_system::unmount(covered_.back());
         }
     }
     PrivateMounts(const PrivateMounts&) = delete;
@@ -91,7 +90,7 @@ public:
 
 private:
     void cover(const char* place) {
-        if (::mount("none", place, "tmpfs", 0, nullptr) == 0) {
+        if (this_system::mountEmpty(place)) {
             covered_.emplace_back(place);
         }
     }

@@ -1,6 +1,7 @@
 // A folder of the test's own, its environment, and children that report through their exit code.
 #pragma once
 
+#include <ThisSystem.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -102,7 +103,7 @@ int inChild(Body body) {
 
 // Runs the test case Scenario.DISABLED_<scenario> of this program anew, with no variables but these; its exit code.
 inline int runAnew(const std::string& scenario, std::vector<std::string> variables) {
-    std::vector<std::string> arguments = {"/proc/self/exe", "--gtest_filter=Scenario.DISABLED_" + scenario,
+    std::vector<std::string> arguments = {this_system::PROGRAM, "--gtest_filter=Scenario.DISABLED_" + scenario,
                                           "--gtest_also_run_disabled_tests", "--gtest_brief=1"};
     const auto pointers = [](std::vector<std::string>& texts) {
         std::vector<char*> all;
@@ -122,7 +123,7 @@ inline int runAnew(const std::string& scenario, std::vector<std::string> variabl
 inline long openDescriptors() {
     const char* const log = std::getenv("RVN_DIAG_LOG");
     long count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    for (const auto& entry : std::filesystem::directory_iterator(this_system::OPEN_DESCRIPTORS)) {
         std::error_code ignored;
         const std::filesystem::path target = std::filesystem::read_symlink(entry.path(), ignored);
         count += log != nullptr && target == log ? 0 : 1;

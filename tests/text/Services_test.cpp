@@ -120,10 +120,7 @@ class ServicesFile : public SchemaFile {
 protected:
     // Name, port and aliases, or nothing.
     static std::string libraryAnswer(const std::string& name, const std::string& protocol) {
-        servent entry = {};
-        servent* found = nullptr;
-        char buffer[8192];
-        (void)::getservbyname_r(name.c_str(), protocol.c_str(), &entry, buffer, sizeof buffer, &found);
+        const servent* const found = this_system::serviceNamed(name.c_str(), protocol.c_str());
         return found == nullptr ? "" : answer(found->s_name, found->s_port, found->s_aliases);
     }
     static std::string registryAnswer(const std::string& file, const std::string& name, const std::string& protocol) {

@@ -204,9 +204,11 @@ TEST_F(VarValOnDisk, TheGettersTakeTheRecordsOfADerivedForm) {
     EXPECT_FALSE(file.GetStringValue("any", &text)) << "a value of null is none";
     long number = 0;
     EXPECT_FALSE(file.GetSintValue("any", &number));
-    memoryIsShort = true;
-    EXPECT_FALSE(file.GetStringValue("short", &text));
-    memoryIsShort = false;
+    if (this_system::PROGRAMS_GO_FIRST) {
+        memoryIsShort = true;
+        EXPECT_FALSE(file.GetStringValue("short", &text));
+        memoryIsShort = false;
+    }
     GenRegCause cause = {};
     genregLastCause(&cause);
     EXPECT_EQ(cause.code, REG_NO_RECORD_BUFFER);

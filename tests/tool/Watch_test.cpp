@@ -156,12 +156,12 @@ TEST_F(Monitor, IsNotWokenByARehearsal) {
     struct flock lock = {};
     lock.l_type = F_WRLCK;
     set("inst1");
-    ASSERT_EQ(::fcntl(file, F_OFD_SETLK, &lock), 0);
+    ASSERT_EQ(this_system::lockOpenFile(file, &lock), 0);
     const Json shown = object("status")["monitor"];
     EXPECT_EQ(shown["held"], true);
     EXPECT_TRUE(shown["pid"].is_null());
     lock.l_type = F_UNLCK;
-    ASSERT_EQ(::fcntl(file, F_OFD_SETLK, &lock), 0);
+    ASSERT_EQ(this_system::lockOpenFile(file, &lock), 0);
     lock.l_type = F_WRLCK;
     ASSERT_EQ(::fcntl(file, F_SETLK, &lock), 0);
     sigset_t hangup;
