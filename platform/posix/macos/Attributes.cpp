@@ -13,8 +13,8 @@
 namespace posix {
 namespace {
 
-// What a user gives a file by chflags and what forbids nothing. A file with one of the others that are his, which forbid
-// changing it, is not replaced; and that its bytes are compressed is true of the old file alone.
+// What a user gives a file by chflags and what forbids nothing. A file with one of the others that are his, which
+// forbid changing it, is not replaced; and that its bytes are compressed is true of the old file alone.
 constexpr __uint32_t CARRIED_FLAGS = UF_NODUMP | UF_HIDDEN;
 
 struct AclFreer {
@@ -41,8 +41,8 @@ bool dropAcl(int descriptor) noexcept {
     return dropped;
 }
 
-// As it is, entry by entry. The copying call would leave the entries that the new file inherited from its directory, and
-// leave out those that the old one did.
+// As it is, entry by entry. The copying call would leave the entries that the new file inherited from its directory,
+// and leave out those that the old one did.
 bool carryEntries(int from, int to) noexcept {
     bool known = false;
     bool freshKnown = false;

@@ -1,9 +1,9 @@
 // How macOS does what other systems do in another way: the end of platform/System.h.
 //
-// Locks are flock's. That system's public headers have none of the record locks that belong to an open file, which Linux
-// has. flock's belong to the open file, and exclude threads like processes. The kernel keeps them in one list with
-// classic record locks, so that each refuses the other, in one process too. Left over: who asks for a classic lock that
-// flock's keeps from him is told no holder (l_pid is -1).
+// Locks are flock's. That system's public headers have none of the record locks that belong to an open file, which
+// Linux has. flock's belong to the open file, and exclude threads like processes. The kernel keeps them in one list
+// with classic record locks, so that each refuses the other, in one process too. Left over: who asks for a classic lock
+// that flock's keeps from him is told no holder (l_pid is -1).
 #pragma once
 
 #include <fcntl.h>
