@@ -22,7 +22,7 @@ void claimSound(unsigned int rc, const GenRegInitTabRecord& record) {
     const auto found = std::count_if(std::begin(fields), std::end(fields), [](const char* f) { return f != nullptr; });
     constexpr unsigned int CODES[] = {0, REG_INITTAB_NO_RUN_LEVEL, REG_INITTAB_NO_ACTION, REG_INITTAB_NO_COMMAND, 0};
     claim(rc == CODES[found], "a refusal has its reason");
-    claim(found == 0 || *record.id != '\0', "an id is no empty text");
+    claim(found == 0 || (record.id != nullptr && *record.id != '\0'), "an id is no empty text");
     for (const char* const field : {record.id, record.runLevel, record.action}) {
         claim(textOf(field).find_first_of(":#\n") == std::string::npos, "a field ends at a colon");
     }

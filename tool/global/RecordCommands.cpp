@@ -1,5 +1,7 @@
 #include <fmt/core.h>
 
+#include <algorithm>
+#include <iterator>
 #include <memory>
 
 #include "base/Answers.h"
@@ -97,7 +99,7 @@ constexpr const char* KEY_HELP[] = {"the service", "its version: 9.7.0.2", "the 
 std::shared_ptr<RecordArguments> declareKey(Parser& parser, unsigned int type, std::size_t required) {
     auto arguments = std::make_shared<RecordArguments>(RecordArguments{type});
     const bool versioned = type != GLOBALREG_VARIABLE;
-    const std::size_t count = keyFieldsOf(kindOf(type)).size();
+    const std::size_t count = std::min(keyFieldsOf(kindOf(type)).size(), std::size(KEY_WORDS));
     arguments->key.reserve(count);
     for (std::size_t i = 0; i < count; ++i) {
         const std::size_t word = !versioned && i == 1 ? 2 : i;

@@ -88,7 +88,7 @@ def of_unit(number, tidy, folder, flags, paths, also):
     if flags is None:
         return Check(paths[0], paths, ["sh", "-c", "echo 'no target of the build compiles this file'; exit 1"], "", "")
     unit = folder_of_units(folder) / f"{number}.cpp"
-    unit.write_text("".join(f'#line 1 "{tree.ROOT / path}"\n{tree.text(path)}' for path in paths))
+    unit.write_text("".join(tree.text(path) for path in paths))
     command = ["clang-tidy", "--quiet", str(unit), "--", *flags, "-iquote", str(tree.ROOT / folder)]
     return Check(folder, paths, command, "", tidy + also)
 
@@ -108,6 +108,13 @@ def checks():
     return [of_unit(number, tidy, *unit) for number, unit in enumerate(largest)] + list(of_headers())
 
 
+def said(check, output):
+    """What a compiler said, of lines of the files instead of the unit's."""
+    owners = [f"{path}:{number}" for path in check.paths for number in range(1, len(tree.text(path).splitlines()) + 1)]
+    unit = re.compile(re.escape(str(builds[0] / "units")) + r"/[\w/]*\.cpp:(\d+)")
+    return unit.sub(lambda found: owners[min(int(found[1]), len(owners)) - 1], output)
+
+
 def run(check):
     mark = passed / tree.fingerprint(check.paths, check.also, *check.command)
     if mark.exists():
@@ -117,7 +124,7 @@ def run(check):
     if result.returncode == 0:
         mark.touch()
         return True
-    print(f"--- {check.name}: {check.command[0]}\n{result.stdout}{result.stderr}", file=sys.stderr)
+    print(f"--- {check.name}: {check.command[0]}\n{said(check, result.stdout + result.stderr)}", file=sys.stderr)
     return False
 
 
