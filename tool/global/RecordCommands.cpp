@@ -1,6 +1,5 @@
 #include <fmt/core.h>
 
-#include <algorithm>
 #include <iterator>
 #include <memory>
 
@@ -93,15 +92,16 @@ int get(Context& context, const RecordArguments& arguments) {
 }
 
 constexpr const char* KEY_WORDS[] = {"SERVICE", "VERSION", "NAME"};
+constexpr std::size_t MOST_WORDS = std::size(KEY_WORDS);
 constexpr const char* KEY_HELP[] = {"the service", "its version: 9.7.0.2", "the name"};
 
 // The words of the key: all of them, or at least so many.
 std::shared_ptr<RecordArguments> declareKey(Parser& parser, unsigned int type, std::size_t required) {
     auto arguments = std::make_shared<RecordArguments>(RecordArguments{type});
     const bool versioned = type != GLOBALREG_VARIABLE;
-    const std::size_t count = std::min(keyFieldsOf(kindOf(type)).size(), std::size(KEY_WORDS));
+    const std::size_t count = keyFieldsOf(kindOf(type)).size();
     arguments->key.reserve(count);
-    for (std::size_t i = 0; i < count; ++i) {
+    for (std::size_t i = 0; i < count && i < MOST_WORDS; ++i) {
         const std::size_t word = !versioned && i == 1 ? 2 : i;
         const auto take = [arguments](const std::string& text) { arguments->key.push_back(text); };
         parser.handedOver(KEY_WORDS[word], i < required, take, KEY_HELP[word]);
