@@ -28,6 +28,7 @@
 #include "support/Place.h"
 #include "support/Rig.h"
 #include "support/Stepper.h"
+#include "tests/support/Ways.h"
 
 namespace {
 
@@ -63,7 +64,8 @@ struct Fault {
     bool forGood;
 };
 
-constexpr std::size_t MOST_CALLS = 600;
+// Where the streams are not Linux's own, each writing of a buffer comes with two calls that hold the signals.
+constexpr std::size_t MOST_CALLS = WAYS == "linux" ? 600 : 900;
 
 std::string nameOf(const Fault& fault, long number) {
     return prove::callName(number) + " (call " + std::to_string(fault.index) + ") " + ::strerrorname_np(fault.error) +
