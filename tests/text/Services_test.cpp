@@ -50,6 +50,7 @@ TEST(ServicesLine, IsLaidOutByTheStoredPort) {
     EXPECT_EQ(reformatted("short 512/tcp one\n"), "short\t\t512/tcp\t\tone\n");
     EXPECT_EQ(reformatted("short 512/tcp #c"), "short\t\t512/tcp\t\t\t\t# c\n");
     EXPECT_EQ(reformatted("short 80/tcp #c"), "short\t\t80/tcp\t\t\t# c\n");
+    EXPECT_EQ(reformatted("short 0080/tcp #c"), "short\t\t80/tcp\t\t\t# c\n");  // zeros make no octal number
     EXPECT_EQ(reformatted("#c\n"), "\t\t\t\t# c\n");
     EXPECT_EQ(formatted({}), "\n");
     EXPECT_EQ(formatted(service(nullptr, 0, nullptr)), "REG_FORMAT_NAME_MISSING");
