@@ -34,7 +34,7 @@ protected:
         }
         for (const Json& edit : told) {
             if (edit["op"] == "insert") {
-                lines.insert(lines.begin() + edit["line"].number() - 1, edit["text"].text());
+                lines.insert(lines.begin() + (edit["line"].number() - 1), edit["text"].text());
             }
         }
         return lines;
@@ -59,7 +59,9 @@ TEST_F(Report, StatusCountsLinesByKind) {
     EXPECT_EQ(report["owner"], ::getuid());
     EXPECT_EQ(report["lines"].dump(), R"({"total":7,"pairs":2,"comments":1,"blank":2,"other":2})");
     EXPECT_EQ(report["companions"].size(), 0U);
-    EXPECT_EQ(object("--registry f status"), report);
+    const Json named = object("--registry f status");  // by now it may be a second older
+    EXPECT_EQ(named["path"], report["path"]);
+    EXPECT_EQ(named["lines"], report["lines"]);
     EXPECT_EQ(names(), "f") << "looking leaves nothing behind";
     link("nowhere", "f.tmp");
     EXPECT_EQ(object("status f")["companions"].at(0)["companion"], "tmp") << "a link that somebody planted, too";
