@@ -40,6 +40,23 @@ private:
 thread_local constinit std::FILE* last = nullptr;
 thread_local constinit std::size_t pending = 0;
 
+// The stream that this thread sought in last: from then on stdio knows where it stands, without asking the system.
+thread_local constinit std::FILE* sought = nullptr;
+
+// Reads on to a place that is near ahead: a call for each buffer of bytes, where a seek is one for each record. False
+// where the place lies elsewhere, or the reading failed. An earlier error stays, for the stream's owner.
+bool readOnTo(std::FILE* stream, off_t place) noexcept {
+    char passed[BUFSIZ];
+    const off_t distance = stream == sought && std::ferror(stream) == 0 ? place - ::ftello(stream) : -1;
+    if (distance < 0 || distance > static_cast<off_t>(sizeof passed)) {
+        return false;
+    }
+    const auto wanted = static_cast<std::size_t>(distance);
+    const bool there = std::fread(passed, 1, wanted, stream) == wanted;
+    std::clearerr(stream);
+    return there;
+}
+
 }  // namespace
 
 bool drain(std::FILE* stream) noexcept {
@@ -50,6 +67,7 @@ bool drain(std::FILE* stream) noexcept {
 
 bool closeDrained(std::FILE* stream) noexcept {
     last = stream == last ? nullptr : last;  // another one may get its address
+    sought = stream == sought ? nullptr : sought;
     return std::fclose(stream) == 0;
 }
 
@@ -69,7 +87,12 @@ bool writeUnlocked(std::FILE* stream, const void* bytes, std::size_t size) noexc
 }
 
 bool placeStream(std::FILE* stream, unsigned long offset) noexcept {
-    return ::fseeko(stream, static_cast<off_t>(offset), SEEK_SET) == 0;
+    const auto place = static_cast<off_t>(offset);
+    if (readOnTo(stream, place)) {
+        return true;
+    }
+    sought = stream;
+    return ::fseeko(stream, place, SEEK_SET) == 0;
 }
 
 }  // namespace posix
