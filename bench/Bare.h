@@ -66,12 +66,16 @@ inline const std::vector<char>& readAll(int descriptor, std::size_t size) {
     return content;
 }
 
-// A look-up: scan looks at the bytes.
+// A look-up: five calls, and one more for each further 64 KiB. Scan looks at the bytes.
 template <typename Scan>
 void get(const Paths& paths, std::size_t size, Scan scan) {
-    const int descriptor = openShared(paths.registry.c_str());
+    const int descriptor = ::open(paths.registry.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    require(descriptor >= 0);
+    lock(descriptor, F_RDLCK);
+    struct stat status;
+    require(::fstat(descriptor, &status) == 0);
     scan(readAll(descriptor, size));
-    closeShared(descriptor);
+    require(::close(descriptor) == 0);
 }
 
 // A verified, durable change: edit turns the old bytes into the new ones.

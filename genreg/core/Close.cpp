@@ -185,6 +185,26 @@ unsigned int FileInternals::commit(unsigned int checksum) noexcept {
     return 0;
 }
 
+// What a forked child has of its parent's is not the child's to close.
+unsigned int FileInternals::refuseParentsFile() noexcept {
+    FunctionTrace trace{Function::CloseReg, FunctionTrace::Part()};
+    return trace.fail(15, REG_CLOSE_FILE_FAILED, ossErrorMapSystem(EBADF));
+}
+
+unsigned int FileInternals::registryNotClosed(unsigned int platformCode) noexcept {
+    FunctionTrace trace{Function::CloseReg, FunctionTrace::Part()};
+    return trace.fail(40, REG_CLOSE_FILE_FAILED, platformCode);
+}
+
+unsigned int FileInternals::closeLooked(const posix::ReadFile& file) noexcept {
+    const bool parents = file.generation != posix::forkGeneration();
+    const unsigned int rc = posix::closeLocked(file);
+    if (parents) {
+        return refuseParentsFile();
+    }
+    return rc == 0 ? 0 : registryNotClosed(rc);
+}
+
 unsigned int GenRegFile::CloseReg(unsigned long op) noexcept {
     OperationTrace trace{Function::CloseReg};
     FileInternals& inside = FileInternals::of(*this);
@@ -195,7 +215,7 @@ unsigned int GenRegFile::CloseReg(unsigned long op) noexcept {
     if (inside.holdsParentsFiles() || (op == REG_OP_FINISH && inside.copyIsParents())) {
         (void)inside.closeRegistryFile();
         (void)inside.closeTemporaryCopy(false);
-        return trace.fail(15, REG_CLOSE_FILE_FAILED, ossErrorMapSystem(EBADF));
+        return trace.exit(FileInternals::refuseParentsFile());
     }
     const bool writes = op == REG_OP_CHANGE || op == REG_OP_ADD || op == REG_OP_DELETE;
     if (regFp != nullptr && inside.regAppends_ && tmpFp == nullptr) {
@@ -206,7 +226,7 @@ unsigned int GenRegFile::CloseReg(unsigned long op) noexcept {
     }
     if (const unsigned int rc = inside.closeRegistryFile()) {
         (void)inside.closeTemporaryCopy(false);
-        return trace.fail(40, REG_CLOSE_FILE_FAILED, rc);
+        return trace.exit(FileInternals::registryNotClosed(rc));
     }
     unsigned int checksum = 0;
     const bool copied = tmpFp != nullptr;

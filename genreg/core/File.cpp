@@ -15,6 +15,7 @@ using genreg::FunctionTrace;
 GenRegFile::GenRegFile() noexcept {
     const FunctionTrace trace{Function::GenRegFile};
     static_assert(sizeof(FileInternals) <= ROOM_SIZE && alignof(FileInternals) <= alignof(void*));
+    regPath[0] = bkpPath[0] = tmpPath[0] = corPath[0] = lockPath[0] = '\0';
     new (room_) FileInternals(*this);
 }
 

@@ -7,6 +7,7 @@
 #include <new>
 
 #include "genreg/core/Input.h"
+#include "platform/posix/Posix.h"
 
 namespace genreg {
 
@@ -27,6 +28,11 @@ public:
     // Gives the stream of an open scan the scan's position, for reads that go through the stream itself; the next
     // GetNext goes on where they stop.
     void handOverStream() noexcept;
+    // Opens the registry file for a look-up, which nobody else sees: what OpenReg(REG_OP_READ) does, without a stream.
+    // False, and nothing is open, when that would do more than open and lock it, or may fail.
+    [[nodiscard]] bool openToLook(posix::ReadFile* file) const noexcept;
+    // Ends it; answers, logs and notes what CloseReg does.
+    [[nodiscard]] static unsigned int closeLooked(const posix::ReadFile& file) noexcept;
     // Points a read-ahead at the first record of the open registry file.
     void readRegistry(Input& input) const noexcept;
     // Where the first record of the open temporary copy begins.
@@ -56,6 +62,8 @@ private:
     [[nodiscard]] unsigned int createTemporaryCopy() noexcept;
     [[nodiscard]] unsigned int readTemporaryCopy() noexcept;
     [[nodiscard]] bool usesChecksumHeader() const noexcept;
+    [[nodiscard]] static unsigned int refuseParentsFile() noexcept;
+    [[nodiscard]] static unsigned int registryNotClosed(unsigned int platformCode) noexcept;
     [[nodiscard]] unsigned int judgeHeader(int descriptor, unsigned long size, unsigned long* body,
                                            unsigned int* platformCode) noexcept;
 

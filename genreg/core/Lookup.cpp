@@ -29,6 +29,7 @@ private:
     FunctionTrace& trace_;
     bool open_ = false;
     bool inScan_ = false;
+    posix::ReadFile looked_;  // open without a stream
     bool scanWasAtEnd_ = false;
     long long scanPosition_ = 0;
     Input* scan_ = nullptr;
@@ -50,6 +51,11 @@ unsigned int Transaction::Reading::open(bool passMissing) noexcept {
         }
         return rc == 0 ? 0 : trace_.fail(75, REG_OPEN_FAILED, rc);
     }
+    if (inside_.openToLook(&looked_)) {
+        own_.restart(looked_.descriptor, 0, looked_.size);
+        open_ = true;
+        return 0;
+    }
     if (const unsigned int rc = file_.OpenReg(REG_OP_READ)) {
         (void)file_.CloseReg(REG_OP_READ);
         return rc == REG_MISSING && passMissing ? trace_.failMildly(80, rc) : trace_.fail(85, REG_OPEN_FAILED, rc);
@@ -65,7 +71,8 @@ unsigned int Transaction::Reading::close() noexcept {
     }
     open_ = false;
     if (!inScan_) {
-        const unsigned int rc = file_.CloseReg(REG_OP_READ);
+        const bool looked = looked_.descriptor != -1;
+        const unsigned int rc = looked ? FileInternals::closeLooked(looked_) : file_.CloseReg(REG_OP_READ);
         return rc == 0 ? 0 : trace_.fail(200, REG_CLOSE_FAILED, rc);
     }
     const unsigned int rc = file_.setRegFilePosition(&scanPosition_);

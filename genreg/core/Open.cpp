@@ -214,6 +214,13 @@ unsigned int FileInternals::createTemporaryCopy() noexcept {
     return 0;
 }
 
+// A link takes the way that follows it; so does whatever does not open.
+bool FileInternals::openToLook(posix::ReadFile* file) const noexcept {
+    const bool plain = (file_.state & REG_STATE_SCAN_OPEN) == 0 && file_.regFp == nullptr && file_.tmpFp == nullptr &&
+                       !usesChecksumHeader() && lockWaitLimit_ < 0 && lockNotice_ == nullptr && !genreg::isTraced();
+    return plain && posix::openLocked(file_.regPath, file);
+}
+
 unsigned int GenRegFile::OpenReg(unsigned long op) noexcept {
     OperationTrace trace{Function::OpenReg};
     FileInternals& inside = FileInternals::of(*this);

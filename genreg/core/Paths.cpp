@@ -5,6 +5,8 @@
 
 #include <cerrno>
 #include <cstring>
+#include <initializer_list>
+#include <string_view>
 
 #include "genreg/core/FileInternals.h"
 #include "genreg/core/FunctionTrace.h"
@@ -28,6 +30,15 @@ unsigned int copyPath(const char* path, char* buffer, unsigned long size) noexce
         *buffer = '\0';
     }
     return REG_BUFFER_TOO_SMALL;
+}
+
+// The pieces one after another, as far as there is room.
+void joinPath(char (&path)[REG_PATH_SIZE], std::initializer_list<std::string_view> pieces) noexcept {
+    std::size_t length = 0;
+    for (const std::string_view piece : pieces) {
+        length += piece.copy(path + length, sizeof path - 1 - length);
+    }
+    path[length] = '\0';
 }
 
 unsigned int getPath(Function function, const char* path, char* buffer, unsigned long size) noexcept {
@@ -114,11 +125,11 @@ unsigned int FileInternals::moveToRealFile() noexcept {
         std::strlen(directory) + std::strlen(base) + COMPANION_LENGTH > REG_PATH_SIZE) {
         return 0;
     }
-    (void)ossSnprintf(file_.regPath, sizeof file_.regPath, "%s/%s", directory, base);
-    (void)ossSnprintf(file_.tmpPath, sizeof file_.tmpPath, "%s/%s.tmp", directory, base);
-    (void)ossSnprintf(file_.lockPath, sizeof file_.lockPath, "%s/.%s.lock", directory, base);
-    (void)ossSnprintf(file_.bkpPath, sizeof file_.bkpPath, "%s/.%s.bkp", directory, base);
-    (void)ossSnprintf(file_.corPath, sizeof file_.corPath, "%s/%s.cor", directory, base);
+    joinPath(file_.regPath, {directory, "/", base});
+    joinPath(file_.tmpPath, {directory, "/", base, ".tmp"});
+    joinPath(file_.lockPath, {directory, "/.", base, ".lock"});
+    joinPath(file_.bkpPath, {directory, "/.", base, ".bkp"});
+    joinPath(file_.corPath, {directory, "/", base, ".cor"});
     return 0;
 }
 
@@ -138,16 +149,13 @@ unsigned int GenRegFile::setRegistryPaths(const char* path) noexcept {
     if (const unsigned int rc = ossDirectoryName(path, directory, sizeof directory)) {
         return trace.fail(40, REG_DIRECTORY_NAME_FAILED, rc);
     }
-    (void)ossSnprintf(regPath, sizeof regPath, "%s", path);
-    (void)ossSnprintf(tmpPath, sizeof tmpPath, "%s.tmp", path);
-    (void)ossSnprintf(corPath, sizeof corPath, "%s.cor", path);
-    if (std::strcmp(directory, ".") == 0) {
-        (void)ossSnprintf(lockPath, sizeof lockPath, ".%s.lock", base);
-        (void)ossSnprintf(bkpPath, sizeof bkpPath, ".%s.bkp", base);
-    } else {
-        (void)ossSnprintf(lockPath, sizeof lockPath, "%s/.%s.lock", directory, base);
-        (void)ossSnprintf(bkpPath, sizeof bkpPath, "%s/.%s.bkp", directory, base);
-    }
+    // Beside the file: "." is also the directory of a path that names none.
+    const char* const beside = std::strcmp(directory, ".") == 0 ? "" : directory;
+    joinPath(regPath, {path});
+    joinPath(tmpPath, {path, ".tmp"});
+    joinPath(corPath, {path, ".cor"});
+    joinPath(lockPath, {beside, *beside != '\0' ? "/." : ".", base, ".lock"});
+    joinPath(bkpPath, {beside, *beside != '\0' ? "/." : ".", base, ".bkp"});
     state |= REG_STATE_CONFIGURED;
     return 0;
 }

@@ -116,11 +116,12 @@ public:
 protected:
     GenRegGetRecordSize getRecordSize = nullptr;
     GenRegGetMaxRecordSize getMaxRecordSize = nullptr;
-    char regPath[REG_PATH_SIZE] = {};
-    char bkpPath[REG_PATH_SIZE] = {};
-    char tmpPath[REG_PATH_SIZE] = {};
-    char corPath[REG_PATH_SIZE] = {};
-    char lockPath[REG_PATH_SIZE] = {};
+    // Texts; what is behind their ends means nothing.
+    char regPath[REG_PATH_SIZE];
+    char bkpPath[REG_PATH_SIZE];
+    char tmpPath[REG_PATH_SIZE];
+    char corPath[REG_PATH_SIZE];
+    char lockPath[REG_PATH_SIZE];
     OSSHFile lockFile;
     OSSFileOpenRequest lockOpenRequest = {OSS_REQUEST_VERSION, nullptr, 0, 0, 0, 0};
     // After GetNext it stands where the scan does, and the scan goes on where a client has stopped reading it.

@@ -152,6 +152,21 @@ void sleepMilliseconds(long milliseconds) noexcept;
 // How many forks lie between the first process and this one: grows by one in each forked child.
 [[nodiscard]] unsigned int forkGeneration() noexcept;
 
+// A regular file that is open for reading under a shared lock, for as long as one call takes. In a forked child its
+// descriptor leads nowhere, as those of streams do.
+struct ReadFile {
+    int descriptor = -1;
+    unsigned long size = 0;       // in bytes, when the lock was there
+    unsigned int generation = 0;  // of the process that opened it
+    unsigned long forks = 0;      // of this process before it was opened
+    std::size_t place = 0;        // in the table that a fork consults
+};
+
+// Opens it, never through a link, and waits for the lock, in as few calls as there can be. False when anything stands
+// in the way, a fork meanwhile included: nothing is open then, and no child has the lock.
+[[nodiscard]] bool openLocked(const char* path, ReadFile* file) noexcept;
+[[nodiscard]] unsigned int closeLocked(const ReadFile& file) noexcept;
+
 // Locale-free, unlocked writing for streams that one thread owns: true when all of it was taken.
 [[nodiscard]] bool writeUnlocked(std::FILE* stream, const void* bytes, std::size_t size) noexcept;
 

@@ -4,13 +4,14 @@
 // open file as in the parent. At its exit the child would write the former out once more, into a registry that is
 // committed long since, or move the parent's place in a file that it reads. So the child's descriptors of our streams
 // lead nowhere: what is written there is gone, and reading is an error, lest the child takes it for the end of the
-// file.
+// file. Files that are read without a stream are treated alike: a child's copy would keep their lock.
 #include <pthread.h>
 
 #include <atomic>
 #include <cstdio>
 
 #include "../System.h"
+#include "Failure.h"
 #include "Own.h"
 #include "Posix.h"
 
@@ -31,30 +32,49 @@ constinit OpenStream openStreams[MOST_STREAMS];
 
 constinit std::atomic<unsigned int> generation = 0;
 
-void guard(int descriptor) noexcept {
-    struct stat status;
-    if (::fstat(descriptor, &status) != 0) {
-        return;
-    }
-    for (OpenStream& entry : openStreams) {
+// The forks that this process has begun. They are counted before the child is there, and a descriptor is entered before
+// they are looked at again: so either the child finds the entry, or whoever made it finds the fork.
+constinit std::atomic<unsigned long> forksBegun = 0;
+constinit std::atomic<bool> forksWatched = false;
+
+// The place of the new entry; MOST_STREAMS when the table is full.
+std::size_t enter(int descriptor, const struct stat& status) noexcept {
+    for (std::size_t place = 0; place < MOST_STREAMS; ++place) {
+        OpenStream& entry = openStreams[place];
         bool taken = false;
         if (!entry.taken.load(std::memory_order_relaxed) && entry.taken.compare_exchange_strong(taken, true)) {
             entry.device = status.st_dev;
             entry.inode = status.st_ino;
-            entry.descriptor.store(descriptor, std::memory_order_release);
-            return;
+            entry.descriptor.store(descriptor);
+            return place;
         }
+    }
+    return MOST_STREAMS;
+}
+
+void leave(OpenStream& entry) noexcept {
+    entry.descriptor.store(-1, std::memory_order_release);
+    entry.taken.store(false, std::memory_order_release);
+}
+
+void guard(int descriptor) noexcept {
+    struct stat status;
+    if (::fstat(descriptor, &status) == 0) {
+        (void)enter(descriptor, status);
     }
 }
 
 void unguard(int descriptor) noexcept {
     for (OpenStream& entry : openStreams) {
         if (entry.descriptor.load(std::memory_order_relaxed) == descriptor) {
-            entry.descriptor.store(-1, std::memory_order_release);
-            entry.taken.store(false, std::memory_order_release);
+            leave(entry);
             return;
         }
     }
+}
+
+void beforeFork() noexcept {
+    forksBegun.fetch_add(1);
 }
 
 // Nothing here but calls that are safe in a signal handler: the child may have been forked from any state. A descriptor
@@ -86,7 +106,7 @@ void afterForkInChild() noexcept {
 }
 
 [[gnu::constructor]] void watchForks() {
-    (void)::pthread_atfork(nullptr, nullptr, afterForkInChild);
+    forksWatched = ::pthread_atfork(beforeFork, nullptr, afterForkInChild) == 0;
 }
 
 }  // namespace
@@ -105,6 +125,45 @@ int descriptorOf(std::FILE* stream) noexcept {
 
 unsigned int forkGeneration() noexcept {
     return generation.load(std::memory_order_relaxed);
+}
+
+// Not blocking, so that a pipe put in the file's place cannot hold up the caller; files know no difference.
+bool openLocked(const char* path, ReadFile* file) noexcept {
+    const unsigned long forks = forksBegun;
+    const int descriptor = forksWatched ? platform::openHigh(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK) : -1;
+    if (descriptor == -1) {
+        return false;
+    }
+    struct stat status;
+    if (platform::lockWholeFile(descriptor, platform::FileLock::Shared, true) == 0 &&
+        ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)) {
+        const std::size_t place = enter(descriptor, status);
+        if (place != MOST_STREAMS && forksBegun == forks) {
+            *file = {descriptor, static_cast<unsigned long>(status.st_size), forkGeneration(), forks, place};
+            return true;
+        }
+        if (place != MOST_STREAMS) {
+            leave(openStreams[place]);
+        }
+    }
+    (void)platform::lockWholeFile(descriptor, platform::FileLock::None, false);
+    platform::closeQuietly(descriptor);
+    return false;
+}
+
+// Once the entry is gone a forked child keeps its copy, which must hold no lock: so the lock is given back first. Where
+// nobody else can fork, closing does that too, and the entry stays until then, for a handler of signals may.
+unsigned int closeLocked(const ReadFile& file) noexcept {
+    const bool alone = platform::isOnlyThread() && forksBegun == file.forks;
+    if (!alone) {
+        (void)platform::lockWholeFile(file.descriptor, platform::FileLock::None, false);
+        leave(openStreams[file.place]);
+    }
+    const unsigned int rc = resultOf(platform::closeOnce(file.descriptor));
+    if (alone) {
+        leave(openStreams[file.place]);
+    }
+    return rc;
 }
 
 bool flushStream(std::FILE* stream) noexcept {

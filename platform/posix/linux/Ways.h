@@ -2,6 +2,7 @@
 #pragma once
 
 #include <fcntl.h>
+#include <sys/single_threaded.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -21,6 +22,11 @@ inline const char* ownEnvironment(const char* name) noexcept {
 
 inline unsigned long threadNumber() noexcept {
     return static_cast<unsigned long>(::gettid());
+}
+
+// Whether no other thread of this process runs; where nobody can tell, no.
+inline bool isOnlyThread() noexcept {
+    return __libc_single_threaded != 0;
 }
 
 // Until what was written through the descriptor is on the medium.

@@ -27,6 +27,11 @@ inline unsigned long threadNumber() noexcept {
     return ::pthread_mach_thread_np(::pthread_self());
 }
 
+// Whether no other thread of this process runs; where nobody can tell, no.
+inline bool isOnlyThread() noexcept {
+    return false;
+}
+
 // Until what was written through the descriptor is on the medium: a plain sync there leaves it to the drive when and in
 // which order it writes what is in its own memory. Only where the file system does not know the full one is the plain
 // one as much as there is; a full one that fails has failed.

@@ -21,6 +21,11 @@ inline unsigned long threadNumber() noexcept {
     return static_cast<unsigned long>(::pthread_self());
 }
 
+// Whether no other thread of this process runs; where nobody can tell, no.
+inline bool isOnlyThread() noexcept {
+    return false;
+}
+
 // Until what was written through the descriptor is on the medium.
 inline int syncToMedium(int descriptor) noexcept {
     return syncPlainly(descriptor);
