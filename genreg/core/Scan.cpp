@@ -133,7 +133,7 @@ unsigned int GenRegFile::setRegFilePosition(long long* position) noexcept {
 }
 
 Input* FileInternals::scanInput() noexcept {
-    const long position = std::ftell(file_.regFp);
+    const long position = posix::placeOf(file_.regFp);
     if (scanInput_ == nullptr) {
         const int descriptor = posix::descriptorOf(file_.regFp);
         posix::FileStatus status = {};
@@ -155,7 +155,7 @@ Input* FileInternals::scanInput() noexcept {
 void FileInternals::placeStream() noexcept {
     const unsigned long offset = scanInput_->offset();
     const bool placed = posix::placeStream(file_.regFp, offset);
-    scanStream_ = placed ? static_cast<long>(offset) : std::ftell(file_.regFp);
+    scanStream_ = placed ? static_cast<long>(offset) : posix::placeOf(file_.regFp);
 }
 
 void FileInternals::handOverStream() noexcept {

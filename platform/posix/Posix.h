@@ -142,6 +142,9 @@ void sleepMilliseconds(long milliseconds) noexcept;
 // dropped.
 [[nodiscard]] bool flushStream(std::FILE* stream) noexcept;
 
+// Where a stream that one thread owns stands; -1 where nobody can tell.
+[[nodiscard]] long placeOf(std::FILE* stream) noexcept;
+
 // Moves a stream that is open for reading, as fseek does. To a place that is near ahead it reads, which takes a call
 // for a buffer of bytes and not one for each move; to others it goes without reading anything there. False with errno.
 [[nodiscard]] bool placeStream(std::FILE* stream, unsigned long offset) noexcept;

@@ -37,13 +37,24 @@ off_t distanceTo(std::FILE* stream) noexcept {
     return stream->_IO_write_base - stream->_IO_read_end;
 }
 
+// Whether it is reading, knows where its descriptor stands, and has nothing but what it read from there.
+bool readsOn(std::FILE* stream) noexcept {
+    return stream->_offset >= 0 && stream->_IO_write_ptr == stream->_IO_write_base &&
+           stream->_IO_save_base == nullptr && stream->_mode <= 0;
+}
+
 // Reads on to a place that is near ahead: a call for each buffer of bytes, where a seek is one for each record. False
 // where the place lies elsewhere, or the stream does not know where it stands, or the reading failed.
 bool readOnTo(std::FILE* stream, off_t place) noexcept {
     char passed[BUFSIZ];
-    const off_t distance = stream->_offset < 0 ? -1 : place - ::ftello(stream);
+    const off_t distance = stream->_offset < 0 ? -1 : place - placeOf(stream);
     if (distance < 0 || distance > static_cast<off_t>(sizeof passed)) {
         return false;
+    }
+    if (readsOn(stream) && distance <= stream->_IO_read_end - stream->_IO_read_ptr) {
+        stream->_IO_read_ptr += distance;
+        stream->_flags &= ~_IO_EOF_SEEN;
+        return true;
     }
     const auto wanted = static_cast<std::size_t>(distance);
     const int before = stream->_flags & _IO_ERR_SEEN;  // of the stream's owner, to whom it says something
@@ -86,6 +97,10 @@ bool writeUnlocked(std::FILE* stream, const void* bytes, std::size_t size) noexc
         return noteError(stream, writeAll(::fileno(stream), static_cast<const char*>(bytes), size));
     }
     return ::fwrite_unlocked(bytes, 1, size, stream) == size;
+}
+
+long placeOf(std::FILE* stream) noexcept {
+    return readsOn(stream) ? stream->_offset - (stream->_IO_read_end - stream->_IO_read_ptr) : ::ftello(stream);
 }
 
 bool placeStream(std::FILE* stream, unsigned long offset) noexcept {

@@ -86,6 +86,10 @@ bool writeUnlocked(std::FILE* stream, const void* bytes, std::size_t size) noexc
     return std::fwrite(bytes, 1, size, stream) == size;
 }
 
+long placeOf(std::FILE* stream) noexcept {
+    return static_cast<long>(::ftello(stream));
+}
+
 bool placeStream(std::FILE* stream, unsigned long offset) noexcept {
     const auto place = static_cast<off_t>(offset);
     if (readOnTo(stream, place)) {
