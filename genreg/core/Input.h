@@ -27,6 +27,8 @@ public:
     // Makes `wanted` bytes available at data(), fewer only at the end of the file or after an error; answers how many
     // are. What data() gave before is void.
     [[nodiscard]] std::size_t fill(std::size_t wanted) noexcept;
+    // How many bytes are there without reading.
+    [[nodiscard]] std::size_t ready() const noexcept { return end_ - begin_; }
     [[nodiscard]] const char* data() const noexcept { return buffer_ + begin_; }
     void consume(std::size_t count) noexcept;
 

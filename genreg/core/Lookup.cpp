@@ -92,8 +92,6 @@ bool clearsResult(unsigned int rc) noexcept {
 }  // namespace
 
 unsigned int handOut(FunctionTrace& trace, const Search& search, const void* record, unsigned long size) noexcept {
-    // Kept: a record below this size is never handed out.
-    constexpr unsigned long LEAST_COPY = 8;
     if (size < LEAST_COPY) {
         return trace.fail(120, REG_RECORD_SIZE_REFUSED);
     }
@@ -148,8 +146,12 @@ unsigned int Transaction::getNext(const Search& search, LookupSteps& steps) noex
     if (const unsigned int rc = recordSize(&size)) {
         return rc;
     }
-    RecordBuffer work{tag_};
     Input* const input = inside_.scanInput();
+    if (input != nullptr && steps.take(*input, search, size)) {
+        inside_.placeStream();
+        return trace_.exit(0);
+    }
+    RecordBuffer work{tag_};
     if (input == nullptr || !work.allocate(size)) {
         return trace_.fail(60, REG_NO_RECORD_BUFFER);
     }

@@ -68,12 +68,20 @@ public:
     // REG_NO_MORE_RECORDS when there is none.
     [[nodiscard]] virtual unsigned int find(Input& input, const Search& search, RecordBuffer& work,
                                             unsigned long size) noexcept = 0;
+    // Moves on as find() does, in a scan, and hands the record straight out where that says and needs no more than the
+    // reading. False where find() is to go on, from where the input is then.
+    [[nodiscard]] virtual bool take(Input& /*input*/, const Search& /*search*/, unsigned long /*size*/) noexcept {
+        return false;
+    }
     // What Get answers, if nothing else, when the platform did not take its buffer back.
     [[nodiscard]] virtual unsigned int notFreed(unsigned int platformCode) noexcept = 0;
 
 protected:
     ~LookupSteps() = default;
 };
+
+// Kept: a record below this size is never handed out.
+constexpr unsigned long LEAST_COPY = 8;
 
 // Copies a record that was found into the caller's. REG_RECORD_SIZE_REFUSED.
 [[nodiscard]] unsigned int handOut(FunctionTrace& trace, const Search& search, const void* record,

@@ -37,6 +37,7 @@ unsigned int GenRegText::CheckFuncPtrs() noexcept {
 void GenRegText::useShortcuts(GenRegLineMayMatch mayMatch) noexcept {
     const FunctionTrace trace{Function::TextUseShortcuts};
     lineMayMatch = mayMatch;
+    ways_ = nullptr;
     judgedParse_ = parseLine;
     judgedMatch_ = matchRecord;
 }

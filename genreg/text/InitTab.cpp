@@ -7,6 +7,8 @@
 #include <iterator>
 
 #include "genreg/text/KeptLine.h"
+#include "genreg/text/LineShapes.h"
+#include "genreg/text/PassOver.h"
 
 using genreg::Function;
 using genreg::FunctionTrace;
@@ -54,6 +56,19 @@ bool lineMayHold(unsigned long matchType, const char* line, unsigned long length
     return genreg::beginsWithField(line, line + length, sought.id, ":#\n") || !surelyParses(line, line + length);
 }
 
+std::size_t passLines(unsigned long matchType, const char* lines, std::size_t length, const void* key,
+                      bool joined) noexcept {
+    const auto& sought = *static_cast<const GenRegInitTabRecord*>(key);
+    if ((matchType & INITTAB_MATCH_ID) == 0 || (sought.flags & INITTAB_HAS_ENTRY) == 0 || sought.id == nullptr ||
+        !genreg::isWord(sought.id)) {
+        return 0;
+    }
+    genreg::LinePasser<genreg::EntryLines> passer(lines, length, joined, genreg::Beginning(sought.id));
+    return passer.pass([&](const char* line, std::size_t size) { return lineMayHold(matchType, line, size, key); });
+}
+
+constexpr genreg::LineWays LINE_WAYS = {passLines};
+
 const char* commentOf(const GenRegInitTabRecord& record) noexcept {
     return genreg::commentOf((record.flags & INITTAB_HAS_COMMENT) != 0, record.comment);
 }
@@ -82,7 +97,7 @@ void replaceFields(genreg::LineEdit& edit, const char* line, const char* body, c
 
 GenRegInitTab::GenRegInitTab() noexcept {
     const FunctionTrace trace{Function::GenRegInitTab};
-    genreg::TextSchema::install(*this, lineMayHold, INITTAB_FEATURES);
+    genreg::TextSchema::install(*this, lineMayHold, LINE_WAYS, INITTAB_FEATURES);
 }
 
 GenRegInitTab::GenRegInitTab(const char* path, unsigned int* rc) noexcept : GenRegInitTab() {

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "genreg/text/Schema.h"
+
 namespace genreg {
 
 bool TextLines::next(Input& input, TextLine* line) const noexcept {
@@ -17,6 +19,24 @@ unsigned int TextLines::checkSearchSlots(bool matches) noexcept {
         return trace_.fail(100, REG_NO_MATCH_RECORD);
     }
     return 0;
+}
+
+bool TextLines::isSpokenFor() const noexcept {
+    return engine_.ways_ != nullptr && engine_.parseLine == engine_.judgedParse_ &&
+           engine_.matchRecord == engine_.judgedMatch_ && !isTraced();
+}
+
+void TextLines::passOver(Input& input, unsigned long mask, const void* key) const noexcept {
+    if (key == nullptr || !isSpokenFor()) {
+        return;
+    }
+    const bool joined = has(REG_FEATURE_LINE_CONTINUATION);
+    while (input.error() == 0 && input.fill(1) != 0) {
+        input.consume(engine_.ways_->passOver(mask, input.data(), input.ready(), key, joined));
+        if (input.ready() != 0) {
+            return;
+        }
+    }
 }
 
 bool TextLines::mayMatch(unsigned long mask, const TextLine& line, const void* key) const noexcept {

@@ -46,6 +46,12 @@ public:
     // Whether the slots that a search needs are there: REG_NO_PARSE_LINE, REG_NO_MATCH_RECORD.
     [[nodiscard]] unsigned int checkSearchSlots(bool matches) noexcept;
 
+    // Whether what a schema of the library says of its lines speaks for the functions in the slots. It saves calls: not
+    // while they are traced.
+    [[nodiscard]] bool isSpokenFor() const noexcept;
+    // Goes past whole lines that surely do not match the key under the mask, as many as are at hand.
+    void passOver(Input& input, unsigned long mask, const void* key) const noexcept;
+
     // False when the line surely does not match the key under the mask, told without parsing it.
     [[nodiscard]] bool mayMatch(unsigned long mask, const TextLine& line, const void* key) const noexcept;
 
@@ -81,7 +87,7 @@ private:
     GenRegText& engine_;
     FunctionTrace& trace_;
     const CauseMark cause_;
-    char text_[REG_LINE_SIZE] = {};
+    char text_[REG_LINE_SIZE];  // as long as a line is in it
 };
 
 }  // namespace genreg

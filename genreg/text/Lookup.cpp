@@ -23,7 +23,7 @@ public:
 
     unsigned int find(Input& input, const Search& search, RecordBuffer& work, unsigned long size) noexcept override {
         TextLine line = {};
-        while (lines_.next(input, &line)) {
+        while (nextWorthALook(input, search, &line)) {
             if (const unsigned int rc = lines_.checkSearchSlots(!search.any)) {
                 return rc;
             }
@@ -47,9 +47,30 @@ public:
         return input.error() == 0 ? REG_NO_MORE_RECORDS : trace_.fail(115, REG_READ_FAILED, input.error());
     }
 
+    // In a list each line is parsed where the caller has its record, and once.
+    bool take(Input& input, const Search& search, unsigned long size) noexcept override {
+        TextLine line = {};
+        if (!search.any || size < genreg::LEAST_COPY || !lines_.isSpokenFor() || !lines_.next(input, &line)) {
+            return false;
+        }
+        std::memset(search.result, 0, size);
+        // What is refused is told twice, as where it is parsed twice.
+        if (!line.tooLong() && !lines_.parse(search.result, line)) {
+            (void)lines_.parse(search.result, line);
+        }
+        return true;
+    }
+
     unsigned int notFreed(unsigned int platformCode) noexcept override;
 
 private:
+    [[nodiscard]] bool nextWorthALook(Input& input, const Search& search, TextLine* line) const noexcept {
+        if (!search.any) {
+            lines_.passOver(input, search.mask, search.key);
+        }
+        return lines_.next(input, line);
+    }
+
     FunctionTrace& trace_;
     TextLines lines_;
 };

@@ -10,6 +10,13 @@
 
 namespace genreg {
 
+// What the library's schemas say of many lines.
+struct LineWays {
+    // How many bytes in front are whole lines that ParseLine takes and that do not match the key (not null) under the
+    // mask. Joined: what a backslash continues is no whole line.
+    std::size_t (*passOver)(unsigned long mask, const char* lines, std::size_t length, const void* key, bool joined);
+};
+
 inline bool isBlank(char c) noexcept {
     return c == ' ' || c == '\t';
 }
@@ -45,6 +52,11 @@ inline bool beginsWithField(const char* at, const char* end, const char* text, c
         }
     }
     return at == end || std::strchr(ends, *at) != nullptr;
+}
+
+// Whether the text is there, and has no blanks.
+inline bool isWord(const char* text) noexcept {
+    return *text != '\0' && text[std::strcspn(text, " \t\r\n")] == '\0';
 }
 
 // A line that grows up to its buffer's length and remembers when it would not fit.
@@ -91,7 +103,8 @@ class TextSchema {
 public:
     // Fills the slots with the functions of the schema and sets its features.
     template <typename Schema>
-    static void install(Schema& schema, GenRegLineMayMatch lineMayMatch, unsigned long features) noexcept {
+    static void install(Schema& schema, GenRegLineMayMatch lineMayMatch, const LineWays& ways,
+                        unsigned long features) noexcept {
         GenRegText& engine = schema;
         engine.validateRecord = Schema::ValidateRecord;
         engine.matchRecord = Schema::MatchRecord;
@@ -99,6 +112,7 @@ public:
         engine.parseLine = Schema::ParseLine;
         engine.formatLine = Schema::FormatLine;
         engine.useShortcuts(lineMayMatch);
+        engine.ways_ = &ways;
         engine.ownSlots_ = {engine.parseLine, engine.matchRecord, engine.formatLine};
         engine.keptSlots_ = {keptParse<Schema>(), Schema::MatchWhole, Schema::RewriteLine};
         engine.getMaxRecordSize = Schema::GetMaxRecordSize;
@@ -110,13 +124,14 @@ public:
     // one whose path cannot be taken apart stays without features.
     template <typename Schema>
     static unsigned int construct(Schema& schema, FunctionTrace& trace, const char* path,
-                                  GenRegLineMayMatch lineMayMatch, unsigned long features) noexcept {
+                                  GenRegLineMayMatch lineMayMatch, const LineWays& ways,
+                                  unsigned long features) noexcept {
         GenRegText& engine = schema;
         const unsigned int rc = engine.setRegistryPaths(path);
         if (rc == REG_EMPTY_ARGUMENT || rc == REG_PATH_TOO_LONG) {
             return trace.fail(10, rc);
         }
-        install(schema, lineMayMatch, rc == 0 ? features : 0);
+        install(schema, lineMayMatch, ways, rc == 0 ? features : 0);
         return rc == 0 ? 0 : trace.fail(20, rc);
     }
 

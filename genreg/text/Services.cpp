@@ -13,6 +13,8 @@
 #include <type_traits>
 
 #include "genreg/text/KeptLine.h"
+#include "genreg/text/LineShapes.h"
+#include "genreg/text/PassOver.h"
 
 using genreg::Function;
 using genreg::FunctionTrace;
@@ -24,6 +26,9 @@ namespace {
 
 // The last place of the table is the null's.
 constexpr std::size_t MOST_ALIASES = std::extent_v<decltype(GenRegServicesRecord::aliasTable)> - 1;
+
+// A line up to this length has no room for more.
+constexpr std::size_t LENGTH_OF_MOST = 2 * MOST_ALIASES;
 
 constexpr std::string_view KNOWN_PROTOCOLS[] = {"udp", "tcp", "ddp", "divert", "sctp"};
 
@@ -111,13 +116,12 @@ void appendComment(LineText& text, const GenRegServicesRecord& record) noexcept 
 // Whether ParseLine takes the line, of which the blanks in front are left out: it has a second field, and no room for
 // more aliases than there may be. Where quotes could matter, no.
 bool surelyParses(const char* at, const char* end) noexcept {
-    constexpr long LENGTH_OF_TOO_MANY = 2 * static_cast<long>(MOST_ALIASES);
     const auto stops = [&] { return at == end || *at == '#' || *at == '\n' || *at == '\0'; };
     const auto blank = [&] { return genreg::isBlank(*at) || *at == '\r'; };
     if (stops()) {
         return true;
     }
-    const bool roomForTooMany = end - at > LENGTH_OF_TOO_MANY;
+    const bool roomForTooMany = end - at > static_cast<long>(LENGTH_OF_MOST);
     for (; !stops() && !blank(); ++at) {
         if (*at == '"') {
             return false;
@@ -140,6 +144,20 @@ bool lineMayHold(unsigned long mask, const char* line, unsigned long length, con
     const char* const name = std::find_if(line, end, [](char c) { return !genreg::isBlank(c) && c != '\r'; });
     return genreg::beginsWithField(name, end, sought.name, " \t\r\n#") || !surelyParses(name, end);
 }
+
+std::size_t passLines(unsigned long mask, const char* lines, std::size_t length, const void* key,
+                      bool joined) noexcept {
+    const auto& sought = *static_cast<const GenRegServicesRecord*>(key);
+    if ((mask & SERVICES_MATCH_NAME) == 0 || sought.flags == SERVICES_HAS_COMMENT || sought.name == nullptr ||
+        !genreg::isWord(sought.name)) {
+        return 0;
+    }
+    using Passer = genreg::LinePasser<genreg::ServiceLines<LENGTH_OF_MOST>>;
+    Passer passer(lines, length, joined, genreg::Beginning(sought.name));
+    return passer.pass([&](const char* line, std::size_t size) { return lineMayHold(mask, line, size, key); });
+}
+
+constexpr genreg::LineWays LINE_WAYS = {passLines};
 
 // The words of a service's line, as they stand: name, port and protocol, aliases. Never more than can be aliases, and
 // one.
@@ -229,7 +247,7 @@ void replaceAliases(LineEdit& edit, const Words& words, const GenRegServicesReco
 
 GenRegServices::GenRegServices(const char* path, unsigned int* rc) noexcept {
     FunctionTrace trace{Function::GenRegServices};
-    *rc = genreg::TextSchema::construct(*this, trace, path, lineMayHold, REG_FEATURE_DEFERRED_COMMIT);
+    *rc = genreg::TextSchema::construct(*this, trace, path, lineMayHold, LINE_WAYS, REG_FEATURE_DEFERRED_COMMIT);
 }
 
 GenRegServices::~GenRegServices() noexcept {

@@ -6,6 +6,8 @@
 #include <cstring>
 
 #include "genreg/text/KeptLine.h"
+#include "genreg/text/LineShapes.h"
+#include "genreg/text/PassOver.h"
 
 using genreg::Function;
 using genreg::FunctionTrace;
@@ -110,6 +112,19 @@ bool lineMayHold(unsigned long mask, const char* line, unsigned long length, con
     return may || !surelyParses(first, end);
 }
 
+// The words of a name may stand any blanks apart: only a name of one word is a line's beginning.
+std::size_t passLines(unsigned long mask, const char* lines, std::size_t length, const void* key,
+                      bool joined) noexcept {
+    const char* const variable = static_cast<const GenRegVarValRecord*>(key)->variable;
+    if ((mask & VARVAL_MATCH_VARIABLE) == 0 || variable == nullptr || !genreg::isWord(variable)) {
+        return 0;
+    }
+    genreg::LinePasser<genreg::PairLines> passer(lines, length, joined, genreg::Beginning(variable));
+    return passer.pass([&](const char* line, std::size_t size) { return lineMayHold(mask, line, size, key); });
+}
+
+constexpr genreg::LineWays LINE_WAYS = {passLines};
+
 // The pieces of a line with a pair, as they stand.
 struct PairPlace {
     std::string_view variable;
@@ -143,7 +158,7 @@ PairPlace placeOf(const char* line, const char* end) noexcept {
 
 GenRegVarVal::GenRegVarVal(const char* path, unsigned int* rc) noexcept {
     FunctionTrace trace{Function::GenRegVarVal};
-    *rc = genreg::TextSchema::construct(*this, trace, path, lineMayHold,
+    *rc = genreg::TextSchema::construct(*this, trace, path, lineMayHold, LINE_WAYS,
                                         REG_FEATURE_DEFERRED_COMMIT | REG_FEATURE_ALLOW_DUPLICATES);
     if (*rc != 0) {
         return;

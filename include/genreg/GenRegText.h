@@ -41,6 +41,7 @@ using GenRegFormatLine = unsigned int (*)(void* record, char* line);
 using GenRegLineMayMatch = bool (*)(unsigned long mask, const char* line, unsigned long length, const void* key);
 
 namespace genreg {
+struct LineWays;
 class TextLines;
 class TextSchema;
 }  // namespace genreg
@@ -118,5 +119,7 @@ private:
     bool keepsLines_ = false;
     GenRegParseLine judgedParse_ = nullptr;
     GenRegMatchRecord judgedMatch_ = nullptr;
-    void* room_[7] = {};  // a private field more is a place less here
+    const genreg::LineWays* ways_ =
+        nullptr;          // of the library's schemas; as bound as lineMayMatch, and off with another
+    void* room_[6] = {};  // a private field more is a place less here
 };
