@@ -1,13 +1,38 @@
 // The binary variable/value schema: its record callbacks.
 #include <genreg/GenRegBinVarVal.h>
 
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 
-#include "genreg/core/FunctionTrace.h"
+#include "genreg/bin/Frames.h"
 
 using genreg::Function;
 using genreg::FunctionTrace;
+
+namespace {
+
+// A frame of another length than a record's is left in doubt.
+std::size_t passRecords(unsigned long matchType, const char* frames, std::size_t length, bool bigEndian,
+                        const void* key) noexcept {
+    const auto& sought = *static_cast<const GenRegBinVarValRecord*>(key);
+    if ((matchType & BINVARVAL_MATCH_VARIABLE) == 0) {
+        return 0;
+    }
+    std::size_t at = 0;
+    for (genreg::Frame frame = {}; genreg::frameAt(bigEndian, frames, length, at, &frame);) {
+        const char* const variable = frame.payload + offsetof(GenRegBinVarValRecord, variable);
+        if (frame.length != sizeof sought || std::strncmp(variable, sought.variable, sizeof sought.variable) == 0) {
+            break;
+        }
+        at += genreg::FRAME_LENGTH_SIZE + frame.length;
+    }
+    return at;
+}
+
+constexpr genreg::FrameWays RECORD_WAYS = {false, passRecords, nullptr};
+
+}  // namespace
 
 static_assert(sizeof(GenRegBinVarValRecord) == 36, "the record in memory is the payload of the frame");
 
@@ -23,6 +48,8 @@ GenRegBinVarVal::GenRegBinVarVal(const char* path, unsigned int* rc) noexcept {
     printRecord = PrintRecord;
     getRecordSize = GetRecordSize;
     getMaxRecordSize = GetMaxRecordSize;
+    useShortcuts(nullptr, nullptr, nullptr);
+    genreg::BinFrames::useWays(*this, RECORD_WAYS);
     if (*rc != 0) {
         (void)trace.fail(20, *rc);
         return;

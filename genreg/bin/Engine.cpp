@@ -39,6 +39,7 @@ void GenRegBin::useShortcuts(GenRegCheckPacked check, GenRegPackedMayMatch mayMa
     checkPacked = check;
     packedMayMatch = mayMatch;
     packsAlike = alike;
+    ways_ = nullptr;
     judgedMatch_ = matchRecord;
     judgedPack_ = packRecord;
     judgedUnpack_ = unpackRecord;

@@ -58,6 +58,55 @@ bool BinFrames::packsChecked() const noexcept {
     return checksImages() && engine_.packRecord == engine_.judgedPack_;
 }
 
+bool BinFrames::usesWays() const noexcept {
+    return engine_.ways_ != nullptr && engine_.ways_->packed == has(REG_FEATURE_PACKED) &&
+           engine_.matchRecord == engine_.judgedMatch_ && !isTraced() && (!engine_.ways_->packed || matchesChecked());
+}
+
+void BinFrames::passOver(Input& input, unsigned long mask, const void* key) const noexcept {
+    if (key == nullptr || !usesWays()) {
+        return;
+    }
+    const bool bigEndian = has(REG_FEATURE_BIG_ENDIAN);
+    while (input.error() == 0 && input.fill(1) != 0) {
+        input.consume(engine_.ways_->passOver(mask, input.data(), input.ready(), bigEndian, key));
+        if (input.ready() != 0) {
+            return;
+        }
+    }
+}
+
+// Without a word where next() would have one.
+bool BinFrames::peek(Input& input, Frame* frame) const noexcept {
+    if (input.fill(FRAME_LENGTH_SIZE) < FRAME_LENGTH_SIZE || input.error() != 0) {
+        return false;
+    }
+    const std::size_t length = decodeLength(has(REG_FEATURE_BIG_ENDIAN), input.data());
+    if (length > input.size() - input.offset() - FRAME_LENGTH_SIZE ||
+        input.fill(FRAME_LENGTH_SIZE + length) < FRAME_LENGTH_SIZE + length) {
+        return false;
+    }
+    *frame = {input.data() + FRAME_LENGTH_SIZE, length};
+    return true;
+}
+
+bool BinFrames::take(Input& input, unsigned long mask, const void* key, void* record) const noexcept {
+    if (!usesWays() || engine_.ways_->take == nullptr || engine_.getMaxRecordSize != engine_.judgedMaxSize_) {
+        return false;
+    }
+    for (Frame frame = {}; peek(input, &frame);) {
+        const Taken taken = engine_.ways_->take(mask, frame.payload, frame.length, key, record);
+        if (taken == Taken::Doubt) {
+            return false;
+        }
+        input.consume(FRAME_LENGTH_SIZE + frame.length);
+        if (taken == Taken::Yes) {
+            return true;
+        }
+    }
+    return false;
+}
+
 unsigned int BinFrames::checkImage(const Frame& frame) noexcept {
     const unsigned int rc = engine_.checkPacked(frame.payload, frame.length);
     return rc == 0 ? 0 : trace_.fail(450, REG_UNPACK_FAILED, rc);

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 
+#include "genreg/bin/FrameWays.h"
 #include "genreg/core/FrameBytes.h"
 #include "genreg/core/FunctionTrace.h"
 #include "genreg/core/Input.h"
@@ -23,6 +24,14 @@ public:
     // REG_FRAME_PAYLOAD_READ_FAILED. Nothing is read or allocated for a length that the file cannot hold. The frame is
     // valid until the next one of the same input.
     [[nodiscard]] unsigned int next(Input& input, Frame* frame) noexcept;
+
+    // For the schemas of the library; they speak for the functions that the shortcuts speak for.
+    static void useWays(GenRegBin& engine, const FrameWays& ways) noexcept { engine.ways_ = &ways; }
+    // Goes past whole frames that surely do not match the key under the mask, as many as are at hand.
+    void passOver(Input& input, unsigned long mask, const void* key) const noexcept;
+    // Moves on to the next record that matches the key, or to the next one where the key is null, and unpacks it to
+    // where the caller has it. False at a frame in doubt, which is the next one then, and at the end.
+    [[nodiscard]] bool take(Input& input, unsigned long mask, const void* key, void* record) const noexcept;
 
     // Refuses an image whose lengths lie; REG_UNPACK_FAILED.
     [[nodiscard]] unsigned int check(const Frame& frame) noexcept;
@@ -69,6 +78,8 @@ private:
     [[nodiscard]] bool unpacksChecked() const noexcept;
     [[nodiscard]] bool matchesChecked() const noexcept;
     [[nodiscard]] bool packsChecked() const noexcept;
+    [[nodiscard]] bool usesWays() const noexcept;
+    [[nodiscard]] bool peek(Input& input, Frame* frame) const noexcept;
     [[nodiscard]] unsigned int checkImage(const Frame& frame) noexcept;
     [[nodiscard]] unsigned int previousImage(const Frame* previous, void** image) noexcept;
     [[nodiscard]] bool writeBytes(std::FILE* stream, const void* payload, unsigned long size, bool inPlace) noexcept;

@@ -22,6 +22,9 @@ public:
     unsigned int find(Input& input, const Search& search, RecordBuffer& work, unsigned long size) noexcept override {
         for (;;) {
             Frame frame = {};
+            if (!search.any) {
+                frames_.passOver(input, search.mask, search.key);
+            }
             if (const unsigned int rc = frames_.next(input, &frame)) {
                 return rc == REG_NO_MORE_RECORDS ? rc : trace_.fail(110, REG_READ_FAILED, rc);
             }
@@ -41,6 +44,11 @@ public:
                 return handOut(trace_, search, work.get(), size);
             }
         }
+    }
+
+    bool take(Input& input, const Search& search, unsigned long /*size*/) noexcept override {
+        const bool keyed = search.any || search.key != nullptr;
+        return keyed && frames_.take(input, search.mask, search.key, search.result);
     }
 
     unsigned int notFreed(unsigned int platformCode) noexcept override;

@@ -62,9 +62,8 @@ void setValue(GlobalRegRecord& record, const GlobalRegField& field, unsigned lon
 }
 
 void setText(char* member, unsigned long capacity, const char* text) noexcept {
-    const std::string_view cut = boundedText(text, capacity - 1);
-    std::memcpy(member, cut.data(), cut.size());
-    std::memset(member + cut.size(), 0, capacity - cut.size());
+    (void)std::strncpy(member, text, capacity - 1);
+    member[capacity - 1] = '\0';
 }
 
 }  // namespace genreg

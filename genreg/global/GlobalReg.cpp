@@ -1,7 +1,9 @@
 #include <genreg/GlobalReg.h>
 #include <osse/Memory.h>
 
+#include "genreg/bin/Frames.h"
 #include "genreg/core/FunctionTrace.h"
+#include "genreg/global/ImageWays.h"
 #include "genreg/global/PackedImage.h"
 
 using genreg::checkImage;
@@ -32,6 +34,7 @@ void GlobalReg::init(bool useDefaultPath) noexcept {
     unpackRecord = UnpackRecord;
     getPackedRecordSize = GetPackedRecordSize;
     useShortcuts(checkImage, imageMayMatch, imagePacksAlike);
+    genreg::BinFrames::useWays(*this, genreg::IMAGE_WAYS);
     logChange = Log;
     notifyChange = Notify;
 

@@ -1,10 +1,14 @@
 #include "genreg/global/InfoTransaction.h"
 
 #include <bit>
+#include <cstddef>
+#include <cstring>
 #include <memory>
 
+#include "genreg/bin/Frames.h"
 #include "genreg/core/FunctionTrace.h"
 #include "genreg/global/Fields.h"
+#include "genreg/global/ImageWays.h"
 
 namespace genreg {
 namespace {
@@ -85,9 +89,10 @@ void infoFromRecord(const InfoSchema& schema, const GlobalRegRecord& record, voi
     }
 }
 
-// A key text longer than its member is cut as it was on writing, so that it is found again.
-GlobalRegRecord keyRecord(const InfoSchema& schema, const InfoKey& wanted) noexcept {
-    GlobalRegRecord key = {};
+// A key text longer than its member is cut as it was on writing, so that it is found again. What is behind the head and
+// is no field of the key means nothing: it would be most of the work of a list.
+void fillKey(const InfoSchema& schema, const InfoKey& wanted, GlobalRegRecord& key) noexcept {
+    std::memset(static_cast<void*>(&key), 0, offsetof(GlobalRegRecord, body));
     key.recordType = schema.recordType;
     const auto put = [&](unsigned long bit, const char* text) {
         if (text != nullptr) {
@@ -99,7 +104,6 @@ GlobalRegRecord keyRecord(const InfoSchema& schema, const InfoKey& wanted) noexc
     put(SERVICE_BIT, wanted.service);
     putValue(fieldOf(schema, VERSION_BIT), wanted.versionCode, &key);
     put(THIRD_BIT, wanted.third);
-    return key;
 }
 
 // Which part of the key a record or key lacks; 0 when none.
@@ -153,7 +157,8 @@ unsigned int getInfo(const InfoSchema& schema, const InfoKey& wanted, void* info
         return trace.fail(10, schema.infoNull);
     }
     GlobalReg registry;
-    GlobalRegRecord key = keyRecord(schema, wanted);
+    GlobalRegRecord key;
+    fillKey(schema, wanted, key);
     GlobalRegRecord found;
     const unsigned int rc = registry.Get(key.fieldMask, &key, &found);
     if (rc == REG_NOT_FOUND) {
@@ -168,7 +173,8 @@ unsigned int getInfo(const InfoSchema& schema, const InfoKey& wanted, void* info
 
 unsigned int removeInfo(const InfoSchema& schema, const InfoKey& wanted) noexcept {
     OperationTrace trace{schema.remove};
-    GlobalRegRecord key = keyRecord(schema, wanted);
+    GlobalRegRecord key = {};
+    fillKey(schema, wanted, key);
     if (const unsigned int rc = missingKeyPart(schema, key)) {
         return trace.fail(10, rc);
     }
@@ -196,6 +202,7 @@ unsigned int openInstanceList(const char* service, void** handle, bool useDefaul
     if (const unsigned int rc = list->OpenScan()) {
         return trace.fail(40, rc);
     }
+    BinFrames::useWays(*list, LIST_WAYS);
     GlobalRegList::setService(list.get(), service);
     *handle = list.release();
     return trace.exit(0);
@@ -213,6 +220,7 @@ unsigned int openServiceList(void** handle) noexcept {
     if (list->OpenScan() != 0) {
         return trace.fail(30, REG_OPEN_SERVICE_LIST_FAILED);
     }
+    BinFrames::useWays(*list, LIST_WAYS);
     *handle = list.release();
     return trace.exit(0);
 }
@@ -226,7 +234,8 @@ unsigned int nextInfo(const InfoSchema& schema, void* handle, void* info) noexce
         return trace.fail(20, schema.infoNull);
     }
     auto* list = static_cast<GlobalReg*>(handle);
-    GlobalRegRecord key = keyRecord(schema, {GlobalRegList::service(list), 0, nullptr});
+    GlobalRegRecord key;
+    fillKey(schema, {GlobalRegList::service(list), 0, nullptr}, key);
     GlobalRegRecord found;
     const unsigned int rc = list->GetNext(key.fieldMask, &key, &found);
     if (rc == REG_NO_MORE_RECORDS) {

@@ -3,12 +3,14 @@
 #include <genreg/GlobalReg.h>
 
 #include "genreg/core/FunctionTrace.h"
-#include "genreg/global/Fields.h"
+#include "genreg/global/PackedImage.h"
 
+using genreg::fieldOf;
 using genreg::Function;
 using genreg::FunctionTrace;
 using genreg::RecordType;
 using genreg::recordTypeOf;
+using genreg::takeLowest;
 using genreg::textOf;
 using genreg::valueOf;
 
@@ -22,8 +24,9 @@ bool isRefused(const GlobalRegRecord& record, const GlobalRegField& field) noexc
 }
 
 unsigned int checkContents(const GlobalRegRecord& record, const RecordType& type) noexcept {
-    for (const GlobalRegField& field : type.fields) {
-        if ((record.fieldMask & field.bit) != 0 && field.refusedCode != 0 && isRefused(record, field)) {
+    for (unsigned long bits = record.fieldMask & type.known; bits != 0;) {
+        const GlobalRegField& field = fieldOf(type, takeLowest(&bits));
+        if (field.refusedCode != 0 && isRefused(record, field)) {
             return field.refusedCode;
         }
     }
@@ -31,8 +34,9 @@ unsigned int checkContents(const GlobalRegRecord& record, const RecordType& type
 }
 
 unsigned int checkPresence(unsigned long mask, const GlobalRegRecord& record, const RecordType& type) noexcept {
-    for (const GlobalRegField& field : type.fields) {
-        if ((mask & ~record.fieldMask & field.bit) != 0 && field.missingCode != 0) {
+    for (unsigned long bits = mask & ~record.fieldMask & type.known; bits != 0;) {
+        const GlobalRegField& field = fieldOf(type, takeLowest(&bits));
+        if (field.missingCode != 0) {
             return field.missingCode;
         }
     }

@@ -54,6 +54,7 @@ using GenRegPacksAlike = bool (*)(const void* image, unsigned long length);
 
 namespace genreg {
 class BinFrames;
+struct FrameWays;
 }  // namespace genreg
 
 class GENREG_EXPORT GenRegBin : public GenRegFile {
@@ -119,5 +120,6 @@ private:
     GenRegUnpackRecord judgedUnpack_ = nullptr;
     GenRegGetPackedRecordSize judgedPackedSize_ = nullptr;
     GenRegGetMaxRecordSize judgedMaxSize_ = nullptr;
-    void* room_[11] = {};  // a private field more is a place less here
+    const genreg::FrameWays* ways_ = nullptr;  // of the library's schemas; as bound as packedMayMatch
+    void* room_[10] = {};                      // a private field more is a place less here
 };
