@@ -1,0 +1,357 @@
+// Any bytes as the file of each schema, looked through in the quick ways and in the plain one beside each other: codes,
+// causes, records, places in the scan and log lines are the same.
+//
+// The plain object has functions of its own in the slots, which hand on to the schema's, so that whatever saves calls
+// is off; and a limit for its locks, so that look-ups open the file as everybody else does. The quick object is the
+// schema as it comes; while it is traced, or where its slots hold other functions too, it has to give the same again.
+// The lists of the information interface, which has no slots, are read traced and not. And the masks of lines that this
+// machine makes are the ones that every machine can.
+#include <genreg/Cause.h>
+#include <genreg/genreg.h>
+#include <osse/Log.h>
+#include <osse/Trace.h>
+
+#include <cstring>
+#include <memory>
+
+#include "Fuzz.h"
+#include "genreg/text/LineShapes.h"
+#include "genreg/text/PassOver.h"
+
+namespace {
+
+// What was logged, as it is told, and what was traced; the library's objects find these in the place of the platform's.
+std::string* logged = nullptr;
+std::string* traced = nullptr;
+
+void keepTrace(const char* what, unsigned int function) {
+    if (traced != nullptr) {
+        *traced += what + std::to_string(function) + "\n";
+    }
+}
+
+void keepLine(std::initializer_list<unsigned int> numbers, const char* text) {
+    if (logged != nullptr) {
+        for (const unsigned int number : numbers) {
+            *logged += std::to_string(number) + " ";
+        }
+        *logged += std::string(text != nullptr ? text : "-") + "\n";
+    }
+}
+
+std::string told(const char* text) {
+    return text != nullptr ? "|" + std::string(text) + "|" : "(none)";
+}
+
+std::string bytesOf(const void* record, std::size_t size) {
+    return {static_cast<const char*>(record), size};
+}
+
+// Of a text record what its fields say, of a binary one all bytes.
+std::string told(const GenRegVarValRecord& record) {
+    return std::to_string(record.contains) + told(record.comment) + told(record.variable) + told(record.value);
+}
+std::string told(const GenRegServicesRecord& record) {
+    std::string all = std::to_string(record.flags) + told(record.comment) + told(record.name) +
+                      std::to_string(record.port) + told(record.protocol);
+    for (char** alias = record.aliases; alias != nullptr && *alias != nullptr; ++alias) {
+        all += told(*alias);
+    }
+    return all;
+}
+std::string told(const GenRegInitTabRecord& record) {
+    return std::to_string(record.flags) + told(record.comment) + told(record.id) + told(record.runLevel) +
+           told(record.action) + told(record.command);
+}
+std::string told(const GenRegBinVarValRecord& record) {
+    return bytesOf(&record, sizeof record);
+}
+std::string told(const GlobalRegRecord& record) {
+    return bytesOf(&record, sizeof record);
+}
+
+// How often these functions in the slots were asked.
+unsigned long timesAsked = 0;
+
+template <class Schema>
+unsigned int matchAgain(unsigned long mask, void* record, void* key) {
+    ++timesAsked;
+    return Schema::MatchRecord(mask, record, key);
+}
+template <class Schema>
+unsigned int parseAgain(void* record, const char* line) {
+    ++timesAsked;
+    return Schema::ParseLine(record, line);
+}
+
+// What the input asks for beside the file.
+struct Asked {
+    unsigned long mask = 0;
+    std::string key;
+    unsigned long toggled = 0;  // features
+    bool keeps = false;
+};
+
+template <class Schema>
+class Opened : public Schema {
+public:
+    Opened(const std::string& path, const Asked& asked, bool replaced, bool plain) {
+        claim(this->setRegistryPaths(path.c_str()) == 0, "the path is taken");
+        this->features ^= asked.toggled;
+        if constexpr (requires { this->parseLine; }) {
+            claim(!asked.keeps || this->KeepLines(true) == 0, "lines are kept");
+            if (replaced && !asked.keeps) {
+                this->parseLine = parseAgain<Schema>;
+            }
+        }
+        if (replaced && !asked.keeps) {
+            this->matchRecord = matchAgain<Schema>;
+        }
+        if (plain) {
+            this->SetLockWait(3'600'000, nullptr, nullptr);
+        }
+    }
+};
+
+unsigned int ignored = 0;
+struct VarVal : GenRegVarVal {
+    VarVal() : GenRegVarVal("x", &ignored) {}
+};
+struct Services : GenRegServices {
+    Services() : GenRegServices("x", &ignored) {}
+};
+struct BinVarVal : GenRegBinVarVal {
+    BinVarVal() : GenRegBinVarVal("x", &ignored) {}
+};
+
+void fillKey(GenRegVarValRecord& key, char* text) {
+    key.contains = VARVAL_HAS_PAIR;
+    key.variable = key.value = text;
+}
+void fillKey(GenRegServicesRecord& key, char* text) {
+    key.flags = *text == '#' ? SERVICES_HAS_COMMENT : SERVICES_HAS_NAME;
+    key.name = key.protocol = key.comment = text;
+}
+void fillKey(GenRegInitTabRecord& key, char* text) {
+    key.flags = *text == '#' ? INITTAB_HAS_COMMENT : INITTAB_HAS_ENTRY;
+    key.id = key.runLevel = key.action = key.command = key.comment = text;
+}
+void fillKey(GenRegBinVarValRecord& key, char* text) {
+    std::memcpy(key.variable, text, ::strnlen(text, sizeof key.variable));
+}
+// A type in front, then the texts, each the whole of it.
+void fillKey(GlobalRegRecord& key, char* text) {
+    key.recordType = static_cast<unsigned int>(*text) % 5;
+    const char* const rest = *text == '\0' ? text : text + 1;
+    unsigned long count = 0;
+    const GlobalRegField* const fields = globalRegFields(key.recordType, &count);
+    for (unsigned long n = 0; n < count; ++n) {
+        if (fields[n].kind == GLOBALREG_FIELD_TEXT) {
+            char* const member = reinterpret_cast<char*>(&key) + fields[n].offset;
+            const char* const field = n == 0 ? "RVN" : rest;
+            std::memcpy(member, field, ::strnlen(field, fields[n].capacity));
+        }
+    }
+}
+
+template <class Record>
+class Transcript {
+public:
+    explicit Transcript(const Asked& asked) : text_(asked.key) { fillKey(key_, text_.data()); }
+
+    template <class Registry>
+    std::string of(Registry& registry, const Asked& asked) {
+        std::string all;
+        logged = traced = &all;
+        const auto look = [&](auto call) {
+            auto result = std::make_unique<Record>();
+            std::memset(static_cast<void*>(result.get()), 0xa5, sizeof(Record));
+            const unsigned int rc = call(result.get());
+            GenRegCause cause = {};
+            genregLastCause(&cause);
+            all += std::to_string(rc) + " " + std::to_string(cause.code) + " " + std::to_string(cause.probe) + " " +
+                   std::to_string(cause.function) + (rc == 0 ? told(*result) : bytesOf(result.get(), sizeof(Record))) +
+                   "\n";
+            return rc;
+        };
+        (void)look([&](Record* result) { return registry.Get(asked.mask, &key_, result); });
+        (void)look([&](Record* result) { return registry.Get(asked.mask, &key_, result); });
+        for (const unsigned long mask : {0UL, asked.mask}) {
+            Record* const key = mask == 0 ? nullptr : &key_;
+            all += std::to_string(registry.OpenScan()) + "\n";
+            long long place = 0;
+            do {
+                all += std::to_string(registry.getRegFilePosition(&place)) + " " + std::to_string(place) + "\n";
+            } while (look([&](Record* result) { return registry.GetNext(mask, key, result); }) == 0);
+            all += std::to_string(registry.CloseScan()) + "\n";
+        }
+        char path[REG_PATH_SIZE];
+        (void)registry.getRegistryPath(path, sizeof path);
+        logged = traced = nullptr;
+        return all + path;
+    }
+
+private:
+    std::string text_;
+    Record key_ = {};
+};
+
+template <class Schema, class Record>
+void compare(const std::string& path, const Asked& asked) {
+    const auto ask = [&](bool replaced, bool plain) {
+        Opened<Schema> registry(path, asked, replaced, plain);
+        return Transcript<Record>(asked).of(registry, asked);
+    };
+    timesAsked = 0;
+    const std::string plain = ask(true, true);
+    const unsigned long timesPlain = timesAsked;
+    claim(ask(false, false) == plain, "the quick ways tell what the plain one tells");
+    claim(ask(true, false) == plain, "and so with other functions in the slots");
+    claim(ask(false, true) == plain, "and so opened as everybody does");
+    gtraceState = GTRACE_ATTACHED | GTRACE_ENABLED;
+    timesAsked = 0;
+    const bool same = ask(true, false) == ask(false, false);
+    gtraceState = 0;
+    claim(timesAsked == timesPlain, "functions in the slots are asked as often as while they are traced");
+    claim(same, "and so, call for call, while it is traced");
+}
+
+// What the information interface lists.
+template <class Info>
+std::string listed(void* list, unsigned int (*next)(void*, Info*), unsigned int (*close)(void*)) {
+    std::string all;
+    unsigned int rc = 0;
+    do {
+        auto info = std::make_unique<Info>();
+        rc = next(list, info.get());
+        all += std::to_string(rc) + bytesOf(info.get(), sizeof(Info)) + "\n";
+    } while (rc == 0);
+    return all + std::to_string(close(list));
+}
+
+std::string listedAll(const char* service) {
+    std::string all;
+    logged = &all;
+    void* list = nullptr;
+    all += std::to_string(ossOpenInstanceList(service, &list, false));
+    if (list != nullptr) {
+        all += listed<OSSInstanceInfo_t>(list, ossGetNextInstance, ossCloseInstanceList);
+    }
+    list = nullptr;
+    all += std::to_string(ossOpenServiceList(&list));
+    if (list != nullptr) {
+        all += listed<OSSServiceInfo_t>(list, ossGetNextService, ossCloseServiceList);
+    }
+    logged = nullptr;
+    return all;
+}
+
+void compareLists(const std::string& path) {
+    claim(::setenv("RVN_GLOBAL_REG_PATHNAME", path.c_str(), 1) == 0, "the registry is named");
+    for (const char* service : {"RVN", "other"}) {
+        const std::string quick = listedAll(service);
+        gtraceState = GTRACE_ATTACHED | GTRACE_ENABLED;
+        const std::string plain = listedAll(service);
+        gtraceState = 0;
+        claim(quick == plain, "a list tells what it tells while it is traced");
+    }
+}
+
+// How far the masks lead in the lines, from whichever line, and together with those who look at single ones.
+template <class Shape, class Block>
+std::string passed(const std::string& lines, bool joined, const std::string& key) {
+    std::string all;
+    const genreg::Beginning beginning(key.c_str());
+    for (const bool holds : {true, false}) {
+        std::size_t at = 0;
+        do {
+            // A copy of its own, so that reading behind its end is seen.
+            const std::unique_ptr<char[]> rest(new char[lines.size() - at]);
+            std::memcpy(rest.get(), lines.data() + at, lines.size() - at);
+            genreg::LinePasser<Shape, Block> passer(rest.get(), lines.size() - at, joined, beginning);
+            all += std::to_string(passer.pass([&](const char*, std::size_t) { return holds; })) + " ";
+            at = lines.find('\n', at) + 1;
+        } while (at != 0 && at < lines.size() && all.size() < 1000);
+    }
+    return all;
+}
+
+template <class Shape>
+void compareMasks(const std::string& lines, const Asked& asked) {
+    const std::string key = asked.key.substr(0, asked.key.find_first_of(" \t\r\n"));
+    if (!key.empty()) {
+        const bool joined = asked.toggled != 0;
+        claim(passed<Shape, genreg::Block>(lines, joined, key) == passed<Shape, genreg::PlainBlock>(lines, joined, key),
+              "the masks are those of every machine");
+    }
+}
+
+}  // namespace
+
+extern "C" {
+
+void ossLog(unsigned int functionId, unsigned int code, unsigned int probe, unsigned int severity, const char* text) {
+    keepLine({functionId, code, probe, severity}, text);
+}
+void ossLogRC(unsigned int functionId, unsigned int code, unsigned int platformCode, unsigned int probe,
+              unsigned int severity, const char* text) {
+    keepLine({functionId, code, platformCode, probe, severity}, text);
+}
+void _gtraceEntry(unsigned int functionId, unsigned long) {
+    keepTrace("> ", functionId);
+}
+void _gtraceExit(unsigned int functionId, unsigned long, unsigned long) {
+    keepTrace("< ", functionId);
+}
+}
+
+// The schema, what is asked for, the key up to its NUL, and the file: how often its bytes are repeated, and they.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+    static const FuzzFolder folder;
+    const FuzzQuiet quiet;
+    constexpr std::size_t HEAD = 4;
+    if (size < HEAD) {
+        return 0;
+    }
+    const std::string input(reinterpret_cast<const char*>(bytes) + HEAD, size - HEAD);
+    Asked asked;
+    asked.mask = bytes[2];
+    asked.key = input.substr(0, std::min(input.find('\0'), input.size()));
+    const std::string once = input.substr(std::min(asked.key.size() + 1, input.size()));
+    std::string contents;
+    for (unsigned int i = 0; i <= bytes[3] % 32U; ++i) {
+        contents += once;
+    }
+    const unsigned int wishes = bytes[1];
+    asked.toggled = (wishes & 4) != 0 ? REG_FEATURE_LINE_CONTINUATION | REG_FEATURE_BIG_ENDIAN : 0;
+    asked.keeps = (wishes & 8) != 0;
+    std::string path = folder.write("file", contents);
+    if ((wishes & 3) == 1) {
+        path = folder.path("none");
+    } else if ((wishes & 3) == 2) {
+        path = folder.path("link");
+        (void)::unlink(path.c_str());
+        claim(::symlink("file", path.c_str()) == 0, "a link leads to the file");
+    }
+    switch (bytes[0] % 5) {
+        case 0:
+            compare<VarVal, GenRegVarValRecord>(path, asked);
+            compareMasks<genreg::PairLines>(contents, asked);
+            break;
+        case 1:
+            compare<Services, GenRegServicesRecord>(path, asked);
+            compareMasks<genreg::ServiceLines<240>>(contents, asked);
+            break;
+        case 2:
+            compare<GenRegInitTab, GenRegInitTabRecord>(path, asked);
+            compareMasks<genreg::EntryLines>(contents, asked);
+            break;
+        case 3:
+            compare<BinVarVal, GenRegBinVarValRecord>(path, asked);
+            break;
+        default:
+            compare<GlobalReg, GlobalRegRecord>(path, asked);
+            compareLists(path);
+    }
+    return 0;
+}
