@@ -45,10 +45,9 @@ int reported(tool::Context& context, tool::Failure failure) {
     return failure.exitStatus;
 }
 
-int guarded(tool::Context& context, int count, char** arguments) {
+int guarded(tool::CommandLine& commandLine, tool::Context& context, int count, char** arguments) {
     try {
-        const std::vector<tool::Command> commands = allCommands();
-        const int status = tool::run(context, GROUPS, commands, count, arguments);
+        const int status = commandLine.run(context, GROUPS, allCommands(), count, arguments);
         context.output.finish();
         return status;
     } catch (const tool::Failure& failure) {
@@ -78,5 +77,8 @@ int main(int count, char** arguments) {
     (void)std::signal(SIGPIPE, SIG_IGN);
     tool::fillClosedStandardFiles();
     tool::Context context;
-    return guarded(context, count, arguments);
+    tool::CommandLine commandLine;
+    const int status = guarded(commandLine, context, count, arguments);
+    context.output.flush();  // what was printed in front of a failure
+    tool::leave(status);
 }

@@ -17,6 +17,10 @@ TEST_F(Command, GlobalOptionsStandBeforeOrBehindTheCommand) {
     EXPECT_EQ(status("varval add f status lock"), 0);
     EXPECT_EQ(status("varval set f status -- --json"), 0);
     EXPECT_EQ(read("f"), "a = 1\nstatus = --json\n");
+    EXPECT_EQ(status("--if-value diff varval set f status x --if-value --json"), 2);
+    EXPECT_EQ(status("--if-value=--json varval set f status diff"), 0);
+    EXPECT_EQ(status("--if-value diff varval set f status dump"), 0);
+    EXPECT_EQ(read("f"), "a = 1\nstatus = dump\n");
 }
 
 TEST_F(Command, AMistypedWordIsAnsweredWithTheNearestAndNothingIsDone) {

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <map>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "base/LockPatience.h"
@@ -16,7 +17,6 @@
 #include "system/System.h"
 
 namespace tool {
-namespace {
 
 constexpr std::string_view DESCRIPTION = "Reads and edits registry files, safely among several processes.";
 constexpr std::string_view FOOTER =
@@ -36,6 +36,8 @@ struct ToolParser {
     Action action;
     std::vector<std::pair<unsigned int, CLI::Option*>> acting;  // options that not every command takes
 };
+
+namespace {
 
 // The help of a command lists the global options that it takes, too.
 class HelpFormatter final : public CLI::Formatter {
@@ -160,9 +162,17 @@ void declareCommand(CLI::App& above, const Command& command, const std::string& 
     });
 }
 
+bool isIn(const Command& command, std::string_view group) {
+    return command.name.starts_with(group) && command.name.substr(group.size()).starts_with(' ');
+}
+
 void declareCommands(ToolParser& parser, std::span<const CommandGroup> groups, std::span<const Command> commands) {
     std::map<std::string_view, CLI::App*> parents;
     for (const CommandGroup& group : groups) {
+        if (std::none_of(commands.begin(), commands.end(),
+                         [&](const Command& command) { return isIn(command, group.name); })) {
+            continue;
+        }
         CLI::App* parent = parser.app.add_subcommand(std::string(group.name), std::string(group.summary));
         parent->require_subcommand(1);
         parents[group.name] = parent;
@@ -359,44 +369,93 @@ void refuseIdleOptions(const ToolParser& parser) {
     }
 }
 
+// The command whose words the command line has; null when that cannot be told before it is parsed.
+const Command* askedCommand(std::span<const Command> commands, const Context& context) {
+    std::string_view group;
+    for (int i = 1; i < context.argumentCount; ++i) {
+        const std::string_view word = context.arguments[i];
+        const auto asked = std::find_if(commands.begin(), commands.end(), [&](const Command& command) {
+            return group.empty() ? command.name == word
+                                 : isIn(command, group) && command.name.substr(group.size() + 1) == word;
+        });
+        if (asked != commands.end()) {
+            return &*asked;
+        }
+        if (group.empty() && std::any_of(commands.begin(), commands.end(),
+                                         [&](const Command& command) { return isIn(command, word); })) {
+            group = word;
+        }
+    }
+    return nullptr;
+}
+
 }  // namespace
 
-int run(Context& context, std::span<const CommandGroup> groups, std::span<const Command> commands, int count,
-        char** arguments) {
+CommandLine::CommandLine() noexcept = default;
+CommandLine::~CommandLine() = default;
+
+// Begins anew: nothing stays of what an earlier attempt has parsed.
+void CommandLine::declare(Context& context, std::span<const Command> commands) {
+    context.options = {};
+    context.output.style = {};
+    parser_ = std::make_unique<ToolParser>();
+    CLI::App& app = parser_->app;
+    app.formatter(std::make_shared<HelpFormatter>(*parser_));
+    app.fallthrough();
+    app.require_subcommand(1);
+    app.footer(std::string(FOOTER));
+    declareGlobals(*parser_, context);
+    declareCommands(*parser_, groups_, commands);
+    // A command line that cannot be parsed is answered in the form asked for all the same.
+    for (int i = 1; i < context.argumentCount && std::string_view(context.arguments[i]) != "--"; ++i) {
+        context.output.style.json = context.output.style.json || std::string_view(context.arguments[i]) == "--json";
+    }
+}
+
+// With no other command declared, since declaring all of them takes as long as the rest of a start. What this parses
+// means the same beside the others: a word in front of the command that named another one would be one too many here.
+// False where it does not parse, and where help is asked for.
+bool CommandLine::parseAlone(Context& context, const Command& command) {
+    declare(context, {&command, 1});
+    try {
+        parser_->app.parse(context.argumentCount, context.arguments);
+    } catch (const CLI::ParseError&) {
+        return false;
+    }
+    return true;
+}
+
+int CommandLine::run(Context& context, std::span<const CommandGroup> groups, std::vector<Command> commands, int count,
+                     char** arguments) {
+    groups_ = groups;
+    commands_ = std::move(commands);
     context.argumentCount = count;
     context.arguments = arguments;
-    ToolParser parser;
-    parser.app.formatter(std::make_shared<HelpFormatter>(parser));
-    parser.app.fallthrough();
-    parser.app.require_subcommand(1);
-    parser.app.footer(std::string(FOOTER));
-    declareGlobals(parser, context);
-    declareCommands(parser, groups, commands);
-    declareHelp(parser);
-    // A command line that cannot be parsed is answered in the form asked for all the same.
-    for (int i = 1; i < count && std::string_view(arguments[i]) != "--"; ++i) {
-        context.output.style.json = context.output.style.json || std::string_view(arguments[i]) == "--json";
+    const Command* const asked = askedCommand(commands_, context);
+    if (asked == nullptr || !parseAlone(context, *asked)) {
+        declare(context, commands_);
+        declareHelp(*parser_);
+        try {
+            parser_->app.parse(count, arguments);
+        } catch (const CLI::CallForHelp&) {
+            printHelp(context.output, innermost(parser_->app));
+            return EXIT_DONE;
+        } catch (const CLI::CallForVersion&) {
+            printVersion(context.output);
+            return EXIT_DONE;
+        } catch (const CLI::ParseError& error) {
+            chooseColor(parser_->color, context.output);
+            context.operation = operationOf(innermost(parser_->app));
+            throw parseFailure(context, parser_->app, error);
+        }
     }
-    try {
-        parser.app.parse(count, arguments);
-    } catch (const CLI::CallForHelp&) {
-        printHelp(context.output, innermost(parser.app));
-        return EXIT_DONE;
-    } catch (const CLI::CallForVersion&) {
-        printVersion(context.output);
-        return EXIT_DONE;
-    } catch (const CLI::ParseError& error) {
-        chooseColor(parser.color, context.output);
-        context.operation = operationOf(innermost(parser.app));
-        throw parseFailure(context, parser.app, error);
-    }
-    chooseColor(parser.color, context.output);
-    context.operation = parser.chosen->name;
-    refuseOptionsBehindSeparator(context, parser.app);
-    context.uses = parser.chosen->uses;
-    refuseIdleOptions(parser);
+    chooseColor(parser_->color, context.output);
+    context.operation = parser_->chosen->name;
+    refuseOptionsBehindSeparator(context, parser_->app);
+    context.uses = parser_->chosen->uses;
+    refuseIdleOptions(*parser_);
     setPatience(context);
-    return parser.action(context);
+    return parser_->action(context);
 }
 
 }  // namespace tool

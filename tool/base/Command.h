@@ -3,10 +3,12 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/Output.h"
 #include "base/Parser.h"
@@ -60,8 +62,27 @@ struct CommandGroup {
     std::string_view summary;
 };
 
-// Parses the command line and runs what it asks for. Throws Failure; answers the exit status.
-int run(Context& context, std::span<const CommandGroup> groups, std::span<const Command> commands, int count,
-        char** arguments);
+struct ToolParser;
+
+// The command line. What the parser and the command keep of it lasts as long as this does.
+class CommandLine {
+public:
+    CommandLine() noexcept;
+    ~CommandLine();
+    CommandLine(const CommandLine&) = delete;
+    CommandLine& operator=(const CommandLine&) = delete;
+
+    // Parses the words that main got and runs what they ask for. Throws Failure; answers the exit status.
+    int run(Context& context, std::span<const CommandGroup> groups, std::vector<Command> commands, int count,
+            char** arguments);
+
+private:
+    void declare(Context& context, std::span<const Command> commands);
+    [[nodiscard]] bool parseAlone(Context& context, const Command& command);
+
+    std::span<const CommandGroup> groups_;
+    std::vector<Command> commands_;
+    std::unique_ptr<ToolParser> parser_;
+};
 
 }  // namespace tool

@@ -27,6 +27,10 @@ void fillClosedStandardFiles() noexcept;
 
 [[nodiscard]] bool isTerminal(std::FILE* stream) noexcept;
 
+// Ends the process. What it has is not torn down, which takes longer than to let the system have it back: what must be
+// written out is, before.
+[[noreturn]] void leave(int status) noexcept;
+
 // --- files -------------------------------------------------------------------------------------------------------
 
 // What a file is besides its contents: an update puts a new file in its place, which is to be given all of it.
