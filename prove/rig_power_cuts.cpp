@@ -13,6 +13,7 @@
 // The same is done to a disk that forgets its syncs, and to a careless writer: a rig that does not catch them proves
 // nothing.
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -127,6 +128,24 @@ int careless(const Scenario& scenario, const Place& place, Synced synced) {
     }
     prove::endPart();
     return good ? 0 : 1;
+}
+
+// An update that finds itself made by another writer, whose sync of the folder is still to come: it is refused, and
+// that is as good as a success. The other one is gone as far as its commit, or it keeps the lock that tells.
+int refused(const Scenario& scenario, const Place& place, bool told) {
+    const std::string bytes = scenario.bytes(scenario.after(scenario.before, scenario.operation));
+    const auto registry = scenario.schema->open(place.named(), scenario.features);
+    prove::beginPart();
+    bool good = prove::putBytes(place.temporary(), bytes);
+    sync(place.temporary());
+    good = good && std::rename(place.temporary().c_str(), place.registry().c_str()) == 0;
+    const int other = ::open(place.registry().c_str(), O_RDONLY | O_CLOEXEC);
+    struct flock lock = {};
+    lock.l_type = F_RDLCK;
+    good = good && (!told || (::fcntl(other, F_OFD_SETLK, &lock) == 0 && ::flock(other, LOCK_SH) == 0));
+    const unsigned int rc = scenario.operation.perform(*registry);
+    prove::endPart();
+    return good && rc != 0 ? 0 : 1;
 }
 
 // Whether an append in place passes although what stood before it was hurt.
@@ -262,6 +281,17 @@ void cutsByRule(Cases& cases) {
         control = scenario.appendsInPlace() ? control : &scenario;
     }
     (void)cases.check(control != nullptr, "no update that replaces the registry was tried");
+    unsigned long refusals = 0;
+    for (const Scenario& scenario : all) {
+        if (scenario.before.present && (scenario.features & REG_FEATURE_ALLOW_DUPLICATES) == 0 && !repeats(scenario) &&
+            (scenario.quick || !cases.quick())) {
+            (void)rule.run(
+                scenario, [&](const Place& place) { return refused(scenario, place, true); }, false, false);
+            ++refusals;
+            control = &scenario;
+        }
+    }
+    (void)cases.check(refusals > 0, "no update was refused because of another's");
     if (control != nullptr) {
         const auto caught = [&](const char* what, const std::function<int(const Place&)>& body, bool forgetful) {
             const unsigned long bad = rule.run(*control, body, forgetful, true);
@@ -270,6 +300,9 @@ void cutsByRule(Cases& cases) {
         };
         caught(
             "a disk that forgets its syncs", [&](const Place& place) { return update(*control, place); }, true);
+        caught(
+            "a refusal that no lock told what it is based on",
+            [&](const Place& place) { return refused(*control, place, false); }, false);
         for (const auto& [synced, what] : CARELESS) {
             caught(
                 what, [&, synced = synced](const Place& place) { return careless(*control, place, synced); }, false);
@@ -430,7 +463,7 @@ void cutsByTrial(Cases& cases) {
 
 int main(int argc, char** argv) {
     Cases cases("power_cuts", argc, argv);
-    cases.expectAtLeast(cases.quick() ? 730 : 10'000);
+    cases.expectAtLeast(cases.quick() ? 900 : 10'000);
     cutsByRule(cases);
     cutsByTrial(cases);
     return cases.finish();

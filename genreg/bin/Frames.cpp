@@ -175,11 +175,11 @@ unsigned int BinFrames::payloadSize(void* record, unsigned long* size) noexcept 
     return 0;
 }
 
-bool BinFrames::writeBytes(std::FILE* stream, const void* payload, unsigned long size, bool inPlace) noexcept {
+bool BinFrames::writeBytes(const void* payload, unsigned long size, bool inPlace) noexcept {
     char head[FRAME_LENGTH_SIZE];
     encodeLength(has(REG_FEATURE_BIG_ENDIAN), static_cast<unsigned int>(size), head);
     if (!inPlace) {
-        return posix::writeUnlocked(stream, head, sizeof head) && posix::writeUnlocked(stream, payload, size);
+        return copy().write(head, sizeof head) && copy().write(payload, size);
     }
     RecordBuffer whole{"GenRegBin"};
     if (!whole.allocate(sizeof head + size)) {
@@ -188,7 +188,7 @@ bool BinFrames::writeBytes(std::FILE* stream, const void* payload, unsigned long
     auto* const bytes = static_cast<char*>(whole.get());
     std::memcpy(bytes, head, sizeof head);
     std::memcpy(bytes + sizeof head, payload, size);
-    return appendWhole(stream, bytes, sizeof head + size);
+    return appendWhole(registry(), bytes, sizeof head + size);
 }
 
 // A schema that looks into images takes the previous one where it lies, checked. Any other function may look at it as a
@@ -212,8 +212,8 @@ unsigned int BinFrames::previousImage(const Frame* previous, void** image) noexc
     return 0;
 }
 
-unsigned int BinFrames::packAndWrite(std::FILE* stream, RecordBuffer& record, const Frame* previous,
-                                     unsigned int writeFailed, bool inPlace) noexcept {
+unsigned int BinFrames::packAndWrite(RecordBuffer& record, const Frame* previous, unsigned int writeFailed,
+                                     bool inPlace) noexcept {
     if (engine_.packRecord == nullptr) {
         return trace_.fail(530, REG_NO_PACK_RECORD);
     }
@@ -226,11 +226,10 @@ unsigned int BinFrames::packAndWrite(std::FILE* stream, RecordBuffer& record, co
     if (const unsigned int rc = record.handTo(pack, 0)) {
         return trace_.fail(540, REG_PACK_FAILED, rc);
     }
-    return write(stream, record.get(), ANY_SIZE, writeFailed, inPlace);
+    return write(record.get(), ANY_SIZE, writeFailed, inPlace);
 }
 
-unsigned int BinFrames::write(std::FILE* stream, void* record, unsigned long room, unsigned int writeFailed,
-                              bool inPlace) noexcept {
+unsigned int BinFrames::write(void* record, unsigned long room, unsigned int writeFailed, bool inPlace) noexcept {
     unsigned long size = 0;
     if (const unsigned int rc = payloadSize(record, &size)) {
         return trace_.fail(550, writeFailed, rc);
@@ -238,7 +237,7 @@ unsigned int BinFrames::write(std::FILE* stream, void* record, unsigned long roo
     if (size > room) {
         return trace_.fail(555, writeFailed, REG_RECORD_SIZE_REFUSED);
     }
-    return writeBytes(stream, record, size, inPlace) ? 0 : trace_.fail(560, writeFailed, ossErrorMapSystem(errno));
+    return writeBytes(record, size, inPlace) ? 0 : trace_.fail(560, writeFailed, ossErrorMapSystem(errno));
 }
 
 unsigned int BinFrames::carry(const Frame& frame, RecordBuffer& record, bool unpacked) noexcept {
@@ -254,10 +253,10 @@ unsigned int BinFrames::carry(const Frame& frame, RecordBuffer& record, bool unp
                 return rc;
             }
         }
-        return packed ? packAndWrite(copy(), record, &frame, REG_COPY_WRITE_FAILED, false)
-                      : write(copy(), record.get(), record.size(), REG_COPY_WRITE_FAILED, false);
+        return packed ? packAndWrite(record, &frame, REG_COPY_WRITE_FAILED, false)
+                      : write(record.get(), record.size(), REG_COPY_WRITE_FAILED, false);
     }
-    return writeBytes(copy(), frame.payload, frame.length, false)
+    return writeBytes(frame.payload, frame.length, false)
                ? 0
                : trace_.fail(590, REG_COPY_WRITE_FAILED, ossErrorMapSystem(errno));
 }

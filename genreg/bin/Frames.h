@@ -6,6 +6,7 @@
 #include <cstddef>
 
 #include "genreg/bin/FrameWays.h"
+#include "genreg/core/FileInternals.h"
 #include "genreg/core/FrameBytes.h"
 #include "genreg/core/FunctionTrace.h"
 #include "genreg/core/Input.h"
@@ -51,13 +52,12 @@ public:
 
     // Packs a record, with the image of the checked frame as the previous one when there is one, and writes it; the
     // buffer is used up. REG_NO_PACK_RECORD, REG_PACK_FAILED, REG_NO_RECORD_BUFFER, else as below.
-    [[nodiscard]] unsigned int packAndWrite(std::FILE* stream, RecordBuffer& record, const Frame* previous,
-                                            unsigned int writeFailed, bool inPlace) noexcept;
+    [[nodiscard]] unsigned int packAndWrite(RecordBuffer& record, const Frame* previous, unsigned int writeFailed,
+                                            bool inPlace) noexcept;
     // Writes a record (packed already where packing is on) at the size that the schema tells for it; one that would
     // reach beyond the room is refused. In place: in one write to the registry file. Any failure is the code for a
     // failed write.
-    [[nodiscard]] unsigned int write(std::FILE* stream, void* record, unsigned long room, unsigned int writeFailed,
-                                     bool inPlace) noexcept;
+    [[nodiscard]] unsigned int write(void* record, unsigned long room, unsigned int writeFailed, bool inPlace) noexcept;
     // Writes the checked frame's record again: as bytes where that is what unpacking and packing would write. The
     // buffer is for the other case; unpacked tells that it holds the frame's record already.
     [[nodiscard]] unsigned int carry(const Frame& frame, RecordBuffer& record, bool unpacked) noexcept;
@@ -65,7 +65,7 @@ public:
     [[nodiscard]] bool has(unsigned long feature) const noexcept { return (engine_.features & feature) != 0; }
     [[nodiscard]] unsigned long maxRecordSize() const noexcept;
     [[nodiscard]] std::FILE* registry() const noexcept { return engine_.regFp; }
-    [[nodiscard]] std::FILE* copy() const noexcept { return engine_.tmpFp; }
+    [[nodiscard]] Output& copy() const noexcept { return FileInternals::of(engine_).output(); }
     [[nodiscard]] const char* registryPath() const noexcept { return engine_.regPath; }
 
     // The bytes that a frame of this (packed) record holds: REG_NO_GET_PACKED_RECORD_SIZE, REG_NO_GET_RECORD_SIZE.
@@ -82,7 +82,7 @@ private:
     [[nodiscard]] bool peek(Input& input, Frame* frame) const noexcept;
     [[nodiscard]] unsigned int checkImage(const Frame& frame) noexcept;
     [[nodiscard]] unsigned int previousImage(const Frame* previous, void** image) noexcept;
-    [[nodiscard]] bool writeBytes(std::FILE* stream, const void* payload, unsigned long size, bool inPlace) noexcept;
+    [[nodiscard]] bool writeBytes(const void* payload, unsigned long size, bool inPlace) noexcept;
 
     GenRegBin& engine_;
     FunctionTrace& trace_;

@@ -76,17 +76,16 @@ protected:
     }
 
     // Writes the caller's record, which is never used as work space.
-    [[nodiscard]] unsigned int writeRecord(std::FILE* stream, const Frame* previous, unsigned int writeFailed,
-                                           bool inPlace) noexcept {
+    [[nodiscard]] unsigned int writeRecord(const Frame* previous, unsigned int writeFailed, bool inPlace) noexcept {
         if (!frames_.has(REG_FEATURE_PACKED)) {
-            return frames_.write(stream, call_.record, genreg::ANY_SIZE, writeFailed, inPlace);
+            return frames_.write(call_.record, genreg::ANY_SIZE, writeFailed, inPlace);
         }
         const unsigned long size = frames_.maxRecordSize();
         if (!packed_.ensure(size)) {
             return trace_.fail(130, REG_NO_RECORD_BUFFER);
         }
         std::memcpy(packed_.get(), call_.record, size);
-        return frames_.packAndWrite(stream, packed_, previous, writeFailed, inPlace);
+        return frames_.packAndWrite(packed_, previous, writeFailed, inPlace);
     }
 
     GenRegBin& engine_;
@@ -118,14 +117,13 @@ public:
                 return rc;
             }
         }
-        std::FILE* const target = inPlace ? frames_.registry() : frames_.copy();
-        if (!posix::flushStream(target)) {  // which the seek would do, and blame itself
+        if (!inPlace && !frames_.copy().flush()) {  // what is written there is the old contents, and not the new record
             return trace_.fail(138, REG_COPY_WRITE_FAILED, ossErrorMapSystem(errno));
         }
-        if (std::fseek(target, 0, SEEK_END) != 0) {
+        if (inPlace && std::fseek(frames_.registry(), 0, SEEK_END) != 0) {
             return trace_.fail(140, REG_SEEK_END_FAILED, ossErrorMapSystem(errno));
         }
-        return writeRecord(target, nullptr, REG_RECORD_WRITE_FAILED, inPlace);
+        return writeRecord(nullptr, REG_RECORD_WRITE_FAILED, inPlace);
     }
 
 private:
@@ -138,7 +136,7 @@ public:
 
 private:
     unsigned int replace(const Frame& frame) noexcept override {
-        return writeRecord(frames_.copy(), &frame, REG_COPY_WRITE_FAILED, false);
+        return writeRecord(&frame, REG_COPY_WRITE_FAILED, false);
     }
 
     // Kept: the new record is written in place of an equal one too; bytes outside the comparison reach the file where

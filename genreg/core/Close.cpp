@@ -114,15 +114,21 @@ unsigned int FileInternals::closeRegistryFile() noexcept {
     return closeRegistryStream() ? 0 : ossErrorMapSystem(errno);
 }
 
+// What the update has gathered for the copy goes out either way; what a client wrote to the stream, where it counts.
+unsigned int FileInternals::writeCopyOut(bool whole) noexcept {
+    if (files_ != nullptr && !files_->output.flush()) {
+        return ossErrorMapSystem(errno);
+    }
+    return whole ? writeOut(file_.tmpFp) : 0;
+}
+
 // Closes the copy; one that was written is on the medium afterwards.
 unsigned int FileInternals::closeTemporaryCopy(bool written) noexcept {
-    FunctionTrace trace{Function::CloseReg, FunctionTrace::Part()};
     if (file_.tmpFp == nullptr) {
         return 0;
     }
-    unsigned int rc = 0;
+    unsigned int rc = writeCopyOut(written);
     if (written) {
-        rc = writeOut(file_.tmpFp);
         rc = rc == 0 ? posix::syncFile(posix::descriptorOf(file_.tmpFp)) : rc;
     }
     std::FILE* const stream = file_.tmpFp;
@@ -130,14 +136,17 @@ unsigned int FileInternals::closeTemporaryCopy(bool written) noexcept {
     if (!posix::closeStream(stream) && rc == 0) {
         rc = ossErrorMapSystem(errno);
     }
-    std::free(tmpBuffer_);
-    tmpBuffer_ = nullptr;
-    return rc == 0 ? 0 : trace.fail(70, REG_CLOSE_TMP_FAILED, rc);
+    return rc == 0 ? 0 : copyNotClosed(rc);
+}
+
+unsigned int FileInternals::copyNotClosed(unsigned int platformCode) noexcept {
+    FunctionTrace trace{Function::CloseReg, FunctionTrace::Part()};
+    return trace.fail(70, REG_CLOSE_TMP_FAILED, platformCode);
 }
 
 unsigned int FileInternals::stampTemporaryCopy(unsigned int* checksum) noexcept {
     FunctionTrace trace{Function::CloseReg, FunctionTrace::Part()};
-    if (const unsigned int rc = writeOut(file_.tmpFp)) {
+    if (const unsigned int rc = writeCopyOut(true)) {
         return trace.fail(45, REG_CLOSE_TMP_FAILED, rc);
     }
     const int descriptor = posix::descriptorOf(file_.tmpFp);
@@ -156,19 +165,34 @@ unsigned int FileInternals::stampTemporaryCopy(unsigned int* checksum) noexcept 
     return rc == 0 ? 0 : trace.fail(60, rc, platformCode);
 }
 
+// The change stands, whatever comes of it.
+void FileInternals::syncNames() noexcept {
+    FunctionTrace trace{Function::CloseReg, FunctionTrace::Part()};
+    if (const unsigned int rc = genreg::syncDirectoryOf(file_.regPath)) {
+        trace.ignore(110, rc, rc);
+    }
+}
+
 unsigned int FileInternals::commit(unsigned int checksum) noexcept {
     FunctionTrace trace{Function::CloseReg, FunctionTrace::Part()};
-    if (const unsigned int rc = ossFileDelete(file_.bkpPath); rc != 0 && rc != FILE_MISSING) {
-        trace.ignore(80, REG_BACKUP_FAILED, rc);
+    const bool deferred = defersNames();
+    unsigned int linked = posix::linkFile(file_.regPath, file_.bkpPath);
+    if (linked != 0) {  // a backup stands there that a writer left, most likely
+        if (const unsigned int rc = ossFileDelete(file_.bkpPath); rc != 0 && rc != FILE_MISSING) {
+            trace.ignore(80, REG_BACKUP_FAILED, rc);
+        }
+        linked = posix::linkFile(file_.regPath, file_.bkpPath);
     }
-    if (const unsigned int rc = posix::linkFile(file_.regPath, file_.bkpPath)) {
-        return trace.fail(90, REG_BACKUP_FAILED, rc);
+    if (linked != 0) {
+        return trace.fail(90, REG_BACKUP_FAILED, linked);
     }
     if (const unsigned int rc = ossFileRename(file_.tmpPath, file_.regPath)) {
         return trace.fail(100, REG_RENAME_FAILED, rc);
     }
-    if (const unsigned int rc = genreg::syncDirectoryOf(file_.regPath)) {
-        trace.ignore(110, rc, rc);  // the change stands
+    if (deferred) {
+        files_->unsettled = true;
+    } else {
+        syncNames();
     }
     unsigned int result = ossFileDelete(file_.bkpPath);
     if (result == FILE_MISSING) {

@@ -35,7 +35,6 @@ GenRegFile::~GenRegFile() noexcept {
     if (tmpFp != nullptr && !posix::closeStream(tmpFp)) {
         trace.ignore(30, REG_CLOSE_TMP_FAILED, ossErrorMapSystem(errno));
     }
-    std::free(inside.tmpBuffer_);
     inside.~FileInternals();
     state = REG_STATE_INITIAL;
 }

@@ -7,6 +7,7 @@
 #include <new>
 
 #include "genreg/core/Input.h"
+#include "genreg/core/UpdateFiles.h"
 #include "platform/posix/Posix.h"
 
 namespace genreg {
@@ -30,14 +31,32 @@ public:
     void handOverStream() noexcept;
     // Opens the registry file for a look-up, which nobody else sees: what OpenReg(REG_OP_READ) does, without a stream.
     // False, and nothing is open, when that would do more than open and lock it, or may fail.
-    [[nodiscard]] bool openToLook(posix::ReadFile* file) const noexcept;
+    [[nodiscard]] bool openToLook(posix::ReadFile* file, posix::FileStatus* status = nullptr) const noexcept;
     // Ends it; answers, logs and notes what CloseReg does.
     [[nodiscard]] static unsigned int closeLooked(const posix::ReadFile& file) noexcept;
+
+    // The steps of an update (UpdateFiles.cpp). Where nobody sees more of it than its result, both files stay open from
+    // the copy to the end, without streams; elsewhere each step is what OpenReg and CloseReg do. The files are the
+    // update's; they are this object's from the first step to the last.
+    [[nodiscard]] unsigned int openToCopy(unsigned long op, UpdateFiles& files) noexcept;
+    [[nodiscard]] Input& input() const noexcept;
+    [[nodiscard]] Output& output() const noexcept { return files_->output; }
+    [[nodiscard]] bool isUpdating() const noexcept { return files_ != nullptr; }
+    [[nodiscard]] bool hasCopy() const noexcept { return file_.tmpFp != nullptr || files_->copy.descriptor != -1; }
+    // What refuses the update may be a change whose name is not on the medium yet; then settle() sees to it.
+    void doubtNames() noexcept;
+    [[nodiscard]] unsigned int closeCopied(unsigned long op, CopyFate fate) noexcept;
+    // For the verification, with or without an update around it. What OpenReg answers; *unread is the platform's code
+    // when that is 0 and nobody can tell how long the copy is.
+    [[nodiscard]] Input& inputOr(Input& own) const noexcept { return files_ != nullptr ? files_->input : own; }
+    [[nodiscard]] unsigned int openToCompare(Input& before, Input& after, unsigned int* unread) noexcept;
+    [[nodiscard]] unsigned int closeCompared(unsigned long op) noexcept;
+    // The last step, which needs no lock: the folder is synced where it has to be, and what only the old file still has
+    // on the medium is given back.
+    void settle() noexcept;
+
     // Points a read-ahead at the first record of the open registry file.
     void readRegistry(Input& input) const noexcept;
-    // Where the first record of the open temporary copy begins.
-    [[nodiscard]] unsigned long copyBody() const noexcept { return tmpBody_; }
-
     // Whether an add appends to the registry file itself: duplicates need no look at what is there, and nothing is
     // verified.
     [[nodiscard]] bool addsInPlace() const noexcept;
@@ -60,9 +79,19 @@ private:
     [[nodiscard]] unsigned int openRegistryStream(char mode) noexcept;
     [[nodiscard]] unsigned int openRegistryFile(unsigned long op) noexcept;
     [[nodiscard]] unsigned int createTemporaryCopy() noexcept;
+    [[nodiscard]] unsigned int createFreshCopy(bool appending, int* descriptor) noexcept;
+    [[nodiscard]] bool keepsFiles() const noexcept { return files_ != nullptr && files_->registry.descriptor != -1; }
+    [[nodiscard]] bool keepsParentsFiles() const noexcept;
+    [[nodiscard]] unsigned int copyKept(const posix::FileStatus& registry) noexcept;
+    [[nodiscard]] bool stillNamed(posix::FileStatus* registry, posix::FileStatus* copy) const noexcept;
+    unsigned int closeKept() noexcept;
+    [[nodiscard]] bool defersNames() const noexcept;
+    void syncNames() noexcept;
     [[nodiscard]] unsigned int readTemporaryCopy() noexcept;
     [[nodiscard]] bool usesChecksumHeader() const noexcept;
     [[nodiscard]] static unsigned int refuseParentsFile() noexcept;
+    [[nodiscard]] static unsigned int attributesNotCarried(unsigned int platformCode) noexcept;
+    [[nodiscard]] static unsigned int copyNotClosed(unsigned int platformCode) noexcept;
     [[nodiscard]] static unsigned int registryNotClosed(unsigned int platformCode) noexcept;
     [[nodiscard]] unsigned int judgeHeader(int descriptor, unsigned long size, unsigned long* body,
                                            unsigned int* platformCode) noexcept;
@@ -71,6 +100,7 @@ private:
     [[nodiscard]] bool closeRegistryStream() noexcept;
     unsigned int closeRegistryFile() noexcept;
     unsigned int closeTemporaryCopy(bool written) noexcept;
+    [[nodiscard]] unsigned int writeCopyOut(bool whole) noexcept;
     [[nodiscard]] unsigned int stampTemporaryCopy(unsigned int* checksum) noexcept;
     [[nodiscard]] unsigned int commit(unsigned int checksum) noexcept;
     void widenScanStream() noexcept;
@@ -81,7 +111,7 @@ private:
     Input* scanInput_ = nullptr;      // read-ahead of an open scan
     long scanStream_ = 0;             // where the scan left regFp; elsewhere a client has moved it
     char* scanBuffer_ = nullptr;      // stdio's buffer of regFp while a scan is open
-    char* tmpBuffer_ = nullptr;       // and of tmpFp
+    UpdateFiles* files_ = nullptr;    // of the update that is made
     unsigned long regBody_ = 0;       // where the first record of regFp begins
     unsigned long tmpBody_ = 0;       // and of tmpFp, when it is read
     unsigned long regSize_ = 0;       // of the registry file when it was opened, in bytes

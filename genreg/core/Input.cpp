@@ -30,6 +30,13 @@ void Input::restart(int descriptor, unsigned long offset, unsigned long size) no
     seek(offset);
 }
 
+void Input::adopt(char* room, std::size_t size) noexcept {
+    std::free(buffer_);
+    buffer_ = room;
+    capacity_ = size;
+    begin_ = end_ = 0;
+}
+
 void Input::consume(std::size_t count) noexcept {
     begin_ += count;
     offset_ += count;

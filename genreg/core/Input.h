@@ -19,6 +19,9 @@ public:
     // Starts over on another file; what was read is forgotten.
     void restart(int descriptor, unsigned long offset, unsigned long size) noexcept;
 
+    // Reads into this room from now on, which came from malloc, and is the input's.
+    void adopt(char* room, std::size_t size) noexcept;
+
     // Where the next byte stands in the file.
     [[nodiscard]] unsigned long offset() const noexcept { return offset_; }
     [[nodiscard]] unsigned long size() const noexcept { return size_; }

@@ -87,8 +87,9 @@ unsigned int GenRegFile::Lock(unsigned long flags, unsigned long /*reserved*/) n
     if (const unsigned int rc = lockFile.open(&lockOpenRequest)) {
         return trace.fail(80, REG_OPEN_LOCK_FAILED, rc);
     }
-    if (const unsigned int rc = posix::checkNamed(lockFile.getFileHandle(), lockPath)) {
-        (void)lockFile.close();  // what a link leads to keeps nobody out, and is nobody's to lock
+    // What a link leads to keeps nobody out, and is nobody's to lock; an open for writing refuses it by itself.
+    if (const unsigned int rc = exclusive ? 0 : posix::checkNamed(lockFile.getFileHandle(), lockPath)) {
+        (void)lockFile.close();
         return trace.fail(85, REG_OPEN_LOCK_FAILED, rc);
     }
     const bool waits = (flags & REG_LOCK_NOWAIT) == 0;

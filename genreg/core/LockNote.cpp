@@ -23,12 +23,16 @@ constexpr char NOTE_START[] = "pid=";
 
 // Whether the file, which has no other name, is empty or holds a note.
 bool takesNote(int descriptor) noexcept {
-    char content[NOTE_SIZE + 1];
+    constexpr std::size_t START_SIZE = sizeof NOTE_START - 1;
+    char start[START_SIZE];
     std::size_t got = 0;
     posix::FileStatus status = {};
-    return posix::statusOf(descriptor, &status) == 0 && status.regular && status.links == 1 &&
-           posix::readAt(descriptor, content, sizeof content, 0, &got) == 0 &&
-           (got == 0 || (got == NOTE_SIZE && std::memcmp(content, NOTE_START, sizeof NOTE_START - 1) == 0));
+    if (posix::statusOf(descriptor, &status) != 0 || !status.regular || status.links != 1) {
+        return false;
+    }
+    return status.size == 0 ||
+           (status.size == NOTE_SIZE && posix::readAt(descriptor, start, START_SIZE, 0, &got) == 0 &&
+            got == START_SIZE && std::memcmp(start, NOTE_START, START_SIZE) == 0);
 }
 
 struct Note {

@@ -18,13 +18,6 @@ using genreg::OperationTrace;
 
 namespace {
 
-// The new contents are about as long as the old ones.
-std::size_t streamBuffer(unsigned long oldSize) noexcept {
-    constexpr std::size_t SPARE = 4096;
-    constexpr std::size_t LARGEST = 64UL * 1024;
-    return std::min<std::size_t>(oldSize + SPARE, LARGEST);
-}
-
 constexpr unsigned int FILE_MISSING = OSS_SYSTEM_ERROR_BASE + ENOENT;
 
 struct StreamMode {
@@ -180,15 +173,38 @@ unsigned int FileInternals::readTemporaryCopy() noexcept {
     return behindHeader ? 0 : trace.fail(180, REG_OPEN_TMP_FAILED, ossErrorMapSystem(errno));
 }
 
+// Makes the copy where there is none. What an interrupted writer left there is set aside first; a copy that cannot be
+// goes, and one that cannot be removed either stops the fresh one.
+unsigned int FileInternals::createFreshCopy(bool appending, int* descriptor) noexcept {
+    FunctionTrace trace{Function::OpenReg, FunctionTrace::Part()};
+    if (const unsigned int rc = ossFileDelete(file_.corPath); rc != 0 && rc != FILE_MISSING) {
+        return trace.fail(190, REG_DELETE_CORRUPT_FAILED, rc);
+    }
+    copyMaker_ = thisProcess();
+    if (posix::createFresh(file_.tmpPath, appending, descriptor) == 0) {
+        return 0;
+    }
+    if (const unsigned int rc = ossFileRename(file_.tmpPath, file_.corPath); rc != 0 && rc != FILE_MISSING) {
+        trace.ignore(200, REG_SET_ASIDE_FAILED, rc);
+        (void)ossFileDelete(file_.tmpPath);
+    }
+    const unsigned int rc = posix::createFresh(file_.tmpPath, appending, descriptor);
+    return rc == 0 ? 0 : trace.fail(210, REG_OPEN_TMP_FAILED, rc);
+}
+
+unsigned int FileInternals::attributesNotCarried(unsigned int platformCode) noexcept {
+    FunctionTrace trace{Function::OpenReg, FunctionTrace::Part()};
+    return trace.fail(230, REG_SET_PERMISSIONS_FAILED, platformCode);
+}
+
 unsigned int FileInternals::createTemporaryCopy() noexcept {
     FunctionTrace trace{Function::OpenReg, FunctionTrace::Part()};
     const bool binary = file_.fileKind == GenRegFile::REG_KIND_BINARY;
     const bool stamped = usesChecksumHeader();
     tmpBody_ = 0;
     int descriptor = -1;
-    // A copy that could not be set aside goes; one that cannot be removed either stops the fresh one below.
-    if (const unsigned int rc = posix::createFresh(file_.tmpPath, !stamped, &descriptor)) {
-        return trace.fail(210, REG_OPEN_TMP_FAILED, rc);
+    if (const unsigned int rc = createFreshCopy(!stamped, &descriptor)) {
+        return rc;
     }
     file_.tmpFp = posix::openStream(descriptor, stamped ? "w+b" : streamMode('a', binary).text);
     if (file_.tmpFp == nullptr) {
@@ -197,17 +213,12 @@ unsigned int FileInternals::createTemporaryCopy() noexcept {
         (void)ossFileDelete(file_.tmpPath);
         return trace.fail(220, REG_OPEN_TMP_FAILED, rc);
     }
-    const std::size_t buffer = streamBuffer(regSize_);
-    tmpBuffer_ = static_cast<char*>(std::malloc(buffer));
-    if (tmpBuffer_ != nullptr) {
-        (void)std::setvbuf(file_.tmpFp, tmpBuffer_, _IOFBF, buffer);
-    }
     if (const unsigned int rc = posix::carryAttributes(posix::descriptorOf(file_.regFp), descriptor)) {
-        return trace.fail(230, REG_SET_PERMISSIONS_FAILED, rc);
+        return attributesNotCarried(rc);
     }
     if (stamped && file_.checksumHeaderPending == 0) {
         const char reserved[genreg::CHECKSUM_HEADER_SIZE] = {};
-        if (!posix::writeUnlocked(file_.tmpFp, reserved, sizeof reserved)) {
+        if (!posix::writeUnlocked(file_.tmpFp, reserved, sizeof reserved) || !posix::flushStream(file_.tmpFp)) {
             return trace.fail(240, REG_OPEN_TMP_FAILED, ossErrorMapSystem(errno));
         }
     }
@@ -215,10 +226,10 @@ unsigned int FileInternals::createTemporaryCopy() noexcept {
 }
 
 // A link takes the way that follows it; so does whatever does not open.
-bool FileInternals::openToLook(posix::ReadFile* file) const noexcept {
+bool FileInternals::openToLook(posix::ReadFile* file, posix::FileStatus* status) const noexcept {
     const bool plain = (file_.state & REG_STATE_SCAN_OPEN) == 0 && file_.regFp == nullptr && file_.tmpFp == nullptr &&
                        !usesChecksumHeader() && lockWaitLimit_ < 0 && lockNotice_ == nullptr && !genreg::isTraced();
-    return plain && posix::openLocked(file_.regPath, file);
+    return plain && posix::openLocked(file_.regPath, file, status);
 }
 
 unsigned int GenRegFile::OpenReg(unsigned long op) noexcept {
@@ -274,13 +285,5 @@ unsigned int GenRegFile::OpenReg(unsigned long op) noexcept {
         inside.copyMaker_ = inside.thisProcess();
         return trace.exit(inside.readTemporaryCopy());
     }
-    if (const unsigned int rc = ossFileDelete(corPath); rc != 0 && rc != FILE_MISSING) {
-        return trace.fail(190, REG_DELETE_CORRUPT_FAILED, rc);
-    }
-    if (const unsigned int rc = ossFileRename(tmpPath, corPath); rc != 0 && rc != FILE_MISSING) {
-        trace.ignore(200, REG_SET_ASIDE_FAILED, rc);
-        (void)ossFileDelete(tmpPath);
-    }
-    inside.copyMaker_ = inside.thisProcess();
     return trace.exit(inside.createTemporaryCopy());
 }

@@ -167,5 +167,6 @@ void FileInternals::handOverStream() noexcept {
 }
 
 void FileInternals::readRegistry(Input& input) const noexcept {
-    input.restart(posix::descriptorOf(file_.regFp), regBody_, regSize_);
+    const int descriptor = keepsFiles() ? files_->registry.descriptor : posix::descriptorOf(file_.regFp);
+    input.restart(descriptor, regBody_, regSize_);
 }

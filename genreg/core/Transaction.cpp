@@ -2,8 +2,6 @@
 
 #include <osse/Files.h>
 
-#include "platform/posix/Posix.h"
-
 namespace genreg {
 
 unsigned int Transaction::validate(unsigned long mask, void* record) noexcept {
@@ -54,29 +52,36 @@ unsigned int Transaction::update(const UpdateCall& call, const UpdatePlan& plan,
         return trace_.fail(70, REG_LOCK_FAILED, rc);
     }
     FirstError result;
+    UpdateFiles files;
     unsigned long closeMode = call.operation;
-    if (const unsigned int rc = file_.OpenReg(call.operation)) {
+    if (const unsigned int rc = inside_.openToCopy(call.operation, files)) {
         closeMode = REG_OP_READ;
         result.note(trace_.fail(80, REG_OPEN_FAILED, rc));
     }
-    const bool copied = file_.tmpFp != nullptr;
+    const bool copied = inside_.hasCopy();
     if (result.none()) {
         const unsigned int rc = steps.copy();
         closeMode = steps.completes(rc) ? closeMode : REG_OP_READ;
         result.note(rc);
+        if (rc != 0) {
+            inside_.doubtNames();
+        }
     }
-    if (const unsigned int rc = file_.CloseReg(closeMode)) {
+    const bool verifies = deferred && closeMode != REG_OP_READ && result.none();
+    const bool abandoned = closeMode == REG_OP_READ || result.code() == REG_UNCHANGED;
+    const bool discards = deferred && plan.discards && abandoned && copied;
+    const CopyFate fate = verifies ? CopyFate::Compared : discards ? CopyFate::Removed : CopyFate::Left;
+    if (const unsigned int rc = inside_.closeCopied(closeMode, fate)) {
         result.note(trace_.fail(200, REG_CLOSE_FAILED, rc));
     }
-    if (deferred && closeMode != REG_OP_READ && result.none()) {
+    if (verifies && result.none()) {
         if (const unsigned int rc = steps.prepareVerify()) {
             result.note(rc);
         } else if (const unsigned int failed = steps.verify()) {
             result.note(trace_.fail(210, REG_VERIFY_FAILED, failed));
         }
     }
-    const bool abandoned = closeMode == REG_OP_READ || result.code() == REG_UNCHANGED;
-    if (deferred && plan.discards && abandoned && copied && !inside_.copyIsParents()) {
+    if (discards && !inside_.copyIsParents()) {
         if (const unsigned int rc = ossFileDelete(file_.tmpPath)) {
             result.note(trace_.fail(220, REG_DISCARD_FAILED, rc));
         }
@@ -84,6 +89,7 @@ unsigned int Transaction::update(const UpdateCall& call, const UpdatePlan& plan,
     if (const unsigned int rc = file_.UnLock()) {
         result.note(trace_.fail(230, REG_UNLOCK_FAILED, rc));
     }
+    inside_.settle();
     if (const unsigned int rc = steps.release()) {
         result.note(trace_.fail(235, REG_FREE_RECORD_FAILED, rc));
     }
@@ -135,21 +141,18 @@ unsigned int Transaction::verify(VerifySteps& steps) noexcept {
     }
     FirstError result;
     unsigned long closeMode = REG_OP_READ;
-    if (const unsigned int rc = file_.OpenReg(REG_OP_FINISH)) {
+    Input own{-1, 0, 0};
+    Input& before = inside_.inputOr(own);
+    Input after{-1, 0, 0};
+    unsigned int unread = 0;
+    if (const unsigned int rc = inside_.openToCompare(before, after, &unread)) {
         result.note(trace_.fail(80, REG_OPEN_FAILED, rc));
+    } else if (unread != 0) {
+        result.note(trace_.fail(90, REG_VERIFY_READ_FAILED, unread));
     } else {
-        posix::FileStatus copy = {};
-        const int descriptor = posix::descriptorOf(file_.tmpFp);
-        if (const unsigned int unread = posix::statusOf(descriptor, &copy)) {
-            result.note(trace_.fail(90, REG_VERIFY_READ_FAILED, unread));
-        } else {
-            Input before{-1, 0, 0};
-            inside_.readRegistry(before);
-            Input after{descriptor, inside_.copyBody(), copy.size};
-            result.note(steps.walk(before, after, oldRecord, newRecord, &closeMode));
-        }
+        result.note(steps.walk(before, after, oldRecord, newRecord, &closeMode));
     }
-    if (const unsigned int rc = file_.CloseReg(closeMode)) {
+    if (const unsigned int rc = inside_.closeCompared(closeMode)) {
         result.note(trace_.fail(300, REG_CLOSE_FAILED, rc));
     }
     if (const unsigned int rc = newRecord.release()) {

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 
+#include "genreg/core/FileInternals.h"
 #include "genreg/core/FunctionTrace.h"
 #include "genreg/core/Input.h"
 
@@ -77,7 +78,7 @@ public:
     [[nodiscard]] bool keepsLines() const noexcept { return engine_.keepsLines_; }
     [[nodiscard]] bool has(unsigned long feature) const noexcept { return (engine_.features & feature) != 0; }
     [[nodiscard]] std::FILE* registry() const noexcept { return engine_.regFp; }
-    [[nodiscard]] std::FILE* copy() const noexcept { return engine_.tmpFp; }
+    [[nodiscard]] Output& copy() const noexcept { return FileInternals::of(engine_).output(); }
     [[nodiscard]] const char* registryPath() const noexcept { return engine_.regPath; }
     [[nodiscard]] unsigned long state() const noexcept { return engine_.state; }
 

@@ -67,8 +67,8 @@ protected:
     }
 
     [[nodiscard]] unsigned int write(const void* bytes, std::size_t length) noexcept {
-        const bool written = posix::writeUnlocked(lines_.copy(), bytes, length);
-        return written ? 0 : trace_.fail(145, REG_COPY_WRITE_FAILED, ossErrorMapSystem(errno));
+        return lines_.copy().write(bytes, length) ? 0
+                                                  : trace_.fail(145, REG_COPY_WRITE_FAILED, ossErrorMapSystem(errno));
     }
 
     [[nodiscard]] unsigned int writeEnded(const TextLine& line) noexcept {
@@ -102,14 +102,13 @@ public:
                 return rc;
             }
         }
-        std::FILE* const target = inPlace ? lines_.registry() : lines_.copy();
-        if (!posix::flushStream(target)) {  // which the seek would do, and blame itself
+        if (!inPlace && !lines_.copy().flush()) {  // what is written there is the old contents, and not the new line
             return trace_.fail(132, REG_COPY_WRITE_FAILED, ossErrorMapSystem(errno));
         }
-        if (std::fseek(target, 0, SEEK_END) != 0) {
+        if (inPlace && std::fseek(lines_.registry(), 0, SEEK_END) != 0) {
             return trace_.fail(135, REG_SEEK_END_FAILED, ossErrorMapSystem(errno));
         }
-        return writeRecord(target, inPlace);
+        return writeRecord(inPlace);
     }
 
     // Kept: these two close as a completed add would. Of a long last line that is refused the raw copy makes what then
@@ -133,7 +132,7 @@ private:
         return rc != 0 ? rc : trace_.fail(128, REG_BUFFER_TOO_SMALL);
     }
 
-    [[nodiscard]] unsigned int writeRecord(std::FILE* target, bool inPlace) noexcept {
+    [[nodiscard]] unsigned int writeRecord(bool inPlace) noexcept {
         char text[REG_LINE_SIZE + 1] = {};
         if (const unsigned int rc = lines_.format(call_.record, text)) {
             return rc;
@@ -142,9 +141,9 @@ private:
         if (std::memchr(text, '\n', length) == nullptr) {
             text[length++] = '\n';
         }
-        const bool written = inPlace
-                                 ? genreg::appendLine(target, text, length, lines_.has(REG_FEATURE_LINE_CONTINUATION))
-                                 : posix::writeUnlocked(target, text, length);
+        const bool joined = lines_.has(REG_FEATURE_LINE_CONTINUATION);
+        const bool written =
+            inPlace ? genreg::appendLine(lines_.registry(), text, length, joined) : lines_.copy().write(text, length);
         return written ? 0 : trace_.fail(165, REG_RECORD_WRITE_FAILED, ossErrorMapSystem(errno));
     }
 

@@ -8,6 +8,9 @@
 // regFp, the next version is written to tmpFp, and the commit puts it in place:
 //   error flag of the copy, flush, sync, close - hard link of the backup - rename - sync of the directory - removal of
 //   the backup.
+// The engines' updates keep both files open instead of closing them, and sync the directory last, behind the lock and
+// before they return: whoever updates after them makes their change durable with its own, and one that is refused
+// because of it syncs the directory itself.
 // What stands on disk after each outcome:
 //   moment                          registry   .tmp      .bkp   .cor
 //   after OpenReg(2, 4, 8)          old        empty     -      the stale .tmp, if there was one

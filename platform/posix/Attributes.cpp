@@ -32,21 +32,24 @@ unsigned int syncDirectory(const char* directory) noexcept {
 // The permission bits come last: a change of owner clears the set-user-ID bits, and bits given before the ACL would for
 // a moment be the owning group's, where they are the ACL's mask. Given after it they leave it as it is, since the mask
 // is what the old file shows as its group bits.
-unsigned int carryAttributes(int from, int to) noexcept {
-    struct stat old;
-    struct stat fresh;
-    if (::fstat(from, &old) != 0 || ::fstat(to, &fresh) != 0) {
-        return ossErrorMapSystem(errno);
-    }
-    mode_t mode = old.st_mode & PERMISSION_BITS;
-    const bool owned = old.st_uid == fresh.st_uid && old.st_gid == fresh.st_gid;
-    if (!owned && setOwner(to, old.st_uid, old.st_gid) != 0) {
+unsigned int carryAttributes(int from, const FileStatus& old, int to, const FileStatus& fresh) noexcept {
+    mode_t mode = static_cast<mode_t>(old.permissions);
+    const bool owned = old.owner == fresh.owner && old.group == fresh.group;
+    if (!owned && setOwner(to, old.owner, old.group) != 0) {
         mode &= ~static_cast<mode_t>(S_ISUID | S_ISGID);
     }
     if (!carryExtended(from, to, true)) {
         mode &= ~static_cast<mode_t>(S_IRWXG);
     }
     return setPermissions(to, mode);
+}
+
+unsigned int carryAttributes(int from, int to) noexcept {
+    FileStatus old = {};
+    FileStatus fresh = {};
+    unsigned int rc = statusOf(from, &old);
+    rc = rc == 0 ? statusOf(to, &fresh) : rc;
+    return rc == 0 ? carryAttributes(from, old, to, fresh) : rc;
 }
 
 unsigned int setPermissions(int descriptor, unsigned long permissions) noexcept {

@@ -8,11 +8,8 @@ namespace {
 
 constexpr unsigned long PERMISSION_BITS = 07777;
 
-}  // namespace
-
-unsigned int statusOf(int descriptor, FileStatus* status) noexcept {
-    struct stat found;
-    if (::fstat(descriptor, &found) != 0) {
+unsigned int tell(int result, const struct stat& found, FileStatus* status) noexcept {
+    if (result != 0) {
         return ossErrorMapSystem(errno);
     }
     *status = FileStatus{.size = static_cast<unsigned long>(found.st_size),
@@ -24,6 +21,20 @@ unsigned int statusOf(int descriptor, FileStatus* status) noexcept {
                          .links = found.st_nlink,
                          .regular = S_ISREG(found.st_mode)};
     return 0;
+}
+
+}  // namespace
+
+unsigned int statusOf(int descriptor, FileStatus* status) noexcept {
+    struct stat found;
+    const int result = ::fstat(descriptor, &found);
+    return tell(result, found, status);
+}
+
+unsigned int statusAt(const char* path, FileStatus* status) noexcept {
+    struct stat found;
+    const int result = ::lstat(path, &found);
+    return tell(result, found, status);
 }
 
 unsigned int closeDescriptor(int descriptor) noexcept {
@@ -71,6 +82,20 @@ unsigned int writeOnce(int descriptor, const void* bytes, std::size_t size) noex
         return ossErrorMapSystem(ENOSPC);
     }
     return resultOf(written);
+}
+
+bool writeAll(int descriptor, const void* bytes, std::size_t size) noexcept {
+    const auto* at = static_cast<const char*>(bytes);
+    while (size > 0) {
+        const ssize_t part = platform::retried([&] { return ::write(descriptor, at, size); });
+        if (part <= 0) {
+            errno = part == 0 ? ENOSPC : errno;
+            return false;
+        }
+        at += part;
+        size -= static_cast<std::size_t>(part);
+    }
+    return true;
 }
 
 unsigned int truncateTo(int descriptor, unsigned long size) noexcept {

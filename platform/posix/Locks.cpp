@@ -70,6 +70,14 @@ unsigned int createLockFile(const char* path, const char* registry, unsigned lon
     return code;
 }
 
+unsigned int lockShared(int descriptor) noexcept {
+    return resultOf(platform::lockWholeFile(descriptor, platform::FileLock::Shared, false));
+}
+
+unsigned int isLockedElsewhere(int descriptor, bool* locked) noexcept {
+    return resultOf(platform::isLockedElsewhere(descriptor, locked));
+}
+
 // Closing the descriptor costs this process any classic lock that it has on the file; the locks of file handles stay.
 unsigned int isLocked(const char* path, bool* locked) noexcept {
     const int descriptor = platform::openHigh(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);

@@ -39,6 +39,8 @@ struct FileStatus {
 };
 
 [[nodiscard]] unsigned int statusOf(int descriptor, FileStatus* status) noexcept;
+// Of what stands at the path; a link counts as itself.
+[[nodiscard]] unsigned int statusAt(const char* path, FileStatus* status) noexcept;
 
 // Opens an existing file for reading; never through a link at its last part.
 [[nodiscard]] unsigned int openToRead(const char* path, int* descriptor) noexcept;
@@ -60,6 +62,9 @@ struct FileStatus {
 // errno too).
 [[nodiscard]] unsigned int writeOnce(int descriptor, const void* bytes, std::size_t size) noexcept;
 
+// Writes all of it at the descriptor's own place, in as many calls as it takes; false with errno.
+[[nodiscard]] bool writeAll(int descriptor, const void* bytes, std::size_t size) noexcept;
+
 [[nodiscard]] unsigned int truncateTo(int descriptor, unsigned long size) noexcept;
 
 // --- durability and attributes -----------------------------------------------------------------------------------
@@ -75,6 +80,8 @@ struct FileStatus {
 // set-user-ID and set-group-ID bits survive only with owner and group; the group bits of a file whose ACL is refused do
 // not survive, for they are the ACL's mask. An ACL that `to` has from its directory and `from` has not is taken away.
 [[nodiscard]] unsigned int carryAttributes(int from, int to) noexcept;
+// The same, where what they are is known already.
+[[nodiscard]] unsigned int carryAttributes(int from, const FileStatus& old, int to, const FileStatus& fresh) noexcept;
 
 // Its ACL and security label alone; false when the ACL is refused.
 [[nodiscard]] bool carryAcl(int from, int to) noexcept;
@@ -91,6 +98,11 @@ struct FileStatus {
 // it gets the permissions (less the umask), and is writable for whoever may write the registry; elsewhere it is no more
 // readable than the registry is. Without a registry it gets the permissions.
 [[nodiscard]] unsigned int createLockFile(const char* path, const char* registry, unsigned long permissions) noexcept;
+
+// A shared lock on an open file, without waiting; it is given back with the descriptor. Whether another open file holds
+// any lock on it, for one that has a shared lock itself, which may be lost by asking: it is to be closed next.
+[[nodiscard]] unsigned int lockShared(int descriptor) noexcept;
+[[nodiscard]] unsigned int isLockedElsewhere(int descriptor, bool* locked) noexcept;
 
 // Whether some open file holds a lock on the file that conflicts with an exclusive one. A missing file is not locked; a
 // link is not followed.
@@ -155,8 +167,8 @@ void sleepMilliseconds(long milliseconds) noexcept;
 // How many forks lie between the first process and this one: grows by one in each forked child.
 [[nodiscard]] unsigned int forkGeneration() noexcept;
 
-// A regular file that is open for reading under a shared lock, for as long as one call takes. In a forked child its
-// descriptor leads nowhere, as those of streams do.
+// A regular file that is open for as long as one call takes. In a forked child its descriptor leads nowhere, as those
+// of streams do.
 struct ReadFile {
     int descriptor = -1;
     unsigned long size = 0;       // in bytes, when the lock was there
@@ -165,9 +177,14 @@ struct ReadFile {
     std::size_t place = 0;        // in the table that a fork consults
 };
 
-// Opens it, never through a link, and waits for the lock, in as few calls as there can be. False when anything stands
-// in the way, a fork meanwhile included: nothing is open then, and no child has the lock.
-[[nodiscard]] bool openLocked(const char* path, ReadFile* file) noexcept;
+// Opens it for reading under a shared lock, never through a link, and waits for the lock, in as few calls as there can
+// be. False when anything stands in the way, a fork meanwhile included: nothing is open then, and no child has the
+// lock.
+[[nodiscard]] bool openLocked(const char* path, ReadFile* file, FileStatus* status = nullptr) noexcept;
+// Takes in a file that was opened after `forks` of them; of this status.
+[[nodiscard]] ReadFile guardFile(int descriptor, const FileStatus& status, unsigned long forks) noexcept;
+// Closes either, and gives back its lock: by itself first, or, in as few calls as there can be, with the descriptor.
+[[nodiscard]] unsigned int closeUnlocked(const ReadFile& file) noexcept;
 [[nodiscard]] unsigned int closeLocked(const ReadFile& file) noexcept;
 
 // Locale-free, unlocked writing for streams that one thread owns: true when all of it was taken.

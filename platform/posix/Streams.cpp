@@ -38,13 +38,13 @@ constinit std::atomic<unsigned long> forksBegun = 0;
 constinit std::atomic<bool> forksWatched = false;
 
 // The place of the new entry; MOST_STREAMS when the table is full.
-std::size_t enter(int descriptor, const struct stat& status) noexcept {
+std::size_t enter(int descriptor, dev_t device, ino_t inode) noexcept {
     for (std::size_t place = 0; place < MOST_STREAMS; ++place) {
         OpenStream& entry = openStreams[place];
         bool taken = false;
         if (!entry.taken.load(std::memory_order_relaxed) && entry.taken.compare_exchange_strong(taken, true)) {
-            entry.device = status.st_dev;
-            entry.inode = status.st_ino;
+            entry.device = device;
+            entry.inode = inode;
             entry.descriptor.store(descriptor);
             return place;
         }
@@ -52,7 +52,11 @@ std::size_t enter(int descriptor, const struct stat& status) noexcept {
     return MOST_STREAMS;
 }
 
-void leave(OpenStream& entry) noexcept {
+void leave(std::size_t place) noexcept {
+    if (place == MOST_STREAMS) {
+        return;
+    }
+    OpenStream& entry = openStreams[place];
     entry.descriptor.store(-1, std::memory_order_release);
     entry.taken.store(false, std::memory_order_release);
 }
@@ -60,14 +64,14 @@ void leave(OpenStream& entry) noexcept {
 void guard(int descriptor) noexcept {
     struct stat status;
     if (::fstat(descriptor, &status) == 0) {
-        (void)enter(descriptor, status);
+        (void)enter(descriptor, status.st_dev, status.st_ino);
     }
 }
 
 void unguard(int descriptor) noexcept {
-    for (OpenStream& entry : openStreams) {
-        if (entry.descriptor.load(std::memory_order_relaxed) == descriptor) {
-            leave(entry);
+    for (std::size_t place = 0; place < MOST_STREAMS; ++place) {
+        if (openStreams[place].descriptor.load(std::memory_order_relaxed) == descriptor) {
+            leave(place);
             return;
         }
     }
@@ -128,41 +132,50 @@ unsigned int forkGeneration() noexcept {
 }
 
 // Not blocking, so that a pipe put in the file's place cannot hold up the caller; files know no difference.
-bool openLocked(const char* path, ReadFile* file) noexcept {
+bool openLocked(const char* path, ReadFile* file, FileStatus* status) noexcept {
     const unsigned long forks = forksBegun;
     const int descriptor = forksWatched ? platform::openHigh(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK) : -1;
     if (descriptor == -1) {
         return false;
     }
-    struct stat status;
+    FileStatus found = {};
     if (platform::lockWholeFile(descriptor, platform::FileLock::Shared, true) == 0 &&
-        ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)) {
-        const std::size_t place = enter(descriptor, status);
-        if (place != MOST_STREAMS && forksBegun == forks) {
-            *file = {descriptor, static_cast<unsigned long>(status.st_size), forkGeneration(), forks, place};
+        statusOf(descriptor, &found) == 0 && found.regular) {
+        *file = guardFile(descriptor, found, forks);
+        if (status != nullptr) {
+            *status = found;
+        }
+        if (file->place != MOST_STREAMS && forksBegun == forks) {
             return true;
         }
-        if (place != MOST_STREAMS) {
-            leave(openStreams[place]);
-        }
+        leave(file->place);
+        *file = {};
     }
     (void)platform::lockWholeFile(descriptor, platform::FileLock::None, false);
     platform::closeQuietly(descriptor);
     return false;
 }
 
-// Once the entry is gone a forked child keeps its copy, which must hold no lock: so the lock is given back first. Where
-// nobody else can fork, closing does that too, and the entry stays until then, for a handler of signals may.
+ReadFile guardFile(int descriptor, const FileStatus& status, unsigned long forks) noexcept {
+    const std::size_t place = enter(descriptor, static_cast<dev_t>(status.device), static_cast<ino_t>(status.inode));
+    return {descriptor, status.size, forkGeneration(), forks, place};
+}
+
+// Once the entry is gone a forked child keeps its copy, which must hold no lock: so the lock is given back first.
+unsigned int closeUnlocked(const ReadFile& file) noexcept {
+    (void)platform::lockWholeFile(file.descriptor, platform::FileLock::None, false);
+    leave(file.place);
+    return resultOf(platform::closeOnce(file.descriptor));
+}
+
+// Where nobody else can fork, closing gives back the lock, and the entry stays until then, for a handler of signals
+// may.
 unsigned int closeLocked(const ReadFile& file) noexcept {
-    const bool alone = platform::isOnlyThread() && forksBegun == file.forks;
-    if (!alone) {
-        (void)platform::lockWholeFile(file.descriptor, platform::FileLock::None, false);
-        leave(openStreams[file.place]);
+    if (!platform::isOnlyThread() || forksBegun != file.forks) {
+        return closeUnlocked(file);
     }
     const unsigned int rc = resultOf(platform::closeOnce(file.descriptor));
-    if (alone) {
-        leave(openStreams[file.place]);
-    }
+    leave(file.place);
     return rc;
 }
 

@@ -2,6 +2,7 @@
 
 #include <genreg/GenRegBinVarVal.h>
 #include <genreg/GenRegVarVal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -159,7 +160,7 @@ public:
     }
 
     void sizeAsked() override {
-        if (action_ && this->tmpFp == nullptr && ::access(this->tmpPath, F_OK) == 0) {
+        if (action_ && this->tmpFp == nullptr && copyIsWritten()) {
             const auto action = std::exchange(action_, nullptr);
             action();
         }
@@ -176,6 +177,12 @@ public:
     void expectHeader() { this->checksumHeaderPending = 0; }
 
 private:
+    // An update that keeps its files has no stream on the copy, and writes it at the end as long as it is small.
+    [[nodiscard]] bool copyIsWritten() const {
+        struct stat status;
+        return ::stat(this->tmpPath, &status) == 0 && status.st_size > 0;
+    }
+
     std::function<void()> action_;
 };
 

@@ -13,19 +13,6 @@
 namespace posix {
 namespace {
 
-bool writeAll(int descriptor, const char* bytes, std::size_t size) noexcept {
-    while (size > 0) {
-        const ssize_t part = platform::retried([&] { return ::write(descriptor, bytes, size); });
-        if (part <= 0) {
-            errno = part == 0 ? ENOSPC : errno;
-            return false;
-        }
-        bytes += part;
-        size -= static_cast<std::size_t>(part);
-    }
-    return true;
-}
-
 // As a failed flush of its own would.
 bool noteError(std::FILE* stream, bool written) noexcept {
     stream->_flags |= written ? 0 : _IO_ERR_SEEN;
@@ -94,7 +81,7 @@ bool writeUnlocked(std::FILE* stream, const void* bytes, std::size_t size) noexc
     }
     if (capacity > 0 && size >= capacity && distanceTo(stream) == 0) {
         stream->_offset = -1;
-        return noteError(stream, writeAll(::fileno(stream), static_cast<const char*>(bytes), size));
+        return noteError(stream, writeAll(::fileno(stream), bytes, size));
     }
     return ::fwrite_unlocked(bytes, 1, size, stream) == size;
 }
