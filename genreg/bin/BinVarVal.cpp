@@ -30,7 +30,7 @@ std::size_t passRecords(unsigned long matchType, const char* frames, std::size_t
     return at;
 }
 
-constexpr genreg::FrameWays RECORD_WAYS = {false, passRecords, nullptr};
+constexpr genreg::FrameWays RECORD_WAYS = {false, passRecords, nullptr, nullptr};
 
 }  // namespace
 

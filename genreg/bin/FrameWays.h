@@ -17,6 +17,9 @@ struct FrameWays {
     // How many bytes in front are frames that can be read and do not match the key (not null) under the mask.
     std::size_t (*passOver)(unsigned long mask, const char* frames, std::size_t length, bool bigEndian,
                             const void* key);
+    // The same, of frames that unpacking and packing would write again as they stand. May be null.
+    std::size_t (*carryOver)(unsigned long mask, const char* frames, std::size_t length, bool bigEndian,
+                             const void* key);
     // Unpacks a record that matches the key, or any where the key is null, to where the caller has it. May be null.
     Taken (*take)(unsigned long mask, const char* payload, std::size_t length, const void* key, void* record);
 };

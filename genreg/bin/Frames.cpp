@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "genreg/core/Append.h"
+#include "genreg/core/SameBytes.h"
 #include "platform/posix/Posix.h"
 
 namespace genreg {
@@ -74,6 +75,38 @@ void BinFrames::passOver(Input& input, unsigned long mask, const void* key) cons
             return;
         }
     }
+}
+
+std::size_t BinFrames::carriedAtHand(const Input& input, unsigned long mask, const void* key) const noexcept {
+    if (key == nullptr || !usesWays() || engine_.ways_->carryOver == nullptr || !packsChecked() ||
+        engine_.packsAlike == nullptr) {
+        return 0;
+    }
+    return engine_.ways_->carryOver(mask, input.data(), input.ready(), has(REG_FEATURE_BIG_ENDIAN), key);
+}
+
+std::size_t BinFrames::equalAtHand(const Input& a, const Input& b) const noexcept {
+    if (!matchesChecked()) {
+        return 0;
+    }
+    // In an update the copy has checked them: bytes that are the same on both sides now are those.
+    const bool checked = usesWays() && FileInternals::of(engine_).isUpdating();
+    const bool bigEndian = has(REG_FEATURE_BIG_ENDIAN);
+    const std::size_t same = sameInFront(a.data(), b.data(), std::min(a.ready(), b.ready()));
+    std::size_t end = 0;
+    for (Frame frame = {}; frameAt(bigEndian, a.data(), same, end, &frame) &&
+                           (checked || engine_.checkPacked(frame.payload, frame.length) == 0);) {
+        end += FRAME_LENGTH_SIZE + frame.length;
+    }
+    return end;
+}
+
+unsigned int BinFrames::carryRun(const char* frames, std::size_t length) noexcept {
+    return copy().write(frames, length) ? 0 : carryFailed();
+}
+
+unsigned int BinFrames::carryFailed() noexcept {
+    return trace_.fail(590, REG_COPY_WRITE_FAILED, ossErrorMapSystem(errno));
 }
 
 // Without a word where next() would have one.
@@ -256,9 +289,7 @@ unsigned int BinFrames::carry(const Frame& frame, RecordBuffer& record, bool unp
         return packed ? packAndWrite(record, &frame, REG_COPY_WRITE_FAILED, false)
                       : write(record.get(), record.size(), REG_COPY_WRITE_FAILED, false);
     }
-    return writeBytes(frame.payload, frame.length, false)
-               ? 0
-               : trace_.fail(590, REG_COPY_WRITE_FAILED, ossErrorMapSystem(errno));
+    return writeBytes(frame.payload, frame.length, false) ? 0 : carryFailed();
 }
 
 }  // namespace genreg

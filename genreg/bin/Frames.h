@@ -34,6 +34,13 @@ public:
     // where the caller has it. False at a frame in doubt, which is the next one then, and at the end.
     [[nodiscard]] bool take(Input& input, unsigned long mask, const void* key, void* record) const noexcept;
 
+    // How many bytes at hand are whole frames that surely do not match the key and are carried as they stand; such that
+    // are the same in both inputs and pass the check.
+    [[nodiscard]] std::size_t carriedAtHand(const Input& input, unsigned long mask, const void* key) const noexcept;
+    [[nodiscard]] std::size_t equalAtHand(const Input& a, const Input& b) const noexcept;
+    // Carries so many bytes of them. REG_COPY_WRITE_FAILED.
+    [[nodiscard]] unsigned int carryRun(const char* frames, std::size_t length) noexcept;
+
     // Refuses an image whose lengths lie; REG_UNPACK_FAILED.
     [[nodiscard]] unsigned int check(const Frame& frame) noexcept;
     // False when the record of the checked frame surely does not match, told without unpacking it.
@@ -80,6 +87,7 @@ private:
     [[nodiscard]] bool packsChecked() const noexcept;
     [[nodiscard]] bool usesWays() const noexcept;
     [[nodiscard]] bool peek(Input& input, Frame* frame) const noexcept;
+    [[nodiscard]] unsigned int carryFailed() noexcept;
     [[nodiscard]] unsigned int checkImage(const Frame& frame) noexcept;
     [[nodiscard]] unsigned int previousImage(const Frame* previous, void** image) noexcept;
     [[nodiscard]] bool writeBytes(const void* payload, unsigned long size, bool inPlace) noexcept;

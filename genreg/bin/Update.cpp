@@ -47,10 +47,14 @@ protected:
 
     // Carries every frame to the copy but those that match the key. matching: whether any may.
     [[nodiscard]] unsigned int walk(void* key, bool matching) noexcept {
-        Input input{-1, 0, 0};
-        FileInternals::of(engine_).readRegistry(input);
+        Input& input = FileInternals::of(engine_).input();
         for (;;) {
             Frame frame = {};
+            const std::size_t run = matching ? frames_.carriedAtHand(input, call_.mask, key) : 0;
+            if (const unsigned int rc = run == 0 ? 0 : frames_.carryRun(input.data(), run)) {
+                return rc;
+            }
+            input.consume(run);
             if (const unsigned int rc = frames_.next(input, &frame)) {
                 return rc == REG_NO_MORE_RECORDS ? 0 : trace_.fail(110, REG_READ_FAILED, rc);
             }

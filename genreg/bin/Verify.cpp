@@ -28,6 +28,12 @@ private:
     unsigned int begin() noexcept { return frames_.checkMatch(); }
     unsigned int read(Input& input, Frame* frame) noexcept { return frames_.next(input, frame); }
 
+    void skipEqual(Input& before, Input& after) const noexcept {
+        const std::size_t length = frames_.equalAtHand(before, after);
+        before.consume(length);
+        after.consume(length);
+    }
+
     // REG_UNPACK_FAILED, REG_NO_UNPACK_RECORD.
     unsigned int load(const Side& side) noexcept {
         unsigned int rc = frames_.check(side.item);

@@ -3,6 +3,7 @@
 // An engine derives from it, naming itself and its Item (a frame, a line), and adds
 //   begin()                    what has to be there before the first record is read; 0 or why it is not
 //   read(Input&, Item*)        0, REG_NO_MORE_RECORDS, else why there is no item
+//   skipEqual(Input&, Input&)  goes past items at hand, the same ones in both, that compare() would find equal
 //   load(Side)                 the record of the side's item into its buffer
 //   compare(bool* equal)       whether both sides hold equal records; both are loaded when they do not for certain
 //   match(mask, record, key)   what MatchRecord says
@@ -85,9 +86,14 @@ private:
         return engine().match(EVERY_FIELD, new_.record(), call_.record) != 0;
     }
 
-    [[nodiscard]] unsigned int walkTogether() noexcept {
+    void nextPair() noexcept {
+        engine().skipEqual(*old_.input, *new_.input);
         next(old_);
         next(new_);
+    }
+
+    [[nodiscard]] unsigned int walkTogether() noexcept {
+        nextPair();
         while (old_.has() && new_.has()) {
             bool equal = false;
             unsigned int rc = engine().compare(&equal);
@@ -95,8 +101,7 @@ private:
             if (rc != 0) {
                 return rc;
             }
-            next(old_);
-            next(new_);
+            nextPair();
         }
         return 0;
     }

@@ -103,25 +103,26 @@ private:
     std::string_view text_;
 };
 
-// Whether the image is whole, and its record surely is not the key's.
-bool surelyOther(const char* image, std::size_t length, const RecordType& type, const RarestText& rarest) noexcept {
+// Whether the image is whole, and its record surely is not the key's; what it is made of.
+inline bool surelyOther(const char* image, std::size_t length, const RecordType& type, const RarestText& rarest,
+                        ImageHeader* header, ItemPlaces* places) noexcept {
     if (length < IMAGE_LEAST_SIZE) {
         return false;
     }
-    const ImageHeader header = headerOf(image);
-    ItemPlaces places;
-    if (header.recordType != type.type) {
-        const RecordType* const other = recordTypeOf(header.recordType);
-        return other != nullptr && findItems(image, length, *other, limitsOf(other->type), header.fieldMask, &places);
+    *header = headerOf(image);
+    if (header->recordType != type.type) {
+        const RecordType* const other = recordTypeOf(header->recordType);
+        return other != nullptr && findItems(image, length, *other, limitsOf(other->type), header->fieldMask, places);
     }
     const std::size_t n = rarest.field();
-    return findItems(image, length, type, limitsOf(type.type), header.fieldMask, &places) &&
-           (header.fieldMask >> n & 1U) != 0 && rarest.differsFrom(places.bytes[n], places.length[n]);
+    return findItems(image, length, type, limitsOf(type.type), header->fieldMask, places) &&
+           (header->fieldMask >> n & 1U) != 0 && rarest.differsFrom(places->bytes[n], places->length[n]);
 }
 
 // A key without a type, or without a text that is compared, is looked for one record after another.
-std::size_t passImages(unsigned long mask, const char* frames, std::size_t length, bool bigEndian,
-                       const void* key) noexcept {
+template <typename Also>
+std::size_t passImages(unsigned long mask, const char* frames, std::size_t length, bool bigEndian, const void* key,
+                       Also also) noexcept {
     const auto& sought = *static_cast<const GlobalRegRecord*>(key);
     const RecordType* const type = recordTypeOf(sought.recordType);
     if (type == nullptr || mask == 0) {
@@ -131,12 +132,46 @@ std::size_t passImages(unsigned long mask, const char* frames, std::size_t lengt
     if (rarest.none()) {
         return 0;
     }
+    ImageHeader header = {};
+    ItemPlaces places;
     std::size_t at = 0;
-    for (Frame frame = {};
-         frameAt(bigEndian, frames, length, at, &frame) && surelyOther(frame.payload, frame.length, *type, rarest);) {
+    for (Frame frame = {}; frameAt(bigEndian, frames, length, at, &frame) &&
+                           surelyOther(frame.payload, frame.length, *type, rarest, &header, &places) &&
+                           also(header, places);) {
         at += FRAME_LENGTH_SIZE + frame.length;
     }
     return at;
+}
+
+std::size_t passImages(unsigned long mask, const char* frames, std::size_t length, bool bigEndian,
+                       const void* key) noexcept {
+    return passImages(mask, frames, length, bigEndian, key, [](const ImageHeader&, const ItemPlaces&) { return true; });
+}
+
+// Whether unpacking the image and packing the record gives the image again.
+bool packsAlike(const ImageHeader& header, const RecordType& type, const ItemPlaces& places) noexcept {
+    if ((type.known & ~header.fieldMask & ~header.missingFieldMask) != 0) {
+        return false;  // unpacking would add to the missing-field mask
+    }
+    for (unsigned long bits = header.fieldMask & ~ITEMLESS_BIT; bits != 0; bits &= bits - 1) {
+        const auto n = static_cast<std::size_t>(std::countr_zero(bits));
+        const GlobalRegField& field = type.fields[n];
+        const unsigned long length = places.length[n];
+        const bool alike = field.kind == GLOBALREG_FIELD_TEXT
+                               ? length > 0 && std::memchr(places.bytes[n], 0, length) == places.bytes[n] + length - 1
+                               : length == field.capacity;
+        if (!alike) {
+            return false;
+        }
+    }
+    return true;
+}
+
+std::size_t carryImages(unsigned long mask, const char* frames, std::size_t length, bool bigEndian,
+                        const void* key) noexcept {
+    return passImages(mask, frames, length, bigEndian, key, [](const ImageHeader& header, const ItemPlaces& places) {
+        return packsAlike(header, *recordTypeOf(header.recordType), places);
+    });
 }
 
 // Puts one item where the record has it. A text ends in a NUL, which the item may lack.
@@ -191,7 +226,7 @@ Taken takeImage(unsigned long mask, const char* image, std::size_t length, const
 
 }  // namespace
 
-constinit const FrameWays IMAGE_WAYS = {true, passImages, takeImage<Rest::Zeroed>};
-constinit const FrameWays LIST_WAYS = {true, passImages, takeImage<Rest::Left>};
+constinit const FrameWays IMAGE_WAYS = {true, passImages, carryImages, takeImage<Rest::Zeroed>};
+constinit const FrameWays LIST_WAYS = {true, passImages, carryImages, takeImage<Rest::Left>};
 
 }  // namespace genreg

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "genreg/core/SameBytes.h"
 #include "genreg/text/Schema.h"
 
 namespace genreg {
@@ -27,16 +28,29 @@ bool TextLines::isSpokenFor() const noexcept {
 }
 
 void TextLines::passOver(Input& input, unsigned long mask, const void* key) const noexcept {
-    if (key == nullptr || !isSpokenFor()) {
-        return;
-    }
-    const bool joined = has(REG_FEATURE_LINE_CONTINUATION);
-    while (input.error() == 0 && input.fill(1) != 0) {
-        input.consume(engine_.ways_->passOver(mask, input.data(), input.ready(), key, joined));
+    while (key != nullptr && isSpokenFor() && input.error() == 0 && input.fill(1) != 0) {
+        input.consume(passedAtHand(input, mask, key));
         if (input.ready() != 0) {
             return;
         }
     }
+}
+
+std::size_t TextLines::passedAtHand(const Input& input, unsigned long mask, const void* key) const noexcept {
+    if (key == nullptr || input.ready() == 0 || !isSpokenFor()) {
+        return 0;
+    }
+    return engine_.ways_->passOver(mask, input.data(), input.ready(), key, has(REG_FEATURE_LINE_CONTINUATION));
+}
+
+std::size_t TextLines::equalAtHand(const Input& a, const Input& b) const noexcept {
+    const char* const bytes = a.data();
+    const bool joined = has(REG_FEATURE_LINE_CONTINUATION);
+    std::size_t end = sameInFront(bytes, b.data(), std::min(a.ready(), b.ready()));
+    while (end > 0 && (bytes[end - 1] != '\n' || (joined && end > 1 && bytes[end - 2] == '\\'))) {
+        --end;
+    }
+    return end;
 }
 
 bool TextLines::mayMatch(unsigned long mask, const TextLine& line, const void* key) const noexcept {

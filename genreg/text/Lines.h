@@ -53,6 +53,11 @@ public:
     // Goes past whole lines that surely do not match the key under the mask, as many as are at hand.
     void passOver(Input& input, unsigned long mask, const void* key) const noexcept;
 
+    // How many bytes at hand are whole lines that surely do not match it, and that ParseLine takes.
+    [[nodiscard]] std::size_t passedAtHand(const Input& input, unsigned long mask, const void* key) const noexcept;
+    // How many bytes at hand, the same ones in both inputs, are whole lines.
+    [[nodiscard]] std::size_t equalAtHand(const Input& a, const Input& b) const noexcept;
+
     // False when the line surely does not match the key under the mask, told without parsing it.
     [[nodiscard]] bool mayMatch(unsigned long mask, const TextLine& line, const void* key) const noexcept;
 

@@ -39,6 +39,10 @@ protected:
 
     // The line's record matches; work_ holds it.
     [[nodiscard]] virtual unsigned int takeMatch(const TextLine& line) noexcept = 0;
+    // So many bytes of whole lines go to the copy as they stand; none of them is continued.
+    [[nodiscard]] virtual unsigned int carryRun(const char* lines, std::size_t length) noexcept {
+        return write(lines, length);
+    }
     // The line goes to the copy as it stands, and gains a newline when it has none.
     [[nodiscard]] virtual unsigned int carry(const TextLine& line) noexcept { return writeEnded(line); }
 
@@ -50,10 +54,14 @@ protected:
     // Carries every line to the copy but those that match the key; one that is refused or too long does not.
     // matching: whether any may. Parsed whether or not it matters: a line that is refused is logged.
     [[nodiscard]] unsigned int walk(void* key, bool matching) noexcept {
-        Input input{-1, 0, 0};
-        FileInternals::of(engine_).readRegistry(input);
-        TextLine line = {};
-        while (lines_.next(input, &line)) {
+        Input& input = FileInternals::of(engine_).input();
+        for (TextLine line = {};;) {
+            if (const unsigned int rc = carryAtHand(input, key)) {
+                return rc;
+            }
+            if (!lines_.next(input, &line)) {
+                return input.error() == 0 ? 0 : trace_.fail(115, REG_READ_FAILED, input.error());
+            }
             if (const unsigned int rc = lines_.checkSearchSlots(true)) {
                 return rc;
             }
@@ -63,7 +71,14 @@ protected:
                 return rc;
             }
         }
-        return input.error() == 0 ? 0 : trace_.fail(115, REG_READ_FAILED, input.error());
+    }
+
+    // Many lines in one go, where the schema can tell of them that each would be carried.
+    [[nodiscard]] unsigned int carryAtHand(Input& input, const void* key) noexcept {
+        const std::size_t length = lines_.passedAtHand(input, call_.mask, key);
+        const unsigned int rc = length == 0 ? 0 : carryRun(input.data(), length);
+        input.consume(length);
+        return rc;
     }
 
     [[nodiscard]] unsigned int write(const void* bytes, std::size_t length) noexcept {
@@ -121,6 +136,11 @@ private:
     unsigned int takeMatch(const TextLine& /*line*/) noexcept override {
         trace_.errorText(125, "Match found; duplicate record");
         return trace_.fail(120, REG_DUPLICATE);
+    }
+
+    unsigned int carryRun(const char* lines, std::size_t length) noexcept override {
+        goesOn_ = false;
+        return TextUpdate::carryRun(lines, length);
     }
 
     unsigned int carry(const TextLine& line) noexcept override {

@@ -45,6 +45,12 @@ private:
         return input.error() != 0 ? input.error() : REG_NO_MORE_RECORDS;
     }
 
+    void skipEqual(Input& before, Input& after) const noexcept {
+        const std::size_t length = lines_.equalAtHand(before, after);
+        before.consume(length);
+        after.consume(length);
+    }
+
     // A line that is refused is compared as it was left.
     unsigned int load(const Side& side) noexcept {
         (void)lines_.parse(side.record(), side.item);
