@@ -148,6 +148,25 @@ std::size_t passImages(unsigned long mask, const char* frames, std::size_t lengt
     return passImages(mask, frames, length, bigEndian, key, [](const ImageHeader&, const ItemPlaces&) { return true; });
 }
 
+// Whether the item, of an image, is a text with its NUL and no other. Looked at in words from its end: what stands
+// before it in the image is as long as one at least.
+inline bool holdsOneText(const unsigned char* bytes, unsigned long length) noexcept {
+    constexpr unsigned long WORD = sizeof(unsigned long);
+    constexpr unsigned long ONES = ~0UL / 0xff;
+    static_assert(WORD <= IMAGE_HEADER_SIZE);
+    const auto hasZero = [](unsigned long word) { return ((word - ONES) & ~word & (ONES << 7)) != 0; };
+    if (length == 0 || bytes[length - 1] != 0) {
+        return false;
+    }
+    unsigned long left = length - 1;
+    for (; left >= WORD; left -= WORD) {
+        if (hasZero(loadLittle(bytes + left - WORD, WORD))) {
+            return false;
+        }
+    }
+    return left == 0 || !hasZero(loadLittle(bytes + left - WORD, WORD) | ~0UL >> (8 * left));
+}
+
 // Whether unpacking the image and packing the record gives the image again.
 bool packsAlike(const ImageHeader& header, const RecordType& type, const ItemPlaces& places) noexcept {
     if ((type.known & ~header.fieldMask & ~header.missingFieldMask) != 0) {
@@ -157,9 +176,8 @@ bool packsAlike(const ImageHeader& header, const RecordType& type, const ItemPla
         const auto n = static_cast<std::size_t>(std::countr_zero(bits));
         const GlobalRegField& field = type.fields[n];
         const unsigned long length = places.length[n];
-        const bool alike = field.kind == GLOBALREG_FIELD_TEXT
-                               ? length > 0 && std::memchr(places.bytes[n], 0, length) == places.bytes[n] + length - 1
-                               : length == field.capacity;
+        const bool text = field.kind == GLOBALREG_FIELD_TEXT;
+        const bool alike = text ? holdsOneText(places.bytes[n], length) : length == field.capacity;
         if (!alike) {
             return false;
         }
