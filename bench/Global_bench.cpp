@@ -1,7 +1,8 @@
-// The global registry at several sizes: open - look up - close, list all, durable change; beside a bare program of the
-// same system calls, and beside SQLite doing the same work on a table of the same records.
+// The global registry at several sizes: open - look up - close, list all, durable change, changes of eight writers at
+// once.
 #include <genreg/genreg.h>
 #include <osse/Memory.h>
+#include <sys/wait.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -9,25 +10,18 @@
 
 #include "Bare.h"
 #include "Measure.h"
-
-#ifdef RVN_HAVE_SQLITE
-#include <sqlite3.h>
-#endif
+#include "Rivals.h"
 
 namespace {
 
 constexpr unsigned long VERSION = 0x0009000700000002;
 constexpr unsigned long KEY = INSTANCE_SERVICE | INSTANCE_VERSION_CODE | INSTANCE_NAME;
 
-std::string instanceName(int number) {
-    return "instance" + std::to_string(number);
-}
-
 OSSInstanceInfo_t instance(int number, char usage) {
     OSSInstanceInfo_t info = {};
     info.versionCode = VERSION;
     (void)std::snprintf(info.service, sizeof info.service, "RVN");
-    (void)std::snprintf(info.instanceName, sizeof info.instanceName, "%s", instanceName(number).c_str());
+    (void)std::snprintf(info.instanceName, sizeof info.instanceName, "%s", rivals::nameOf(number).c_str());
     (void)std::snprintf(info.instancePath, sizeof info.instancePath, "/home/%s/rvnhome", info.instanceName);
     (void)std::snprintf(info.usage, sizeof info.usage, "use%c", usage);
     info.flags = INSTANCE_INFO_START_AT_BOOT;
@@ -85,129 +79,115 @@ int listAll() {
     return count;
 }
 
-#ifdef RVN_HAVE_SQLITE
+void change(int number, char usage) {
+    GlobalRegRecord record = toRecord(instance(number, usage));
+    QuietGlobalReg registry;
+    bare::require(registry.Change(KEY, &record, &record) == 0);
+}
 
-// The same records as rows, keyed alike, with SQLite's own durability.
-class Rows {
-public:
-    explicit Rows(const std::string& path) : path_(path) {}
+void look(const std::vector<char>& content) {
+    bare::require(std::memchr(content.data(), 0xff, content.size()) == nullptr);
+}
 
-    void fill(int records) {
-        Connection db(path_);
-        db.run(
-            "CREATE TABLE instance (service TEXT, version INTEGER, name TEXT, path TEXT, usage TEXT, start INTEGER, "
-            "PRIMARY KEY (service, version, name))");
-        db.run("BEGIN");
-        for (int i = 0; i < records; ++i) {
-            const OSSInstanceInfo_t info = instance(i, '0');
-            db.run("INSERT INTO instance VALUES ('RVN', " + std::to_string(VERSION) + ", '" + info.instanceName +
-                   "', '" + info.instancePath + "', '" + info.usage + "', 1)");
+void benchReading(const bare::Paths& paths, std::size_t size, const std::vector<rivals::Kind>& kinds, int records) {
+    const int last = records - 1;
+    const auto bareGet = [&] { bare::get(paths, size, look); };
+    std::vector<measure::Rival> lookers = {
+        {"limit", bareGet}, {"library", [&] {
+                                 char service[] = "RVN";
+                                 std::string name = rivals::nameOf(last);
+                                 OSSInstanceInfo_t info;
+                                 bare::require(ossGetInstanceInfo(service, VERSION, name.data(), &info) == 0);
+                             }}};
+    rivals::beside(lookers, kinds, [last](rivals::Store& store) { store.lookUp(last); });
+    measure::row({"global: look up", records}, lookers);
+
+    std::vector<measure::Rival> listers = {{"library", [&] { bare::require(listAll() == records); }}};
+    rivals::beside(listers, kinds, [records](rivals::Store& store) { bare::require(store.list() == records); });
+    measure::row({.operation = "global: list, each", .size = records, .each = static_cast<double>(records)}, listers);
+}
+
+void benchChanging(const bare::Paths& paths, std::size_t size, const std::vector<rivals::Kind>& kinds, int records) {
+    const int last = records - 1;
+    std::vector<measure::Rival> changers = {
+        {"limit",
+         [&paths, size, usage = '0']() mutable {
+             usage = usage == '0' ? '1' : '0';
+             bare::change(paths, size, [usage](std::vector<char>& content) {
+                 content[content.size() - 12] = usage;  // the usage's last letter: before NUL, start at boot, checksum
+             });
+         }},
+        {"library", [last, usage = '2']() mutable {
+             usage = usage == '2' ? '3' : '2';
+             change(last, usage);
+         }}};
+    // Each changes for itself: a row that holds the value already costs less.
+    rivals::beside(changers, kinds, [last, usage = '2'](rivals::Store& store) mutable {
+        usage = usage == '2' ? '3' : '2';
+        store.change(last, usage);
+    });
+    measure::row({"global: change", records}, changers);
+}
+
+// Eight processes at once, each making so many changes of a row of its own.
+constexpr int WRITERS = 8;
+constexpr int CHANGES = 20;
+
+void allAtOnce(const std::function<void(int row)>& changes) {
+    for (int writer = 0; writer < WRITERS; ++writer) {
+        if (::fork() == 0) {
+            changes(writer);
+            std::_Exit(0);
         }
-        db.run("COMMIT");
     }
-    void lookUp(int number) const {
-        Connection db(path_);
-        bare::require(db.rows("SELECT * FROM instance WHERE service = 'RVN' AND version = " + std::to_string(VERSION) +
-                              " AND name = '" + instanceName(number) + "'") == 1);
+    for (int writer = 0; writer < WRITERS; ++writer) {
+        int status = 0;
+        bare::require(::wait(&status) > 0 && status == 0);
     }
-    [[nodiscard]] int list() const {
-        Connection db(path_);
-        return db.rows("SELECT * FROM instance WHERE service = 'RVN'");
-    }
-    void change(int number, char usage) const {
-        Connection db(path_);
-        db.run(std::string("UPDATE instance SET usage = 'use") + usage + "' WHERE service = 'RVN' AND version = " +
-               std::to_string(VERSION) + " AND name = '" + instanceName(number) + "'");
-    }
+}
 
-private:
-    class Connection {
-    public:
-        explicit Connection(const std::string& path) { bare::require(sqlite3_open(path.c_str(), &db_) == SQLITE_OK); }
-        ~Connection() { (void)sqlite3_close(db_); }
-        Connection(const Connection&) = delete;
-        Connection& operator=(const Connection&) = delete;
-        void run(const std::string& sql) {
-            bare::require(sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK);
+void benchWriters(const std::vector<rivals::Kind>& kinds, int records) {
+    const auto times = [](const auto& changeTo) {
+        for (int i = 0; i < CHANGES; ++i) {
+            changeTo(static_cast<char>('1' + i % 9));
         }
-        int rows(const std::string& sql) {
-            sqlite3_stmt* statement = nullptr;
-            bare::require(sqlite3_prepare_v2(db_, sql.c_str(), -1, &statement, nullptr) == SQLITE_OK);
-            int count = 0;
-            while (sqlite3_step(statement) == SQLITE_ROW) {
-                bare::require(sqlite3_column_text(statement, 2) != nullptr);
-                ++count;
-            }
-            (void)sqlite3_finalize(statement);
-            return count;
-        }
-
-    private:
-        sqlite3* db_ = nullptr;
     };
-    std::string path_;
-};
-
-#endif
+    std::vector<measure::Rival> writers = {
+        {"library", [&] { allAtOnce([&](int row) { times([&](char usage) { change(row, usage); }); }); }}};
+    for (const rivals::Kind& each : kinds) {
+        writers.push_back({each.name, [&] {
+                               allAtOnce([&](int row) {
+                                   const auto store = each.open(each.path);
+                                   times([&](char usage) { store->change(row, usage); });
+                               });
+                           }});
+    }
+    measure::row({"global: change, 8 writers", records, 7, WRITERS * CHANGES}, writers);
+}
 
 void benchSize(const std::string& directory, int records) {
+    constexpr int MOST_CHANGED = 10000;
+    constexpr int CROWD_SIZE = 100;
     const bare::Paths paths(directory, "global" + std::to_string(records) + ".reg");
     fillRegistry(paths.registry, records);
     bare::require(::setenv("RVN_GLOBAL_REG_PATHNAME", paths.registry.c_str(), 1) == 0);
     const auto size = static_cast<std::size_t>(std::filesystem::file_size(paths.registry));
-    const int last = records - 1;
-    const std::string count = std::to_string(records) + " records";
-    const auto look = [](const std::vector<char>& content) {
-        bare::require(std::memchr(content.data(), 0xff, content.size()) == nullptr);
-    };
-    const auto bareGet = [&] { bare::get(paths, size, look); };
-    const auto get = [&] {
-        char service[] = "RVN";
-        std::string name = instanceName(last);
-        OSSInstanceInfo_t info;
-        bare::require(ossGetInstanceInfo(service, VERSION, name.data(), &info) == 0);
-    };
-    const auto list = [&] { bare::require(listAll() == records); };
-    char bareUsage = '0';
-    const auto bareChange = [&] {
-        bare::change(paths, size, [&](std::vector<char>& content) {
-            bareUsage = bareUsage == '0' ? '1' : '0';
-            content[content.size() - 12] = bareUsage;  // the usage's last letter: before NUL, start at boot, checksum
-        });
-    };
-    char usage = '2';
-    const auto change = [&] {
-        usage = usage == '2' ? '3' : '2';
-        GlobalRegRecord record = toRecord(instance(last, usage));
-        QuietGlobalReg registry;
-        bare::require(registry.Change(KEY, &record, &record) == 0);
-    };
-    std::vector<measure::Rival> lookers = {{"bare", bareGet}, {"genreg", get}};
-    std::vector<measure::Rival> listers = {{"bare", bareGet}, {"genreg", list}};
-    std::vector<measure::Rival> changers = {{"bare", bareChange}, {"genreg", change}};
-#ifdef RVN_HAVE_SQLITE
-    Rows rows(directory + "/rows" + std::to_string(records) + ".db");
-    rows.fill(records);
-    char rowUsage = '4';
-    lookers.push_back({"sqlite", [&] { rows.lookUp(last); }});
-    listers.push_back({"sqlite", [&] { bare::require(rows.list() == records); }});
-    changers.push_back({"sqlite", [&] {
-                            rowUsage = rowUsage == '4' ? '5' : '4';
-                            rows.change(last, rowUsage);
-                        }});
-#endif
-    const int calls = records >= 10000 ? 5 : 50;
-    measure::report("open - look up - close, " + count, lookers, 31, calls);
-    measure::report("list all, " + count, listers, 31, calls);
-    measure::report("durable change, " + count, changers, 31, 3);
+    const std::vector<rivals::Kind> kinds = rivals::filled(directory + "/rows" + std::to_string(records), records);
+    benchReading(paths, size, kinds, records);
+    if (records <= MOST_CHANGED) {
+        benchChanging(paths, size, kinds, records);
+    }
+    if (records == CROWD_SIZE) {
+        benchWriters(kinds, records);
+    }
 }
 
 }  // namespace
 
-int main() {
+int main(int count, char** arguments) {
+    measure::begin(count, arguments);
     const measure::Scratch scratch;
-    std::printf("Global registry, last record of the file; bare: the same system calls and one scan\n");
-    for (const int records : {10, 100, 1000, 10000}) {
+    for (const int records : {10, 100, 1000, 10000, 100000}) {
         benchSize(scratch.path(), records);
     }
     return 0;

@@ -1,22 +1,21 @@
 // Looking a service up by name and protocol, beside the C library's getservbyname_r on the same file in the same run.
 //
-// Both sides do all of it every time: the library's object is constructed, the file opened, searched and closed. Each
-// round asks for the same entries on either side, taking turns at going first; the counters are microseconds per
-// look-up, medians of the rounds, and ratio is the C library's time over ours: above 1 the library is faster. Larger
-// files are bound over /etc/services in a private mount namespace, of root or of a user namespace.
-#include <benchmark/benchmark.h>
+// Both sides do all of it every time: the library's object is constructed, the file opened, searched and closed. The
+// files are bound over /etc/services in a private mount namespace, of root or of a user namespace; the entry that is
+// asked for is the last of them.
 #include <genreg/GenRegServices.h>
 #include <netdb.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
-#include <cstdlib>
+#include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <string>
-#include <vector>
+
+#include "Bare.h"
+#include "Measure.h"
 
 namespace {
 
@@ -26,16 +25,6 @@ struct Entry {
     std::string name;
     std::string protocol;
 };
-
-std::vector<Entry> readEntries() {
-    std::vector<Entry> entries;
-    ::setservent(1);
-    while (const servent* entry = ::getservent()) {
-        entries.push_back({entry->s_name, entry->s_proto});
-    }
-    ::endservent();
-    return entries;
-}
 
 bool registryFinds(const Entry& entry) {
     unsigned int rc = 0;
@@ -57,60 +46,17 @@ bool libraryFinds(const Entry& entry) {
            found != nullptr;
 }
 
-template <typename Find>
-double secondsFor(const std::vector<Entry>& entries, Find find, bool* good) {
-    const auto start = std::chrono::steady_clock::now();
-    for (const Entry& entry : entries) {
-        *good = find(entry) && *good;
-    }
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-double median(std::vector<double>& values) {
-    std::sort(values.begin(), values.end());
-    return values.empty() ? 0 : values[values.size() / 2];
-}
-
-void compare(benchmark::State& state, const std::vector<Entry>& entries) {
-    std::vector<double> ours;
-    std::vector<double> theirs;
-    bool good = !entries.empty();
-    bool first = false;
-    for (auto _ : state) {
-        first = !first;
-        if (!first) {
-            theirs.push_back(secondsFor(entries, libraryFinds, &good));
-        }
-        ours.push_back(secondsFor(entries, registryFinds, &good));
-        if (first) {
-            theirs.push_back(secondsFor(entries, libraryFinds, &good));
-        }
-        state.SetIterationTime(ours.back());
-    }
-    if (!good) {
-        state.SkipWithError("an entry of the file was not found");
-        return;
-    }
-    const double scale = 1e6 / static_cast<double>(entries.size());
-    const double oursMedian = median(ours);
-    const double theirsMedian = median(theirs);
-    state.counters["genreg_us"] = oursMedian * scale;
-    state.counters["getservbyname_r_us"] = theirsMedian * scale;
-    state.counters["ratio"] = theirsMedian / oursMedian;
-}
-
-// Every entry of the machine's own file, and its first and last alone.
-void everyEntry(benchmark::State& state) {
-    compare(state, readEntries());
-}
-
-void oneEntry(benchmark::State& state, bool last) {
-    const std::vector<Entry> entries = readEntries();
-    if (entries.empty()) {
-        state.SkipWithError("the file has no entries");
-        return;
-    }
-    compare(state, std::vector<Entry>(100, last ? entries.back() : entries.front()));
+void benchFile(int lines, const Entry& entry) {
+    const bare::Paths paths("/etc", "services");
+    const auto size = static_cast<std::size_t>(std::filesystem::file_size(FILE_PATH));
+    const auto bareGet = [&] {
+        bare::get(paths, size, [](const std::vector<char>& content) {
+            bare::require(std::memchr(content.data(), '\0', content.size()) == nullptr);
+        });
+    };
+    measure::row({"service: look up", lines}, {{"limit", bareGet},
+                                               {"library", [&] { bare::require(registryFinds(entry)); }},
+                                               {"C library", [&] { bare::require(libraryFinds(entry)); }}});
 }
 
 // A file of that many lines, like those of the machine's own, bound over it.
@@ -155,27 +101,22 @@ private:
     bool bound_ = false;
 };
 
-// Entries spread evenly over a file of that many lines.
-void spreadEntries(benchmark::State& state) {
-    constexpr std::size_t ASKED = 50;
-    const BoundFile file(state.range(0));
+void benchSize(int lines) {
+    const BoundFile file(lines);
     if (!file.isBound()) {
-        state.SkipWithError("no private mount namespace to bind the file in");
+        std::printf("service: look up          %7d  left out: no private mount namespace to bind the file in\n", lines);
         return;
     }
-    const std::vector<Entry> all = readEntries();
-    std::vector<Entry> entries;
-    for (std::size_t i = 0; i < ASKED && !all.empty(); ++i) {
-        entries.push_back(all[(2 * i + 1) * all.size() / (2 * ASKED)]);
-    }
-    compare(state, entries);
+    const int last = lines - 1;
+    benchFile(lines, {"service" + std::to_string(last), last % 3 == 0 ? "udp" : "tcp"});
 }
 
 }  // namespace
 
-BENCHMARK(everyEntry)->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(oneEntry, first, false)->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(oneEntry, last, true)->UseManualTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(spreadEntries)->Arg(1000)->Arg(10000)->UseManualTime()->Unit(benchmark::kMillisecond);
-
-BENCHMARK_MAIN();
+int main(int count, char** arguments) {
+    measure::begin(count, arguments);
+    for (const int lines : {10, 100, 1000, 10000, 100000}) {
+        benchSize(lines);
+    }
+    return 0;
+}
