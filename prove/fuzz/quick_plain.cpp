@@ -6,68 +6,25 @@
 // schema as it comes; while it is traced, or where its slots hold other functions too, it has to give the same again.
 // The lists of the information interface, which has no slots, are read traced and not. And the masks of lines that this
 // machine makes are the ones that every machine can.
-#include <genreg/Cause.h>
-#include <genreg/genreg.h>
-#include <osse/Log.h>
 #include <osse/Trace.h>
 
 #include <cstring>
 #include <memory>
 
 #include "Fuzz.h"
+#include "Told.h"
 #include "genreg/text/LineShapes.h"
 #include "genreg/text/PassOver.h"
 
 namespace {
 
-// What was logged, as it is told, and what was traced; the library's objects find these in the place of the platform's.
-std::string* logged = nullptr;
+// What was traced; the library's objects find these in the place of the platform's.
 std::string* traced = nullptr;
 
 void keepTrace(const char* what, unsigned int function) {
     if (traced != nullptr) {
         *traced += what + std::to_string(function) + "\n";
     }
-}
-
-void keepLine(std::initializer_list<unsigned int> numbers, const char* text) {
-    if (logged != nullptr) {
-        for (const unsigned int number : numbers) {
-            *logged += std::to_string(number) + " ";
-        }
-        *logged += std::string(text != nullptr ? text : "-") + "\n";
-    }
-}
-
-std::string told(const char* text) {
-    return text != nullptr ? "|" + std::string(text) + "|" : "(none)";
-}
-
-std::string bytesOf(const void* record, std::size_t size) {
-    return {static_cast<const char*>(record), size};
-}
-
-// Of a text record what its fields say, of a binary one all bytes.
-std::string told(const GenRegVarValRecord& record) {
-    return std::to_string(record.contains) + told(record.comment) + told(record.variable) + told(record.value);
-}
-std::string told(const GenRegServicesRecord& record) {
-    std::string all = std::to_string(record.flags) + told(record.comment) + told(record.name) +
-                      std::to_string(record.port) + told(record.protocol);
-    for (char** alias = record.aliases; alias != nullptr && *alias != nullptr; ++alias) {
-        all += told(*alias);
-    }
-    return all;
-}
-std::string told(const GenRegInitTabRecord& record) {
-    return std::to_string(record.flags) + told(record.comment) + told(record.id) + told(record.runLevel) +
-           told(record.action) + told(record.command);
-}
-std::string told(const GenRegBinVarValRecord& record) {
-    return bytesOf(&record, sizeof record);
-}
-std::string told(const GlobalRegRecord& record) {
-    return bytesOf(&record, sizeof record);
 }
 
 // How often these functions in the slots were asked.
@@ -113,17 +70,6 @@ public:
     }
 };
 
-unsigned int ignored = 0;
-struct VarVal : GenRegVarVal {
-    VarVal() : GenRegVarVal("x", &ignored) {}
-};
-struct Services : GenRegServices {
-    Services() : GenRegServices("x", &ignored) {}
-};
-struct BinVarVal : GenRegBinVarVal {
-    BinVarVal() : GenRegBinVarVal("x", &ignored) {}
-};
-
 void fillKey(GenRegVarValRecord& key, char* text) {
     key.contains = VARVAL_HAS_PAIR;
     key.variable = key.value = text;
@@ -167,11 +113,7 @@ public:
             auto result = std::make_unique<Record>();
             std::memset(static_cast<void*>(result.get()), 0xa5, sizeof(Record));
             const unsigned int rc = call(result.get());
-            GenRegCause cause = {};
-            genregLastCause(&cause);
-            all += std::to_string(rc) + " " + std::to_string(cause.code) + " " + std::to_string(cause.probe) + " " +
-                   std::to_string(cause.function) + (rc == 0 ? told(*result) : bytesOf(result.get(), sizeof(Record))) +
-                   "\n";
+            all += told(rc) + (rc == 0 ? told(*result) : bytesOf(result.get(), sizeof(Record))) + "\n";
             return rc;
         };
         (void)look([&](Record* result) { return registry.Get(asked.mask, &key_, result); });
@@ -290,13 +232,6 @@ void compareMasks(const std::string& lines, const Asked& asked) {
 
 extern "C" {
 
-void ossLog(unsigned int functionId, unsigned int code, unsigned int probe, unsigned int severity, const char* text) {
-    keepLine({functionId, code, probe, severity}, text);
-}
-void ossLogRC(unsigned int functionId, unsigned int code, unsigned int platformCode, unsigned int probe,
-              unsigned int severity, const char* text) {
-    keepLine({functionId, code, platformCode, probe, severity}, text);
-}
 void _gtraceEntry(unsigned int functionId, unsigned long) {
     keepTrace("> ", functionId);
 }
