@@ -85,18 +85,23 @@ void fillKey(GenRegInitTabRecord& key, char* text) {
 void fillKey(GenRegBinVarValRecord& key, char* text) {
     std::memcpy(key.variable, text, ::strnlen(text, sizeof key.variable));
 }
-// A type in front, then the texts, each the whole of it.
+// A type in front, then the texts, each the whole of it; a key is refused that has no fields.
 void fillKey(GlobalRegRecord& key, char* text) {
+    constexpr unsigned long VERSION = 0x0009000700000002;
     key.recordType = static_cast<unsigned int>(*text) % 5;
     const char* const rest = *text == '\0' ? text : text + 1;
     unsigned long count = 0;
     const GlobalRegField* const fields = globalRegFields(key.recordType, &count);
     for (unsigned long n = 0; n < count; ++n) {
+        char* const member = reinterpret_cast<char*>(&key) + fields[n].offset;
+        const char* const field = n == 0 ? "RVN" : rest;
         if (fields[n].kind == GLOBALREG_FIELD_TEXT) {
-            char* const member = reinterpret_cast<char*>(&key) + fields[n].offset;
-            const char* const field = n == 0 ? "RVN" : rest;
             std::memcpy(member, field, ::strnlen(field, fields[n].capacity));
+        } else if (fields[n].kind == GLOBALREG_FIELD_VERSION) {
+            std::memcpy(member, &VERSION, sizeof VERSION);
         }
+        const bool empty = fields[n].kind == GLOBALREG_FIELD_TEXT && *field == '\0';
+        key.fieldMask |= empty ? 0 : fields[n].bit;
     }
 }
 
