@@ -2,9 +2,12 @@
 #include <fcntl.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <random>
+#include <thread>
 
+#include "platform/System.h"
 #include "platform/posix/Posix.h"
 #include "support/Scratch.h"
 
@@ -146,6 +149,71 @@ TEST_F(StreamsTest, AClosedStreamsNumberIsNobodysInTheChild) {
               }),
               0);
     ::close(other);
+}
+
+// A child that lives on with all that it inherits, as a daemon's does, until the end of the scope.
+class Bystander {
+public:
+    Bystander() {
+        int ends[2];
+        char there = 0;
+        EXPECT_EQ(::pipe(ends), 0);
+        child_ = ::fork();
+        if (child_ == 0) {
+            (void)!::write(ends[1], &there, 1);
+            for (;;) {
+                ::pause();
+            }
+        }
+        EXPECT_EQ(::read(ends[0], &there, 1), 1);  // what a fork does in the child has been done
+        ::close(ends[0]);
+        ::close(ends[1]);
+    }
+    ~Bystander() {
+        ::kill(child_, SIGKILL);
+        (void)waitFor(child_);
+    }
+    Bystander(const Bystander&) = delete;
+    Bystander& operator=(const Bystander&) = delete;
+
+private:
+    pid_t child_ = -1;
+};
+
+// The reader ends without a word, as one that is killed: nothing but what a child holds locks the file then.
+TEST_F(StreamsTest, AForkBesideAThreadThatOpensGivesTheChildNoLock) {
+    const std::string file = write("file", "x");
+    const int writer = ::open(file.c_str(), O_RDWR | O_CLOEXEC);
+    const auto take = [&](bool taken) {
+        const auto lock = taken ? platform::FileLock::Exclusive : platform::FileLock::None;
+        return platform::lockWholeFile(writer, lock, false) == 0;
+    };
+    for (const bool opened : {false, true}) {  // when the fork comes; before, the reader waits for the lock
+        posix::ReadFile looked;
+        bool open = false;
+        const auto openIt = [&] { open = posix::openLocked(file.c_str(), &looked); };
+        ASSERT_TRUE(take(!opened));
+        const long before = openDescriptors();
+        std::thread reader(openIt);
+        if (opened) {
+            reader.join();
+        }
+        while (openDescriptors() == before) {
+            std::this_thread::yield();
+        }
+        const Bystander bystander;
+        ASSERT_TRUE(take(false));
+        if (!opened) {
+            reader.join();
+        }
+        EXPECT_EQ(open, opened);
+        if (open) {
+            ::close(looked.descriptor);
+        }
+        EXPECT_TRUE(take(true)) << "opened " << opened;
+        ASSERT_TRUE(take(false));
+    }
+    ::close(writer);
 }
 
 }  // namespace
