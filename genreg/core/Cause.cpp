@@ -14,14 +14,10 @@ void noteCause(const GenRegCause& cause) noexcept {
     }
 }
 
-OutermostCall::OutermostCall() noexcept {
-    if (t_depth++ == 0) {
+OutermostCall::OutermostCall() noexcept : depth_(t_depth) {
+    if (depth_++ == 0) {
         t_cause = {};
     }
-}
-
-OutermostCall::~OutermostCall() noexcept {
-    --t_depth;
 }
 
 CauseMark::CauseMark() noexcept : caused_(t_cause.code != 0) {}

@@ -12,9 +12,12 @@ void noteCause(const GenRegCause& cause) noexcept;
 class OutermostCall {
 public:
     OutermostCall() noexcept;
-    ~OutermostCall() noexcept;
+    ~OutermostCall() noexcept { --depth_; }
     OutermostCall(const OutermostCall&) = delete;
     OutermostCall& operator=(const OutermostCall&) = delete;
+
+private:
+    unsigned int& depth_;  // the thread's
 };
 
 // The cause as it stands at a point of an operation. What failed since and was survived is no cause: restore().

@@ -26,6 +26,8 @@ public:
     [[nodiscard]] Input* scanInput() noexcept;
     // Moves the stream to where the read-ahead is, for a client that reads from it.
     void placeStream() noexcept;
+    // Lets the stream of the open scan stand where it does from now on: for one that nobody reads from.
+    void leaveStream() noexcept { leavesStream_ = true; }
     // Gives the stream of an open scan the scan's position, for reads that go through the stream itself; the next
     // GetNext goes on where they stop.
     void handOverStream() noexcept;
@@ -115,6 +117,7 @@ private:
     unsigned long regBody_ = 0;       // where the first record of regFp begins
     unsigned long tmpBody_ = 0;       // and of tmpFp, when it is read
     unsigned long regSize_ = 0;       // of the registry file when it was opened, in bytes
+    bool leavesStream_ = false;       // the stream does not follow the scan
     bool regStreamOnHandle_ = false;  // regFp was opened on the descriptor of regHandle_
     bool regCreated_ = false;         // OpenReg made the registry file
     bool regAppends_ = false;         // regFp is open for appending, not for reading

@@ -49,6 +49,7 @@ unsigned int GenRegFile::OpenScan() noexcept {
     if (const unsigned int rc = inside.openRegistryStream('r')) {
         return trace.fail(40, REG_OPEN_FILE_FAILED, rc);
     }
+    inside.leavesStream_ = false;
     inside.widenScanStream();
     if (inside.usesChecksumHeader()) {
         unsigned int platformCode = 0;
@@ -133,6 +134,9 @@ unsigned int GenRegFile::setRegFilePosition(long long* position) noexcept {
 }
 
 Input* FileInternals::scanInput() noexcept {
+    if (leavesStream_ && scanInput_ != nullptr) {
+        return scanInput_;
+    }
     const long position = posix::placeOf(file_.regFp);
     if (scanInput_ == nullptr) {
         const int descriptor = posix::descriptorOf(file_.regFp);
@@ -153,6 +157,9 @@ Input* FileInternals::scanInput() noexcept {
 
 // A stream that could not be moved is no sign of a client's reading: the scan goes on where it is.
 void FileInternals::placeStream() noexcept {
+    if (leavesStream_) {
+        return;
+    }
     const unsigned long offset = scanInput_->offset();
     const bool placed = posix::placeStream(file_.regFp, offset);
     scanStream_ = placed ? static_cast<long>(offset) : posix::placeOf(file_.regFp);

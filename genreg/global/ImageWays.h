@@ -6,7 +6,10 @@
 namespace genreg {
 
 extern const FrameWays IMAGE_WAYS;
-// For a reader of fields, who does not look at what is behind the end of a text.
-extern const FrameWays LIST_WAYS;
+
+// As FrameWays has it. A key without a type, or without a text that is compared, is looked for one record after
+// another.
+[[nodiscard]] std::size_t passImages(unsigned long mask, const char* frames, std::size_t length, bool bigEndian,
+                                     const void* key) noexcept;
 
 }  // namespace genreg

@@ -6,8 +6,10 @@
 #include <memory>
 
 #include "genreg/bin/Frames.h"
+#include "genreg/core/FileInternals.h"
 #include "genreg/core/FunctionTrace.h"
 #include "genreg/global/Fields.h"
+#include "genreg/global/ImageItems.h"
 #include "genreg/global/ImageWays.h"
 
 namespace genreg {
@@ -69,24 +71,83 @@ void recordFromInfo(const InfoSchema& schema, const void* info, GlobalRegRecord*
     }
 }
 
-void infoFromRecord(const InfoSchema& schema, const GlobalRegRecord& record, void* info) noexcept {
+void putMemberValue(char* member, unsigned long size, unsigned long value) noexcept {
+    if (size == sizeof value) {
+        std::memcpy(member, &value, sizeof value);
+        return;
+    }
+    const auto number = static_cast<unsigned int>(value);
+    if (size == sizeof number) {
+        std::memcpy(member, &number, sizeof number);
+    } else {
+        *member = static_cast<char>(value);
+    }
+}
+
+class RecordFields {
+public:
+    explicit RecordFields(const GlobalRegRecord& record) noexcept : record_(record) {}
+    [[nodiscard]] bool has(unsigned long bit) const noexcept { return (record_.fieldMask & bit) != 0; }
+    void putText(const GlobalRegField& field, char* member) const noexcept {
+        setText(member, field.capacity, memberOf(record_, field));
+    }
+    [[nodiscard]] unsigned long value(const GlobalRegField& field) const noexcept { return valueOf(record_, field); }
+
+private:
+    const GlobalRegRecord& record_;
+};
+
+// Fields: what is asked of a record, of a field that it lacks an empty text or 0; and whether it has a field.
+template <class Fields>
+void infoFrom(const InfoSchema& schema, const Fields& fields, void* info) noexcept {
     for (unsigned long index = 0; index < schema.fields.size(); ++index) {
         const GlobalRegField& field = schema.fields[index];
         const InfoMember& place = schema.members[index];
         char* target = static_cast<char*>(info) + place.member.offset;
         if (field.kind == GLOBALREG_FIELD_TEXT) {
-            setText(target, field.capacity, memberOf(record, field));
+            fields.putText(field, target);
         } else if (place.flag != 0) {
             // Kept: a flag is only ever set; callers zero the word first.
             unsigned long flags = memberValue(target, sizeof flags);
-            flags |= valueOf(record, field) == 1 ? place.flag : 0;
+            flags |= fields.value(field) == 1 ? place.flag : 0;
             std::memcpy(target, &flags, sizeof flags);
-        } else if (field.kind == GLOBALREG_FIELD_FLAG && (record.fieldMask & field.bit) == 0) {
+        } else if (field.kind == GLOBALREG_FIELD_FLAG && !fields.has(field.bit)) {
             *target = place.absent;
         } else {
-            std::memcpy(target, memberOf(record, field), field.capacity);
+            putMemberValue(target, field.capacity, fields.value(field));
         }
     }
+}
+
+// What a list asks the scan for: the record, or the structure that is made of it, which saves the record.
+struct Listed {
+    GlobalRegRecord record;  // first, where the scan puts it
+    const InfoSchema* schema;
+    void* info;
+    bool filled;
+};
+
+Taken takeInfo(unsigned long mask, const char* image, std::size_t length, const void* key, void* result) noexcept {
+    ImageHeader header;
+    ItemPlaces places;
+    const RecordType* const type = openImage(image, length, &header, &places);
+    if (type == nullptr) {
+        return Taken::Doubt;
+    }
+    auto& listed = *static_cast<Listed*>(result);
+    if (!placesMatch(mask, header, places, key)) {
+        return Taken::No;
+    }
+    infoFrom(*listed.schema, PlacedFields(places, header.fieldMask), listed.info);
+    listed.filled = true;
+    return Taken::Yes;
+}
+
+constexpr FrameWays LIST_WAYS = {true, passImages, nullptr, takeInfo};
+
+void beginList(GlobalReg& list) noexcept {
+    BinFrames::useWays(list, LIST_WAYS);
+    FileInternals::of(list).leaveStream();
 }
 
 // A key text longer than its member is cut as it was on writing, so that it is found again. What is behind the head and
@@ -167,7 +228,7 @@ unsigned int getInfo(const InfoSchema& schema, const InfoKey& wanted, void* info
     if (rc != 0) {
         return trace.fail(20, schema.getFailed);
     }
-    infoFromRecord(schema, found, info);
+    infoFrom(schema, RecordFields(found), info);
     return trace.exit(0);
 }
 
@@ -202,7 +263,7 @@ unsigned int openInstanceList(const char* service, void** handle, bool useDefaul
     if (const unsigned int rc = list->OpenScan()) {
         return trace.fail(40, rc);
     }
-    BinFrames::useWays(*list, LIST_WAYS);
+    beginList(*list);
     GlobalRegList::setService(list.get(), service);
     *handle = list.release();
     return trace.exit(0);
@@ -220,7 +281,7 @@ unsigned int openServiceList(void** handle) noexcept {
     if (list->OpenScan() != 0) {
         return trace.fail(30, REG_OPEN_SERVICE_LIST_FAILED);
     }
-    BinFrames::useWays(*list, LIST_WAYS);
+    beginList(*list);
     *handle = list.release();
     return trace.exit(0);
 }
@@ -236,15 +297,20 @@ unsigned int nextInfo(const InfoSchema& schema, void* handle, void* info) noexce
     auto* list = static_cast<GlobalReg*>(handle);
     GlobalRegRecord key;
     fillKey(schema, {GlobalRegList::service(list), 0, nullptr}, key);
-    GlobalRegRecord found;
-    const unsigned int rc = list->GetNext(key.fieldMask, &key, &found);
+    Listed listed;  // its record means nothing before the scan has put one there
+    listed.schema = &schema;
+    listed.info = info;
+    listed.filled = false;
+    const unsigned int rc = list->GetNext(key.fieldMask, &key, &listed);
     if (rc == REG_NO_MORE_RECORDS) {
         return trace.exit(rc);
     }
     if (rc != 0) {
         return trace.fail(30, schema.nextFailed);
     }
-    infoFromRecord(schema, found, info);
+    if (!listed.filled) {
+        infoFrom(schema, RecordFields(listed.record), info);
+    }
     return trace.exit(0);
 }
 

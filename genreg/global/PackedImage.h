@@ -23,7 +23,8 @@ constexpr unsigned long ITEM_LENGTH_SIZE = 2;
 // The one bit of a field mask that has no item; it is carried as it stands.
 constexpr unsigned long ITEMLESS_BIT = 1UL << 63;
 
-[[nodiscard]] inline unsigned long loadLittle(const unsigned char* bytes, unsigned long size) noexcept {
+[[nodiscard, gnu::always_inline]] inline unsigned long loadLittle(const unsigned char* bytes,
+                                                                  unsigned long size) noexcept {
     unsigned long value = 0;
     if constexpr (std::endian::native == std::endian::little) {
         std::memcpy(&value, bytes, size);  // one load where the size is a constant
@@ -34,7 +35,11 @@ constexpr unsigned long ITEMLESS_BIT = 1UL << 63;
     }
     return value;
 }
-inline void storeLittle(unsigned char* bytes, unsigned long value, unsigned long size) noexcept {
+[[gnu::always_inline]] inline void storeLittle(unsigned char* bytes, unsigned long value, unsigned long size) noexcept {
+    if constexpr (std::endian::native == std::endian::little) {
+        std::memcpy(bytes, &value, size);
+        return;
+    }
     for (unsigned long index = 0; index < size; ++index) {
         bytes[index] = static_cast<unsigned char>(value >> (8 * index));
     }

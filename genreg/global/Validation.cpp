@@ -8,10 +8,10 @@
 using genreg::fieldOf;
 using genreg::Function;
 using genreg::FunctionTrace;
+using genreg::memberOf;
 using genreg::RecordType;
 using genreg::recordTypeOf;
 using genreg::takeLowest;
-using genreg::textOf;
 using genreg::valueOf;
 
 namespace {
@@ -20,7 +20,7 @@ constexpr unsigned int HIGHEST_RECORD_TYPE = GLOBALREG_VARIABLE;
 
 // A number with a rule is a yes or no; a negative one is refused as well.
 bool isRefused(const GlobalRegRecord& record, const GlobalRegField& field) noexcept {
-    return field.kind == GLOBALREG_FIELD_TEXT ? textOf(record, field).empty() : valueOf(record, field) > 1;
+    return field.kind == GLOBALREG_FIELD_TEXT ? *memberOf(record, field) == '\0' : valueOf(record, field) > 1;
 }
 
 unsigned int checkContents(const GlobalRegRecord& record, const RecordType& type) noexcept {

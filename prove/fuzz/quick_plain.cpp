@@ -170,6 +170,8 @@ std::string listed(void* list, unsigned int (*next)(void*, Info*), unsigned int 
     unsigned int rc = 0;
     do {
         auto info = std::make_unique<Info>();
+        constexpr std::size_t FLAGS = sizeof(unsigned long);  // in front, and only ever set
+        std::memset(reinterpret_cast<char*>(info.get()) + FLAGS, 0xa5, sizeof(Info) - FLAGS);
         rc = next(list, info.get());
         all += std::to_string(rc) + bytesOf(info.get(), sizeof(Info)) + "\n";
     } while (rc == 0);

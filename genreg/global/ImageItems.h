@@ -1,0 +1,155 @@
+// The items of an image, found and checked in one pass: for images that hold nothing out of the common. What it leaves
+// in doubt is for PackedImage.h.
+#pragma once
+
+#include <array>
+#include <bit>
+#include <iterator>
+
+#include "genreg/core/FrameBytes.h"
+#include "genreg/global/FieldTable.h"
+#include "genreg/global/Matching.h"
+
+namespace genreg {
+
+inline constexpr std::size_t MOST_FIELDS = 10;
+static_assert(std::size(INSTANCE_FIELDS) <= MOST_FIELDS && std::size(SERVICE_FIELDS) <= MOST_FIELDS &&
+              std::size(VARIABLE_FIELDS) <= MOST_FIELDS);
+
+// The longest item of each field that is taken as it is: a text leaves its member room for a NUL. One that fills its
+// member is for others to judge.
+using ItemLimits = std::array<unsigned short, MOST_FIELDS>;
+
+consteval ItemLimits limitsOf(std::span<const GlobalRegField> fields) {
+    ItemLimits limits = {};
+    for (std::size_t n = 0; n < fields.size(); ++n) {
+        const bool text = fields[n].kind == GLOBALREG_FIELD_TEXT;
+        if (text && fields[n].capacity % sizeof(unsigned long) != 0) {
+            throw "copyText() fills whole words";
+        }
+        limits[n] = static_cast<unsigned short>(fields[n].capacity - (text ? 1 : 0));
+    }
+    return limits;
+}
+inline constexpr ItemLimits INSTANCE_LIMITS = limitsOf(INSTANCE_FIELDS);
+inline constexpr ItemLimits SERVICE_LIMITS = limitsOf(SERVICE_FIELDS);
+inline constexpr ItemLimits VARIABLE_LIMITS = limitsOf(VARIABLE_FIELDS);
+
+[[nodiscard]] inline const ItemLimits& limitsOf(unsigned int type) noexcept {
+    return type == GLOBALREG_INSTANCE ? INSTANCE_LIMITS : type == GLOBALREG_SERVICE ? SERVICE_LIMITS : VARIABLE_LIMITS;
+}
+
+// Where the items of an image stand, by field, and how long they are; and where they end. What is said of a field that
+// the image lacks means nothing.
+struct ItemPlaces {
+    const unsigned char* bytes[MOST_FIELDS];
+    unsigned long length[MOST_FIELDS];
+    const unsigned char* end;
+};
+
+// Whether the image is whole, of this type, without items of a later release and without one that fills a text member.
+[[nodiscard]] inline bool findItems(const char* image, std::size_t length, const RecordType& type,
+                                    const ItemLimits& limits, unsigned long mask, ItemPlaces* places) noexcept {
+    if ((mask & ~ITEMLESS_BIT & ~type.known) != 0) {
+        return false;
+    }
+    const auto* at = reinterpret_cast<const unsigned char*>(image) + IMAGE_HEADER_SIZE;
+    const auto* const end = reinterpret_cast<const unsigned char*>(image) + length - IMAGE_CHECKSUM_SIZE;
+    for (unsigned long bits = mask & ~ITEMLESS_BIT; bits != 0; bits &= bits - 1) {
+        const auto n = static_cast<std::size_t>(std::countr_zero(bits));
+        const auto room = static_cast<unsigned long>(end - at);
+        if (room < ITEM_LENGTH_SIZE) {
+            return false;
+        }
+        const unsigned long size = loadLittle(at, ITEM_LENGTH_SIZE);
+        if (size > limits[n] || size > room - ITEM_LENGTH_SIZE) {
+            return false;
+        }
+        places->bytes[n] = at + ITEM_LENGTH_SIZE;
+        places->length[n] = size;
+        at += ITEM_LENGTH_SIZE + size;
+    }
+    places->end = at;
+    return at == end;
+}
+
+// The type of the image, whose items were found; null when any of it is in doubt.
+[[nodiscard]] inline const RecordType* openImage(const char* image, std::size_t length, ImageHeader* header,
+                                                 ItemPlaces* places) noexcept {
+    if (length < IMAGE_LEAST_SIZE) {
+        return nullptr;
+    }
+    *header = headerOf(image);
+    const RecordType* const type = recordTypeOf(header->recordType);
+    const bool found =
+        type != nullptr && findItems(image, length, *type, limitsOf(type->type), header->fieldMask, places);
+    return found ? type : nullptr;
+}
+
+// The highest bit of each byte that is 0; above the first of those it may say so of others.
+[[nodiscard]] constexpr unsigned long zeroBytes(unsigned long bytes) noexcept {
+    constexpr unsigned long EACH = 0x0101010101010101;
+    return (bytes - EACH) & ~bytes & (EACH << 7U);
+}
+
+// Copies the item up to its NUL, a word at a time, and zeros to the end of the last word; answers how much it wrote.
+// The member takes whole words and is longer than the item. Most texts are too short for the calls that search and
+// copy.
+[[nodiscard]] inline std::size_t copyText(const PackedItem& item, char* member) noexcept {
+    constexpr std::size_t WORD = sizeof(unsigned long);
+    static_assert(ITEM_LENGTH_SIZE + IMAGE_HEADER_SIZE >= WORD, "a word that ends with an item is within its image");
+    auto* const to = reinterpret_cast<unsigned char*>(member);
+    for (std::size_t at = 0; at < item.length; at += WORD) {
+        const std::size_t left = item.length - at;
+        const unsigned long word = left >= WORD
+                                       ? loadLittle(item.bytes + at, WORD)
+                                       : loadLittle(item.bytes + item.length - WORD, WORD) >> (8 * (WORD - left));
+        const unsigned long zeros = zeroBytes(word);
+        if (zeros != 0) {
+            storeLittle(to + at, word & ((zeros & (~zeros + 1)) - 1), WORD);
+            return at + WORD;
+        }
+        storeLittle(to + at, word, WORD);
+    }
+    return (item.length + WORD - 1) / WORD * WORD;
+}
+
+// The fields of an image whose items were found, as matches() asks for them. An absent one is empty or 0.
+class PlacedFields {
+public:
+    PlacedFields(const ItemPlaces& places, unsigned long mask) noexcept : places_(places), mask_(mask) {}
+
+    [[nodiscard]] bool has(unsigned long bit) const noexcept { return (mask_ & bit) != 0; }
+    [[nodiscard]] PackedItem item(const GlobalRegField& field) const noexcept {
+        const auto n = static_cast<std::size_t>(std::countr_zero(field.bit));
+        return has(field.bit) ? PackedItem{field.bit, places_.length[n], places_.bytes[n]}
+                              : PackedItem{field.bit, 0, places_.end};
+    }
+    // Into a member of the field's capacity, with zeros behind it.
+    void putText(const GlobalRegField& field, char* member) const noexcept {
+        const std::size_t taken = has(field.bit) ? copyText(item(field), member) : 0;
+        std::memset(member + taken, 0, field.capacity - taken);
+    }
+    [[nodiscard]] unsigned long value(const GlobalRegField& field) const noexcept {
+        const PackedItem found = item(field);
+        return loadLittle(found.bytes, found.length);
+    }
+    [[nodiscard]] bool equal(const GlobalRegField& field, const GlobalRegRecord& key) const noexcept {
+        return field.kind == GLOBALREG_FIELD_TEXT ? sameText(item(field), field, key)
+                                                  : value(field) == valueOf(key, field);
+    }
+
+private:
+    const ItemPlaces& places_;
+    unsigned long mask_;
+};
+
+// Whether the image, whose items were found, holds what the key asks for.
+[[nodiscard]] inline bool placesMatch(unsigned long mask, const ImageHeader& header, const ItemPlaces& places,
+                                      const void* key) noexcept {
+    Difference difference;
+    return matches(mask, header.recordType, PlacedFields(places, header.fieldMask),
+                   *static_cast<const GlobalRegRecord*>(key), &difference);
+}
+
+}  // namespace genreg
