@@ -123,11 +123,18 @@ bool BinFrames::peek(Input& input, Frame* frame) const noexcept {
     return true;
 }
 
-bool BinFrames::take(Input& input, unsigned long mask, const void* key, void* record) const noexcept {
+bool BinFrames::take(Input& input, unsigned long mask, const void* key, void* record, bool lists) const noexcept {
     if (!usesWays() || engine_.ways_->take == nullptr || engine_.getMaxRecordSize != engine_.judgedMaxSize_) {
         return false;
     }
-    for (Frame frame = {}; peek(input, &frame);) {
+    for (;;) {
+        Frame frame = {};
+        if (!lists) {
+            passOver(input, mask, key);
+        }
+        if (!peek(input, &frame)) {
+            return false;
+        }
         const Taken taken = engine_.ways_->take(mask, frame.payload, frame.length, key, record);
         if (taken == Taken::Doubt) {
             return false;
@@ -137,7 +144,6 @@ bool BinFrames::take(Input& input, unsigned long mask, const void* key, void* re
             return true;
         }
     }
-    return false;
 }
 
 unsigned int BinFrames::checkImage(const Frame& frame) noexcept {

@@ -31,8 +31,9 @@ public:
     // Goes past whole frames that surely do not match the key under the mask, as many as are at hand.
     void passOver(Input& input, unsigned long mask, const void* key) const noexcept;
     // Moves on to the next record that matches the key, or to the next one where the key is null, and unpacks it to
-    // where the caller has it. False at a frame in doubt, which is the next one then, and at the end.
-    [[nodiscard]] bool take(Input& input, unsigned long mask, const void* key, void* record) const noexcept;
+    // where the caller has it; in a list, most of them match. False at a frame in doubt, which is the next one then,
+    // and at the end.
+    [[nodiscard]] bool take(Input& input, unsigned long mask, const void* key, void* record, bool lists) const noexcept;
 
     // How many bytes at hand are whole frames that surely do not match the key and are carried as they stand; such that
     // are the same in both inputs and pass the check.

@@ -17,7 +17,9 @@ namespace {
 
 class BinSearch final : public genreg::LookupSteps {
 public:
-    BinSearch(GenRegBin& engine, FunctionTrace& trace) noexcept : trace_(trace), frames_(engine, trace) {}
+    // lists: most records match.
+    BinSearch(GenRegBin& engine, FunctionTrace& trace, bool lists) noexcept
+        : trace_(trace), frames_(engine, trace), lists_(lists) {}
 
     unsigned int find(Input& input, const Search& search, RecordBuffer& work, unsigned long size) noexcept override {
         for (;;) {
@@ -48,7 +50,7 @@ public:
 
     bool take(Input& input, const Search& search, unsigned long /*size*/) noexcept override {
         const bool keyed = search.any || search.key != nullptr;
-        return keyed && frames_.take(input, search.mask, search.key, search.result);
+        return keyed && frames_.take(input, search.mask, search.key, search.result, lists_);
     }
 
     unsigned int notFreed(unsigned int platformCode) noexcept override;
@@ -56,6 +58,7 @@ public:
 private:
     FunctionTrace& trace_;
     BinFrames frames_;
+    bool lists_;
 };
 
 unsigned int BinSearch::notFreed(unsigned int platformCode) noexcept {
@@ -71,12 +74,12 @@ Search searchFor(unsigned long mask, void* key, void* result) noexcept {
 
 unsigned int GenRegBin::Get(unsigned long matchType, void* key, void* result) noexcept {
     OperationTrace trace{Function::BinGet};
-    BinSearch steps{*this, trace};
+    BinSearch steps{*this, trace, false};
     return Transaction{*this, trace, BIN_TAG}.get(searchFor(matchType, key, result), steps, true);
 }
 
 unsigned int GenRegBin::GetNext(unsigned long matchType, void* key, void* result) noexcept {
     OperationTrace trace{Function::BinGetNext};
-    BinSearch steps{*this, trace};
+    BinSearch steps{*this, trace, true};
     return Transaction{*this, trace, BIN_TAG}.getNext(searchFor(matchType, key, result), steps);
 }

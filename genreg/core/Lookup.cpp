@@ -109,7 +109,8 @@ unsigned int Transaction::get(const Search& search, LookupSteps& steps, bool pas
     if (const unsigned int rc = reading.open(passMissing)) {
         return rc;
     }
-    const unsigned int found = steps.find(reading.input(), search, work, size);
+    const unsigned int found =
+        steps.take(reading.input(), search, size) ? 0 : steps.find(reading.input(), search, work, size);
     if (clearsResult(found)) {
         std::memset(search.result, 0, size);
     }

@@ -68,8 +68,8 @@ public:
     // REG_NO_MORE_RECORDS when there is none.
     [[nodiscard]] virtual unsigned int find(Input& input, const Search& search, RecordBuffer& work,
                                             unsigned long size) noexcept = 0;
-    // Moves on as find() does, in a scan, and hands the record straight out where that says and needs no more than the
-    // reading. False where find() is to go on, from where the input is then.
+    // Moves on as find() does, and hands the record straight out where that says and needs no more than the reading.
+    // False where find() is to go on, from where the input is then.
     [[nodiscard]] virtual bool take(Input& /*input*/, const Search& /*search*/, unsigned long /*size*/) noexcept {
         return false;
     }

@@ -27,14 +27,134 @@ public:
     [[nodiscard]] bool none() const noexcept { return text_.empty(); }
     [[nodiscard]] std::size_t field() const noexcept { return field_; }
     [[nodiscard]] bool differsFrom(const unsigned char* bytes, unsigned long length) const noexcept {
-        const std::size_t compared = std::min(text_.size(), sizeof(unsigned long));
+        const std::size_t compared = std::min(text_.size(), WORD);
         return length < text_.size() ||
                std::memcmp(bytes + text_.size() - compared, text_.data() + text_.size() - compared, compared) != 0;
     }
 
+    // The same where a word more can be read than the item's bytes.
+    class InWords {
+    public:
+        explicit InWords(std::string_view text) noexcept
+            : length_(text.size()), offset_(length_ < WORD ? 0 : length_ - WORD) {
+            const std::size_t compared = length_ - offset_;
+            bytes_ = loadLittle(reinterpret_cast<const unsigned char*>(text.data()) + offset_, compared);
+            unused_ = 8 * (WORD - compared);
+        }
+        [[nodiscard]] bool differsFrom(const unsigned char* bytes, unsigned long length) const noexcept {
+            return length < length_ || (loadLittle(bytes + offset_, WORD) ^ bytes_) << unused_ != 0;
+        }
+
+    private:
+        std::size_t length_;
+        std::size_t offset_;
+        unsigned long bytes_;
+        unsigned long unused_;  // bits
+    };
+    [[nodiscard]] InWords inWords() const noexcept { return InWords(text_); }
+
+    static constexpr std::size_t WORD = sizeof(unsigned long);
+
 private:
     std::size_t field_ = 0;
     std::string_view text_;
+};
+
+// The way past images of one type and mask that are whole, and whose records surely are not the key's. Most images of a
+// registry are made alike, so the longest length of each item stands ready, and nothing but the lengths is looked at:
+// where each is short enough and they end where the image does, none has led beyond it.
+class AlikeImages {
+public:
+    AlikeImages(const RecordType& type, const RarestText& rarest, bool bigEndian) noexcept
+        : type_(type), field_(rarest.field()), text_(rarest.inWords()), bigEndian_(bigEndian) {}
+
+    // Behind those that begin the bytes, as long as no length can lead beyond these. Through an image leads a chain of
+    // lengths, each known when the one before is; so two are gone through beside each other.
+    [[nodiscard]] std::size_t pass(const char* frames, std::size_t length) const noexcept {
+        const char* const end = frames + length;
+        const char* at = frames;
+        for (Walk first, second; static_cast<std::size_t>(end - at) / 2 >= longest_; at = second.end) {
+            if (!(begin(at, &first) && begin(first.end, &second) && areOther(first, second))) {
+                break;
+            }
+        }
+        for (Walk walk; static_cast<std::size_t>(end - at) >= longest_ && begin(at, &walk) && areOther(walk);) {
+            at = walk.end;
+        }
+        return static_cast<std::size_t>(at - frames);
+    }
+
+    // From now on images such as this one, which was passed otherwise.
+    void learn(const ImageHeader& header) noexcept {
+        const unsigned long bits = header.fieldMask & ~ITEMLESS_BIT;
+        if (header.recordType != type_.type || header.fieldMask == mask_) {
+            return;
+        }
+        mask_ = header.fieldMask;
+        before_ = count_ = 0;
+        longest_ = FRAME_LENGTH_SIZE + IMAGE_LEAST_SIZE + RarestText::WORD;
+        for (unsigned long left = bits; left != 0; left &= left - 1) {
+            const auto n = static_cast<std::size_t>(std::countr_zero(left));
+            before_ += n < field_ ? 1 : 0;
+            longest_ += ITEM_LENGTH_SIZE + limitsOf(type_.type)[n];
+            limits_[count_++] = limitsOf(type_.type)[n];
+        }
+    }
+
+private:
+    // On the way through one image.
+    struct Walk {
+        const unsigned char* at;    // the next item
+        const unsigned char* text;  // the item of the rarest text
+        const char* end;            // of the image, as its frame says
+    };
+
+    // Whether the frame may hold such an image.
+    [[nodiscard, gnu::always_inline]] bool begin(const char* frame, Walk* walk) const noexcept {
+        const char* const image = frame + FRAME_LENGTH_SIZE;
+        const std::size_t size = decodeLength(bigEndian_, frame);
+        const auto* const header = reinterpret_cast<const unsigned char*>(image);
+        walk->at = header + IMAGE_HEADER_SIZE;
+        walk->end = image + size;
+        return size <= longest_ && loadLittle(header + IMAGE_TYPE_SIZE, IMAGE_MASK_SIZE) == mask_ &&
+               loadLittle(header, IMAGE_TYPE_SIZE) == type_.type;
+    }
+    // Whether the images are whole and the records others than the key's.
+    template <class... Walks>
+    [[nodiscard, gnu::always_inline]] bool areOther(Walks&... walks) const noexcept {
+        for (std::size_t n = 0; n < before_; ++n) {
+            if (!(step(walks, limits_[n]) && ...)) {
+                return false;
+            }
+        }
+        ((walks.text = walks.at), ...);
+        for (std::size_t n = before_; n < count_; ++n) {
+            if (!(step(walks, limits_[n]) && ...)) {
+                return false;
+            }
+        }
+        return (isOther(walks) && ...);
+    }
+    // Past an item that is short enough.
+    [[nodiscard, gnu::always_inline]] static bool step(Walk& walk, unsigned long longest) noexcept {
+        const unsigned long size = itemLength(walk.at);
+        walk.at += ITEM_LENGTH_SIZE + size;
+        return size <= longest;
+    }
+    [[nodiscard, gnu::always_inline]] bool isOther(const Walk& walk) const noexcept {
+        return reinterpret_cast<const char*>(walk.at) + IMAGE_CHECKSUM_SIZE == walk.end &&
+               text_.differsFrom(walk.text + ITEM_LENGTH_SIZE, itemLength(walk.text));
+    }
+
+    const RecordType& type_;
+    std::size_t field_;
+    RarestText::InWords text_;
+    bool bigEndian_;
+    unsigned long mask_ = 0;
+    std::size_t longest_ = ~0UL;  // of a frame, and a word; none is known yet
+    std::size_t before_ = 0;      // items in front of the rarest text
+    std::size_t count_ = 0;
+    ItemLimits limits_ = {};  // in the order of the items
 };
 
 // Whether the image is whole, and its record surely is not the key's; what it is made of.
@@ -47,32 +167,15 @@ inline bool surelyOther(const char* image, std::size_t length, const RecordType&
 }
 
 // A key without a type, or without a text that is compared, is looked for one record after another.
-template <typename Also>
-std::size_t passImages(unsigned long mask, const char* frames, std::size_t length, bool bigEndian, const void* key,
-                       Also also) noexcept {
+template <typename Pass>
+std::size_t withRarestText(unsigned long mask, const void* key, Pass pass) noexcept {
     const auto& sought = *static_cast<const GlobalRegRecord*>(key);
     const RecordType* const type = recordTypeOf(sought.recordType);
     if (type == nullptr || mask == 0) {
         return 0;
     }
     const RarestText rarest(sought, *type, mask);
-    if (rarest.none()) {
-        return 0;
-    }
-    ImageHeader header = {};
-    ItemPlaces places;
-    std::size_t at = 0;
-    for (Frame frame = {}; frameAt(bigEndian, frames, length, at, &frame) &&
-                           surelyOther(frame.payload, frame.length, *type, rarest, &header, &places) &&
-                           also(header, places);) {
-        at += FRAME_LENGTH_SIZE + frame.length;
-    }
-    return at;
-}
-
-std::size_t passImages(unsigned long mask, const char* frames, std::size_t length, bool bigEndian,
-                       const void* key) noexcept {
-    return passImages(mask, frames, length, bigEndian, key, [](const ImageHeader&, const ItemPlaces&) { return true; });
+    return rarest.none() ? 0 : pass(*type, rarest);
 }
 
 // Whether the item, of an image, is a text with its NUL and no other. Looked at in words from its end: what stands
@@ -114,8 +217,16 @@ bool packsAlike(const ImageHeader& header, const RecordType& type, const ItemPla
 
 std::size_t carryImages(unsigned long mask, const char* frames, std::size_t length, bool bigEndian,
                         const void* key) noexcept {
-    return passImages(mask, frames, length, bigEndian, key, [](const ImageHeader& header, const ItemPlaces& places) {
-        return packsAlike(header, *recordTypeOf(header.recordType), places);
+    return withRarestText(mask, key, [&](const RecordType& type, const RarestText& rarest) {
+        ImageHeader header = {};
+        ItemPlaces places;
+        std::size_t at = 0;
+        for (Frame frame = {}; frameAt(bigEndian, frames, length, at, &frame) &&
+                               surelyOther(frame.payload, frame.length, type, rarest, &header, &places) &&
+                               packsAlike(header, *recordTypeOf(header.recordType), places);) {
+            at += FRAME_LENGTH_SIZE + frame.length;
+        }
+        return at;
     });
 }
 
@@ -155,6 +266,24 @@ Taken takeImage(unsigned long mask, const char* image, std::size_t length, const
 }
 
 }  // namespace
+
+std::size_t passImages(unsigned long mask, const char* frames, std::size_t length, bool bigEndian,
+                       const void* key) noexcept {
+    return withRarestText(mask, key, [&](const RecordType& type, const RarestText& rarest) {
+        AlikeImages alike(type, rarest, bigEndian);
+        ImageHeader header = {};
+        ItemPlaces places;
+        std::size_t at = 0;
+        for (Frame frame = {};; at += FRAME_LENGTH_SIZE + frame.length) {
+            at += alike.pass(frames + at, length - at);
+            if (!frameAt(bigEndian, frames, length, at, &frame) ||
+                !surelyOther(frame.payload, frame.length, type, rarest, &header, &places)) {
+                return at;
+            }
+            alike.learn(header);
+        }
+    });
+}
 
 constinit const FrameWays IMAGE_WAYS = {true, passImages, carryImages, takeImage};
 

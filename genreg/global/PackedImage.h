@@ -45,6 +45,10 @@ constexpr unsigned long ITEMLESS_BIT = 1UL << 63;
     }
 }
 
+[[nodiscard, gnu::always_inline]] inline unsigned long itemLength(const unsigned char* item) noexcept {
+    return item[0] | static_cast<unsigned long>(item[1]) << 8U;
+}
+
 struct ImageHeader {
     unsigned int recordType;
     unsigned long fieldMask;
