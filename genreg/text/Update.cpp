@@ -39,10 +39,6 @@ protected:
 
     // The line's record matches; work_ holds it.
     [[nodiscard]] virtual unsigned int takeMatch(const TextLine& line) noexcept = 0;
-    // So many bytes of whole lines go to the copy as they stand; none of them is continued.
-    [[nodiscard]] virtual unsigned int carryRun(const char* lines, std::size_t length) noexcept {
-        return write(lines, length);
-    }
     // The line goes to the copy as it stands, and gains a newline when it has none.
     [[nodiscard]] virtual unsigned int carry(const TextLine& line) noexcept { return writeEnded(line); }
 
@@ -73,10 +69,11 @@ protected:
         }
     }
 
-    // Many lines in one go, where the schema can tell of them that each would be carried.
+    // Many whole lines in one go, where the schema can tell of them that each would be carried; none of them is
+    // continued.
     [[nodiscard]] unsigned int carryAtHand(Input& input, const void* key) noexcept {
         const std::size_t length = lines_.passedAtHand(input, call_.mask, key);
-        const unsigned int rc = length == 0 ? 0 : carryRun(input.data(), length);
+        const unsigned int rc = length == 0 ? 0 : write(input.data(), length);
         input.consume(length);
         return rc;
     }
@@ -138,11 +135,6 @@ private:
         return trace_.fail(120, REG_DUPLICATE);
     }
 
-    unsigned int carryRun(const char* lines, std::size_t length) noexcept override {
-        goesOn_ = false;
-        return TextUpdate::carryRun(lines, length);
-    }
-
     unsigned int carry(const TextLine& line) noexcept override {
         goesOn_ = lines_.has(REG_FEATURE_LINE_CONTINUATION) && line.endsInBackslash();
         if (line.endsInNewline() || line.length <= REG_LINE_SIZE) {
@@ -167,7 +159,7 @@ private:
         return written ? 0 : trace_.fail(165, REG_RECORD_WRITE_FAILED, ossErrorMapSystem(errno));
     }
 
-    bool goesOn_ = false;  // the last line that was carried ends in a continuation
+    bool goesOn_ = false;  // the last line ends in a continuation, as no other can
 };
 
 class TextChange final : public genreg::ChangeWalk<TextUpdate, TextLine> {

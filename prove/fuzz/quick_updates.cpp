@@ -194,6 +194,9 @@ private:
 };
 Visit* visit = nullptr;
 
+// How often functions in the slots were asked that do not write.
+unsigned long timesAsked = 0;
+
 // A function for a slot, which hands on to what stood there; the visitor comes with it where it is one that writes.
 template <typename Slot, bool WRITES>
 struct Between;
@@ -201,7 +204,9 @@ template <typename... Arguments, bool WRITES>
 struct Between<unsigned int (*)(Arguments...), WRITES> {
     static inline unsigned int (*behind)(Arguments...) = nullptr;
     static unsigned int call(Arguments... arguments) {
-        if (WRITES && visit != nullptr) {
+        if (!WRITES) {
+            ++timesAsked;
+        } else if (visit != nullptr) {
             visit->recordIsWritten();
         }
         return behind(arguments...);
@@ -360,13 +365,17 @@ void compare(const FuzzFolder& folder, const Asked& asked) {
         others.push_back(std::make_unique<Side<Schema, Record>>(folder, asked, way));
     }
     for (const Operation& operation : asked.operations) {
+        timesAsked = 0;
         const std::string expected = plain.play(operation);
+        const unsigned long timesPlain = timesAsked;
         for (std::size_t n = 0; n < others.size(); ++n) {
+            timesAsked = 0;
             const std::string got = others[n]->play(operation);
             if (got != expected) {
                 (void)std::fprintf(stderr, "plain: %s\n%s: %s\n", expected.c_str(), OTHERS[n].name, got.c_str());
             }
             claim(got == expected, "every way answers, logs and leaves what the plain one does");
+            claim(timesAsked == (OTHERS[n].replaced ? timesPlain : 0), "functions in the slots are asked as often");
         }
     }
 }
