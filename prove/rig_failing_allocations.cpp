@@ -244,7 +244,7 @@ private:
 
 int main(int argc, char** argv) {
     prove::Rig rig{"failing_allocations", argc, argv};
-    rig.expectAtLeast(900, 7'700);
+    rig.expectAtLeast(900, 7'000);
     FailingAllocations(rig).controls();
     FailingAllocations allocations(rig);
     for (const auto& list : {prove::updates(), prove::readings()}) {
