@@ -48,11 +48,12 @@ struct ItemPlaces {
 };
 
 // Whether the image is whole, of this type, without items of a later release and without one that fills a text member.
-[[nodiscard]] inline bool findItems(const char* image, std::size_t length, const RecordType& type,
-                                    const ItemLimits& limits, unsigned long mask, ItemPlaces* places) noexcept {
+[[nodiscard]] inline bool findItems(const char* image, std::size_t length, const RecordType& type, unsigned long mask,
+                                    ItemPlaces* places) noexcept {
     if ((mask & ~ITEMLESS_BIT & ~type.known) != 0) {
         return false;
     }
+    const ItemLimits& limits = limitsOf(type.type);
     const auto* at = reinterpret_cast<const unsigned char*>(image) + IMAGE_HEADER_SIZE;
     const auto* const end = reinterpret_cast<const unsigned char*>(image) + length - IMAGE_CHECKSUM_SIZE;
     for (unsigned long bits = mask & ~ITEMLESS_BIT; bits != 0; bits &= bits - 1) {
@@ -81,8 +82,7 @@ struct ItemPlaces {
     }
     *header = headerOf(image);
     const RecordType* const type = recordTypeOf(header->recordType);
-    const bool found =
-        type != nullptr && findItems(image, length, *type, limitsOf(type->type), header->fieldMask, places);
+    const bool found = type != nullptr && findItems(image, length, *type, header->fieldMask, places);
     return found ? type : nullptr;
 }
 

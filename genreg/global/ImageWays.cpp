@@ -182,19 +182,17 @@ std::size_t withRarestText(unsigned long mask, const void* key, Pass pass) noexc
 // before it in the image is as long as one at least.
 inline bool holdsOneText(const unsigned char* bytes, unsigned long length) noexcept {
     constexpr unsigned long WORD = sizeof(unsigned long);
-    constexpr unsigned long ONES = ~0UL / 0xff;
     static_assert(WORD <= IMAGE_HEADER_SIZE);
-    const auto hasZero = [](unsigned long word) { return ((word - ONES) & ~word & (ONES << 7)) != 0; };
     if (length == 0 || bytes[length - 1] != 0) {
         return false;
     }
     unsigned long left = length - 1;
     for (; left >= WORD; left -= WORD) {
-        if (hasZero(loadLittle(bytes + left - WORD, WORD))) {
+        if (zeroBytes(loadLittle(bytes + left - WORD, WORD)) != 0) {
             return false;
         }
     }
-    return left == 0 || !hasZero(loadLittle(bytes + left - WORD, WORD) | ~0UL >> (8 * left));
+    return left == 0 || zeroBytes(loadLittle(bytes + left - WORD, WORD) | ~0UL >> (8 * left)) == 0;
 }
 
 // Whether unpacking the image and packing the record gives the image again.
