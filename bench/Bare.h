@@ -1,4 +1,5 @@
-// What an operation cannot cost less than: the system calls that it makes, in their order, and one look at the bytes.
+// What an operation cannot cost less than: the system calls that its promises need, each once, and one look at the
+// bytes of each line or record.
 #pragma once
 
 #include <fcntl.h>
@@ -7,6 +8,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -35,22 +37,37 @@ struct Paths {
     std::string directory, registry, copy, aside, lockFile, backup;
 };
 
-// The registry file opened and locked as a reader has it.
-inline int openShared(const char* path) {
-    char target[1024];
-    (void)!::readlink(path, target, sizeof target - 1);
-    const int descriptor = ::open(path, O_RDONLY | O_CLOEXEC);
+inline int openFile(const std::string& path, int flags) {
+    const int descriptor = ::open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, 0644);
     require(descriptor >= 0);
-    struct stat status;
-    require(::fstat(descriptor, &status) == 0);
-    lock(descriptor, F_RDLCK);
-    require(::fstat(descriptor, &status) == 0 && ::fcntl(descriptor, F_GETFL) != -1);
     return descriptor;
 }
 
-inline void closeShared(int descriptor) {
-    lock(descriptor, F_UNLCK);
-    require(::close(descriptor) == 0);
+inline void statusOf(int descriptor) {
+    struct stat status;
+    require(::fstat(descriptor, &status) == 0);
+}
+
+// Finds each line, for its end.
+inline void lookAtLines(const std::vector<char>& content) {
+    const char* at = content.data();
+    const char* const end = at + content.size();
+    while (at != end) {
+        const void* const newline = std::memchr(at, '\n', static_cast<std::size_t>(end - at));
+        require(newline != nullptr);
+        at = static_cast<const char*>(newline) + 1;
+    }
+}
+
+// Finds each frame, and looks for a byte that is in none.
+inline void lookAtFrames(const std::vector<char>& content) {
+    unsigned int length = 0;
+    for (std::size_t at = 0; at != content.size(); at += sizeof length + length) {
+        require(content.size() - at >= sizeof length);
+        std::memcpy(&length, content.data() + at, sizeof length);
+        require(length <= content.size() - at - sizeof length &&
+                std::memchr(content.data() + at + sizeof length, 0xff, length) == nullptr);
+    }
 }
 
 // The file's bytes, read in pieces of 64 KiB.
@@ -69,56 +86,49 @@ inline const std::vector<char>& readAll(int descriptor, std::size_t size) {
 // A look-up: five calls, and one more for each further 64 KiB. Scan looks at the bytes.
 template <typename Scan>
 void get(const Paths& paths, std::size_t size, Scan scan) {
-    const int descriptor = ::open(paths.registry.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-    require(descriptor >= 0);
+    const int descriptor = openFile(paths.registry, O_RDONLY);
     lock(descriptor, F_RDLCK);
-    struct stat status;
-    require(::fstat(descriptor, &status) == 0);
+    statusOf(descriptor);
     scan(readAll(descriptor, size));
     require(::close(descriptor) == 0);
 }
 
-// A verified, durable change: edit turns the old bytes into the new ones.
+// A verified, durable change: edit turns the old bytes into the new ones. A link would be followed, and what was set
+// aside once goes. Both files are read again and compared before the commit, which keeps the old one under a second
+// name until the new one has its own.
 template <typename Edit>
 void change(const Paths& paths, std::size_t size, Edit edit) {
-    char target[1024];
-    struct stat status;
-    (void)!::readlink(paths.registry.c_str(), target, sizeof target - 1);
-    const int held = ::open(paths.lockFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-    require(held >= 0 && ::fstat(held, &status) == 0);
-    lock(held, F_WRLCK);
     char note[128] = "pid";
+    (void)!::readlink(paths.registry.c_str(), note, sizeof note);
+    const int held = openFile(paths.lockFile, O_RDWR | O_CREAT);
+    statusOf(held);
+    lock(held, F_WRLCK);
+    (void)!::pread(held, note, 4, 0);
     note[3] = static_cast<char>(::getpid());
     require(::pwrite(held, note, sizeof note, 0) == sizeof note);
-    int registry = openShared(paths.registry.c_str());
+    const int registry = openFile(paths.registry, O_RDONLY);
+    lock(registry, F_RDLCK);
+    statusOf(registry);
     (void)::unlink(paths.aside.c_str());
-    (void)::rename(paths.copy.c_str(), paths.aside.c_str());
-    int copy = ::open(paths.copy.c_str(), O_RDWR | O_CREAT | O_EXCL | O_APPEND | O_CLOEXEC, 0600);
-    require(copy >= 0 && ::fcntl(copy, F_GETFL) != -1 && ::fstat(registry, &status) == 0 &&
-            ::fstat(copy, &status) == 0);
+    const int copy = openFile(paths.copy, O_RDWR | O_CREAT | O_EXCL);
+    statusOf(copy);
     (void)::flistxattr(registry, nullptr, 0);
-    (void)::fremovexattr(copy, "system.posix_acl_access");
     require(::fchmod(copy, 0644) == 0);
     std::vector<char> content = readAll(registry, size);
     edit(content);
-    closeShared(registry);
     require(::write(copy, content.data(), content.size()) == static_cast<ssize_t>(content.size()));
-    require(::fsync(copy) == 0 && ::close(copy) == 0);
-    registry = openShared(paths.registry.c_str());
-    copy = ::open(paths.copy.c_str(), O_RDONLY | O_CLOEXEC);
-    require(copy >= 0 && ::fcntl(copy, F_GETFL) != -1 && ::fstat(copy, &status) == 0);
-    (void)readAll(registry, size);
-    (void)readAll(copy, content.size());
-    closeShared(registry);
-    require(::close(copy) == 0);
-    (void)::unlink(paths.backup.c_str());
+    require(::fsync(copy) == 0);
+    const std::vector<char> old = readAll(registry, size);
+    require(std::memcmp(readAll(copy, size).data(), content.data(), size) == 0 && old != content);
     require(::link(paths.registry.c_str(), paths.backup.c_str()) == 0);
     require(::rename(paths.copy.c_str(), paths.registry.c_str()) == 0);
-    const int directory = ::open(paths.directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    require(directory >= 0 && ::fsync(directory) == 0 && ::close(directory) == 0);
     require(::unlink(paths.backup.c_str()) == 0);
     lock(held, F_UNLCK);
-    require(::close(held) == 0);
+    const int directory = openFile(paths.directory, O_RDONLY | O_DIRECTORY);
+    require(::fsync(directory) == 0);
+    for (const int descriptor : {held, directory, copy, registry}) {
+        require(::close(descriptor) == 0);
+    }
 }
 
 }  // namespace bare

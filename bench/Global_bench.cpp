@@ -85,13 +85,9 @@ void change(int number, char usage) {
     bare::require(registry.Change(KEY, &record, &record) == 0);
 }
 
-void look(const std::vector<char>& content) {
-    bare::require(std::memchr(content.data(), 0xff, content.size()) == nullptr);
-}
-
 void benchReading(const bare::Paths& paths, std::size_t size, const std::vector<rivals::Kind>& kinds, int records) {
     const int last = records - 1;
-    const auto bareGet = [&] { bare::get(paths, size, look); };
+    const auto bareGet = [&] { bare::get(paths, size, bare::lookAtFrames); };
     std::vector<measure::Rival> lookers = {
         {"limit", bareGet}, {"library", [&] {
                                  char service[] = "RVN";
