@@ -60,9 +60,29 @@ private:
     std::string_view text_;
 };
 
+// Whether the item, of an image, is a text with its NUL and no other. Looked at in words from its end: what stands
+// before it in the image is as long as one at least.
+inline bool holdsOneText(const unsigned char* bytes, unsigned long length) noexcept {
+    constexpr unsigned long WORD = sizeof(unsigned long);
+    static_assert(WORD <= IMAGE_HEADER_SIZE);
+    if (length == 0 || bytes[length - 1] != 0) {
+        return false;
+    }
+    unsigned long left = length - 1;
+    for (; left >= WORD; left -= WORD) {
+        if (zeroBytes(loadLittle(bytes + left - WORD, WORD)) != 0) {
+            return false;
+        }
+    }
+    return left == 0 || zeroBytes(loadLittle(bytes + left - WORD, WORD) | ~0UL >> (8 * left)) == 0;
+}
+
 // The way past images of one type and mask that are whole, and whose records surely are not the key's. Most images of a
 // registry are made alike, so the longest length of each item stands ready, and nothing but the lengths is looked at:
 // where each is short enough and they end where the image does, none has led beyond it.
+//
+// CARRIED: and unpacking the image and packing the record gives the image again.
+template <bool CARRIED>
 class AlikeImages {
 public:
     AlikeImages(const RecordType& type, const RarestText& rarest, bool bigEndian) noexcept
@@ -91,12 +111,15 @@ public:
             return;
         }
         mask_ = header.fieldMask;
+        missing_ = type_.known & ~bits;
+        texts_ = 0;
         before_ = count_ = 0;
         longest_ = FRAME_LENGTH_SIZE + IMAGE_LEAST_SIZE + RarestText::WORD;
         for (unsigned long left = bits; left != 0; left &= left - 1) {
             const auto n = static_cast<std::size_t>(std::countr_zero(left));
             before_ += n < field_ ? 1 : 0;
             longest_ += ITEM_LENGTH_SIZE + limitsOf(type_.type)[n];
+            texts_ |= (type_.fields[n].kind == GLOBALREG_FIELD_TEXT ? 1U : 0U) << count_;
             limits_[count_++] = limitsOf(type_.type)[n];
         }
     }
@@ -117,29 +140,39 @@ private:
         walk->at = header + IMAGE_HEADER_SIZE;
         walk->end = image + size;
         return size <= longest_ && loadLittle(header + IMAGE_TYPE_SIZE, IMAGE_MASK_SIZE) == mask_ &&
-               loadLittle(header, IMAGE_TYPE_SIZE) == type_.type;
+               loadLittle(header, IMAGE_TYPE_SIZE) == type_.type &&
+               (!CARRIED || packsMissing(loadLittle(header + IMAGE_TYPE_SIZE + IMAGE_MASK_SIZE, IMAGE_MASK_SIZE)));
     }
     // Whether the images are whole and the records others than the key's.
     template <class... Walks>
     [[nodiscard, gnu::always_inline]] bool areOther(Walks&... walks) const noexcept {
         for (std::size_t n = 0; n < before_; ++n) {
-            if (!(step(walks, limits_[n]) && ...)) {
+            if (!(step(walks, n) && ...)) {
                 return false;
             }
         }
         ((walks.text = walks.at), ...);
         for (std::size_t n = before_; n < count_; ++n) {
-            if (!(step(walks, limits_[n]) && ...)) {
+            if (!(step(walks, n) && ...)) {
                 return false;
             }
         }
         return (isOther(walks) && ...);
     }
-    // Past an item that is short enough.
-    [[nodiscard, gnu::always_inline]] static bool step(Walk& walk, unsigned long longest) noexcept {
+    // Past item n, which is short enough.
+    [[nodiscard, gnu::always_inline]] bool step(Walk& walk, std::size_t n) const noexcept {
         const unsigned long size = itemLength(walk.at);
-        walk.at += ITEM_LENGTH_SIZE + size;
-        return size <= longest;
+        const unsigned char* const bytes = walk.at + ITEM_LENGTH_SIZE;
+        walk.at = bytes + size;
+        return size <= limits_[n] && (!CARRIED || packs(n, bytes, size));
+    }
+    [[nodiscard, gnu::always_inline]] bool packs(std::size_t n, const unsigned char* bytes,
+                                                 unsigned long size) const noexcept {
+        return (texts_ >> n & 1U) != 0 ? holdsOneText(bytes, size) : size == limits_[n];
+    }
+    // Unpacking would add to the mask of missing fields what is lacking there.
+    [[nodiscard, gnu::always_inline]] bool packsMissing(unsigned long missing) const noexcept {
+        return (missing_ & ~missing) == 0;
     }
     [[nodiscard, gnu::always_inline]] bool isOther(const Walk& walk) const noexcept {
         return reinterpret_cast<const char*>(walk.at) + IMAGE_CHECKSUM_SIZE == walk.end &&
@@ -152,6 +185,8 @@ private:
     bool bigEndian_;
     unsigned long mask_ = 0;
     std::size_t longest_ = ~0UL;  // of a frame, and a word; none is known yet
+    unsigned long missing_ = 0;   // the known fields that the mask lacks
+    unsigned int texts_ = 0;      // which items are texts
     std::size_t before_ = 0;      // items in front of the rarest text
     std::size_t count_ = 0;
     ItemLimits limits_ = {};  // in the order of the items
@@ -176,56 +211,6 @@ std::size_t withRarestText(unsigned long mask, const void* key, Pass pass) noexc
     }
     const RarestText rarest(sought, *type, mask);
     return rarest.none() ? 0 : pass(*type, rarest);
-}
-
-// Whether the item, of an image, is a text with its NUL and no other. Looked at in words from its end: what stands
-// before it in the image is as long as one at least.
-inline bool holdsOneText(const unsigned char* bytes, unsigned long length) noexcept {
-    constexpr unsigned long WORD = sizeof(unsigned long);
-    static_assert(WORD <= IMAGE_HEADER_SIZE);
-    if (length == 0 || bytes[length - 1] != 0) {
-        return false;
-    }
-    unsigned long left = length - 1;
-    for (; left >= WORD; left -= WORD) {
-        if (zeroBytes(loadLittle(bytes + left - WORD, WORD)) != 0) {
-            return false;
-        }
-    }
-    return left == 0 || zeroBytes(loadLittle(bytes + left - WORD, WORD) | ~0UL >> (8 * left)) == 0;
-}
-
-// Whether unpacking the image and packing the record gives the image again.
-bool packsAlike(const ImageHeader& header, const RecordType& type, const ItemPlaces& places) noexcept {
-    if ((type.known & ~header.fieldMask & ~header.missingFieldMask) != 0) {
-        return false;  // unpacking would add to the missing-field mask
-    }
-    for (unsigned long bits = header.fieldMask & ~ITEMLESS_BIT; bits != 0; bits &= bits - 1) {
-        const auto n = static_cast<std::size_t>(std::countr_zero(bits));
-        const GlobalRegField& field = type.fields[n];
-        const unsigned long length = places.length[n];
-        const bool text = field.kind == GLOBALREG_FIELD_TEXT;
-        const bool alike = text ? holdsOneText(places.bytes[n], length) : length == field.capacity;
-        if (!alike) {
-            return false;
-        }
-    }
-    return true;
-}
-
-std::size_t carryImages(unsigned long mask, const char* frames, std::size_t length, bool bigEndian,
-                        const void* key) noexcept {
-    return withRarestText(mask, key, [&](const RecordType& type, const RarestText& rarest) {
-        ImageHeader header = {};
-        ItemPlaces places;
-        std::size_t at = 0;
-        for (Frame frame = {}; frameAt(bigEndian, frames, length, at, &frame) &&
-                               surelyOther(frame.payload, frame.length, type, rarest, &header, &places) &&
-                               packsAlike(header, *recordTypeOf(header.recordType), places);) {
-            at += FRAME_LENGTH_SIZE + frame.length;
-        }
-        return at;
-    });
 }
 
 // Puts one item where the record has it. A text ends in a NUL, which the item may lack.
@@ -263,19 +248,19 @@ Taken takeImage(unsigned long mask, const char* image, std::size_t length, const
     return Taken::Yes;
 }
 
-}  // namespace
-
-std::size_t passImages(unsigned long mask, const char* frames, std::size_t length, bool bigEndian,
-                       const void* key) noexcept {
+// Past the images in front that are whole and whose records surely are not the key's.
+template <bool CARRIED>
+std::size_t pass(unsigned long mask, const char* frames, std::size_t length, bool bigEndian, const void* key) noexcept {
     return withRarestText(mask, key, [&](const RecordType& type, const RarestText& rarest) {
-        AlikeImages alike(type, rarest, bigEndian);
+        AlikeImages<CARRIED> alike(type, rarest, bigEndian);
         ImageHeader header = {};
         ItemPlaces places;
         std::size_t at = 0;
         for (Frame frame = {};; at += FRAME_LENGTH_SIZE + frame.length) {
             at += alike.pass(frames + at, length - at);
             if (!frameAt(bigEndian, frames, length, at, &frame) ||
-                !surelyOther(frame.payload, frame.length, type, rarest, &header, &places)) {
+                !surelyOther(frame.payload, frame.length, type, rarest, &header, &places) ||
+                (CARRIED && !imagePacksAlike(frame.payload, frame.length))) {
                 return at;
             }
             alike.learn(header);
@@ -283,6 +268,13 @@ std::size_t passImages(unsigned long mask, const char* frames, std::size_t lengt
     });
 }
 
-constinit const FrameWays IMAGE_WAYS = {true, passImages, carryImages, takeImage};
+}  // namespace
+
+std::size_t passImages(unsigned long mask, const char* frames, std::size_t length, bool bigEndian,
+                       const void* key) noexcept {
+    return pass<false>(mask, frames, length, bigEndian, key);
+}
+
+constinit const FrameWays IMAGE_WAYS = {true, passImages, pass<true>, takeImage};
 
 }  // namespace genreg
