@@ -9,6 +9,7 @@
 #include <iterator>
 
 #include "Bare.h"
+#include "Instances.h"
 #include "Measure.h"
 
 namespace {
@@ -58,16 +59,11 @@ long peak(Operation operation) {
     return needed;
 }
 
-GenRegVarValRecord record(std::string& variable, std::string& value) {
-    GenRegVarValRecord made;
-    made.contains = VARVAL_HAS_PAIR;
-    made.comment = nullptr;
-    made.variable = variable.data();
-    made.value = value.data();
-    return made;
+void tell(const char* of, int size, long get, long list, long change) {
+    std::printf("memory, KiB: %-13s %7d  look-up %ld; list %ld; change %ld\n", of, size, get, list, change);
 }
 
-void measureSize(const std::string& folder, int lines) {
+void measureLines(const std::string& folder, int lines) {
     const std::string path = folder + "/registry" + std::to_string(lines);
     {
         std::ofstream out(path);
@@ -81,27 +77,54 @@ void measureSize(const std::string& folder, int lines) {
         return peak([&] {
             unsigned int rc = 0;
             GenRegVarVal registry(path.c_str(), &rc);
-            GenRegVarValRecord key = record(name, value);
-            step(registry, key);
+            GenRegVarValRecord key;
+            key.contains = VARVAL_HAS_PAIR;
+            key.comment = nullptr;
+            key.variable = name.data();
+            key.value = value.data();
+            GenRegVarValRecord found;
+            step(registry, key, found);
         });
     };
-    const long none = peak([] {});
-    const long get = with([](GenRegVarVal& registry, GenRegVarValRecord& key) {
-        GenRegVarValRecord found;
+    const long get = with([](auto& registry, auto& key, auto& found) {
         bare::require(registry.Get(VARVAL_MATCH_VARIABLE, &key, &found) == 0);
     });
-    const long list = with([](GenRegVarVal& registry, GenRegVarValRecord&) {
-        GenRegVarValRecord found;
+    const long list = with([](auto& registry, auto&, auto& found) {
         bare::require(registry.OpenScan() == 0);
         while (registry.GetNext(0, nullptr, &found) == 0) {
         }
         bare::require(registry.CloseScan() == 0);
     });
-    const long change = with([](GenRegVarVal& registry, GenRegVarValRecord& key) {
+    const long change = with([](auto& registry, auto& key, auto&) {
         bare::require(registry.Change(VARVAL_MATCH_VARIABLE, &key, &key) == 0);
     });
-    std::printf("memory, KiB at most        %7d  nothing %ld; look-up %ld; list %ld; change %ld\n", lines, none, get,
-                list, change);
+    tell("lines", lines, get, list, change);
+}
+
+void measureRecords(const std::string& folder, int records) {
+    const std::string path = folder + "/global" + std::to_string(records) + ".reg";
+    instances::fillRegistry(path, records);
+    bare::require(::setenv("RVN_GLOBAL_REG_PATHNAME", path.c_str(), 1) == 0);
+    OSSInstanceInfo_t last = instances::instance(records - 1, '0');
+    char service[] = "RVN";
+    const long get = peak([&] {
+        OSSInstanceInfo_t info;
+        bare::require(ossGetInstanceInfo(service, instances::VERSION, last.instanceName, &info) == 0);
+    });
+    const long list = peak([&] {
+        void* handle = nullptr;
+        OSSInstanceInfo_t info;
+        bare::require(ossOpenInstanceList(service, &handle) == 0);
+        while (ossGetNextInstance(handle, &info) == 0) {
+        }
+        bare::require(ossCloseInstanceList(handle) == 0);
+    });
+    const long change = peak([&] {
+        GlobalRegRecord record = instances::toRecord(instances::instance(records - 1, '1'));
+        instances::QuietGlobalReg registry;
+        bare::require(registry.Change(instances::KEY, &record, &record) == 0);
+    });
+    tell("records", records, get, list, change);
 }
 
 }  // namespace
@@ -110,7 +133,11 @@ int main(int count, char** arguments) {
     measure::begin(count, arguments);
     const measure::Scratch scratch;
     for (const int lines : {10, 100, 1000, 10000, 100000}) {
-        measureSize(scratch.path(), lines);
+        measureLines(scratch.path(), lines);
     }
+    for (const int records : {10, 100, 1000, 10000, 100000}) {
+        measureRecords(scratch.path(), records);
+    }
+    std::printf("memory, KiB: %-13s %7d  %ld\n", "nothing", 0, peak([] {}));
     return 0;
 }
