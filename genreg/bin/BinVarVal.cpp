@@ -1,6 +1,7 @@
 // The binary variable/value schema: its record callbacks.
 #include <genreg/GenRegBinVarVal.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
@@ -30,7 +31,21 @@ std::size_t passRecords(unsigned long matchType, const char* frames, std::size_t
     return at;
 }
 
-constexpr genreg::FrameWays RECORD_WAYS = {false, passRecords, nullptr, nullptr};
+// A frame that is too short for it has none of the name, as if zeros stood behind it.
+bool identifyFrame(const char* payload, std::size_t length, unsigned int* identity) noexcept {
+    constexpr std::size_t PLACE = offsetof(GenRegBinVarValRecord, variable);
+    const std::size_t most = length < PLACE ? 0 : std::min(length - PLACE, sizeof GenRegBinVarValRecord::variable);
+    *identity = genreg::mixIdentity(0, payload + PLACE, ::strnlen(payload + PLACE, most));
+    return true;
+}
+
+bool identifyKey(unsigned long matchType, const void* key, unsigned int* identity) noexcept {
+    const auto& sought = *static_cast<const GenRegBinVarValRecord*>(key);
+    *identity = genreg::mixIdentity(0, sought.variable, ::strnlen(sought.variable, sizeof sought.variable));
+    return (matchType & BINVARVAL_MATCH_VARIABLE) != 0;
+}
+
+constexpr genreg::FrameWays RECORD_WAYS = {false, passRecords, nullptr, nullptr, identifyFrame, identifyKey};
 
 }  // namespace
 

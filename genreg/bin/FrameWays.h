@@ -22,6 +22,11 @@ struct FrameWays {
                              const void* key);
     // Unpacks a record that matches the key, or any where the key is null, to where the caller has it. May be null.
     Taken (*take)(unsigned long mask, const char* payload, std::size_t length, const void* key, void* record);
+    // What frames and keys are known by, told without unpacking: the identity of a record that matches a key (not null)
+    // is the key's. False for a frame that is to be looked at, whatever the key; for a key that may match records of
+    // another identity. Both may be null.
+    bool (*identifyFrame)(const char* payload, std::size_t length, unsigned int* identity);
+    bool (*identifyKey)(unsigned long mask, const void* key, unsigned int* identity);
 };
 
 }  // namespace genreg

@@ -146,6 +146,22 @@ bool BinFrames::take(Input& input, unsigned long mask, const void* key, void* re
     }
 }
 
+bool BinFrames::identify(unsigned long mask, const void* key, unsigned int* identity) const noexcept {
+    return key != nullptr && usesWays() && engine_.ways_->identifyKey != nullptr &&
+           engine_.ways_->identifyKey(mask, key, identity);
+}
+
+Place BinFrames::nextPlace(Input& input, unsigned int* identity) const noexcept {
+    Frame frame = {};
+    if (!peek(input, &frame)) {
+        const std::size_t rest = input.size() - input.offset();
+        input.consume(input.fill(rest));
+        return rest == 0 ? Place::End : Place::Doubtful;
+    }
+    input.consume(FRAME_LENGTH_SIZE + frame.length);
+    return engine_.ways_->identifyFrame(frame.payload, frame.length, identity) ? Place::Known : Place::Doubtful;
+}
+
 unsigned int BinFrames::checkImage(const Frame& frame) noexcept {
     const unsigned int rc = engine_.checkPacked(frame.payload, frame.length);
     return rc == 0 ? 0 : trace_.fail(450, REG_UNPACK_FAILED, rc);

@@ -9,6 +9,7 @@
 #include "genreg/core/FileInternals.h"
 #include "genreg/core/FrameBytes.h"
 #include "genreg/core/FunctionTrace.h"
+#include "genreg/core/Identity.h"
 #include "genreg/core/Input.h"
 #include "genreg/core/RecordBuffer.h"
 
@@ -34,6 +35,11 @@ public:
     // where the caller has it; in a list, most of them match. False at a frame in doubt, which is the next one then,
     // and at the end.
     [[nodiscard]] bool take(Input& input, unsigned long mask, const void* key, void* record, bool lists) const noexcept;
+
+    // Whether the key has an identity that speaks for the slots.
+    [[nodiscard]] bool identify(unsigned long mask, const void* key, unsigned int* identity) const noexcept;
+    // Goes past a frame without a word, all that is left where it is not whole, and tells its identity.
+    [[nodiscard]] Place nextPlace(Input& input, unsigned int* identity) const noexcept;
 
     // How many bytes at hand are whole frames that surely do not match the key and are carried as they stand; such that
     // are the same in both inputs and pass the check.

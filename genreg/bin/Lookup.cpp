@@ -9,6 +9,7 @@ using genreg::Function;
 using genreg::FunctionTrace;
 using genreg::Input;
 using genreg::OperationTrace;
+using genreg::Place;
 using genreg::RecordBuffer;
 using genreg::Search;
 using genreg::Transaction;
@@ -52,8 +53,19 @@ public:
         const bool keyed = search.any || search.key != nullptr;
         return keyed && frames_.take(input, search.mask, search.key, search.result, lists_);
     }
+    bool takeKnown(Input& input, const Search& search, RecordBuffer& /*work*/,
+                   unsigned long /*size*/) noexcept override {
+        return frames_.take(input, search.mask, search.key, search.result, true);
+    }
 
     unsigned int notFreed(unsigned int platformCode) noexcept override;
+
+    bool identityOf(const Search& search, unsigned int* identity) noexcept override {
+        return !search.any && frames_.identify(search.mask, search.key, identity);
+    }
+    Place nextPlace(Input& input, unsigned int* identity) noexcept override {
+        return frames_.nextPlace(input, identity);
+    }
 
 private:
     FunctionTrace& trace_;

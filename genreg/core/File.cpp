@@ -6,6 +6,7 @@
 
 #include "genreg/core/FileInternals.h"
 #include "genreg/core/FunctionTrace.h"
+#include "genreg/core/KeptContents.h"
 #include "platform/posix/Posix.h"
 
 using genreg::FileInternals;
@@ -35,6 +36,7 @@ GenRegFile::~GenRegFile() noexcept {
     if (tmpFp != nullptr && !posix::closeStream(tmpFp)) {
         trace.ignore(30, REG_CLOSE_TMP_FAILED, ossErrorMapSystem(errno));
     }
+    delete inside.kept_;
     inside.~FileInternals();
     state = REG_STATE_INITIAL;
 }

@@ -12,6 +12,8 @@
 
 namespace genreg {
 
+class KeptContents;
+
 class FileInternals {
 public:
     explicit FileInternals(GenRegFile& file) noexcept : file_(file) {}
@@ -56,6 +58,9 @@ public:
     // The last step, which needs no lock: the folder is synced where it has to be, and what only the old file still has
     // on the medium is given back.
     void settle() noexcept;
+
+    // What Get may answer from, if it is current; null while nothing is kept, and where a look-up has to read.
+    [[nodiscard]] KeptContents* keptContents() const noexcept;
 
     // Points a read-ahead at the first record of the open registry file.
     void readRegistry(Input& input) const noexcept;
@@ -125,6 +130,7 @@ private:
     long lockWaitLimit_ = -1;
     GenRegLockNotice lockNotice_ = nullptr;
     void* lockNoticeContext_ = nullptr;
+    KeptContents* kept_ = nullptr;  // null: nothing is to be kept
 };
 
 }  // namespace genreg

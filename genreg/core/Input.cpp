@@ -15,7 +15,9 @@ constexpr std::size_t PIECE = 64UL * 1024;
 }
 
 Input::~Input() noexcept {
-    std::free(buffer_);
+    if (owned_) {
+        std::free(buffer_);
+    }
 }
 
 void Input::seek(unsigned long offset) noexcept {

@@ -13,6 +13,15 @@ public:
     // size: of the file, in bytes; nothing behind it is read.
     Input(int descriptor, unsigned long offset, unsigned long size) noexcept
         : descriptor_(descriptor), offset_(offset), size_(size) {}
+    // Over bytes in memory, which stay the caller's; for going through them once.
+    Input(const char* bytes, unsigned long size) noexcept
+        : descriptor_(-1),
+          offset_(0),
+          size_(size),
+          buffer_(const_cast<char*>(bytes)),
+          capacity_(size),
+          end_(size),
+          owned_(false) {}
     ~Input() noexcept;
     Input(const Input&) = delete;
     Input& operator=(const Input&) = delete;
@@ -54,6 +63,7 @@ private:
     std::size_t begin_ = 0;
     std::size_t end_ = 0;
     unsigned int error_ = 0;
+    bool owned_ = true;  // the buffer
 };
 
 }  // namespace genreg

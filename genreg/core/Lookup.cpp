@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "genreg/core/KeptContents.h"
 #include "genreg/core/Transaction.h"
 
 namespace genreg {
@@ -20,6 +21,10 @@ public:
     // REG_OPEN_FAILED; REG_MISSING passes through when passMissing is true.
     [[nodiscard]] unsigned int open(bool passMissing) noexcept;
     [[nodiscard]] Input& input() noexcept { return inScan_ ? *scan_ : own_; }
+    // Of the registry file, which is open.
+    [[nodiscard]] int descriptor() const noexcept {
+        return looked_.descriptor != -1 ? looked_.descriptor : posix::descriptorOf(file_.regFp);
+    }
     // REG_CLOSE_FAILED.
     [[nodiscard]] unsigned int close() noexcept;
 
@@ -99,18 +104,55 @@ unsigned int handOut(FunctionTrace& trace, const Search& search, const void* rec
     return 0;
 }
 
+// Found by the very steps that read a file.
+unsigned int Transaction::findKept(KeptContents& kept, const Search& search, LookupSteps& steps, RecordBuffer& work,
+                                   unsigned long size) noexcept {
+    KeptContents::Candidates candidates(kept, steps, search, file_.features);
+    for (KeptContents::Part part = {}; candidates.next(&part);) {
+        Input input{part.bytes, part.length};
+        if (part.known) {
+            if (steps.takeKnown(input, search, kept.work(), size)) {
+                return 0;
+            }
+            if (input.offset() == input.size()) {
+                continue;
+            }
+        }
+        if (const unsigned int rc = hold(work, size)) {
+            return rc;
+        }
+        if (const unsigned int rc = steps.takeOrFind(input, search, work, size); rc != REG_NO_MORE_RECORDS) {
+            return rc;
+        }
+    }
+    return REG_NO_MORE_RECORDS;
+}
+
 unsigned int Transaction::get(const Search& search, LookupSteps& steps, bool passMissing) noexcept {
     RecordBuffer work{tag_};
     unsigned long size = 0;
-    if (const unsigned int rc = prepare(search.mask, search.key, work, &size)) {
+    if (const unsigned int rc = validate(search.mask, search.key)) {
+        return rc;
+    }
+    if (const unsigned int rc = recordSize(&size)) {
         return rc;
     }
     Reading reading{*this};
-    if (const unsigned int rc = reading.open(passMissing)) {
-        return rc;
+    KeptContents* const kept = inside_.keptContents();
+    const bool inMemory = kept != nullptr && kept->isCurrent(file_.regPath);
+    if (!inMemory) {
+        if (const unsigned int rc = hold(work, size)) {
+            return rc;
+        }
+        if (const unsigned int rc = reading.open(passMissing)) {
+            return rc;
+        }
+        if (kept != nullptr) {
+            kept->take(reading.descriptor(), file_.regPath);
+        }
     }
     const unsigned int found =
-        steps.take(reading.input(), search, size) ? 0 : steps.find(reading.input(), search, work, size);
+        inMemory ? findKept(*kept, search, steps, work, size) : steps.takeOrFind(reading.input(), search, work, size);
     if (clearsResult(found)) {
         std::memset(search.result, 0, size);
     }

@@ -37,10 +37,11 @@ unsigned int Transaction::prepare(unsigned long mask, void* record, RecordBuffer
     if (const unsigned int rc = recordSize(size)) {
         return rc;
     }
-    if (!buffer.allocate(*size)) {
-        return trace_.fail(60, REG_NO_RECORD_BUFFER);
-    }
-    return 0;
+    return hold(buffer, *size);
+}
+
+unsigned int Transaction::hold(RecordBuffer& buffer, unsigned long size) noexcept {
+    return buffer.ensure(size) ? 0 : trace_.fail(60, REG_NO_RECORD_BUFFER);
 }
 
 unsigned int Transaction::update(const UpdateCall& call, const UpdatePlan& plan, UpdateSteps& steps,

@@ -12,6 +12,7 @@
 #include "genreg/core/FileInternals.h"
 #include "genreg/core/FirstError.h"
 #include "genreg/core/FunctionTrace.h"
+#include "genreg/core/Identity.h"
 #include "genreg/core/Input.h"
 #include "genreg/core/RecordBuffer.h"
 
@@ -73,8 +74,21 @@ public:
     [[nodiscard]] virtual bool take(Input& /*input*/, const Search& /*search*/, unsigned long /*size*/) noexcept {
         return false;
     }
+    [[nodiscard]] unsigned int takeOrFind(Input& input, const Search& search, RecordBuffer& work,
+                                          unsigned long size) noexcept {
+        return take(input, search, size) ? 0 : find(input, search, work, size);
+    }
     // What Get answers, if nothing else, when the platform did not take its buffer back.
     [[nodiscard]] virtual unsigned int notFreed(unsigned int platformCode) noexcept = 0;
+
+    // Like take(), of a record in memory that is Known, and all that the input has: false where the input is at its end
+    // then when it is not the one. The buffer is kept between calls.
+    [[nodiscard]] virtual bool takeKnown(Input& input, const Search& search, RecordBuffer& work,
+                                         unsigned long size) noexcept = 0;
+    // The identity that a record has which the search takes; false when it may have any.
+    [[nodiscard]] virtual bool identityOf(const Search& search, unsigned int* identity) noexcept = 0;
+    // Goes on to the next record. What stands in front of where the input is then belongs to it.
+    [[nodiscard]] virtual Place nextPlace(Input& input, unsigned int* identity) noexcept = 0;
 
 protected:
     ~LookupSteps() = default;
@@ -129,6 +143,9 @@ private:
 
     [[nodiscard]] unsigned int validate(unsigned long mask, void* record) noexcept;
     [[nodiscard]] unsigned int recordSize(unsigned long* size) noexcept;
+    [[nodiscard]] unsigned int hold(RecordBuffer& buffer, unsigned long size) noexcept;
+    [[nodiscard]] unsigned int findKept(KeptContents& kept, const Search& search, LookupSteps& steps,
+                                        RecordBuffer& work, unsigned long size) noexcept;
     [[nodiscard]] unsigned int announce(const UpdateCall& call, bool logs) noexcept;
     [[nodiscard]] unsigned int checkScan() noexcept;
 

@@ -5,6 +5,7 @@
 #include <bit>
 
 #include "genreg/core/FrameBytes.h"
+#include "genreg/core/Identity.h"
 #include "genreg/global/ImageItems.h"
 
 namespace genreg {
@@ -248,6 +249,69 @@ Taken takeImage(unsigned long mask, const char* image, std::size_t length, const
     return Taken::Yes;
 }
 
+// The fields that tell records of a type apart.
+unsigned long keyBits(unsigned int type) noexcept {
+    switch (type) {
+        case GLOBALREG_INSTANCE:
+            return INSTANCE_SERVICE | INSTANCE_VERSION_CODE | INSTANCE_NAME;
+        case GLOBALREG_SERVICE:
+            return SERVICE_SERVICE | SERVICE_VERSION_CODE;
+        default:
+            return VARIABLE_SERVICE | VARIABLE_NAME;
+    }
+}
+
+// The type and those fields, each by its text or its value.
+template <class Text, class Value>
+unsigned int identityOf(const RecordType& type, Text text, Value value) noexcept {
+    unsigned int identity = type.type;
+    for (unsigned long bits = keyBits(type.type); bits != 0;) {
+        const GlobalRegField& field = fieldOf(type, takeLowest(&bits));
+        if (field.kind == GLOBALREG_FIELD_TEXT) {
+            const std::string_view bytes = text(field);
+            identity = mixIdentity(identity, bytes.data(), bytes.size());
+        } else {
+            const unsigned long number = value(field);
+            identity = mixIdentity(identity, reinterpret_cast<const char*>(&number), sizeof number);
+        }
+    }
+    return identity;
+}
+
+// A field that is absent is empty or 0. Items that findItems() leaves in doubt are as good as others here.
+bool identifyImage(const char* image, std::size_t length, unsigned int* identity) noexcept {
+    PackedItem items[MOST_FIELDS];
+    std::fill(std::begin(items), std::end(items), PackedItem{0, 0, reinterpret_cast<const unsigned char*>(image)});
+    unsigned long damage = 0;
+    const unsigned int rc =
+        walkUnchecked(image, length, &damage, [&](const PackedItem& item, const GlobalRegField* field) {
+            if (field != nullptr) {
+                items[std::countr_zero(item.bit)] = item;
+            }
+        });
+    if (rc != 0) {
+        return false;
+    }
+    const auto itemOf = [&](const GlobalRegField& field) { return items[std::countr_zero(field.bit)]; };
+    *identity = identityOf(
+        *recordTypeOf(headerOf(image).recordType),
+        [&](const GlobalRegField& field) { return textOf(itemOf(field), field); },
+        [&](const GlobalRegField& field) { return valueOf(itemOf(field), field); });
+    return true;
+}
+
+bool identifyKey(unsigned long mask, const void* key, unsigned int* identity) noexcept {
+    const auto& sought = *static_cast<const GlobalRegRecord*>(key);
+    const RecordType* const type = recordTypeOf(sought.recordType);
+    if (mask == 0 || type == nullptr || (~comparedBits(mask, type->type, sought) & keyBits(type->type)) != 0) {
+        return false;
+    }
+    *identity = identityOf(
+        *type, [&](const GlobalRegField& field) { return textOf(sought, field); },
+        [&](const GlobalRegField& field) { return valueOf(sought, field); });
+    return true;
+}
+
 // Past the images in front that are whole and whose records surely are not the key's.
 template <bool CARRIED>
 std::size_t pass(unsigned long mask, const char* frames, std::size_t length, bool bigEndian, const void* key) noexcept {
@@ -275,6 +339,6 @@ std::size_t passImages(unsigned long mask, const char* frames, std::size_t lengt
     return pass<false>(mask, frames, length, bigEndian, key);
 }
 
-constinit const FrameWays IMAGE_WAYS = {true, passImages, pass<true>, takeImage};
+constinit const FrameWays IMAGE_WAYS = {true, passImages, pass<true>, takeImage, identifyImage, identifyKey};
 
 }  // namespace genreg

@@ -47,10 +47,15 @@ bool surelyParses(const char* line, const char* end) noexcept {
     return stops(line) || *line == ':' || colons == COLONS;
 }
 
+// Whether what is looked for has this id.
+bool asksForId(unsigned long matchType, const GenRegInitTabRecord& sought) noexcept {
+    return (matchType & INITTAB_MATCH_ID) != 0 && (sought.flags & INITTAB_HAS_ENTRY) != 0 && sought.id != nullptr;
+}
+
 // Whether a line may hold the entry with this id, judged by what stands before its first ":".
 bool lineMayHold(unsigned long matchType, const char* line, unsigned long length, const void* key) noexcept {
     const auto& sought = *static_cast<const GenRegInitTabRecord*>(key);
-    if ((matchType & INITTAB_MATCH_ID) == 0 || (sought.flags & INITTAB_HAS_ENTRY) == 0 || sought.id == nullptr) {
+    if (!asksForId(matchType, sought)) {
         return true;
     }
     return genreg::beginsWithField(line, line + length, sought.id, ":#\n") || !surelyParses(line, line + length);
@@ -59,15 +64,30 @@ bool lineMayHold(unsigned long matchType, const char* line, unsigned long length
 std::size_t passLines(unsigned long matchType, const char* lines, std::size_t length, const void* key,
                       bool joined) noexcept {
     const auto& sought = *static_cast<const GenRegInitTabRecord*>(key);
-    if ((matchType & INITTAB_MATCH_ID) == 0 || (sought.flags & INITTAB_HAS_ENTRY) == 0 || sought.id == nullptr ||
-        !genreg::isWord(sought.id)) {
+    if (!asksForId(matchType, sought) || !genreg::isWord(sought.id)) {
         return 0;
     }
     genreg::LinePasser<genreg::EntryLines> passer(lines, length, joined, genreg::Beginning(sought.id));
     return passer.pass([&](const char* line, std::size_t size) { return lineMayHold(matchType, line, size, key); });
 }
 
-constexpr genreg::LineWays LINE_WAYS = {passLines};
+constexpr std::string_view ID_ENDS = ":#\n";
+
+bool identifyLine(const char* line, std::size_t length, std::string_view* identity) noexcept {
+    *identity = genreg::frontOf(line, line + length, ID_ENDS);
+    return surelyParses(line, line + length);
+}
+
+bool identifyKey(unsigned long matchType, const void* key, std::string_view* identity) noexcept {
+    const auto& sought = *static_cast<const GenRegInitTabRecord*>(key);
+    if (!asksForId(matchType, sought)) {
+        return false;
+    }
+    *identity = genreg::frontOf(sought.id, ID_ENDS);
+    return true;
+}
+
+constexpr genreg::LineWays LINE_WAYS = {passLines, identifyLine, identifyKey};
 
 const char* commentOf(const GenRegInitTabRecord& record) noexcept {
     return genreg::commentOf((record.flags & INITTAB_HAS_COMMENT) != 0, record.comment);

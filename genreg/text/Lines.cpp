@@ -68,6 +68,25 @@ bool TextLines::mayMatch(unsigned long mask, const TextLine& line, const void* k
     return isContinued(line) || engine_.lineMayMatch(mask, line.raw, line.length, key);
 }
 
+bool TextLines::identify(unsigned long mask, const void* key, unsigned int* identity) const noexcept {
+    std::string_view text;
+    const bool known = key != nullptr && isSpokenFor() && engine_.ways_->identifyKey(mask, key, &text);
+    *identity = mixIdentity(0, text.data(), text.size());
+    return known;
+}
+
+Place TextLines::nextPlace(Input& input, unsigned int* identity) const noexcept {
+    TextLine line = {};
+    if (!next(input, &line)) {
+        return Place::End;
+    }
+    std::string_view text;
+    const bool known =
+        !line.tooLong() && !isContinued(line) && engine_.ways_->identifyLine(line.raw, line.length, &text);
+    *identity = mixIdentity(0, text.data(), text.size());
+    return known ? Place::Known : Place::Doubtful;
+}
+
 // Whether its text differs from its bytes. The last line of a file may be continued by nothing.
 bool TextLines::isContinued(const TextLine& line) const noexcept {
     if (!has(REG_FEATURE_LINE_CONTINUATION)) {

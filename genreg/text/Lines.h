@@ -7,6 +7,7 @@
 
 #include "genreg/core/FileInternals.h"
 #include "genreg/core/FunctionTrace.h"
+#include "genreg/core/Identity.h"
 #include "genreg/core/Input.h"
 
 namespace genreg {
@@ -60,6 +61,11 @@ public:
 
     // False when the line surely does not match the key under the mask, told without parsing it.
     [[nodiscard]] bool mayMatch(unsigned long mask, const TextLine& line, const void* key) const noexcept;
+
+    // Whether the key has an identity that speaks for the slots.
+    [[nodiscard]] bool identify(unsigned long mask, const void* key, unsigned int* identity) const noexcept;
+    // Goes past a line without a word and tells its identity.
+    [[nodiscard]] Place nextPlace(Input& input, unsigned int* identity) const noexcept;
 
     // The line without its continuations, terminated, in the buffer of this object.
     [[nodiscard]] char* text(const TextLine& line) noexcept;

@@ -8,6 +8,7 @@ using genreg::Function;
 using genreg::FunctionTrace;
 using genreg::Input;
 using genreg::OperationTrace;
+using genreg::Place;
 using genreg::RecordBuffer;
 using genreg::Search;
 using genreg::TEXT_TAG;
@@ -61,7 +62,25 @@ public:
         return true;
     }
 
+    // The key may lie in the caller's record: that is written last.
+    bool takeKnown(Input& input, const Search& search, RecordBuffer& work, unsigned long size) noexcept override {
+        TextLine line = {};
+        if (size < genreg::LEAST_COPY || !work.ensure(size) || !lines_.next(input, &line) ||
+            !lines_.parse(work.get(), line) || lines_.match(search.mask, work.get(), search.key) != 1) {
+            return false;
+        }
+        std::memset(search.result, 0, size);
+        return lines_.parse(search.result, line);
+    }
+
     unsigned int notFreed(unsigned int platformCode) noexcept override;
+
+    bool identityOf(const Search& search, unsigned int* identity) noexcept override {
+        return !search.any && lines_.identify(search.mask, search.key, identity);
+    }
+    Place nextPlace(Input& input, unsigned int* identity) noexcept override {
+        return lines_.nextPlace(input, identity);
+    }
 
 private:
     [[nodiscard]] bool nextWorthALook(Input& input, const Search& search, TextLine* line) const noexcept {

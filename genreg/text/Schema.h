@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <string_view>
 
 #include "genreg/core/FunctionTrace.h"
 
@@ -15,6 +16,11 @@ struct LineWays {
     // How many bytes in front are whole lines that ParseLine takes and that do not match the key (not null) under the
     // mask. Joined: what a backslash continues is no whole line.
     std::size_t (*passOver)(unsigned long mask, const char* lines, std::size_t length, const void* key, bool joined);
+    // What lines and keys are known by, told without parsing: the identity of a line that parses to a record which
+    // matches a key (not null) is the key's. False for a line that ParseLine may refuse, or of which nobody can tell;
+    // for a key that may match records of another identity.
+    bool (*identifyLine)(const char* line, std::size_t length, std::string_view* identity);
+    bool (*identifyKey)(unsigned long mask, const void* key, std::string_view* identity);
 };
 
 inline bool isBlank(char c) noexcept {
@@ -52,6 +58,18 @@ inline bool beginsWithField(const char* at, const char* end, const char* text, c
         }
     }
     return at == end || std::strchr(ends, *at) != nullptr;
+}
+
+// What stands in front of the first of the ends, of a NUL, or of the end.
+inline std::string_view frontOf(const char* at, const char* end, std::string_view ends) noexcept {
+    const char* stop = at;
+    while (stop != end && *stop != '\0' && ends.find(*stop) == std::string_view::npos) {
+        ++stop;
+    }
+    return {at, static_cast<std::size_t>(stop - at)};
+}
+inline std::string_view frontOf(const char* text, std::string_view ends) noexcept {
+    return frontOf(text, text + std::strlen(text), ends);
 }
 
 // Whether the text is there, and has no blanks.

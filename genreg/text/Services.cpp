@@ -133,23 +133,31 @@ bool surelyParses(const char* at, const char* end) noexcept {
     return !stops() && !roomForTooMany;
 }
 
-// Whether a line may hold this service, judged by its first field alone. Comment lines are matched by their text,
-// whatever the mask asks for.
+// Where the blanks in front of a line end.
+const char* firstWord(const char* line, const char* end) noexcept {
+    return std::find_if(line, end, [](char c) { return !genreg::isBlank(c) && c != '\r'; });
+}
+
+// Whether what is looked for has this name. Comment lines are matched by their text, whatever the mask asks for.
+bool asksForName(unsigned long mask, const GenRegServicesRecord& sought) noexcept {
+    return (mask & SERVICES_MATCH_NAME) != 0 && sought.flags != SERVICES_HAS_COMMENT && sought.name != nullptr;
+}
+
+// Whether a line may hold this service, judged by its first field alone.
 bool lineMayHold(unsigned long mask, const char* line, unsigned long length, const void* key) noexcept {
     const auto& sought = *static_cast<const GenRegServicesRecord*>(key);
-    if ((mask & SERVICES_MATCH_NAME) == 0 || sought.flags == SERVICES_HAS_COMMENT || sought.name == nullptr) {
+    if (!asksForName(mask, sought)) {
         return true;
     }
     const char* const end = line + length;
-    const char* const name = std::find_if(line, end, [](char c) { return !genreg::isBlank(c) && c != '\r'; });
+    const char* const name = firstWord(line, end);
     return genreg::beginsWithField(name, end, sought.name, " \t\r\n#") || !surelyParses(name, end);
 }
 
 std::size_t passLines(unsigned long mask, const char* lines, std::size_t length, const void* key,
                       bool joined) noexcept {
     const auto& sought = *static_cast<const GenRegServicesRecord*>(key);
-    if ((mask & SERVICES_MATCH_NAME) == 0 || sought.flags == SERVICES_HAS_COMMENT || sought.name == nullptr ||
-        !genreg::isWord(sought.name)) {
+    if (!asksForName(mask, sought) || !genreg::isWord(sought.name)) {
         return 0;
     }
     using Passer = genreg::LinePasser<genreg::ServiceLines<LENGTH_OF_MOST>>;
@@ -157,7 +165,25 @@ std::size_t passLines(unsigned long mask, const char* lines, std::size_t length,
     return passer.pass([&](const char* line, std::size_t size) { return lineMayHold(mask, line, size, key); });
 }
 
-constexpr genreg::LineWays LINE_WAYS = {passLines};
+constexpr std::string_view NAME_ENDS = " \t\r\n#";
+
+bool identifyLine(const char* line, std::size_t length, std::string_view* identity) noexcept {
+    const char* const end = line + length;
+    const char* const name = firstWord(line, end);
+    *identity = genreg::frontOf(name, end, NAME_ENDS);
+    return surelyParses(name, end);
+}
+
+bool identifyKey(unsigned long mask, const void* key, std::string_view* identity) noexcept {
+    const auto& sought = *static_cast<const GenRegServicesRecord*>(key);
+    if (!asksForName(mask, sought)) {
+        return false;
+    }
+    *identity = genreg::frontOf(sought.name, NAME_ENDS);
+    return true;
+}
+
+constexpr genreg::LineWays LINE_WAYS = {passLines, identifyLine, identifyKey};
 
 // The words of a service's line, as they stand: name, port and protocol, aliases. Never more than can be aliases, and
 // one.

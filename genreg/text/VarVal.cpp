@@ -89,6 +89,14 @@ bool surelyParses(const char* at, const char* end) noexcept {
     return !stops();
 }
 
+// Where the blanks in front of a line end.
+const char* firstWord(const char* line, const char* end) noexcept {
+    while (line < end && (isBlank(*line) || *line == '\r')) {
+        ++line;
+    }
+    return line;
+}
+
 // Whether a line may hold this variable, judged by its first word alone. The words of a name may stand any blanks
 // apart, and quotes keep theirs: a name that has a blank is judged by what stands before it.
 bool lineMayHold(unsigned long mask, const char* line, unsigned long length, const void* key) noexcept {
@@ -96,12 +104,9 @@ bool lineMayHold(unsigned long mask, const char* line, unsigned long length, con
     if ((mask & VARVAL_MATCH_VARIABLE) == 0 || variable == nullptr) {
         return true;
     }
-    const char* at = line;
     const char* const end = line + length;
-    while (at < end && (isBlank(*at) || *at == '\r')) {
-        ++at;
-    }
-    const char* const first = at;
+    const char* const first = firstWord(line, end);
+    const char* at = first;
     const char* want = variable;
     while (at < end && *want != '\0' && *want != ' ' && *at == *want) {
         ++at;
@@ -123,7 +128,26 @@ std::size_t passLines(unsigned long mask, const char* lines, std::size_t length,
     return passer.pass([&](const char* line, std::size_t size) { return lineMayHold(mask, line, size, key); });
 }
 
-constexpr genreg::LineWays LINE_WAYS = {passLines};
+// A variable is known by its first word, which no blank of the line and no quote changes.
+constexpr std::string_view WORD_ENDS = " \t\r\n=#";
+
+bool identifyLine(const char* line, std::size_t length, std::string_view* identity) noexcept {
+    const char* const end = line + length;
+    const char* const first = firstWord(line, end);
+    *identity = genreg::frontOf(first, end, WORD_ENDS);
+    return surelyParses(first, end);
+}
+
+bool identifyKey(unsigned long mask, const void* key, std::string_view* identity) noexcept {
+    const char* const variable = static_cast<const GenRegVarValRecord*>(key)->variable;
+    if ((mask & VARVAL_MATCH_VARIABLE) == 0 || variable == nullptr) {
+        return false;
+    }
+    *identity = genreg::frontOf(variable, WORD_ENDS);
+    return true;
+}
+
+constexpr genreg::LineWays LINE_WAYS = {passLines, identifyLine, identifyKey};
 
 // The pieces of a line with a pair, as they stand.
 struct PairPlace {

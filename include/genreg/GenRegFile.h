@@ -86,6 +86,35 @@ public:
     // next call.
     void SetLockWait(long limitMilliseconds, GenRegLockNotice notice, void* context) noexcept;
 
+    // An addition, for programs that ask often. From now on this object keeps what it last read in memory, at most so
+    // many bytes of it (contents and index together, a buffer for one record beside; 0: keeps nothing any more, as at
+    // first), and Get answers from there, through an index by the key fields of the schema, as long as one look at the
+    // path finds the same file with the same length and times. The codes, the records and what is logged are those of a
+    // look-up that reads.
+    //
+    // What is seen at once: whatever replaces the file (each change of the library's does, or makes it longer under its
+    // lock), the removal, a longer or shorter file, a link put in its place, another folder above it, and what is
+    // written into it in place, which its times tell. Who changed the file, and has been told so, finds no later answer
+    // without the change. A link that the registry's path was is followed at the first look-up and not again, as ever.
+    // What is not seen:
+    // - A store through a shared mapping, for which no system sets the times before it likes to.
+    // - What a write that takes no lock still stores 100 ms after it has set the times. Programs that write in place
+    //   are to hold a lock on the file (Lock does not give one), or to replace it.
+    // - What is written right after the machine's clock was set back to the very time of the last change.
+    // - A lock: nobody who holds one on the registry file is waited for.
+    // - Rights that this process gave up since it read the file.
+    //
+    // A look-up reads the file as ever, and keeps nothing or not yet: while the library is traced, while a scan or a
+    // transaction of this object is open, with REG_FEATURE_CHECKSUM_HEADER, when the file is too large, has changed
+    // within the last 100 ms (two seconds where times are whole seconds), is met the first time, or lies on a file
+    // system that is not known to be the machine's own. A mask or a slot that the index does not speak for is answered
+    // from memory without it.
+    //
+    // One descriptor stays open as long as contents are kept, so that no other file takes the number of this one: a
+    // version that was replaced keeps its space until the next look-up, and its file system cannot be unmounted. A
+    // forked child has the contents as well. 0, or REG_NO_MEMORY: nothing is kept.
+    unsigned int KeepContents(unsigned long mostBytes) noexcept;
+
     // Opens for REG_OP_*; the operations of the engines do so themselves. What an earlier OpenReg left open is
     // abandoned first. After any result but REG_SCAN_OPEN follow it with CloseReg. REG_MISSING, REG_OPEN_FILE_FAILED,
     // REG_LOCK_FILE_FAILED, REG_READ_FAILED, REG_CHECKSUM_DIFFERS, REG_CHECKSUM_READ_FAILED, REG_NO_CHECKSUM_BUFFER,

@@ -25,6 +25,30 @@ namespace posix {
 
 [[nodiscard]] unsigned int linkFile(const char* from, const char* to) noexcept;
 
+// --- versions ----------------------------------------------------------------------------------------------------
+
+// What tells one version of a file from another, as far as it is written in the ways that set its times.
+struct FileVersion {
+    unsigned long device;
+    unsigned long inode;
+    unsigned long size;
+    long long modified;  // nanoseconds since 1970
+    long long changed;
+
+    [[nodiscard]] bool operator==(const FileVersion&) const noexcept = default;
+};
+
+// Of a regular file; a link is not followed. False for anything else, and where nobody can tell.
+[[nodiscard]] bool versionAt(const char* path, FileVersion* version) noexcept;
+[[nodiscard]] bool versionOf(int descriptor, FileVersion* version) noexcept;
+// Whether the next write is certain to set other times.
+[[nodiscard]] bool isSettled(const FileVersion& version) noexcept;
+// A descriptor that keeps the number of the file at the path from being given to another, though not the right to read
+// it where the system has a way; -1 when there is none.
+[[nodiscard]] int pinFile(const char* path) noexcept;
+// Whether the file's times are this machine's to set, and seen by it at once.
+[[nodiscard]] bool isLocalFile(int descriptor) noexcept;
+
 // --- open files --------------------------------------------------------------------------------------------------
 
 struct FileStatus {

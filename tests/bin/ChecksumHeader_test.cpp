@@ -7,6 +7,7 @@
 
 #include "support/BinRegistry.h"
 #include "support/GlobalScratch.h"
+#include "support/KeptContents.h"
 
 namespace {
 bool syncsFail = false;
@@ -98,6 +99,15 @@ TEST_F(ChecksumHeader, AShortFileHasNoHeader) {
     contents(binFile({a_}));
     EXPECT_EQ(known.OpenReg(REG_OP_READ), REG_READ_FAILED);
     EXPECT_EQ(known.CloseReg(REG_OP_READ), 0U);
+}
+
+TEST_F(ChecksumHeader, AFileThatHasOneIsReadEachTime) {
+    contents(stamped({a_, b_}));
+    BinItems items(file(), PACKED | CHECKSUM);
+    ASSERT_EQ(items.KeepContents(PLENTY), 0U);
+    askUntilKept([&] { EXPECT_EQ(find(items, b_), 0U); });
+    EXPECT_EQ(find(items, c_), REG_NOT_FOUND);
+    EXPECT_EQ(find(items, a_), 0U);
 }
 
 TEST_F(ChecksumHeader, BytesInMemoryTellWhetherTheyHaveOne) {

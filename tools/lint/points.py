@@ -21,7 +21,7 @@ LENDERS = {
     "core/Paths": r"getRegistry\w+",
     "core/Transaction Transaction::validate": UPDATE + r"|GenReg(Text|Bin)::(Get|GetNext)",
     "core/Transaction Transaction::recordSize": UPDATE + r"|GenReg(Text|Bin)::(Get|GetNext|Verify)",
-    "core/Transaction Transaction::prepare": UPDATE + r"|GenReg(Text|Bin)::Get",
+    "core/Transaction Transaction::hold": UPDATE + r"|GenReg(Text|Bin)::Get",
     "core/Transaction Transaction::update": UPDATE,
     "core/Transaction Transaction::announce": UPDATE,
     "core/Transaction Transaction::verify": r"GenReg(Text|Bin)::Verify",

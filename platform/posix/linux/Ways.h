@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <sys/single_threaded.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -32,6 +33,37 @@ inline bool isOnlyThread() noexcept {
 // Until what was written through the descriptor is on the medium.
 inline int syncToMedium(int descriptor) noexcept {
     return syncPlainly(descriptor);
+}
+
+// --- versions of files ------------------------------------------------------------------------------------------
+
+inline timespec modifiedAt(const struct stat& status) noexcept {
+    return status.st_mtim;
+}
+inline timespec changedAt(const struct stat& status) noexcept {
+    return status.st_ctim;
+}
+
+// A descriptor that is good for nothing else.
+inline int openToPin(const char* path) noexcept {
+    return openHigh(path, O_PATH | O_NOFOLLOW);
+}
+
+// By what is known of each: one that is not in the list may belong to other machines too.
+inline bool isOwnFileSystem(int descriptor) noexcept {
+    constexpr unsigned long OWN[] = {0xef53 /* ext2, 3, 4 */, 0x58465342 /* xfs */,  0x9123683e /* btrfs */,
+                                     0x01021994 /* tmpfs */,  0xf2f52010 /* f2fs */, 0x794c7630 /* overlay */,
+                                     0x858458f6 /* ramfs */,  0x2fc12fc1 /* zfs */,  0xca451a4e /* bcachefs */};
+    struct statfs status;
+    if (retried([&] { return ::fstatfs(descriptor, &status); }) == -1) {
+        return false;
+    }
+    for (const unsigned long type : OWN) {
+        if (static_cast<unsigned long>(status.f_type) == type) {
+            return true;
+        }
+    }
+    return false;
 }
 
 // --- locks that belong to the open file -------------------------------------------------------------------------

@@ -8,6 +8,8 @@
 
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/mount.h>
+#include <sys/param.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -15,6 +17,7 @@
 
 #include "../shared/Dup2.h"
 #include "../shared/Flock.h"
+#include "../shared/Pin.h"
 
 namespace platform {
 
@@ -30,6 +33,18 @@ inline unsigned long threadNumber() noexcept {
 // Whether no other thread of this process runs; where nobody can tell, no.
 inline bool isOnlyThread() noexcept {
     return false;
+}
+
+inline timespec modifiedAt(const struct stat& status) noexcept {
+    return status.st_mtimespec;
+}
+inline timespec changedAt(const struct stat& status) noexcept {
+    return status.st_ctimespec;
+}
+
+inline bool isOwnFileSystem(int descriptor) noexcept {
+    struct statfs status;
+    return retried([&] { return ::fstatfs(descriptor, &status); }) != -1 && (status.f_flags & MNT_LOCAL) != 0;
 }
 
 // Until what was written through the descriptor is on the medium: a plain sync there leaves it to the drive when and in

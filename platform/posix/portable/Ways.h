@@ -9,6 +9,7 @@
 
 #include "../shared/Dup2.h"
 #include "../shared/Flock.h"
+#include "../shared/Pin.h"
 
 namespace platform {
 
@@ -23,6 +24,18 @@ inline unsigned long threadNumber() noexcept {
 
 // Whether no other thread of this process runs; where nobody can tell, no.
 inline bool isOnlyThread() noexcept {
+    return false;
+}
+
+inline timespec modifiedAt(const struct stat& status) noexcept {
+    return status.st_mtim;
+}
+inline timespec changedAt(const struct stat& status) noexcept {
+    return status.st_ctim;
+}
+
+// There is no way to tell that every system has.
+inline bool isOwnFileSystem(int /*descriptor*/) noexcept {
     return false;
 }
 
