@@ -6,6 +6,7 @@
 // allocator: the library, a shared one, asks the executable's. Twice over: in a process that has never used the
 // library, and in one that has, where what the library keeps for good is there already.
 #include <genreg/Codes.h>
+#include <genreg/GenRegVarVal.h>
 #include <osse/Errors.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -15,10 +16,12 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <iterator>
 
 #include "support/Aftermath.h"
 #include "support/Careless.h"
+#include "support/Folder.h"
 #include "support/Place.h"
 #include "support/Rig.h"
 
@@ -240,6 +243,53 @@ private:
     unsigned long refused_ = 0;
 };
 
+// An object that is to keep the contents, and look-ups until it answers from them. What is refused there costs a look
+// at the file, never the answer; nothing but the wish to keep at all is refused with a code.
+void keepContents(prove::Rig& rig) {
+    constexpr unsigned long PLENTY = 1UL << 20;
+    constexpr int UNTIL_KEPT = 3;
+    const std::string path = rig.scratch() + "/kept";
+    (void)prove::putBytes(path, "a = 1\nb = 2\n");
+    {
+        rig.begin("kept contents, a refused key");
+        // A failure that is logged: what the library keeps for good, the open log among it, is no piece left behind.
+        unsigned int rc = 0;
+        GenRegVarVal registry(path.c_str(), &rc);
+        GenRegVarValRecord none = {};
+        rig.check(registry.Get(VARVAL_MATCH_VARIABLE, &none, &none) == REG_RECORD_REFUSED, "a refused key");
+    }
+    ::usleep(200'000);  // a younger file is not kept
+    for (const bool forGood : {false, true}) {
+        ledger.asked = 0;
+        for (long index = -1; index < ledger.asked; ++index) {  // nothing is refused at first
+            rig.begin("kept contents, allocation " + std::to_string(index) + (forGood ? " for good" : " once"));
+            const long blocks = ledger.blocks;
+            {
+                unsigned int rc = 0;
+                GenRegVarVal registry(path.c_str(), &rc);
+                char variable[] = "b";
+                GenRegVarValRecord key = {};
+                key.contains = VARVAL_HAS_PAIR;
+                key.variable = variable;
+                GenRegVarValRecord found;
+                ledger = {true, 0, index, forGood, ledger.blocks};
+                rc = registry.KeepContents(PLENTY);
+                bool good = rc == 0 || (rc == REG_NO_MEMORY && index == 0);
+                for (int i = 0; i < UNTIL_KEPT; ++i) {
+                    rc = registry.Get(VARVAL_MATCH_VARIABLE, &key, &found);
+                    GenRegCause cause = {};
+                    genregLastCause(&cause);
+                    good = good && (rc == 0 ? std::strcmp(found.value, "2") == 0 : isAboutMemory(cause));
+                }
+                ledger.counting = false;
+                rig.check(good, "a wrong answer: " + prove::codeText(rc));
+            }
+            const bool nothingLeft = index < 0 || ledger.blocks == blocks;  // before the words take memory themselves
+            rig.check(nothingLeft, "pieces of memory left behind");
+        }
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -256,6 +306,7 @@ int main(int argc, char** argv) {
             }
         }
     }
+    keepContents(rig);
     allocations.report();
     return rig.finish();
 }

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <memory>
 
+#include "Asked.h"
 #include "Fuzz.h"
 #include "Told.h"
 #include "genreg/text/LineShapes.h"
@@ -41,19 +42,11 @@ unsigned int parseAgain(void* record, const char* line) {
     return Schema::ParseLine(record, line);
 }
 
-// What the input asks for beside the file.
-struct Asked {
-    unsigned long mask = 0;
-    std::string key;
-    unsigned long toggled = 0;  // features
-    bool keeps = false;
-};
-
 template <class Schema>
 class Opened : public Schema {
 public:
-    Opened(const std::string& path, const Asked& asked, bool replaced, bool plain) {
-        claim(this->setRegistryPaths(path.c_str()) == 0, "the path is taken");
+    Opened(const Asked& asked, bool replaced, bool plain) {
+        claim(this->setRegistryPaths(asked.path.c_str()) == 0, "the path is taken");
         this->features ^= asked.toggled;
         if constexpr (requires { this->parseLine; }) {
             claim(!asked.keeps || this->KeepLines(true) == 0, "lines are kept");
@@ -69,41 +62,6 @@ public:
         }
     }
 };
-
-void fillKey(GenRegVarValRecord& key, char* text) {
-    key.contains = VARVAL_HAS_PAIR;
-    key.variable = key.value = text;
-}
-void fillKey(GenRegServicesRecord& key, char* text) {
-    key.flags = *text == '#' ? SERVICES_HAS_COMMENT : SERVICES_HAS_NAME;
-    key.name = key.protocol = key.comment = text;
-}
-void fillKey(GenRegInitTabRecord& key, char* text) {
-    key.flags = *text == '#' ? INITTAB_HAS_COMMENT : INITTAB_HAS_ENTRY;
-    key.id = key.runLevel = key.action = key.command = key.comment = text;
-}
-void fillKey(GenRegBinVarValRecord& key, char* text) {
-    std::memcpy(key.variable, text, ::strnlen(text, sizeof key.variable));
-}
-// A type in front, then the texts, each the whole of it; a key is refused that has no fields.
-void fillKey(GlobalRegRecord& key, char* text) {
-    constexpr unsigned long VERSION = 0x0009000700000002;
-    key.recordType = static_cast<unsigned int>(*text) % 5;
-    const char* const rest = *text == '\0' ? text : text + 1;
-    unsigned long count = 0;
-    const GlobalRegField* const fields = globalRegFields(key.recordType, &count);
-    for (unsigned long n = 0; n < count; ++n) {
-        char* const member = reinterpret_cast<char*>(&key) + fields[n].offset;
-        const char* const field = n == 0 ? "RVN" : rest;
-        if (fields[n].kind == GLOBALREG_FIELD_TEXT) {
-            std::memcpy(member, field, ::strnlen(field, fields[n].capacity));
-        } else if (fields[n].kind == GLOBALREG_FIELD_VERSION) {
-            std::memcpy(member, &VERSION, sizeof VERSION);
-        }
-        const bool empty = fields[n].kind == GLOBALREG_FIELD_TEXT && *field == '\0';
-        key.fieldMask |= empty ? 0 : fields[n].bit;
-    }
-}
 
 template <class Record>
 class Transcript {
@@ -144,9 +102,9 @@ private:
 };
 
 template <class Schema, class Record>
-void compare(const std::string& path, const Asked& asked) {
+void compare(const Asked& asked) {
     const auto ask = [&](bool replaced, bool plain) {
-        Opened<Schema> registry(path, asked, replaced, plain);
+        Opened<Schema> registry(asked, replaced, plain);
         return Transcript<Record>(asked).of(registry, asked);
     };
     timesAsked = 0;
@@ -226,7 +184,8 @@ std::string passed(const std::string& lines, bool joined, const std::string& key
 }
 
 template <class Shape>
-void compareMasks(const std::string& lines, const Asked& asked) {
+void compareMasks(const Asked& asked) {
+    const std::string& lines = asked.contents;
     const std::string key = asked.key.substr(0, asked.key.find_first_of(" \t\r\n"));
     if (!key.empty()) {
         const bool joined = asked.toggled != 0;
@@ -247,53 +206,32 @@ void _gtraceExit(unsigned int functionId, unsigned long, unsigned long) {
 }
 }
 
-// The schema, what is asked for, the key up to its NUL, and the file: how often its bytes are repeated, and they.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     static const FuzzFolder folder;
     const FuzzQuiet quiet;
-    constexpr std::size_t HEAD = 4;
-    if (size < HEAD) {
+    Asked asked;
+    if (!readAsked(bytes, size, folder, &asked)) {
         return 0;
     }
-    const std::string input(reinterpret_cast<const char*>(bytes) + HEAD, size - HEAD);
-    Asked asked;
-    asked.mask = bytes[2];
-    asked.key = input.substr(0, std::min(input.find('\0'), input.size()));
-    const std::string once = input.substr(std::min(asked.key.size() + 1, input.size()));
-    std::string contents;
-    for (unsigned int i = 0; i <= bytes[3] % 32U; ++i) {
-        contents += once;
-    }
-    const unsigned int wishes = bytes[1];
-    asked.toggled = (wishes & 4) != 0 ? REG_FEATURE_LINE_CONTINUATION | REG_FEATURE_BIG_ENDIAN : 0;
-    asked.keeps = (wishes & 8) != 0;
-    std::string path = folder.write("file", contents);
-    if ((wishes & 3) == 1) {
-        path = folder.path("none");
-    } else if ((wishes & 3) == 2) {
-        path = folder.path("link");
-        (void)::unlink(path.c_str());
-        claim(::symlink("file", path.c_str()) == 0, "a link leads to the file");
-    }
-    switch (bytes[0] % 5) {
+    switch (asked.schema) {
         case 0:
-            compare<VarVal, GenRegVarValRecord>(path, asked);
-            compareMasks<genreg::PairLines>(contents, asked);
+            compare<VarVal, GenRegVarValRecord>(asked);
+            compareMasks<genreg::PairLines>(asked);
             break;
         case 1:
-            compare<Services, GenRegServicesRecord>(path, asked);
-            compareMasks<genreg::ServiceLines<240>>(contents, asked);
+            compare<Services, GenRegServicesRecord>(asked);
+            compareMasks<genreg::ServiceLines<240>>(asked);
             break;
         case 2:
-            compare<GenRegInitTab, GenRegInitTabRecord>(path, asked);
-            compareMasks<genreg::EntryLines>(contents, asked);
+            compare<GenRegInitTab, GenRegInitTabRecord>(asked);
+            compareMasks<genreg::EntryLines>(asked);
             break;
         case 3:
-            compare<BinVarVal, GenRegBinVarValRecord>(path, asked);
+            compare<BinVarVal, GenRegBinVarValRecord>(asked);
             break;
         default:
-            compare<GlobalReg, GlobalRegRecord>(path, asked);
-            compareLists(path);
+            compare<GlobalReg, GlobalRegRecord>(asked);
+            compareLists(asked.path);
     }
     return 0;
 }
