@@ -48,6 +48,17 @@ void benchReading(const bare::Paths& paths, std::size_t size, const std::vector<
     rivals::beside(lookers, kinds, [last](rivals::Store& store) { store.lookUp(last); });
     measure::row({"global: look up", records}, lookers);
 
+    instances::QuietGlobalReg keeps;
+    std::vector<measure::Rival> keepers;
+    rivals::besideKept(keepers, kinds, [last](rivals::Store& store) { store.lookUp(last); });
+    measure::keptRow(
+        {"global: look up, kept", records}, keeps, paths.registry,
+        [&keeps, key = instances::toRecord(instances::instance(last, '0'))]() mutable {
+            GlobalRegRecord found;
+            bare::require(keeps.Get(KEY, &key, &found) == 0);
+        },
+        keepers);
+
     std::vector<measure::Rival> listers = {{"library", [&] { bare::require(listAll() == records); }}};
     rivals::beside(listers, kinds, [records](rivals::Store& store) { bare::require(store.list() == records); });
     measure::row({.operation = "global: list, each", .size = records, .each = static_cast<double>(records)}, listers);

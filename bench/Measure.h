@@ -3,6 +3,8 @@
 #pragma once
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -168,6 +170,32 @@ inline void begin(int count, char** arguments) {
     } else if (first != "--no-heading") {
         heading();
     }
+}
+
+// An object that keeps the contents, and others that are kept open; it has the contents when the rounds begin. The
+// limit is a look at the path.
+template <class Registry>
+void keptRow(const Work& work, Registry& keeps, const std::string& path, const std::function<void()>& once,
+             const std::vector<Rival>& others = {}) {
+    constexpr unsigned long PLENTY = 64UL << 20;
+    constexpr int UNTIL_KEPT = 3;
+    if (keeps.KeepContents(PLENTY) != 0) {
+        std::abort();
+    }
+    (void)::usleep(200'000);  // a younger file is not kept
+    for (int i = 0; i < UNTIL_KEPT; ++i) {
+        once();
+    }
+    std::vector<Rival> all = {{"limit",
+                               [&path] {
+                                   struct stat status;
+                                   if (::lstat(path.c_str(), &status) != 0) {
+                                       std::abort();
+                                   }
+                               }},
+                              {"library", once}};
+    all.insert(all.end(), others.begin(), others.end());
+    row(work, all);
 }
 
 // A folder of its own, removed at the end.

@@ -264,15 +264,21 @@ inline std::vector<Kind> filled([[maybe_unused]] const std::string& path, [[mayb
     return kinds;
 }
 
-// Adds each of them, opened for every operation and kept open. What is kept lives as long as the rivals.
+// Adds each of them, kept open. What is kept lives as long as the rivals.
+inline void besideKept(std::vector<measure::Rival>& all, const std::vector<Kind>& kinds,
+                       const std::function<void(Store&)>& operation) {
+    for (const Kind& each : kinds) {
+        all.push_back({each.name + " kept", [each, operation] { operation(*each.kept); }});
+    }
+}
+
+// Adds each of them, opened for every operation and kept open.
 inline void beside(std::vector<measure::Rival>& all, const std::vector<Kind>& kinds,
                    const std::function<void(Store&)>& operation) {
     for (const Kind& each : kinds) {
         all.push_back({each.name + " opened", [each, operation] { operation(*each.open(each.path)); }});
     }
-    for (const Kind& each : kinds) {
-        all.push_back({each.name + " kept", [each, operation] { operation(*each.kept); }});
-    }
+    besideKept(all, kinds, operation);
 }
 
 }  // namespace rivals

@@ -61,6 +61,14 @@ void benchReading(const bare::Paths& paths, std::size_t size, GenRegVarVal& regi
 #endif
     measure::row({"variable: look up", lines}, lookers);
 
+    unsigned int rc = 0;
+    GenRegVarVal keeps(paths.registry.c_str(), &rc);
+    measure::keptRow({"variable: look up, kept", lines}, keeps, paths.registry, [&] {
+        GenRegVarValRecord key = record(name.data(), nullptr);
+        GenRegVarValRecord found;
+        bare::require(keeps.Get(VARVAL_MATCH_VARIABLE, &key, &found) == 0);
+    });
+
     const auto listAll = [&] {
         GenRegVarValRecord found;
         bare::require(registry.OpenScan() == 0);
