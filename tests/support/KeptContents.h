@@ -29,7 +29,7 @@ void askUntilKept(Ask once) {
 // the page the writer's; the system looks at it again when it writes the page out.
 class Mapping {
 public:
-    explicit Mapping(const std::string& path) : descriptor_(::open(path.c_str(), O_RDWR | O_CLOEXEC)) {
+    explicit Mapping(const std::string& path) : path_(path), descriptor_(::open(path.c_str(), O_RDWR | O_CLOEXEC)) {
         void* const memory = ::mmap(nullptr, SIZE, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor_, 0);
         if (memory != MAP_FAILED) {
             bytes_ = static_cast<volatile char*>(memory);
@@ -47,20 +47,19 @@ public:
 
     // False where the file's times tell of it.
     bool store(std::size_t offset, char byte) {
-        struct stat before = {};
-        struct stat after = {};
-        if (bytes_ == nullptr || ::fstat(descriptor_, &before) != 0) {
+        if (bytes_ == nullptr) {
             ADD_FAILURE() << "the file is not mapped";
             return false;
         }
+        const auto before = std::filesystem::last_write_time(path_);
         bytes_[offset] = byte;
-        return ::fstat(descriptor_, &after) == 0 && before.st_mtim.tv_sec == after.st_mtim.tv_sec &&
-               before.st_mtim.tv_nsec == after.st_mtim.tv_nsec;
+        return std::filesystem::last_write_time(path_) == before;
     }
 
 private:
     static constexpr std::size_t SIZE = 64;
 
+    std::filesystem::path path_;
     int descriptor_;
     volatile char* bytes_ = nullptr;
 };
