@@ -41,18 +41,6 @@ std::vector<FieldChange> changedFields(const FoundRecord& before, const FoundRec
     return changes;
 }
 
-std::string keyOf(const FoundRecord& found) {
-    const RecordKind& kind = kindOf(found.recordType);
-    std::string key(kind.name);
-    for (const GlobalRegField& field : kind.fields) {
-        if ((kind.keyFields & field.bit) != 0) {
-            key += '\0';
-            key += valueText(found, field).value_or("");
-        }
-    }
-    return key;
-}
-
 void printWhole(Output& output, const FoundRecord& found) {
     const RecordKind& kind = kindOf(found.recordType);
     for (const GlobalRegField& field : kind.fields) {
@@ -118,10 +106,10 @@ std::vector<RecordChange> compareRecords(const std::vector<FoundRecord>& before,
                                          const std::vector<FoundRecord>& after) {
     std::map<std::string, std::vector<const FoundRecord*>> waiting;
     std::for_each(after.rbegin(), after.rend(),
-                  [&](const FoundRecord& found) { waiting[keyOf(found)].push_back(&found); });
+                  [&](const FoundRecord& found) { waiting[keyBytes(found)].push_back(&found); });
     std::vector<RecordChange> changes;
     for (const FoundRecord& old : before) {
-        auto& candidates = waiting[keyOf(old)];
+        auto& candidates = waiting[keyBytes(old)];
         if (candidates.empty()) {
             changes.push_back({&old, nullptr, {}});
             continue;
@@ -133,7 +121,7 @@ std::vector<RecordChange> compareRecords(const std::vector<FoundRecord>& before,
         }
     }
     for (const FoundRecord& found : after) {
-        const auto& candidates = waiting[keyOf(found)];
+        const auto& candidates = waiting[keyBytes(found)];
         if (std::find(candidates.begin(), candidates.end(), &found) != candidates.end()) {
             changes.push_back({nullptr, &found, {}});
         }

@@ -128,6 +128,22 @@ void setNumber(GlobalRegRecord& record, const GlobalRegField& field, Number numb
     std::memcpy(memberOf(record, field), &number, sizeof number);
 }
 
+// The key that a record of the kind has with the values that this one has under the names of its fields.
+std::string keyBytesAs(const RecordKind& kind, const GlobalRegRecord& record) {
+    std::string key(kind.name);
+    for (const GlobalRegField& named : kind.fields) {
+        const bool counts = (kind.keyFields & named.bit) != 0;
+        for (const GlobalRegField& field :
+             counts ? kindOf(record.recordType).fields : std::span<const GlobalRegField>()) {
+            if (std::string_view(field.name) == named.name) {
+                key += '\0';
+                key += valueText(record, field).value_or("");
+            }
+        }
+    }
+    return key;
+}
+
 }  // namespace
 
 const RecordKind* findKind(unsigned int type) {
@@ -281,6 +297,14 @@ std::string keyText(const GlobalRegRecord& record) {
         }
     }
     return text;
+}
+
+std::string keyBytes(const GlobalRegRecord& record) {
+    return keyBytesAs(kindOf(record.recordType), record);
+}
+
+std::string keyBytesOfService(const GlobalRegRecord& instance) {
+    return keyBytesAs(kindOf(GLOBALREG_SERVICE), instance);
 }
 
 bool sameValues(const GlobalRegRecord& a, const GlobalRegRecord& b, unsigned long mask) {

@@ -75,6 +75,11 @@ void putFields(Json& object, const GlobalRegRecord& record, unsigned long mask =
 // "instance RVN 9.7.0.2 inst1", printable.
 [[nodiscard]] std::string keyText(const GlobalRegRecord& record);
 
+// Type and key fields, the same for records of one key and for no others; not for people.
+[[nodiscard]] std::string keyBytes(const GlobalRegRecord& record);
+// Of the service record that an instance belongs to.
+[[nodiscard]] std::string keyBytesOfService(const GlobalRegRecord& instance);
+
 // Whether all fields of the mask have the same value; an absent text is empty, an absent number 0.
 [[nodiscard]] bool sameValues(const GlobalRegRecord& a, const GlobalRegRecord& b, unsigned long mask);
 

@@ -1,6 +1,7 @@
 #include "records/Salvage.h"
 
 #include <fmt/core.h>
+#include <genreg/Checksum.h>
 #include <genreg/Constants.h>
 
 #include <algorithm>
@@ -62,36 +63,60 @@ public:
         }
         return std::min(at, limit);
     }
+    // How many sound records there are, whatever is between them.
+    [[nodiscard]] std::size_t count(bool (*sound)(std::string_view)) const {
+        std::size_t found = 0;
+        GenRegFrame frame{};
+        for (std::size_t at = start(); (at = search(at, end(), sound)) != end() && fits(at, &frame); at = frame.end) {
+            ++found;
+        }
+        return found;
+    }
 
 private:
     std::string_view bytes_;
     const GenRegLayout& layout_;
 };
 
-RegistryContent judge(const Body& body, bool expectGlobal) {
+// Whose records they are; none where nothing says so. Where frames lead to the end of the file, `most` lets a few of
+// them be something else than the others.
+std::optional<RegistryContent> recognised(const Body& body, bool most) {
     bool anyGlobal = false;
-    bool anySaysGlobal = false;
-    bool anyFrame = false;
-    bool allVariables = true;
+    std::size_t frames = 0;
+    std::size_t ofVariables = 0;
     const bool complete = body.follow([&](std::string_view payload) {
-        anyFrame = true;
+        ++frames;
         anyGlobal = anyGlobal || isGlobal(payload);
-        anySaysGlobal = anySaysGlobal || saysGlobal(payload);
-        allVariables = allVariables && isVariable(payload);
+        ofVariables += isVariable(payload) ? 1 : 0;
     });
-    if (anyGlobal || (!complete && body.search(body.start(), body.end(), isGlobal) != body.end())) {
-        return RegistryContent::GLOBAL;
+    if (complete) {
+        const bool variables = frames != 0 && (most ? 2 * ofVariables > frames : ofVariables == frames);
+        return anyGlobal   ? std::optional(RegistryContent::GLOBAL)
+               : variables ? std::optional(RegistryContent::VARIABLES)
+                           : std::nullopt;
     }
-    if ((anyFrame && allVariables) || (!complete && body.search(body.start(), body.end(), isVariable) != body.end())) {
-        return RegistryContent::VARIABLES;
+    // What got into the file may hold a record of the other kind.
+    const std::size_t global = body.count(isGlobal);
+    const std::size_t variables = body.count(isVariable);
+    if (global == 0 && variables == 0) {
+        return std::nullopt;
     }
-    return expectGlobal || anySaysGlobal ? RegistryContent::GLOBAL : RegistryContent::OTHER;
+    return global >= variables ? RegistryContent::GLOBAL : RegistryContent::VARIABLES;
+}
+
+RegistryContent judge(const Body& body, RegistryContent expected) {
+    bool anySaysGlobal = false;
+    (void)body.follow([&](std::string_view payload) { anySaysGlobal = anySaysGlobal || saysGlobal(payload); });
+    return expected == RegistryContent::OTHER && anySaysGlobal ? RegistryContent::GLOBAL : expected;
 }
 
 // What a payload that is not sound has wrong, and where within it.
 std::string payloadDamage(RegistryContent content, std::string_view payload, std::size_t* where) {
     *where = 0;
-    if (content != RegistryContent::GLOBAL) {
+    if (content == RegistryContent::OTHER) {
+        return fmt::format("no record has {}", counted(payload.size(), "byte"));
+    }
+    if (content == RegistryContent::VARIABLES) {
         return payload.size() == sizeof(GenRegBinVarValRecord) ? "name or comment has no end"
                                                                : "this is no variable of 36 bytes";
     }
@@ -120,7 +145,8 @@ std::string payloadDamage(RegistryContent content, std::string_view payload, std
 
 class Dissection {
 public:
-    Dissection(const Body& body, RegistryContent content) : body_(body), content_(content) {}
+    Dissection(const Body& body, RegistryContent content, bool asWritten)
+        : body_(body), content_(content), asWritten_(asWritten) {}
 
     std::vector<RegistryPart> parts() {
         for (std::size_t at = body_.start(); at < body_.end();) {
@@ -131,8 +157,10 @@ public:
 
 private:
     [[nodiscard]] bool sound(std::string_view payload) const {
-        return content_ == RegistryContent::OTHER ||
-               (content_ == RegistryContent::GLOBAL ? isGlobal(payload) : isVariable(payload));
+        if (content_ == RegistryContent::OTHER) {
+            return !asWritten_ || (payload.size() >= REG_MIN_RECORD_SIZE && payload.size() <= REG_MAX_RECORD_SIZE);
+        }
+        return (content_ == RegistryContent::GLOBAL ? isGlobal(payload) : isVariable(payload));
     }
     // The next sound record between the two, or the latter.
     [[nodiscard]] std::size_t search(std::size_t at, std::size_t limit) const {
@@ -185,8 +213,65 @@ private:
 
     const Body& body_;
     RegistryContent content_;
+    bool asWritten_;
     std::vector<RegistryPart> parts_;
 };
+
+// A file in front of whose beginning something got is not laid out as it was.
+GenRegLayout headless(const GenRegLayout& layout, bool otherOrder) {
+    return {(layout.features & REG_FEATURE_BIG_ENDIAN) ^ (otherOrder ? REG_FEATURE_BIG_ENDIAN : 0), 0, nullptr, 0};
+}
+
+// Where the beginning is damaged, the layout that it shows may not be that of the rest: a header that does not fit is
+// none where records stand in its place, and the order of the bytes is the one in which there are records.
+void correctLayout(std::string_view bytes, SalvagedRegistry& registry) {
+    const auto standsInHeader = [&](const GenRegLayout& layout) {
+        const Body body(bytes, layout);
+        return body.search(0, REG_CHECKSUM_HEADER_SIZE, isGlobal) < REG_CHECKSUM_HEADER_SIZE ||
+               body.search(0, REG_CHECKSUM_HEADER_SIZE, isVariable) < REG_CHECKSUM_HEADER_SIZE;
+    };
+    if (!registry.headerFits) {
+        for (const bool otherOrder : {false, true}) {
+            if (const GenRegLayout other = headless(registry.layout, otherOrder); standsInHeader(other)) {
+                registry.layout = other;
+                registry.headerFits = true;
+                return;
+            }
+        }
+    }
+    GenRegLayout other = registry.layout;
+    other.features ^= REG_FEATURE_BIG_ENDIAN;
+    const Body shown(bytes, registry.layout);
+    const bool complete = shown.follow([](std::string_view) {});
+    if (!complete && !recognised(shown, false) && recognised(Body(bytes, other), false)) {
+        registry.layout = other;
+    }
+}
+
+SalvagedRegistry dissected(std::string_view bytes, RegistryContent expected, bool asWritten) {
+    SalvagedRegistry registry;
+    registry.headerFits = genregReadLayout(bytes.data(), bytes.size(), &registry.layout) == 0;
+    correctLayout(bytes, registry);
+    const Body body(bytes, registry.layout);
+    const auto content = recognised(body, asWritten);
+    registry.content = content ? *content : judge(body, expected);
+    registry.parts = Dissection(body, registry.content, asWritten).parts();
+    return registry;
+}
+
+// Whether a checksum header ends them, as writers write it.
+bool endsAsHeader(std::string_view bytes) {
+    if (bytes.size() < REG_CHECKSUM_HEADER_SIZE) {
+        return false;
+    }
+    const std::string_view header = bytes.substr(bytes.size() - REG_CHECKSUM_HEADER_SIZE);
+    const std::string_view text = header.substr(0, header.find('\0'));
+    const std::string_view digits = text.substr(text.starts_with('-') ? 1 : 0);
+    constexpr std::size_t MOST_DIGITS = 10;
+    return !digits.empty() && digits.size() <= MOST_DIGITS &&
+           digits.find_first_not_of("0123456789") == std::string_view::npos &&
+           header.find_first_not_of('\0', text.size()) == std::string_view::npos;
+}
 
 }  // namespace
 
@@ -270,13 +355,38 @@ Failure damageFailure(const std::string& path, const SalvagedRegistry& registry)
     return failure;
 }
 
+std::vector<const RegistryPart*> SalvagedRegistry::sound() const {
+    std::vector<const RegistryPart*> all;
+    for (const RegistryPart& part : parts) {
+        if (part.framed && part.damage.empty()) {
+            all.push_back(&part);
+        }
+    }
+    return all;
+}
+
+std::string SalvagedRegistry::rescued(std::string_view bytes) const {
+    const std::vector<const RegistryPart*> kept = sound();
+    const std::size_t first = kept.empty() ? 0 : kept.front()->offset;
+    const bool stamped = layout.stated != nullptr || endsAsHeader(bytes.substr(0, first));
+    std::string body;
+    for (const RegistryPart* part : kept) {
+        body += bytes.substr(part->offset, part->size);
+    }
+    if (!stamped) {
+        return body;
+    }
+    std::string header = std::to_string(static_cast<int>(sqlzChecksumXOR(body.data(), body.size())));
+    header.resize(REG_CHECKSUM_HEADER_SIZE);
+    return header + body;
+}
+
 SalvagedRegistry takeApart(std::string_view bytes, bool expectGlobal) {
-    SalvagedRegistry registry;
-    registry.headerFits = genregReadLayout(bytes.data(), bytes.size(), &registry.layout) == 0;
-    const Body body(bytes, registry.layout);
-    registry.content = judge(body, expectGlobal);
-    registry.parts = Dissection(body, registry.content).parts();
-    return registry;
+    return dissected(bytes, expectGlobal ? RegistryContent::GLOBAL : RegistryContent::OTHER, false);
+}
+
+SalvagedRegistry salvage(std::string_view bytes, RegistryContent expected) {
+    return dissected(bytes, expected, true);
 }
 
 }  // namespace tool

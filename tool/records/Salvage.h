@@ -54,6 +54,11 @@ struct SalvagedRegistry {
     // In the order of the file: of the header, and of each part.
     [[nodiscard]] std::vector<RegistryDamage> damages() const;
     [[nodiscard]] bool isSound() const { return damages().empty(); }
+    // The parts that are sound records.
+    [[nodiscard]] std::vector<const RegistryPart*> sound() const;
+    // The bytes of a registry of those alone, with a checksum header that fits where there was one. `bytes` are those
+    // that were taken apart.
+    [[nodiscard]] std::string rescued(std::string_view bytes) const;
 };
 
 // A binary registry has a NUL near its beginning, in the length of the first frame or at the end of a checksum header.
@@ -75,5 +80,9 @@ struct SalvagedRegistry {
 // Takes the file apart. Behind damage it goes on at the next sound record. `expectGlobal`: what decides when nothing in
 // the file says whose records they are.
 [[nodiscard]] SalvagedRegistry takeApart(std::string_view bytes, bool expectGlobal);
+// The same, for those who put the registry to rights: a frame of a length that no writer gives it is damage too, where
+// nothing else tells what a record is. `expected`: what decides when nothing in the file says whose records they are.
+// Time and memory grow with the bytes, whatever they are.
+[[nodiscard]] SalvagedRegistry salvage(std::string_view bytes, RegistryContent expected);
 
 }  // namespace tool
