@@ -30,10 +30,10 @@ constexpr tool::CommandGroup GROUPS[] = {
 
 std::vector<tool::Command> allCommands() {
     std::vector<tool::Command> commands;
-    for (const auto list :
-         {tool::statusCommands(), tool::recordCommands(), tool::entryCommands(), tool::diffCommands(),
-          tool::lockCommands(), tool::explainCommands(), tool::pathCommands(), tool::versionCommands(),
-          tool::fixpackCommands(), tool::logCommands(), tool::dumpCommands(), tool::watchCommands()}) {
+    for (const auto list : {tool::statusCommands(), tool::recordCommands(), tool::entryCommands(), tool::diffCommands(),
+                            tool::lockCommands(), tool::explainCommands(), tool::pathCommands(),
+                            tool::versionCommands(), tool::fixpackCommands(), tool::logCommands(), tool::dumpCommands(),
+                            tool::checkCommands(), tool::watchCommands()}) {
         commands.insert(commands.end(), list.begin(), list.end());
     }
     return commands;

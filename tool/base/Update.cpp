@@ -85,23 +85,6 @@ std::string folderToMake(const Context& context, const Change& change) {
     return folder;
 }
 
-// An update gives the name to a new file; what else the old one is called goes on with the old contents.
-void warnOfOtherNames(Context& context, const Change& change) {
-    std::error_code error;
-    const auto names = std::filesystem::hard_link_count(change.path, error);
-    if (error || names < 2) {
-        return;
-    }
-    // The backup of a commit that was interrupted is a name too, which the next one takes away.
-    const std::uintmax_t own = isSameFile(change.path, RegistryFile(change.path).backupPath()) ? 2 : 1;
-    if (names > own) {
-        context.output.note("hard-link", change.path,
-                            fmt::format("the file has {} other name{} (hard links), which a change leaves with the old "
-                                        "contents",
-                                        names - own, names - own == 1 ? "" : "s"));
-    }
-}
-
 // Makes the change, and tells of the folder and the file that are new, and of what a new file lacks.
 bool makeInPlace(Context& context, const Change& change, const std::string& newFolder) {
     const bool created = !judgeFile(change.path, change.doing, false);
@@ -115,8 +98,8 @@ bool makeInPlace(Context& context, const Change& change, const std::string& newF
     }
     tellOfFolder(context.output, newFolder);
     context.output.changed = changed;
-    if (const std::string lost = created ? "" : lostBelongings(before, belongingsOf(change.path)); !lost.empty()) {
-        context.output.note("not-kept", change.path, "the new file could not be given " + lost);
+    if (!created) {
+        tellOfLost(context, change.path, before);
     }
     if (created && changed) {
         context.output.note("created", change.path, "the file is new");
@@ -135,11 +118,34 @@ RegistryFile::RegistryFile(const std::string& path) {
     (void)GetAndSetRealRegistryPaths();
 }
 
+// An update gives the name to a new file; what else the old one is called goes on with the old contents.
+void warnOfOtherNames(Context& context, const std::string& path) {
+    std::error_code error;
+    const auto names = std::filesystem::hard_link_count(path, error);
+    if (error || names < 2) {
+        return;
+    }
+    // The backup of a commit that was interrupted is a name too, which the next one takes away.
+    const std::uintmax_t own = isSameFile(path, RegistryFile(path).backupPath()) ? 2 : 1;
+    if (names > own) {
+        context.output.note("hard-link", path,
+                            fmt::format("the file has {} other name{} (hard links), which a change leaves with the old "
+                                        "contents",
+                                        names - own, names - own == 1 ? "" : "s"));
+    }
+}
+
+void tellOfLost(Context& context, const std::string& path, const Belongings& before) {
+    if (const std::string lost = lostBelongings(before, belongingsOf(path)); !lost.empty()) {
+        context.output.note("not-kept", path, "the new file could not be given " + lost);
+    }
+}
+
 int carryOut(Context& context, const Change& change) {
     std::optional<Difference> difference;
     bool changed = true;
     const std::string newFolder = folderToMake(context, change);
-    warnOfOtherNames(context, change);
+    warnOfOtherNames(context, change.path);
     if (context.options.dryRun || context.options.diff) {
         difference = rehearse(change);
         changed = !difference->empty();

@@ -9,6 +9,7 @@
 
 #include "base/Command.h"
 #include "base/Diff.h"
+#include "system/System.h"
 
 namespace tool {
 
@@ -37,6 +38,11 @@ struct Change {
     std::function<std::vector<Json>(const Difference& difference)> objects = differenceObjects;
     bool makesFolder = false;  // where the file's folder is missing; else --parents must ask for it
 };
+
+// Says which of the file's names go on with the old contents when it is replaced.
+void warnOfOtherNames(Context& context, const std::string& path);
+// Says what the new file at the path lacks of what belonged to the old one.
+void tellOfLost(Context& context, const std::string& path, const Belongings& before);
 
 // Makes the change as the options ask, tells of it, answers the exit status.
 int carryOut(Context& context, const Change& change);

@@ -25,11 +25,12 @@ struct Seen {
     JudgedLine judged;
     bool cut = false;        // "#" stands right behind the value
     bool backslash = false;  // the value ends in one
+    bool hidden = false;     // a NUL byte hides the rest
 };
 
 // As the library hands it to the schema: continuations joined, without the newline, up to a NUL byte.
 std::string textOf(const FileLine& line, bool continued) {
-    std::string text(line.bytes.substr(0, line.bytes.find('\0')));
+    std::string text(line.bytes.substr(0, std::min(line.bytes.find('\0'), std::size_t{REG_LINE_SIZE})));
     for (std::size_t at = 0; continued && (at = text.find("\\\n", at)) != std::string::npos;) {
         text.erase(at, 2);
     }
@@ -38,6 +39,7 @@ std::string textOf(const FileLine& line, bool continued) {
 
 Seen lookAt(const EntrySchema& schema, const FileLine& line) {
     Seen seen{line.number, textOf(line, schema.continued), {}};
+    seen.hidden = line.bytes.find('\0') != std::string_view::npos;
     if (line.bytes.size() >= REG_LINE_SIZE) {
         seen.judged = {Kind::REFUSED, "", fmt::format("it is longer than {} bytes", REG_LINE_SIZE - 2)};
         return seen;
@@ -103,6 +105,20 @@ std::size_t entriesIn(const EntrySchema& schema, const std::string& bytes) {
     return countLines(schema, bytes)[Kind::ENTRY];
 }
 
+// Null where no line is of any but the one left out.
+const EntrySchema* mostLinesAreOf(const std::string& bytes, const EntrySchema* leftOut) {
+    const EntrySchema* best = nullptr;
+    std::size_t most = 0;
+    for (const EntrySchema* schema : {&servicesSchema(), &initTabSchema(), &varValSchema()}) {
+        const std::size_t found = schema != leftOut ? entriesIn(*schema, bytes) : 0;
+        if (found > most) {
+            best = schema;
+            most = found;
+        }
+    }
+    return best;
+}
+
 // Why a file without an entry of the schema has none; empty when it just has none.
 std::string otherKind(const EntrySchema& schema, const std::string& path, const std::string& bytes) {
     if (isBinary(bytes)) {
@@ -110,15 +126,7 @@ std::string otherKind(const EntrySchema& schema, const std::string& path, const 
         return fmt::format("it is no file of lines but a binary one; try genreg {} {}",
                            global ? "status" : "binvar list", shellWord(path));
     }
-    const EntrySchema* best = nullptr;
-    std::size_t most = 0;
-    for (const EntrySchema* other : {&servicesSchema(), &initTabSchema(), &varValSchema()}) {
-        const std::size_t found = other != &schema ? entriesIn(*other, bytes) : 0;
-        if (found > most) {
-            best = other;
-            most = found;
-        }
-    }
+    const EntrySchema* const best = mostLinesAreOf(bytes, &schema);
     return best == nullptr
                ? ""
                : fmt::format("its lines are of another form; try genreg {} list {}", best->group, shellWord(path));
@@ -179,6 +187,36 @@ std::size_t refusedLine(const EntrySchema& schema, const std::string& path, std:
         }
     }
     return 0;
+}
+
+const EntrySchema* formOf(const std::string& path, const std::string& bytes) {
+    const std::string_view name = std::string_view(path).substr(path.rfind('/') + 1);
+    for (const EntrySchema* schema : {&servicesSchema(), &initTabSchema()}) {
+        if (name == schema->group && entriesIn(*schema, bytes) != 0) {
+            return schema;
+        }
+    }
+    return mostLinesAreOf(bytes, nullptr);
+}
+
+std::vector<OddLine> oddLines(const EntrySchema& schema, const std::string& bytes) {
+    std::vector<OddLine> odd;
+    for (const Seen& line : lookAtAll(schema, bytes)) {
+        if (line.hidden) {
+            odd.push_back({line.number, "hidden", "a NUL byte ends it for every reader, and hides what follows"});
+        }
+        if (line.judged.kind == Kind::REFUSED) {
+            odd.push_back({line.number, "other-form",
+                           fmt::format("no {}, and skipped by readers: {}", schema.lineNoun(), line.judged.why)});
+        }
+        if (line.cut) {
+            odd.push_back({line.number, "cut", "\"#\" without a blank before it ends the value"});
+        }
+        if (line.backslash) {
+            odd.push_back({line.number, "backslash", "the value ends in a backslash, which continues no line"});
+        }
+    }
+    return odd;
 }
 
 std::map<JudgedLine::Kind, std::size_t> countLines(const EntrySchema& schema, const std::string& bytes) {

@@ -5,6 +5,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "entries/EntrySchema.h"
 
@@ -18,6 +19,17 @@ void remarkOnName(Context& context, const EntrySchema& schema, const std::string
 
 // The number of the first line that begins with the name and is refused; 0 when there is none.
 [[nodiscard]] std::size_t refusedLine(const EntrySchema& schema, const std::string& path, std::string_view name);
+
+// The schema that most of the lines are of; that of a usual name of a file counts first. Null where they are of none.
+[[nodiscard]] const EntrySchema* formOf(const std::string& path, const std::string& bytes);
+
+struct OddLine {
+    std::size_t number;
+    const char* kind;  // "other-form", "hidden" (behind a NUL byte), "cut", "backslash"
+    std::string why;
+};
+// The lines that are not what they seem, in their order.
+[[nodiscard]] std::vector<OddLine> oddLines(const EntrySchema& schema, const std::string& bytes);
 
 // How many lines of each kind the bytes hold.
 [[nodiscard]] std::map<JudgedLine::Kind, std::size_t> countLines(const EntrySchema& schema, const std::string& bytes);

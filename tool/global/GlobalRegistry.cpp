@@ -5,6 +5,7 @@
 #include <memory>
 #include <new>
 
+#include "base/DiskFiles.h"
 #include "base/Failure.h"
 #include "base/LockPatience.h"
 #include "global/GlobalPath.h"
@@ -71,6 +72,17 @@ std::string globalRegistryPath(const Context& context) {
         throw systemFailure(ENOMEM, path, "use it as the global registry");
     }
     return path;
+}
+
+bool isGlobalRegistry(const Context& context, const std::string& path) {
+    if (context.options.registry) {
+        return false;
+    }
+    try {
+        return isSameFile(path, globalRegistryPath(context));
+    } catch (const Failure&) {
+        return false;  // it cannot be told where the global registry lies, and a file was named
+    }
 }
 
 GlobalRegistry::GlobalRegistry(const Context& context, const std::string& path, bool rehearsal) : path_(path) {

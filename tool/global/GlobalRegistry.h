@@ -15,6 +15,9 @@ namespace tool {
 // The global registry that the options and the surroundings choose, for updates of it. Throws a Failure.
 [[nodiscard]] std::string globalRegistryPath(const Context& context);
 
+// Whether the path leads to the global registry. A file of --registry may be of any kind: it is judged by its bytes.
+[[nodiscard]] bool isGlobalRegistry(const Context& context, const std::string& path);
+
 // The library's engine with slots of its own. Where those of the library take an absent number for 0, and ask a
 // variable for its further text whatever the mask says, here just the fields of the mask count; and records are equal
 // only when the same fields are there.

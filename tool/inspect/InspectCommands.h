@@ -12,5 +12,6 @@ namespace tool {
 [[nodiscard]] std::span<const Command> diffCommands();
 [[nodiscard]] std::span<const Command> explainCommands();
 [[nodiscard]] std::span<const Command> dumpCommands();
+[[nodiscard]] std::span<const Command> checkCommands();
 
 }  // namespace tool

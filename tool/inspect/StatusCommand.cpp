@@ -11,24 +11,13 @@
 #include "entries/Remarks.h"
 #include "global/GlobalPath.h"
 #include "global/GlobalRegistry.h"
+#include "inspect/Companions.h"
 #include "inspect/InspectCommands.h"
 #include "inspect/LockReport.h"
 #include "inspect/RegistryReport.h"
 
 namespace tool {
 namespace {
-
-struct Companion {
-    const char* name;
-    std::string path;
-    std::string meaning;
-};
-
-// A companion may be a link that somebody planted: it counts as there, wherever it leads.
-bool isThere(const std::string& path) {
-    std::error_code error;
-    return std::filesystem::exists(std::filesystem::symlink_status(path, error));
-}
 
 // Size and age, as far as they can be told.
 void addSizeAndAge(Json& object, const std::string& path) {
@@ -42,38 +31,6 @@ void addSizeAndAge(Json& object, const std::string& path) {
 
 std::string ageText(const Json& object) {
     return object["age_seconds"].is_null() ? "?" : duration(object["age_seconds"].get<long long>());
-}
-
-// What a temporary copy that nobody is writing tells. Nothing in it says what cut it short; a disk without room for the
-// next version makes one cause far more likely than the others.
-std::string leftoverText(const RegistryFile& file) {
-    std::error_code error;
-    const auto space = std::filesystem::space(file.temporaryPath(), error);
-    const auto needed = std::filesystem::file_size(file.registryPath(), error);
-    if (!error && space.available < needed) {
-        return fmt::format(
-            "left by an update that most likely ran out of disk space ({} free, {} needed): free some; "
-            "the next update sets it aside as .cor",
-            counted(space.available, "byte"), needed);
-    }
-    return "left by an update that did not end: its writer was interrupted, or the disk was full; the next update sets "
-           "it aside as .cor";
-}
-
-// The companions that are there, and what each of them tells about the past.
-std::vector<Companion> companions(const RegistryFile& file, bool held) {
-    std::vector<Companion> all{
-        {"tmp", file.temporaryPath(),
-         held ? "the next version, being written by the holder of the lock" : leftoverText(file)},
-        {"bkp", file.backupPath(),
-         isSameFile(file.backupPath(), file.registryPath())
-             ? "a second name of this version, left by an interrupted commit; the next commit removes it"
-             : "an older version, left by a commit that failed; the next commit removes it"},
-        {"cor", file.corruptPath(),
-         "an unfinished copy set aside; look what is missing (genreg diff), the next update removes it"},
-        {"lock file", file.lockFilePath(), "what writers lock; it stays"}};
-    std::erase_if(all, [](const Companion& companion) { return !isThere(companion.path); });
-    return all;
 }
 
 Json companionObject(const Companion& companion) {
@@ -164,18 +121,6 @@ Records recordsOf(const std::string& path, const std::string& bytes, bool global
         records.damage = damageFailure(path, registry);
     }
     return records;
-}
-
-// A file of --registry may be of any kind: it is judged by its bytes.
-bool isGlobalRegistry(const Context& context, const std::string& path) {
-    if (context.options.registry) {
-        return false;
-    }
-    try {
-        return isSameFile(path, globalRegistryPath(context));
-    } catch (const Failure&) {
-        return false;  // it cannot be told where the global registry lies, and a file was named
-    }
 }
 
 int status(Context& context, const std::string& given) {

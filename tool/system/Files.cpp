@@ -5,6 +5,7 @@
 #include <grp.h>
 #include <pwd.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -37,6 +38,29 @@ std::optional<uid_t> ownerOf(const std::string& path) {
 
 bool mayMove(const std::string& path) {
     return geteuid() == 0 || ownerOf(path) == geteuid();
+}
+
+std::optional<FilePlace> placeOf(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    struct statvfs system = {};
+    struct stat file = {};
+    struct stat above = {};
+    if (statvfs(path.c_str(), &system) != 0 || stat(path.c_str(), &file) != 0 || stat(folder.c_str(), &above) != 0) {
+        return std::nullopt;
+    }
+    FilePlace place;
+    place.readOnly = (system.f_flag & ST_RDONLY) != 0;
+    place.isMount = file.st_dev != above.st_dev;
+    const auto blocks = geteuid() == 0 ? system.f_bfree : system.f_bavail;
+    place.room = static_cast<unsigned long long>(blocks) * system.f_frsize;
+    place.takesFiles = system.f_files == 0 || system.f_ffree != 0;  // some count no files
+    lookCloser(path, place);
+    return place;
+}
+
+int writeRefused(const std::string& path, bool folder) noexcept {
+    return faccessat(AT_FDCWD, path.c_str(), folder ? W_OK | X_OK : W_OK, AT_EACCESS) == 0 ? 0 : errno;
 }
 
 int setPermissions(std::FILE* stream, mode_t permissions) noexcept {

@@ -60,6 +60,30 @@ struct ForbiddingAttribute {
 };
 [[nodiscard]] std::optional<ForbiddingAttribute> forbiddingAttribute(const std::string& path);
 
+// What the place of a file has to do with its replacement.
+struct FilePlace {
+    bool readOnly = false;      // its file system is
+    bool ofNetwork = false;     // so is it, as far as the system tells
+    bool withoutLinks = false;  // it makes no hard links, as far as its kind tells
+    bool isMount = false;       // the file is mounted there by itself
+    bool takesFiles = true;
+    unsigned long long room = 0;  // bytes that this process may still write there
+};
+// None where nobody can tell.
+[[nodiscard]] std::optional<FilePlace> placeOf(const std::string& path);
+
+// Whether this process may write to the file, or put names into the folder. The system's error.
+[[nodiscard]] int writeRefused(const std::string& path, bool folder) noexcept;
+
+// A step that failed, in words that follow "cannot", and the system's error.
+struct FailedStep {
+    std::string step;
+    int error = 0;
+};
+// Makes the calls of a commit in the folder, with files of its own of so many bytes, and takes those away again. None
+// where all went well. Signals that would end the tool wait meanwhile.
+[[nodiscard]] std::optional<FailedStep> rehearseCommit(const std::string& folder, std::size_t bytes);
+
 // By what is open, as the name may change hands.
 [[nodiscard]] int setPermissions(std::FILE* stream, mode_t permissions) noexcept;
 

@@ -1,10 +1,14 @@
 #include "system/Files.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <sys/xattr.h>
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 
 namespace tool {
 namespace {
@@ -18,6 +22,16 @@ std::string nameFor(const std::string& attribute) {
         return "its security label";
     }
     return attribute.rfind("user.", 0) == 0 ? "the attribute " + attribute : std::string();
+}
+
+// File systems by their numbers; those that linux/magic.h does not know stand here by theirs.
+constexpr unsigned long OF_NETWORK[] = {NFS_SUPER_MAGIC,         SMB_SUPER_MAGIC, CIFS_SUPER_MAGIC, SMB2_SUPER_MAGIC,
+                                        AFS_SUPER_MAGIC,         V9FS_MAGIC,      CEPH_SUPER_MAGIC, CODA_SUPER_MAGIC,
+                                        0x0bd00bd0 /* Lustre */, 0x47504653 /* GPFS */};
+constexpr unsigned long WITHOUT_LINKS[] = {MSDOS_SUPER_MAGIC, EXFAT_SUPER_MAGIC};
+
+bool isOneOf(const auto& all, unsigned long number) {
+    return std::find(std::begin(all), std::end(all), number) != std::end(all);
 }
 
 }  // namespace
@@ -36,6 +50,20 @@ std::map<std::string, std::string> attributesOf(const std::string& path) {
         }
     }
     return attributes;
+}
+
+void lookCloser(const std::string& path, FilePlace& place) {
+    struct statfs system = {};
+    if (statfs(path.c_str(), &system) == 0) {
+        const auto kind = static_cast<unsigned int>(system.f_type);
+        place.ofNetwork = isOneOf(OF_NETWORK, kind);
+        place.withoutLinks = isOneOf(WITHOUT_LINKS, kind);
+    }
+    // A file may be mounted from elsewhere on the same file system.
+    struct statx info = {};
+    const bool told = statx(AT_FDCWD, path.c_str(), 0, STATX_BASIC_STATS, &info) == 0 &&
+                      (info.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) != 0;
+    place.isMount = place.isMount || (told && (info.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0);
 }
 
 std::optional<ForbiddingAttribute> forbiddingAttribute(const std::string& path) {

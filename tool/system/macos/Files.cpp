@@ -1,6 +1,8 @@
 #include "system/Files.h"
 
 #include <sys/acl.h>
+#include <sys/mount.h>
+#include <sys/param.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
@@ -47,6 +49,15 @@ std::map<std::string, std::string> attributesOf(const std::string& path) {
         }
     }
     return attributes;
+}
+
+void lookCloser(const std::string& path, FilePlace& place) {
+    struct statfs system = {};
+    if (statfs(path.c_str(), &system) == 0) {
+        const std::string kind = system.f_fstypename;
+        place.ofNetwork = (system.f_flags & MNT_LOCAL) == 0;
+        place.withoutLinks = kind == "msdos" || kind == "exfat";
+    }
 }
 
 std::optional<ForbiddingAttribute> forbiddingAttribute(const std::string& path) {
