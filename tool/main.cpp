@@ -33,7 +33,7 @@ std::vector<tool::Command> allCommands() {
     for (const auto list : {tool::statusCommands(), tool::recordCommands(), tool::entryCommands(), tool::diffCommands(),
                             tool::lockCommands(), tool::explainCommands(), tool::pathCommands(),
                             tool::versionCommands(), tool::fixpackCommands(), tool::logCommands(), tool::dumpCommands(),
-                            tool::checkCommands(), tool::watchCommands()}) {
+                            tool::checkCommands(), tool::repairCommands(), tool::watchCommands()}) {
         commands.insert(commands.end(), list.begin(), list.end());
     }
     return commands;

@@ -13,5 +13,6 @@ namespace tool {
 [[nodiscard]] std::span<const Command> explainCommands();
 [[nodiscard]] std::span<const Command> dumpCommands();
 [[nodiscard]] std::span<const Command> checkCommands();
+[[nodiscard]] std::span<const Command> repairCommands();
 
 }  // namespace tool

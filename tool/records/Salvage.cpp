@@ -350,7 +350,9 @@ Failure damageFailure(const std::string& path, const SalvagedRegistry& registry)
     failure.path = path;
     failure.message = fmt::format("{}: {}", printable(path), damageText(registry));
     failure.hint = fmt::format(
-        "keep a copy of the file; genreg dump {} shows the damage, genreg diff what a .bkp, .cor or saved one has",
+        "keep a copy of the file; genreg dump {0} shows the damage, genreg diff what a .bkp, .cor or saved one has, "
+        "genreg "
+        "repair -n {0} what can be kept",
         shellWord(path));
     return failure;
 }
