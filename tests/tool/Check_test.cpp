@@ -50,6 +50,12 @@ TEST_F(Check, DamageIsToldWhereItIs) {
     write("f", std::string(100, '\0'));
     EXPECT_EQ(found(7, "f"), "error:damage") << "no writer makes records of no bytes";
     EXPECT_NE(told(0)["hint"].text().find("saved copy"), std::string::npos) << "nothing is left to be repaired";
+    std::string words = std::string(20, '\xee') + "\na = 1\n";
+    for (int i = 0; i < 50; ++i) {
+        words += std::string("\xee\0\n", 3);
+    }
+    write("f", words);
+    EXPECT_EQ(found(7, "f"), "error:damage") << "junk in which a line looks like a pair";
     EXPECT_EQ(names(), "f") << "looking leaves nothing behind";
     // Many of them are told in a screenful.
     std::string many;

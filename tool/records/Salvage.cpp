@@ -217,35 +217,34 @@ private:
     std::vector<RegistryPart> parts_;
 };
 
-// A file in front of whose beginning something got is not laid out as it was.
-GenRegLayout headless(const GenRegLayout& layout, bool otherOrder) {
-    return {(layout.features & REG_FEATURE_BIG_ENDIAN) ^ (otherOrder ? REG_FEATURE_BIG_ENDIAN : 0), 0, nullptr, 0};
+// How many records of one kind there are.
+std::size_t strength(std::string_view bytes, const GenRegLayout& layout) {
+    const Body body(bytes, layout);
+    return std::max(body.count(isGlobal), body.count(isVariable));
 }
 
-// Where the beginning is damaged, the layout that it shows may not be that of the rest: a header that does not fit is
-// none where records stand in its place, and the order of the bytes is the one in which there are records.
+// Where the beginning is damaged, the layout that it shows may not be that of the rest: what looks like a header that
+// does not fit is none where records stand in its place, and the order of the bytes is that in which there are most.
 void correctLayout(std::string_view bytes, SalvagedRegistry& registry) {
-    const auto standsInHeader = [&](const GenRegLayout& layout) {
-        const Body body(bytes, layout);
-        return body.search(0, REG_CHECKSUM_HEADER_SIZE, isGlobal) < REG_CHECKSUM_HEADER_SIZE ||
-               body.search(0, REG_CHECKSUM_HEADER_SIZE, isVariable) < REG_CHECKSUM_HEADER_SIZE;
-    };
-    if (!registry.headerFits) {
+    const GenRegLayout shown = registry.layout;
+    if (registry.headerFits && Body(bytes, shown).follow([](std::string_view) {})) {
+        return;
+    }
+    std::size_t most = strength(bytes, shown);
+    for (const bool headless : {false, true}) {
         for (const bool otherOrder : {false, true}) {
-            if (const GenRegLayout other = headless(registry.layout, otherOrder); standsInHeader(other)) {
-                registry.layout = other;
-                registry.headerFits = true;
-                return;
+            GenRegLayout layout =
+                headless ? GenRegLayout{shown.features & REG_FEATURE_BIG_ENDIAN, 0, nullptr, 0} : shown;
+            layout.features ^= otherOrder ? REG_FEATURE_BIG_ENDIAN : 0;
+            const bool another = otherOrder || (headless && !registry.headerFits);
+            const std::size_t found = another ? strength(bytes, layout) : 0;
+            if (found > most) {
+                most = found;
+                registry.layout = layout;
             }
         }
     }
-    GenRegLayout other = registry.layout;
-    other.features ^= REG_FEATURE_BIG_ENDIAN;
-    const Body shown(bytes, registry.layout);
-    const bool complete = shown.follow([](std::string_view) {});
-    if (!complete && !recognised(shown, false) && recognised(Body(bytes, other), false)) {
-        registry.layout = other;
-    }
+    registry.headerFits = registry.headerFits || registry.layout.stated == nullptr;
 }
 
 SalvagedRegistry dissected(std::string_view bytes, RegistryContent expected, bool asWritten) {
