@@ -54,6 +54,7 @@ TEST_F(Repair, EverySoundRecordIsKept) {
     expectRepaired(field, both, "a field that does not fit");
 
     expectRepaired(stamped(both) + JUNK, stamped(both), "a checksum header");
+    expectRepaired(stamped(both).insert(32, JUNK), stamped(both), "junk behind one");
     expectRepaired(JUNK + stamped(both), stamped(both), "one behind junk");
     expectRepaired(bigEndian(one_) + JUNK + bigEndian(two_), bigEndian(one_) + bigEndian(two_), "big-endian");
     const std::string variable = frame(std::string("limit\0..........\xfe\xff\xff\xffwhy\0............", 36));

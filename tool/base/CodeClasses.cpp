@@ -70,18 +70,20 @@ constexpr CodeClass INVALID{"invalid",
 constexpr CodeClass REFUSED{
     "invalid", EXIT_INVALID,     "Get, Add, Change, Delete", "correct the name or value; the file was not touched",
     true,      FileAfter::UNTOLD};
-constexpr CodeClass DAMAGED{"damaged",
-                            EXIT_DAMAGED,
-                            "every operation that reads the file",
-                            "keep a copy of the file; genreg dump shows the damage, genreg diff what a saved one has",
-                            false,
-                            FileAfter::UNTOLD};
-constexpr CodeClass UNPACKING{"damaged",
-                              EXIT_DAMAGED,
-                              "every operation that reads the file",
-                              "keep a copy of the file; genreg dump shows the damage, genreg diff what a saved one has",
-                              true,
-                              FileAfter::UNTOLD};
+constexpr CodeClass DAMAGED{
+    "damaged",
+    EXIT_DAMAGED,
+    "every operation that reads the file",
+    "genreg check shows the damage, genreg repair -n what can be kept, genreg diff what a saved one has",
+    false,
+    FileAfter::UNTOLD};
+constexpr CodeClass UNPACKING{
+    "damaged",
+    EXIT_DAMAGED,
+    "every operation that reads the file",
+    "genreg check shows the damage, genreg repair -n what can be kept, genreg diff what a saved one has",
+    true,
+    FileAfter::UNTOLD};
 constexpr CodeClass WRITING{"write-failed",
                             EXIT_WRITE_FAILED,
                             "Add, Change, Delete, CloseReg",

@@ -190,8 +190,7 @@ private:
                 systemAdvice(error));
             return false;
         }
-        constexpr mode_t STICKY = 01000;
-        if ((belongingsOf(folder_).permissions & STICKY) != 0 && !mayMove(file_.registryPath()) && !mayMove(folder_)) {
+        if (!folderLetsMove(file_.registryPath())) {
             add(Severity::FAULT, "folder", folder_,
                 "only the owner of a file may replace it in this folder: updates of this user fail",
                 systemAdvice(EPERM));

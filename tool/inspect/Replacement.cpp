@@ -103,8 +103,9 @@ void Replacement::commit(const std::string& bytes, const std::string* seen) {
 void Replacement::link() {
     constexpr int MOST_IN_A_SECOND = 100;
     const std::string first = keptAs_;
-    std::error_code error;
-    for (int i = 2; i <= MOST_IN_A_SECOND; ++i) {
+    std::error_code error = std::make_error_code(std::errc::operation_not_permitted);
+    const bool mayUndo = folderLetsMove(registryPath());  // else the name could not be taken back
+    for (int i = 2; mayUndo && i <= MOST_IN_A_SECOND; ++i) {
         std::filesystem::create_hard_link(registryPath(), keptAs_, error);
         if (error.value() != EEXIST) {
             break;

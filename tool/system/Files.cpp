@@ -13,6 +13,15 @@
 
 namespace tool {
 
+namespace {
+
+std::string folderPart(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
+
+}  // namespace
+
 std::string userName(uid_t user) {
     const passwd* const entry = getpwuid(user);
     return entry != nullptr ? entry->pw_name : std::to_string(user);
@@ -41,8 +50,7 @@ bool mayMove(const std::string& path) {
 }
 
 std::optional<FilePlace> placeOf(const std::string& path) {
-    const std::size_t slash = path.rfind('/');
-    const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    const std::string folder = folderPart(path);
     struct statvfs system = {};
     struct stat file = {};
     struct stat above = {};
@@ -61,6 +69,11 @@ std::optional<FilePlace> placeOf(const std::string& path) {
 
 int writeRefused(const std::string& path, bool folder) noexcept {
     return faccessat(AT_FDCWD, path.c_str(), folder ? W_OK | X_OK : W_OK, AT_EACCESS) == 0 ? 0 : errno;
+}
+
+bool folderLetsMove(const std::string& path) {
+    const std::string folder = folderPart(path);
+    return (belongingsOf(folder).permissions & S_ISVTX) == 0 || mayMove(path) || mayMove(folder);
 }
 
 int setPermissions(std::FILE* stream, mode_t permissions) noexcept {

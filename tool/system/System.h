@@ -52,6 +52,8 @@ struct Belongings {
 [[nodiscard]] std::optional<uid_t> ownerOf(const std::string& path);
 // Whether this process may take it out of a folder where only owners do.
 [[nodiscard]] bool mayMove(const std::string& path);
+// Whether its folder lets this process take it out: in some only owners do.
+[[nodiscard]] bool folderLetsMove(const std::string& path);
 
 // An attribute that forbids a second name for the file, and so its replacement, to everybody.
 struct ForbiddingAttribute {
