@@ -240,7 +240,7 @@ AwkwardPlace readOnlyMount(bool ownMounts) {
 int main(int argc, char** argv) {
     Cases cases("repair_tool", argc, argv);
     const bool ownMounts = prove::DiskImage::mountPrivately();
-    cases.expectAtLeast(300);
+    cases.expectAtLeast(1'500);
     Repairs rig(cases);
     rig.controls();
     const bool nobodyRuns = ::geteuid() != 0 || prove::runTool(BUILT_TOOL, {"--help"}, prove::becomeNobody).status == 0;
