@@ -45,7 +45,8 @@ bool identifyKey(unsigned long matchType, const void* key, unsigned int* identit
     return (matchType & BINVARVAL_MATCH_VARIABLE) != 0;
 }
 
-constexpr genreg::FrameWays RECORD_WAYS = {false, passRecords, nullptr, nullptr, identifyFrame, identifyKey};
+constexpr genreg::FrameWays RECORD_WAYS = {
+    false, passRecords, nullptr, nullptr, identifyFrame, identifyKey, GenRegBinVarVal::GetRecordSize};
 
 }  // namespace
 

@@ -2,6 +2,8 @@
 // schema's functions as those, and off while the library is traced.
 #pragma once
 
+#include <genreg/GenRegFile.h>
+
 #include <cstddef>
 
 namespace genreg {
@@ -27,6 +29,8 @@ struct FrameWays {
     // another identity. Both may be null.
     bool (*identifyFrame)(const char* payload, std::size_t length, unsigned int* identity);
     bool (*identifyKey)(unsigned long mask, const void* key, unsigned int* identity);
+    // Of records as they lie in memory: each is as long as the largest. May be null.
+    GenRegGetRecordSize recordSize;
 };
 
 }  // namespace genreg

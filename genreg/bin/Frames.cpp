@@ -151,7 +151,7 @@ bool BinFrames::identify(unsigned long mask, const void* key, unsigned int* iden
            engine_.ways_->identifyKey(mask, key, identity);
 }
 
-Place BinFrames::nextPlace(Input& input, unsigned int* identity) const noexcept {
+Place BinFrames::nextPlace(Input& input, unsigned int* identity, bool carried) const noexcept {
     Frame frame = {};
     if (!peek(input, &frame)) {
         const std::size_t rest = input.size() - input.offset();
@@ -159,7 +159,9 @@ Place BinFrames::nextPlace(Input& input, unsigned int* identity) const noexcept 
         return rest == 0 ? Place::End : Place::Doubtful;
     }
     input.consume(FRAME_LENGTH_SIZE + frame.length);
-    return engine_.ways_->identifyFrame(frame.payload, frame.length, identity) ? Place::Known : Place::Doubtful;
+    const bool known =
+        engine_.ways_->identifyFrame(frame.payload, frame.length, identity) && (!carried || isCarriedAlike(frame));
+    return known ? Place::Known : Place::Doubtful;
 }
 
 unsigned int BinFrames::checkImage(const Frame& frame) noexcept {
@@ -295,14 +297,20 @@ unsigned int BinFrames::write(void* record, unsigned long room, unsigned int wri
     return writeBytes(record, size, inPlace) ? 0 : trace_.fail(560, writeFailed, ossErrorMapSystem(errno));
 }
 
-unsigned int BinFrames::carry(const Frame& frame, RecordBuffer& record, bool unpacked) noexcept {
-    const bool packed = has(REG_FEATURE_PACKED);
+bool BinFrames::isCarriedAlike(const Frame& frame) const noexcept {
+    if (!has(REG_FEATURE_PACKED)) {
+        return usesWays() && frame.length == maxRecordSize() && engine_.getRecordSize == engine_.ways_->recordSize;
+    }
     const bool lengthFits = frame.length >= REG_MIN_RECORD_SIZE && frame.length <= REG_MAX_RECORD_SIZE;
     const bool slots =
         engine_.packRecord != nullptr && engine_.unpackRecord != nullptr && engine_.getPackedRecordSize != nullptr;
-    const bool alike = lengthFits && slots && unpacksChecked() && packsChecked() && !isTraced() &&
-                       engine_.packsAlike != nullptr && engine_.packsAlike(frame.payload, frame.length);
-    if (!alike) {
+    return lengthFits && slots && unpacksChecked() && packsChecked() && !isTraced() && engine_.packsAlike != nullptr &&
+           engine_.packsAlike(frame.payload, frame.length);
+}
+
+unsigned int BinFrames::carry(const Frame& frame, RecordBuffer& record, bool unpacked) noexcept {
+    const bool packed = has(REG_FEATURE_PACKED);
+    if (!packed || !isCarriedAlike(frame)) {
         if (!unpacked) {
             if (const unsigned int rc = unpack(frame, record)) {
                 return rc;

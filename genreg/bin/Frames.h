@@ -39,7 +39,8 @@ public:
     // Whether the key has an identity that speaks for the slots.
     [[nodiscard]] bool identify(unsigned long mask, const void* key, unsigned int* identity) const noexcept;
     // Goes past a frame without a word, all that is left where it is not whole, and tells its identity.
-    [[nodiscard]] Place nextPlace(Input& input, unsigned int* identity) const noexcept;
+    // carried: a frame that would be carried otherwise than it stands is doubtful.
+    [[nodiscard]] Place nextPlace(Input& input, unsigned int* identity, bool carried) const noexcept;
 
     // How many bytes at hand are whole frames that surely do not match the key and are carried as they stand; such that
     // are the same in both inputs and pass the check.
@@ -72,6 +73,8 @@ public:
     // reach beyond the room is refused. In place: in one write to the registry file. Any failure is the code for a
     // failed write.
     [[nodiscard]] unsigned int write(void* record, unsigned long room, unsigned int writeFailed, bool inPlace) noexcept;
+    // Whether the bytes of the checked frame are what unpacking and packing it would write.
+    [[nodiscard]] bool isCarriedAlike(const Frame& frame) const noexcept;
     // Writes the checked frame's record again: as bytes where that is what unpacking and packing would write. The
     // buffer is for the other case; unpacked tells that it holds the frame's record already.
     [[nodiscard]] unsigned int carry(const Frame& frame, RecordBuffer& record, bool unpacked) noexcept;
@@ -80,7 +83,6 @@ public:
     [[nodiscard]] unsigned long maxRecordSize() const noexcept;
     [[nodiscard]] std::FILE* registry() const noexcept { return engine_.regFp; }
     [[nodiscard]] Output& copy() const noexcept { return FileInternals::of(engine_).output(); }
-    [[nodiscard]] const char* registryPath() const noexcept { return engine_.regPath; }
 
     // The bytes that a frame of this (packed) record holds: REG_NO_GET_PACKED_RECORD_SIZE, REG_NO_GET_RECORD_SIZE.
     [[nodiscard]] unsigned int payloadSize(void* record, unsigned long* size) noexcept;

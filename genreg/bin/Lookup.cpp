@@ -60,11 +60,11 @@ public:
 
     unsigned int notFreed(unsigned int platformCode) noexcept override;
 
-    bool identityOf(const Search& search, unsigned int* identity) noexcept override {
-        return !search.any && frames_.identify(search.mask, search.key, identity);
+    bool identityOf(unsigned long mask, const void* key, unsigned int* identity) noexcept override {
+        return frames_.identify(mask, key, identity);
     }
     Place nextPlace(Input& input, unsigned int* identity) noexcept override {
-        return frames_.nextPlace(input, identity);
+        return frames_.nextPlace(input, identity, false);
     }
 
 private:

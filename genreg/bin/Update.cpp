@@ -1,6 +1,5 @@
 // Adding, changing and deleting records.
 #include <osse/Errors.h>
-#include <osse/Files.h>
 
 #include <cerrno>
 #include <cstring>
@@ -17,6 +16,7 @@ using genreg::Function;
 using genreg::FunctionTrace;
 using genreg::Input;
 using genreg::OperationTrace;
+using genreg::Place;
 using genreg::RecordBuffer;
 using genreg::UpdateCall;
 using genreg::UpdatePlan;
@@ -33,6 +33,14 @@ public:
         return engine_.Verify(call_.operation, call_.mask, call_.record, call_.key);
     }
     unsigned int release() noexcept override { return packed_.release(); }
+
+    bool identityOf(unsigned long mask, const void* key, unsigned int* identity) noexcept override {
+        return frames_.identify(mask, key, identity);
+    }
+    Place nextPlace(Input& input, unsigned int* identity) noexcept override {
+        return frames_.nextPlace(input, identity, true);
+    }
+    bool isOpenEnded(const genreg::Contents::Part& /*last*/) const noexcept override { return false; }
 
 protected:
     ~BinUpdate() = default;
@@ -105,8 +113,8 @@ public:
     using BinUpdate::BinUpdate;
 
     unsigned int copy() noexcept override {
-        OSSFileInfo info = {};
-        if (const unsigned int rc = ossFileGetInfoV9(frames_.registryPath(), &info)) {
+        unsigned long size = 0;
+        if (const unsigned int rc = FileInternals::of(engine_).sizeOfRegistry(&size)) {
             return trace_.fail(90, REG_FILE_SIZE_FAILED, rc);
         }
         if (frames_.has(REG_FEATURE_DEFERRED_COMMIT)) {
@@ -116,7 +124,7 @@ public:
             }
         }
         const bool inPlace = FileInternals::of(engine_).addsInPlace();
-        if (info.size > 0 && !inPlace) {
+        if (size > 0 && !inPlace) {
             if (const unsigned int rc = walk(call_.record, !duplicatesAllowed())) {
                 return rc;
             }

@@ -14,8 +14,8 @@ void noteCause(const GenRegCause& cause) noexcept {
     }
 }
 
-OutermostCall::OutermostCall() noexcept : depth_(t_depth) {
-    if (depth_++ == 0) {
+OutermostCall::OutermostCall(Cause before) noexcept : depth_(t_depth) {
+    if (depth_++ == 0 && before == Cause::Forgotten) {
         t_cause = {};
     }
 }

@@ -8,10 +8,12 @@ namespace genreg {
 // A failure; the first one since the outermost call began is its cause.
 void noteCause(const GenRegCause& cause) noexcept;
 
-// Around every operation that a client calls: the outermost one on a thread forgets the cause of the last failure.
+// Around every operation that a client calls: the outermost one on a thread forgets the cause of the last failure, but
+// for one that goes on from there.
+enum class Cause { Forgotten, Kept };
 class OutermostCall {
 public:
-    OutermostCall() noexcept;
+    explicit OutermostCall(Cause before = Cause::Forgotten) noexcept;
     ~OutermostCall() noexcept { --depth_; }
     OutermostCall(const OutermostCall&) = delete;
     OutermostCall& operator=(const OutermostCall&) = delete;

@@ -220,9 +220,9 @@ unsigned int FileInternals::registryNotClosed(unsigned int platformCode) noexcep
     return trace.fail(40, REG_CLOSE_FILE_FAILED, platformCode);
 }
 
-unsigned int FileInternals::closeLooked(const posix::ReadFile& file) noexcept {
+unsigned int FileInternals::closeLooked(const posix::ReadFile& file, bool unlocks) noexcept {
     const bool parents = file.generation != posix::forkGeneration();
-    const unsigned int rc = posix::closeLocked(file);
+    const unsigned int rc = unlocks ? posix::closeUnlocked(file) : posix::closeLocked(file);
     if (parents) {
         return refuseParentsFile();
     }

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include "genreg/core/Batch.h"
 #include "genreg/core/FileInternals.h"
 #include "genreg/core/FunctionTrace.h"
 #include "genreg/core/KeptContents.h"
@@ -37,6 +38,7 @@ GenRegFile::~GenRegFile() noexcept {
         trace.ignore(30, REG_CLOSE_TMP_FAILED, ossErrorMapSystem(errno));
     }
     delete inside.kept_;
+    delete inside.batch_;
     inside.~FileInternals();
     state = REG_STATE_INITIAL;
 }

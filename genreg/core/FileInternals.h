@@ -12,6 +12,7 @@
 
 namespace genreg {
 
+class Batch;
 class KeptContents;
 
 class FileInternals {
@@ -36,8 +37,8 @@ public:
     // Opens the registry file for a look-up, which nobody else sees: what OpenReg(REG_OP_READ) does, without a stream.
     // False, and nothing is open, when that would do more than open and lock it, or may fail.
     [[nodiscard]] bool openToLook(posix::ReadFile* file, posix::FileStatus* status = nullptr) const noexcept;
-    // Ends it; answers, logs and notes what CloseReg does.
-    [[nodiscard]] static unsigned int closeLooked(const posix::ReadFile& file) noexcept;
+    // Ends it; answers, logs and notes what CloseReg does. unlocks: the lock goes first, by itself.
+    [[nodiscard]] static unsigned int closeLooked(const posix::ReadFile& file, bool unlocks) noexcept;
 
     // The steps of an update (UpdateFiles.cpp). Where nobody sees more of it than its result, both files stay open from
     // the copy to the end, without streams; elsewhere each step is what OpenReg and CloseReg do. The files are the
@@ -49,6 +50,8 @@ public:
     [[nodiscard]] bool hasCopy() const noexcept { return file_.tmpFp != nullptr || files_->copy.descriptor != -1; }
     // What refuses the update may be a change whose name is not on the medium yet; then settle() sees to it.
     void doubtNames() noexcept;
+    // The same at once, of what was read of the registry file of the descriptor.
+    void settleNames(int descriptor) noexcept;
     [[nodiscard]] unsigned int closeCopied(unsigned long op, CopyFate fate) noexcept;
     // For the verification, with or without an update around it. What OpenReg answers; *unread is the platform's code
     // when that is 0 and nobody can tell how long the copy is.
@@ -62,11 +65,19 @@ public:
     // What Get may answer from, if it is current; null while nothing is kept, and where a look-up has to read.
     [[nodiscard]] KeptContents* keptContents() const noexcept;
 
+    // The batch that is open: updates and look-ups are made in it; null: there is none.
+    [[nodiscard]] Batch* batch() const noexcept { return batch_; }
+    // The files of an update in it, which are in memory, from its first step to its last; null ends it.
+    void useInBatch(UpdateFiles* files) noexcept { files_ = files; }
+    // How long the registry is, in bytes; the platform's code.
+    [[nodiscard]] unsigned int sizeOfRegistry(unsigned long* size) const noexcept;
+
     // Points a read-ahead at the first record of the open registry file.
     void readRegistry(Input& input) const noexcept;
-    // Whether an add appends to the registry file itself: duplicates need no look at what is there, and nothing is
-    // verified.
-    [[nodiscard]] bool addsInPlace() const noexcept;
+    // Whether an add looks at nothing that is there: duplicates do not matter, and nothing is verified. It appends to
+    // the registry file itself, but for in a batch.
+    [[nodiscard]] bool addsBlindly() const noexcept;
+    [[nodiscard]] bool addsInPlace() const noexcept { return addsBlindly() && batch_ == nullptr; }
 
     // What a forked child finds in use, and which is its parent's.
     [[nodiscard]] bool holdsParentsLock() const noexcept;
@@ -131,6 +142,7 @@ private:
     GenRegLockNotice lockNotice_ = nullptr;
     void* lockNoticeContext_ = nullptr;
     KeptContents* kept_ = nullptr;  // null: nothing is to be kept
+    Batch* batch_ = nullptr;
 };
 
 }  // namespace genreg

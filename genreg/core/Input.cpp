@@ -32,9 +32,20 @@ void Input::restart(int descriptor, unsigned long offset, unsigned long size) no
     seek(offset);
 }
 
+void Input::restart(const char* bytes, unsigned long size) noexcept {
+    restart(-1, 0, size);
+    adopt(nullptr, 0);
+    buffer_ = const_cast<char*>(bytes);
+    capacity_ = end_ = size;
+    owned_ = false;
+}
+
 void Input::adopt(char* room, std::size_t size) noexcept {
-    std::free(buffer_);
+    if (owned_) {
+        std::free(buffer_);
+    }
     buffer_ = room;
+    owned_ = true;
     capacity_ = size;
     begin_ = end_ = 0;
 }

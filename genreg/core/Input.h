@@ -25,8 +25,9 @@ public:
     ~Input() noexcept;
     Input(const Input&) = delete;
     Input& operator=(const Input&) = delete;
-    // Starts over on another file; what was read is forgotten.
+    // Starts over on another file, or on bytes in memory; what was read is forgotten.
     void restart(int descriptor, unsigned long offset, unsigned long size) noexcept;
+    void restart(const char* bytes, unsigned long size) noexcept;
 
     // Reads into this room from now on, which came from malloc, and is the input's.
     void adopt(char* room, std::size_t size) noexcept;

@@ -2,8 +2,10 @@
 #include <osse/Errors.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 
+#include "genreg/core/Batch.h"
 #include "genreg/core/KeptContents.h"
 #include "genreg/core/Transaction.h"
 
@@ -13,7 +15,10 @@ namespace genreg {
 class Transaction::Reading {
 public:
     explicit Reading(Transaction& transaction) noexcept
-        : file_(transaction.file_), inside_(transaction.inside_), trace_(transaction.trace_) {}
+        : transaction_(transaction),
+          file_(transaction.file_),
+          inside_(transaction.inside_),
+          trace_(transaction.trace_) {}
     ~Reading() noexcept { (void)close(); }
     Reading(const Reading&) = delete;
     Reading& operator=(const Reading&) = delete;
@@ -26,9 +31,10 @@ public:
         return looked_.descriptor != -1 ? looked_.descriptor : posix::descriptorOf(file_.regFp);
     }
     // REG_CLOSE_FAILED.
-    [[nodiscard]] unsigned int close() noexcept;
+    [[nodiscard]] unsigned int close(bool unlocks = false) noexcept;
 
 private:
+    Transaction& transaction_;
     GenRegFile& file_;
     FileInternals& inside_;
     FunctionTrace& trace_;
@@ -63,21 +69,21 @@ unsigned int Transaction::Reading::open(bool passMissing) noexcept {
     }
     if (const unsigned int rc = file_.OpenReg(REG_OP_READ)) {
         (void)file_.CloseReg(REG_OP_READ);
-        return rc == REG_MISSING && passMissing ? trace_.failMildly(80, rc) : trace_.fail(85, REG_OPEN_FAILED, rc);
+        return transaction_.unopened(rc, passMissing);
     }
     inside_.readRegistry(own_);
     open_ = true;
     return 0;
 }
 
-unsigned int Transaction::Reading::close() noexcept {
+unsigned int Transaction::Reading::close(bool unlocks) noexcept {
     if (!open_) {
         return 0;
     }
     open_ = false;
     if (!inScan_) {
         const bool looked = looked_.descriptor != -1;
-        const unsigned int rc = looked ? FileInternals::closeLooked(looked_) : file_.CloseReg(REG_OP_READ);
+        const unsigned int rc = looked ? FileInternals::closeLooked(looked_, unlocks) : file_.CloseReg(REG_OP_READ);
         return rc == 0 ? 0 : trace_.fail(200, REG_CLOSE_FAILED, rc);
     }
     const unsigned int rc = file_.setRegFilePosition(&scanPosition_);
@@ -105,13 +111,21 @@ unsigned int handOut(FunctionTrace& trace, const Search& search, const void* rec
 }
 
 // Found by the very steps that read a file.
-unsigned int Transaction::findKept(KeptContents& kept, const Search& search, LookupSteps& steps, RecordBuffer& work,
-                                   unsigned long size) noexcept {
-    KeptContents::Candidates candidates(kept, steps, search, file_.features);
-    for (KeptContents::Part part = {}; candidates.next(&part);) {
+template <class Memory>
+unsigned int Transaction::findIn(Memory& memory, const Search& search, LookupSteps& steps, RecordBuffer& known,
+                                 RecordBuffer& work, unsigned long size) noexcept {
+    unsigned int identity = 0;
+    const bool indexed =
+        !search.any && steps.identityOf(search.mask, search.key, &identity) && memory.index(steps, file_.features);
+    if (!indexed && !memory.pack()) {
+        return trace_.fail(65, REG_NO_RECORD_BUFFER);
+    }
+    const Contents& contents = memory.contents();
+    auto candidates = indexed ? Contents::Candidates(contents, identity) : Contents::Candidates(contents);
+    for (Contents::Part part = {}; candidates.next(&part);) {
         Input input{part.bytes, part.length};
         if (part.known) {
-            if (steps.takeKnown(input, search, kept.work(), size)) {
+            if (steps.takeKnown(input, search, known, size)) {
                 return 0;
             }
             if (input.offset() == input.size()) {
@@ -138,9 +152,18 @@ unsigned int Transaction::get(const Search& search, LookupSteps& steps, bool pas
         return rc;
     }
     Reading reading{*this};
+    Batch* const batch = inside_.batch();
     KeptContents* const kept = inside_.keptContents();
-    const bool inMemory = kept != nullptr && kept->isCurrent(file_.regPath);
-    if (!inMemory) {
+    unsigned int found = 0;
+    if (batch != nullptr) {
+        if (const unsigned int rc = batch->missing() ? unopened(REG_MISSING, passMissing) : 0) {
+            return rc;
+        }
+        RecordBuffer known{tag_};
+        found = findIn(*batch, search, steps, known, work, size);
+    } else if (kept != nullptr && kept->isCurrent(file_.regPath)) {
+        found = findIn(*kept, search, steps, kept->work(), work, size);
+    } else {
         if (const unsigned int rc = hold(work, size)) {
             return rc;
         }
@@ -150,9 +173,8 @@ unsigned int Transaction::get(const Search& search, LookupSteps& steps, bool pas
         if (kept != nullptr) {
             kept->take(reading.descriptor(), file_.regPath);
         }
+        found = steps.takeOrFind(reading.input(), search, work, size);
     }
-    const unsigned int found =
-        inMemory ? findKept(*kept, search, steps, work, size) : steps.takeOrFind(reading.input(), search, work, size);
     if (clearsResult(found)) {
         std::memset(search.result, 0, size);
     }
@@ -163,6 +185,44 @@ unsigned int Transaction::get(const Search& search, LookupSteps& steps, bool pas
         result.note(steps.notFreed(rc));
     }
     return trace_.exit(result.code());
+}
+
+// What a look-up answers that has no file.
+unsigned int Transaction::unopened(unsigned int rc, bool passMissing) noexcept {
+    return rc == REG_MISSING && passMissing ? trace_.failMildly(80, rc) : trace_.fail(85, REG_OPEN_FAILED, rc);
+}
+
+unsigned int Transaction::readWhole(char** bytes, unsigned long* size, bool* missing) noexcept {
+    Reading reading{*this};
+    *missing = false;
+    if (const unsigned int rc = reading.open(true)) {
+        *missing = rc == REG_MISSING;
+        return *missing ? 0 : rc;
+    }
+    Input& input = reading.input();
+    const unsigned long expected = input.size() - input.offset();
+    unsigned long read = 0;
+    *bytes = expected <= Contents::LARGEST ? static_cast<char*>(std::malloc(expected + 1)) : nullptr;
+    if (*bytes == nullptr) {
+        return trace_.fail(95, REG_NO_MEMORY);
+    }
+    while (read < expected && input.fill(1) != 0) {
+        const std::size_t ready = input.ready();
+        std::memcpy(*bytes + read, input.data(), ready);
+        input.consume(ready);
+        read += ready;
+    }
+    *size = read;
+    // What the batch is answered rests on what was read.
+    inside_.settleNames(reading.descriptor());
+    FirstError result;
+    result.note(input.error() == 0 ? 0 : trace_.fail(115, REG_READ_FAILED, input.error()));
+    result.note(reading.close(true));
+    if (!result.none()) {
+        std::free(*bytes);
+        *bytes = nullptr;
+    }
+    return result.code();
 }
 
 // REG_SCAN_NOT_OPEN; REG_READ_FAILED in a forked child, whose scan is its parent's.

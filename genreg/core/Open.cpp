@@ -106,9 +106,9 @@ unsigned int FileInternals::openRegistryFile(unsigned long op) noexcept {
     return rc == 0 ? 0 : trace.fail(80, REG_OPEN_FILE_FAILED, rc);
 }
 
-bool FileInternals::addsInPlace() const noexcept {
-    return (file_.features & (REG_FEATURE_ALLOW_DUPLICATES | REG_FEATURE_DEFERRED_COMMIT)) ==
-           REG_FEATURE_ALLOW_DUPLICATES;
+bool FileInternals::addsBlindly() const noexcept {
+    constexpr unsigned long JUDGED = REG_FEATURE_ALLOW_DUPLICATES | REG_FEATURE_DEFERRED_COMMIT;
+    return (file_.features & JUDGED) == REG_FEATURE_ALLOW_DUPLICATES;
 }
 
 // The feature means nothing to text.

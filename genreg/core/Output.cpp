@@ -17,6 +17,11 @@ void Output::open(int descriptor, std::size_t room) noexcept {
     generation_ = posix::forkGeneration();
 }
 
+void Output::openInMemory() noexcept {
+    close();
+    inMemory_ = true;
+}
+
 bool Output::send(const void* bytes, std::size_t size) noexcept {
     if (error_ == 0) {
         const bool mine = generation_ == posix::forkGeneration();
@@ -26,7 +31,25 @@ bool Output::send(const void* bytes, std::size_t size) noexcept {
     return error_ == 0;
 }
 
+// Room for so many bytes more. False with errno.
+bool Output::grow(std::size_t size) noexcept {
+    constexpr std::size_t LEAST = 256;
+    const std::size_t wanted = LEAST + 2 * (gathered_ + size);
+    auto* const room = error_ == 0 ? static_cast<char*>(std::realloc(room_, wanted)) : nullptr;
+    if (room == nullptr) {
+        errno = error_ = ENOMEM;
+        return false;
+    }
+    room_ = room;
+    capacity_ = wanted;
+    return true;
+}
+
 bool Output::flush() noexcept {
+    if (inMemory_) {
+        errno = error_;
+        return error_ == 0;
+    }
     const std::size_t size = gathered_;
     gathered_ = 0;
     return size == 0 || send(room_, size);
@@ -34,7 +57,7 @@ bool Output::flush() noexcept {
 
 bool Output::write(const void* bytes, std::size_t size) noexcept {
     if (size >= capacity_ - gathered_) {
-        if (!flush()) {
+        if (inMemory_ ? !grow(size) : !flush()) {
             return false;
         }
         if (size >= capacity_) {
@@ -59,6 +82,7 @@ void Output::close() noexcept {
     capacity_ = gathered_ = 0;
     descriptor_ = -1;
     error_ = 0;
+    inMemory_ = false;
 }
 
 }  // namespace genreg

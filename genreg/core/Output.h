@@ -17,6 +17,11 @@ public:
 
     // room: how much is gathered, in bytes. Without memory for it everything goes out at once.
     void open(int descriptor, std::size_t room) noexcept;
+    // Gathers all of it, and writes nothing out.
+    void openInMemory() noexcept;
+    // What is gathered.
+    [[nodiscard]] const char* data() const noexcept { return room_; }
+    [[nodiscard]] std::size_t size() const noexcept { return gathered_; }
     // False with errno, and at every call from then on.
     [[nodiscard]] bool write(const void* bytes, std::size_t size) noexcept;
     [[nodiscard]] bool flush() noexcept;
@@ -27,6 +32,7 @@ public:
 
 private:
     [[nodiscard]] bool send(const void* bytes, std::size_t size) noexcept;
+    [[nodiscard]] bool grow(std::size_t size) noexcept;
 
     char* room_ = nullptr;
     std::size_t capacity_ = 0;
@@ -34,6 +40,7 @@ private:
     int descriptor_ = -1;
     unsigned int generation_ = 0;
     int error_ = 0;
+    bool inMemory_ = false;
 };
 
 }  // namespace genreg

@@ -46,10 +46,13 @@ unsigned int Transaction::hold(RecordBuffer& buffer, unsigned long size) noexcep
 
 unsigned int Transaction::update(const UpdateCall& call, const UpdatePlan& plan, UpdateSteps& steps,
                                  RecordBuffer& buffer) noexcept {
+    if (inside_.batch() != nullptr) {
+        return updateInBatch(call, steps, buffer);
+    }
     const bool add = call.operation == REG_OP_ADD;
     const bool deferred = (file_.features & REG_FEATURE_DEFERRED_COMMIT) != 0;
     const unsigned long lock = REG_LOCK_EXCLUSIVE | REG_LOCK_WAIT | (add ? REG_LOCK_CREATE_DIR : 0);
-    if (const unsigned int rc = file_.Lock(lock, 10)) {
+    if (const unsigned int rc = plan.isCommit ? 0 : file_.Lock(lock, 10)) {
         return trace_.fail(70, REG_LOCK_FAILED, rc);
     }
     FirstError result;
@@ -57,7 +60,7 @@ unsigned int Transaction::update(const UpdateCall& call, const UpdatePlan& plan,
     unsigned long closeMode = call.operation;
     if (const unsigned int rc = inside_.openToCopy(call.operation, files)) {
         closeMode = REG_OP_READ;
-        result.note(trace_.fail(80, REG_OPEN_FAILED, rc));
+        result.note(notOpened(rc));
     }
     const bool copied = inside_.hasCopy();
     if (result.none()) {
@@ -73,14 +76,10 @@ unsigned int Transaction::update(const UpdateCall& call, const UpdatePlan& plan,
     const bool discards = deferred && plan.discards && abandoned && copied;
     const CopyFate fate = verifies ? CopyFate::Compared : discards ? CopyFate::Removed : CopyFate::Left;
     if (const unsigned int rc = inside_.closeCopied(closeMode, fate)) {
-        result.note(trace_.fail(200, REG_CLOSE_FAILED, rc));
+        result.note(notClosed(rc));
     }
     if (verifies && result.none()) {
-        if (const unsigned int rc = steps.prepareVerify()) {
-            result.note(rc);
-        } else if (const unsigned int failed = steps.verify()) {
-            result.note(trace_.fail(210, REG_VERIFY_FAILED, failed));
-        }
+        result.note(verifyCopy(steps));
     }
     if (discards && !inside_.copyIsParents()) {
         if (const unsigned int rc = ossFileDelete(file_.tmpPath)) {
@@ -91,16 +90,56 @@ unsigned int Transaction::update(const UpdateCall& call, const UpdatePlan& plan,
         result.note(trace_.fail(230, REG_UNLOCK_FAILED, rc));
     }
     inside_.settle();
+    result.note(releaseAll(steps, buffer));
+    if (result.none() && !plan.isCommit) {
+        result.note(announce(call, plan.logs));
+    }
+    return trace_.exit(result.code());
+}
+
+unsigned int Transaction::notOpened(unsigned int rc) noexcept {
+    return trace_.fail(80, REG_OPEN_FAILED, rc);
+}
+
+unsigned int Transaction::notClosed(unsigned int rc) noexcept {
+    return trace_.fail(200, REG_CLOSE_FAILED, rc);
+}
+
+unsigned int Transaction::verifyCopy(UpdateSteps& steps) noexcept {
+    if (const unsigned int rc = steps.prepareVerify()) {
+        return rc;
+    }
+    const unsigned int rc = steps.verify();
+    return rc == 0 ? 0 : trace_.fail(210, REG_VERIFY_FAILED, rc);
+}
+
+unsigned int Transaction::releaseAll(UpdateSteps& steps, RecordBuffer& buffer) noexcept {
+    FirstError result;
     if (const unsigned int rc = steps.release()) {
         result.note(trace_.fail(235, REG_FREE_RECORD_FAILED, rc));
     }
     if (const unsigned int rc = buffer.release()) {
         result.note(trace_.fail(240, REG_FREE_RECORD_FAILED, rc));
     }
-    if (result.none()) {
-        result.note(announce(call, plan.logs));
+    return result.code();
+}
+
+bool Transaction::logsChanges() const noexcept {
+    return (file_.features & REG_FEATURE_CHANGE_LOG) != 0 && file_.logChange != nullptr;
+}
+
+// REG_NO_NOTIFY. What the function itself answers is logged.
+unsigned int Transaction::notify() noexcept {
+    if ((file_.features & REG_FEATURE_NOTIFY) == 0) {
+        return 0;
     }
-    return trace_.exit(result.code());
+    if (file_.notifyChange == nullptr) {
+        return trace_.fail(260, REG_NO_NOTIFY);
+    }
+    if (const unsigned int rc = file_.notifyChange()) {
+        trace_.ignore(270, rc);
+    }
+    return 0;
 }
 
 unsigned int Transaction::announce(const UpdateCall& call, bool logs) noexcept {
@@ -108,20 +147,15 @@ unsigned int Transaction::announce(const UpdateCall& call, bool logs) noexcept {
     const bool add = call.operation == REG_OP_ADD;
     void* const first = add ? call.record : call.key;
     void* const second = add ? nullptr : call.record;
-    if (logs && (file_.features & REG_FEATURE_CHANGE_LOG) != 0 && file_.logChange != nullptr) {
+    if (logs && logsChanges()) {
         if (const unsigned int rc = file_.logChange(&file_, call.operation, first, second)) {
             trace_.ignore(250, rc);
             cause.restore();
             return 0;
         }
     }
-    if ((file_.features & REG_FEATURE_NOTIFY) != 0) {
-        if (file_.notifyChange == nullptr) {
-            return trace_.fail(260, REG_NO_NOTIFY);
-        }
-        if (const unsigned int rc = file_.notifyChange()) {
-            trace_.ignore(270, rc);
-        }
+    if (const unsigned int rc = notify()) {
+        return rc;
     }
     cause.restore();
     return 0;

@@ -9,10 +9,10 @@
 
 #include <genreg/GenRegFile.h>
 
+#include "genreg/core/Contents.h"
 #include "genreg/core/FileInternals.h"
 #include "genreg/core/FirstError.h"
 #include "genreg/core/FunctionTrace.h"
-#include "genreg/core/Identity.h"
 #include "genreg/core/Input.h"
 #include "genreg/core/RecordBuffer.h"
 
@@ -30,7 +30,7 @@ struct UpdateCall {
 };
 
 // What an engine adds to the update frame.
-class UpdateSteps {
+class UpdateSteps : public PlaceSteps {
 public:
     // Copies the registry, with the change applied.
     [[nodiscard]] virtual unsigned int copy() noexcept = 0;
@@ -44,14 +44,23 @@ public:
     [[nodiscard]] virtual unsigned int verify() noexcept = 0;
     // Gives back the memory of the steps.
     [[nodiscard]] virtual unsigned int release() noexcept { return 0; }
+    // Whether the last record is written otherwise when another one comes behind it.
+    [[nodiscard]] virtual bool isOpenEnded(const Contents::Part& /*last*/) const noexcept { return true; }
+    // For steps that know nothing of records; the engines' do.
+    [[nodiscard]] bool identityOf(unsigned long /*mask*/, const void* /*key*/,
+                                  unsigned int* /*identity*/) noexcept override {
+        return false;
+    }
+    [[nodiscard]] Place nextPlace(Input& /*input*/, unsigned int* /*identity*/) noexcept override { return Place::End; }
 
 protected:
     ~UpdateSteps() = default;
 };
 
 struct UpdatePlan {
-    bool discards;  // an abandoned copy of a verified update is deleted, not left to be set aside
-    bool logs;      // the Log callback is called
+    bool discards;          // an abandoned copy of a verified update is deleted, not left to be set aside
+    bool logs;              // the Log callback is called
+    bool isCommit = false;  // of a batch, which holds the lock and announces by itself
 };
 
 // What a lookup was asked for.
@@ -63,7 +72,7 @@ struct Search {
 };
 
 // What an engine adds to the frames of a lookup.
-class LookupSteps {
+class LookupSteps : public PlaceSteps {
 public:
     // The next record that the search takes, into the caller's, which holds so many bytes, as the buffer does.
     // REG_NO_MORE_RECORDS when there is none.
@@ -85,10 +94,6 @@ public:
     // then when it is not the one. The buffer is kept between calls.
     [[nodiscard]] virtual bool takeKnown(Input& input, const Search& search, RecordBuffer& work,
                                          unsigned long size) noexcept = 0;
-    // The identity that a record has which the search takes; false when it may have any.
-    [[nodiscard]] virtual bool identityOf(const Search& search, unsigned int* identity) noexcept = 0;
-    // Goes on to the next record. What stands in front of where the input is then belongs to it.
-    [[nodiscard]] virtual Place nextPlace(Input& input, unsigned int* identity) noexcept = 0;
 
 protected:
     ~LookupSteps() = default;
@@ -125,7 +130,9 @@ public:
     [[nodiscard]] unsigned int prepare(unsigned long mask, void* record, RecordBuffer& buffer,
                                        unsigned long* size) noexcept;
 
-    // The update behind the bar. The buffer is the operation's; it is released here.
+    // The update behind the bar. The buffer is the operation's; it is released here. AGAIN: nothing has been done, and
+    // the update is to be made once more, with steps of its own.
+    static constexpr unsigned int AGAIN = ~0U;
     [[nodiscard]] unsigned int update(const UpdateCall& call, const UpdatePlan& plan, UpdateSteps& steps,
                                       RecordBuffer& buffer) noexcept;
 
@@ -134,6 +141,12 @@ public:
     [[nodiscard]] unsigned int get(const Search& search, LookupSteps& steps, bool passMissing) noexcept;
     // The next record of the open scan.
     [[nodiscard]] unsigned int getNext(const Search& search, LookupSteps& steps) noexcept;
+
+    // Reads the registry for a batch: *bytes is malloc's, and null where *missing. REG_OPEN_FAILED, REG_READ_FAILED,
+    // REG_NO_MEMORY.
+    [[nodiscard]] unsigned int readWhole(char** bytes, unsigned long* size, bool* missing) noexcept;
+    // Tells the change log and the monitor of a batch that was committed.
+    [[nodiscard]] unsigned int announce(const Batch& batch) noexcept;
 
     // The verification, all of it but the check of the slots.
     [[nodiscard]] unsigned int verify(VerifySteps& steps) noexcept;
@@ -144,9 +157,21 @@ private:
     [[nodiscard]] unsigned int validate(unsigned long mask, void* record) noexcept;
     [[nodiscard]] unsigned int recordSize(unsigned long* size) noexcept;
     [[nodiscard]] unsigned int hold(RecordBuffer& buffer, unsigned long size) noexcept;
-    [[nodiscard]] unsigned int findKept(KeptContents& kept, const Search& search, LookupSteps& steps,
-                                        RecordBuffer& work, unsigned long size) noexcept;
+    // Among records in memory; the first buffer stays between searches.
+    template <class Memory>
+    [[nodiscard]] unsigned int findIn(Memory& memory, const Search& search, LookupSteps& steps, RecordBuffer& known,
+                                      RecordBuffer& work, unsigned long size) noexcept;
+    [[nodiscard]] unsigned int unopened(unsigned int rc, bool passMissing) noexcept;
     [[nodiscard]] unsigned int announce(const UpdateCall& call, bool logs) noexcept;
+    [[nodiscard]] bool logsChanges() const noexcept;
+    // What updates answer with and without a batch.
+    [[nodiscard]] unsigned int notOpened(unsigned int rc) noexcept;
+    [[nodiscard]] unsigned int notClosed(unsigned int rc) noexcept;
+    [[nodiscard]] unsigned int verifyCopy(UpdateSteps& steps) noexcept;
+    [[nodiscard]] unsigned int releaseAll(UpdateSteps& steps, RecordBuffer& buffer) noexcept;
+    [[nodiscard]] unsigned int updateInBatch(const UpdateCall& call, UpdateSteps& steps, RecordBuffer& buffer) noexcept;
+    [[nodiscard]] unsigned int openInBatch(const UpdateCall& call, UpdateSteps& steps, UpdateFiles& files) noexcept;
+    [[nodiscard]] unsigned int notify() noexcept;
     [[nodiscard]] unsigned int checkScan() noexcept;
 
     GenRegFile& file_;
@@ -166,8 +191,13 @@ template <typename Steps, typename Engine>
     if (const unsigned int rc = transaction.prepare(call.mask, validated, work, &size)) {
         return rc;
     }
-    Steps steps{engine, trace, call, work};
-    return transaction.update(call, plan, steps, work);
+    for (;;) {
+        Steps steps{engine, trace, call, work};
+        const unsigned int rc = transaction.update(call, plan, steps, work);
+        if (rc != Transaction::AGAIN) {
+            return rc;
+        }
+    }
 }
 
 }  // namespace genreg

@@ -2,10 +2,12 @@
 #include "genreg/core/UpdateFiles.h"
 
 #include <osse/Errors.h>
+#include <osse/Files.h>
 
 #include <algorithm>
 #include <cerrno>
 
+#include "genreg/core/Batch.h"
 #include "genreg/core/Directory.h"
 #include "genreg/core/FileInternals.h"
 #include "genreg/core/FunctionTrace.h"
@@ -20,6 +22,12 @@ std::size_t outputRoom(unsigned long oldSize) noexcept {
     constexpr std::size_t SPARE = 4096;
     constexpr std::size_t LARGEST = 64UL * 1024;
     return std::min<std::size_t>(oldSize + SPARE, LARGEST);
+}
+
+// Whether somebody has a lock on what the descriptor leads to, or nobody can tell.
+bool areNamesDoubtful(int descriptor) noexcept {
+    bool locked = false;
+    return descriptor == -1 || posix::isLockedElsewhere(descriptor, &locked) != 0 || locked;
 }
 
 }  // namespace
@@ -38,9 +46,22 @@ unsigned int FileInternals::openToCopy(unsigned long op, UpdateFiles& files) noe
     return rc;
 }
 
+unsigned int FileInternals::sizeOfRegistry(unsigned long* size) const noexcept {
+    if (batch_ != nullptr) {
+        *size = batch_->size();
+        return 0;
+    }
+    OSSFileInfo info = {};
+    const unsigned int rc = ossFileGetInfoV9(file_.regPath, &info);
+    *size = info.size;
+    return rc;
+}
+
 // From its first record on.
 Input& FileInternals::input() const noexcept {
-    readRegistry(files_->input);
+    if (batch_ == nullptr) {
+        readRegistry(files_->input);
+    }
     return files_->input;
 }
 
@@ -73,9 +94,13 @@ void FileInternals::doubtNames() noexcept {
     const int descriptor = keepsFiles()             ? files_->registry.descriptor
                            : file_.regFp != nullptr ? posix::descriptorOf(file_.regFp)
                                                     : -1;
-    bool locked = false;
-    const bool known = descriptor != -1 && posix::isLockedElsewhere(descriptor, &locked) == 0;
-    files_->unsettled = !known || locked;
+    files_->unsettled = areNamesDoubtful(descriptor);
+}
+
+void FileInternals::settleNames(int descriptor) noexcept {
+    if (areNamesDoubtful(descriptor)) {
+        syncNames();
+    }
 }
 
 unsigned int FileInternals::closeCopied(unsigned long op, CopyFate fate) noexcept {
@@ -121,6 +146,10 @@ bool FileInternals::stillNamed(posix::FileStatus* registry, posix::FileStatus* c
 
 unsigned int FileInternals::openToCompare(Input& before, Input& after, unsigned int* unread) noexcept {
     *unread = 0;
+    if (batch_ != nullptr && files_ != nullptr) {
+        batch_->compare(before, after, *files_);
+        return 0;
+    }
     if (files_ != nullptr) {
         std::size_t size = 0;
         char* const room = files_->output.closeAndKeepRoom(&size);
@@ -147,6 +176,10 @@ unsigned int FileInternals::openToCompare(Input& before, Input& after, unsigned 
 }
 
 unsigned int FileInternals::closeCompared(unsigned long op) noexcept {
+    if (batch_ != nullptr && files_ != nullptr) {
+        files_->verified = op == REG_OP_FINISH;
+        return 0;
+    }
     if (!keepsFiles()) {
         return file_.CloseReg(op);
     }

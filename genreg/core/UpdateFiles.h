@@ -30,6 +30,7 @@ struct UpdateFiles {
     FileIdentity registryIdentity;
     FileIdentity copyIdentity;
     bool unsettled = false;  // the folder is to be synced before the update returns
+    bool verified = false;   // in a batch: the copy is to be taken in
 };
 
 // What becomes of the copy when it is made: it is compared next, is left where it lies, or is removed next.

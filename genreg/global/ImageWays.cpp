@@ -339,6 +339,6 @@ std::size_t passImages(unsigned long mask, const char* frames, std::size_t lengt
     return pass<false>(mask, frames, length, bigEndian, key);
 }
 
-constinit const FrameWays IMAGE_WAYS = {true, passImages, pass<true>, takeImage, identifyImage, identifyKey};
+constinit const FrameWays IMAGE_WAYS = {true, passImages, pass<true>, takeImage, identifyImage, identifyKey, nullptr};
 
 }  // namespace genreg

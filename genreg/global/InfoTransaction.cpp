@@ -143,7 +143,7 @@ Taken takeInfo(unsigned long mask, const char* image, std::size_t length, const 
     return Taken::Yes;
 }
 
-constexpr FrameWays LIST_WAYS = {true, passImages, nullptr, takeInfo, nullptr, nullptr};
+constexpr FrameWays LIST_WAYS = {true, passImages, nullptr, takeInfo, nullptr, nullptr, nullptr};
 
 void beginList(GlobalReg& list) noexcept {
     BinFrames::useWays(list, LIST_WAYS);

@@ -90,7 +90,6 @@ public:
     [[nodiscard]] bool has(unsigned long feature) const noexcept { return (engine_.features & feature) != 0; }
     [[nodiscard]] std::FILE* registry() const noexcept { return engine_.regFp; }
     [[nodiscard]] Output& copy() const noexcept { return FileInternals::of(engine_).output(); }
-    [[nodiscard]] const char* registryPath() const noexcept { return engine_.regPath; }
     [[nodiscard]] unsigned long state() const noexcept { return engine_.state; }
 
 private:

@@ -75,8 +75,8 @@ public:
 
     unsigned int notFreed(unsigned int platformCode) noexcept override;
 
-    bool identityOf(const Search& search, unsigned int* identity) noexcept override {
-        return !search.any && lines_.identify(search.mask, search.key, identity);
+    bool identityOf(unsigned long mask, const void* key, unsigned int* identity) noexcept override {
+        return lines_.identify(mask, key, identity);
     }
     Place nextPlace(Input& input, unsigned int* identity) noexcept override {
         return lines_.nextPlace(input, identity);

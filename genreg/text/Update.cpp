@@ -1,6 +1,5 @@
 // Adding, changing and deleting lines.
 #include <osse/Errors.h>
-#include <osse/Files.h>
 
 #include <cerrno>
 #include <cstring>
@@ -15,6 +14,7 @@ using genreg::Function;
 using genreg::FunctionTrace;
 using genreg::Input;
 using genreg::OperationTrace;
+using genreg::Place;
 using genreg::RecordBuffer;
 using genreg::TEXT_TAG;
 using genreg::TextLine;
@@ -32,6 +32,18 @@ public:
 
     unsigned int verify() noexcept override {
         return engine_.Verify(call_.operation, call_.mask, call_.record, call_.key);
+    }
+
+    bool identityOf(unsigned long mask, const void* key, unsigned int* identity) noexcept override {
+        return lines_.identify(mask, key, identity);
+    }
+    Place nextPlace(Input& input, unsigned int* identity) noexcept override {
+        return lines_.nextPlace(input, identity);
+    }
+    bool isOpenEnded(const genreg::Contents::Part& last) const noexcept override {
+        const TextLine line = {last.bytes, last.length};
+        const bool goesOn = lines_.has(REG_FEATURE_LINE_CONTINUATION) && line.endsInBackslash();
+        return last.length > 0 && (!line.endsInNewline() || goesOn);
     }
 
 protected:
@@ -100,12 +112,12 @@ public:
     using TextUpdate::TextUpdate;
 
     unsigned int copy() noexcept override {
-        OSSFileInfo info = {};
-        if (const unsigned int rc = ossFileGetInfoV9(lines_.registryPath(), &info)) {
+        unsigned long size = 0;
+        if (const unsigned int rc = FileInternals::of(engine_).sizeOfRegistry(&size)) {
             return trace_.fail(90, REG_FILE_SIZE_FAILED, rc);
         }
         const bool inPlace = FileInternals::of(engine_).addsInPlace();
-        if (info.size > 0 && !inPlace) {
+        if (size > 0 && !inPlace) {
             if (const unsigned int rc = walk(call_.record, !duplicatesAllowed())) {
                 return rc;
             }

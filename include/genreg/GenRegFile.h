@@ -115,6 +115,38 @@ public:
     // forked child has the contents as well. 0, or REG_NO_MEMORY: nothing is kept.
     unsigned int KeepContents(unsigned long mostBytes) noexcept;
 
+    // Several changes, one commit. BeginBatch takes the lock and reads the registry; from then on Add, Change, Delete
+    // and Get of this object work on a private copy in memory, with the answers that they give of a file that holds it,
+    // and an update that is refused leaves it as it is. CommitBatch writes the copy, holds both files against what was
+    // read and what was made, puts the new one in place, gives the lock back, and then tells the change log of each
+    // update, in their order, and the monitor once. Until then everybody reads the old file, and a death at any moment
+    // leaves it, or the new one whole. A scan of the object cannot be open while it updates, and reads the old file.
+    //
+    //     GlobalReg registry;  // a copy of the product and its five instances, or nothing
+    //     unsigned int rc = registry.BeginBatch();
+    //     if (rc == 0) {
+    //         rc = registry.Add(SERVICE_SERVICE | SERVICE_VERSION_CODE, &service);
+    //         for (int i = 0; i < 5 && rc == 0; ++i) {
+    //             rc = registry.Add(INSTANCE_SERVICE | INSTANCE_VERSION_CODE | INSTANCE_NAME, &instances[i]);
+    //         }
+    //         rc = rc == 0 ? registry.CommitBatch() : (registry.AbandonBatch(), rc);
+    //     }
+    //
+    // Memory: the old contents, the new ones and an index of them; a registry of 2 GB and more is refused. Where the
+    // change log is on, two records for each update. The destructor abandons. In a forked child its parent's batch can
+    // only be abandoned.
+    // BeginBatch: REG_BATCH_OPEN, REG_SCAN_OPEN, REG_LOCK_FAILED, REG_OPEN_FAILED, REG_READ_FAILED, REG_NO_MEMORY;
+    // no batch is open then. A missing registry is one without records, which the first Add makes, its directory
+    // included.
+    unsigned int BeginBatch() noexcept;
+    // Ends the batch whatever it answers. REG_UNCHANGED: the contents are the same, and nothing was written or told.
+    // REG_NO_BATCH, REG_LOCK_FAILED (somebody has given it back), REG_NO_MEMORY, and what an update answers:
+    // REG_OPEN_FAILED, REG_COPY_WRITE_FAILED, REG_CLOSE_FAILED, REG_VERIFY_FAILED (the old file has changed meanwhile,
+    // or the new one is not what was written), REG_DISCARD_FAILED, REG_UNLOCK_FAILED, REG_NO_NOTIFY.
+    unsigned int CommitBatch() noexcept;
+    // REG_NO_BATCH, REG_UNLOCK_FAILED.
+    unsigned int AbandonBatch() noexcept;
+
     // Opens for REG_OP_*; the operations of the engines do so themselves. What an earlier OpenReg left open is
     // abandoned first. After any result but REG_SCAN_OPEN follow it with CloseReg. REG_MISSING, REG_OPEN_FILE_FAILED,
     // REG_LOCK_FILE_FAILED, REG_READ_FAILED, REG_CHECKSUM_DIFFERS, REG_CHECKSUM_READ_FAILED, REG_NO_CHECKSUM_BUFFER,

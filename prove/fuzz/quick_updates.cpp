@@ -14,6 +14,7 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <sstream>
 #include <vector>
 
 #include "Fuzz.h"
@@ -311,7 +312,8 @@ public:
     }
 
     // What comes of it.
-    std::string play(const Operation& operation) {
+    std::string play(const Operation& operation) { return say(operation) + left(); }
+    std::string say(const Operation& operation) {
         Fields keyFields(operation.key);
         Fields recordFields(operation.record);
         auto key = std::make_unique<Record>();
@@ -328,8 +330,12 @@ public:
         gtraceState = 0;
         logged = nullptr;
         visit = nullptr;
-        return told(rc) + "\n" + found + "\n" + log + left();
+        return told(rc) + "\n" + found + "\n" + log;
     }
+    unsigned int begin() { return registry_->BeginBatch(); }
+    unsigned int commit() { return registry_->CommitBatch(); }
+    // The registry: nothing where there is none.
+    [[nodiscard]] std::string bytes() const { return readAll(folder_ + "/" + FILE_NAME); }
 
 private:
     // Everything in the folder. Of a lock file it is said who held the lock, and when.
@@ -380,6 +386,63 @@ void compare(const FuzzFolder& folder, const Asked& asked) {
     }
 }
 
+// A line that is refused is logged whenever it is parsed, and beside which others a verification parses it is another
+// matter in a batch.
+std::string withoutVerification(const std::string& said) {
+    static const std::string VERIFY = std::to_string(0x082a002c) + " ";
+    std::vector<std::string> lines;
+    std::istringstream all(said);
+    for (std::string line; std::getline(all, line);) {
+        if (!line.starts_with(VERIFY)) {
+            lines.push_back(line);
+        } else if (!lines.empty()) {
+            lines.pop_back();  // the schema's own line
+        }
+    }
+    std::string left;
+    for (const std::string& line : lines) {
+        left += line + "\n";
+    }
+    return left;
+}
+
+// The same updates one after the other and in a batch: they answer alike, and end in the same file, which is the old
+// one up to the commit.
+template <class Schema, class Record>
+void compareBatch(const FuzzFolder& folder, const Asked& asked) {
+    constexpr Way SINGLY = {"singly", false, false, false};
+    for (const Way& way : {Way{"batch", false, false, false}, Way{"replaced_batch", true, false, false}}) {
+        Side<Schema, Record> singly(folder, asked, SINGLY);
+        Side<Schema, Record> together(folder, asked, way);
+        const std::string before = together.bytes();
+        claim(together.begin() == 0, "a batch begins");
+        for (const Operation& operation : asked.operations) {
+            const std::string expected = singly.say(operation);
+            const std::string got = together.say(operation);
+            // Without a file there is nobody who logs that.
+            const auto head = [&](const std::string& all) {
+                return asked.exists ? withoutVerification(all) : all.substr(0, all.find(' '));
+            };
+            if (head(got) != head(expected)) {
+                (void)std::fprintf(stderr, "singly: %s\n%s: %s\n", expected.c_str(), way.name, got.c_str());
+            }
+            claim(head(got) == head(expected), "an update of a batch answers and logs what it does by itself");
+            claim(together.bytes() == before, "nothing is written before the commit");
+        }
+        const unsigned int rc = together.commit();
+        claim(rc == 0 || (rc == REG_UNCHANGED && singly.bytes() == before), "what was changed is committed");
+        claim(together.bytes() == singly.bytes(), "a batch leaves what its updates leave");
+    }
+}
+
+template <class Schema, class Record>
+void compareAll(const FuzzFolder& folder, const Asked& asked) {
+    compare<Schema, Record>(folder, asked);
+    if (asked.visitor.deed == 0) {
+        compareBatch<Schema, Record>(folder, asked);
+    }
+}
+
 std::string upToNul(const std::string& input, std::size_t* at) {
     const std::size_t end = std::min(input.find('\0', *at), input.size());
     std::string text = input.substr(*at, end - *at);
@@ -424,19 +487,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     }
     switch (bytes[0] % 5) {
         case 0:
-            compare<VarVal, GenRegVarValRecord>(folder, asked);
+            compareAll<VarVal, GenRegVarValRecord>(folder, asked);
             break;
         case 1:
-            compare<Services, GenRegServicesRecord>(folder, asked);
+            compareAll<Services, GenRegServicesRecord>(folder, asked);
             break;
         case 2:
-            compare<GenRegInitTab, GenRegInitTabRecord>(folder, asked);
+            compareAll<GenRegInitTab, GenRegInitTabRecord>(folder, asked);
             break;
         case 3:
-            compare<BinVarVal, GenRegBinVarValRecord>(folder, asked);
+            compareAll<BinVarVal, GenRegBinVarValRecord>(folder, asked);
             break;
         default:
-            compare<GlobalReg, GlobalRegRecord>(folder, asked);
+            compareAll<GlobalReg, GlobalRegRecord>(folder, asked);
     }
     return 0;
 }

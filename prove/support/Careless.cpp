@@ -84,6 +84,9 @@ public:
         letGo();
         return 0;
     }
+    unsigned int begin() override { return honest_->begin(); }
+    unsigned int commit() override { return honest_->commit(); }
+    unsigned int abandon() override { return honest_->abandon(); }
 
 private:
     unsigned int after(unsigned int rc) {

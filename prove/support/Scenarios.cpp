@@ -4,7 +4,25 @@
 
 namespace prove {
 
+unsigned int Operation::performParts(Registry& registry) const {
+    unsigned int rc = registry.begin();
+    if (rc != 0) {
+        return rc;
+    }
+    for (const Operation& part : parts) {
+        rc = rc == 0 ? part.perform(registry) : rc;
+    }
+    if (rc == 0) {
+        return registry.commit();
+    }
+    const unsigned int abandoned = registry.abandon();
+    return rc != 0 ? rc : abandoned;
+}
+
 unsigned int Operation::perform(Registry& registry) const {
+    if (!parts.empty()) {
+        return performParts(registry);
+    }
     switch (kind) {
         case REG_OP_ADD:
             return registry.add(row);
@@ -22,6 +40,12 @@ unsigned int Operation::perform(Registry& registry) const {
 }
 
 Rows Operation::appliedTo(Rows rows) const {
+    if (!parts.empty()) {
+        for (const Operation& part : parts) {
+            rows = part.appliedTo(rows);
+        }
+        return rows;
+    }
     if (kind == REG_OP_ADD) {
         rows.push_back(row);
     } else if (kind == REG_OP_CHANGE) {
@@ -75,6 +99,18 @@ const NamedOperation OPERATIONS[] = {
     {"change", {REG_OP_CHANGE, {"beta", 22}}, {REG_OP_CHANGE, {"gamma", 33}}},
     {"delete", {REG_OP_DELETE, {"beta", 0}}, {REG_OP_DELETE, {"gamma", 0}}},
 };
+// One of each kind, and a record of its own that is gone again.
+const NamedOperation BATCH = {"batch",
+                              {REG_OP_CHANGE,
+                               {},
+                               0,
+                               {{REG_OP_ADD, {"delta", 4}},
+                                {REG_OP_CHANGE, {"beta", 22}},
+                                {REG_OP_ADD, {"zeta", 6}},
+                                {REG_OP_DELETE, {"alpha", 0}},
+                                {REG_OP_CHANGE, {"delta", 44}},
+                                {REG_OP_DELETE, {"zeta", 0}}}},
+                              {REG_OP_CHANGE, {"gamma", 33}}};
 const NamedOperation& ADD = OPERATIONS[0];
 const NamedOperation& CHANGE = OPERATIONS[1];
 const NamedOperation& DELETE = OPERATIONS[2];
@@ -174,6 +210,7 @@ void addLargeAndLinked(const Schema& schema, std::vector<Scenario>& list) {
         list.push_back(makeLarge(schema, named, DEFERRED));
     }
     if (schema.choosesFeatures) {
+        list.push_back(makeLarge(schema, BATCH, DEFERRED));
         // Nothing is verified here: a write that fails in the middle of the copy is known to the copying alone.
         list.push_back(makeLarge(schema, schema.binary ? CHANGE : DELETE, 0));
         list.back().quick = &schema != &PACKED_SCHEMA;
@@ -195,6 +232,10 @@ std::vector<Scenario> updates() {
                                        (features == DEFERRED && (schema == &TEXT_SCHEMA || schema == &INSTANCE_SCHEMA));
             for (const NamedOperation& named : OPERATIONS) {
                 list.push_back(make(*schema, named, features));
+                list.back().quick = quickFeatures && schema != &PACKED_SCHEMA;
+            }
+            if (schema->choosesFeatures) {
+                list.push_back(make(*schema, BATCH, features));
                 list.back().quick = quickFeatures && schema != &PACKED_SCHEMA;
             }
             addSpecialCases(*schema, features, list);

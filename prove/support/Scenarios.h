@@ -16,9 +16,13 @@ struct Operation {
     unsigned long kind;  // REG_OP_ADD, REG_OP_CHANGE, REG_OP_DELETE; REG_OP_READ: a look-up, then a scan
     Row row;             // REG_OP_DELETE: only its name counts. REG_OP_READ: what the look-up finds
     long count = 0;      // REG_OP_READ: how many the scan finds
+    // Not empty: a batch of these, and kind is REG_OP_CHANGE.
+    std::vector<Operation> parts = {};
 
     // Asks the library; its code, or WRONG_ANSWER where it told of other rows than there are.
     [[nodiscard]] unsigned int perform(Registry& registry) const;
+    // Batches are abandoned at the first part that is refused.
+    [[nodiscard]] unsigned int performParts(Registry& registry) const;
     // What the rows are afterwards, reckoned apart from the library.
     [[nodiscard]] Rows appliedTo(Rows rows) const;
 };

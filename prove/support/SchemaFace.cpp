@@ -233,6 +233,9 @@ public:
     unsigned int closeScan() override { return object_.CloseScan(); }
     unsigned int lock(unsigned long flags) override { return object_.Lock(flags, 10); }
     unsigned int unlock() override { return object_.UnLock(); }
+    unsigned int begin() override { return object_.BeginBatch(); }
+    unsigned int commit() override { return object_.CommitBatch(); }
+    unsigned int abandon() override { return object_.AbandonBatch(); }
     void expectHeader() override { object_.expectHeader(); }
     void beforeVerify(std::function<void()> action) override { object_.setAction(std::move(action)); }
 

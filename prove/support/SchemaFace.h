@@ -3,6 +3,8 @@
 // one, and bytes that the rig lays out by itself.
 #pragma once
 
+#include <genreg/Codes.h>
+
 #include <functional>
 #include <memory>
 #include <string>
@@ -34,6 +36,10 @@ public:
     virtual unsigned int look(const std::string& name, Row* found, long* count) = 0;
     // The lock, for an object that could not give it back.
     virtual unsigned int unlock() = 0;
+    // A batch; the objects of a schema have them.
+    virtual unsigned int begin() { return REG_NO_BATCH; }
+    virtual unsigned int commit() { return REG_NO_BATCH; }
+    virtual unsigned int abandon() { return REG_NO_BATCH; }
 };
 
 // One that is an object of a schema, call by call.
