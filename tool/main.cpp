@@ -30,10 +30,11 @@ constexpr tool::CommandGroup GROUPS[] = {
 
 std::vector<tool::Command> allCommands() {
     std::vector<tool::Command> commands;
-    for (const auto list : {tool::statusCommands(), tool::recordCommands(), tool::entryCommands(), tool::diffCommands(),
-                            tool::lockCommands(), tool::explainCommands(), tool::pathCommands(),
-                            tool::versionCommands(), tool::fixpackCommands(), tool::logCommands(), tool::dumpCommands(),
-                            tool::checkCommands(), tool::repairCommands(), tool::watchCommands()}) {
+    for (const auto list :
+         {tool::statusCommands(), tool::recordCommands(), tool::batchCommands(), tool::entryCommands(),
+          tool::diffCommands(), tool::lockCommands(), tool::explainCommands(), tool::pathCommands(),
+          tool::versionCommands(), tool::fixpackCommands(), tool::logCommands(), tool::dumpCommands(),
+          tool::checkCommands(), tool::repairCommands(), tool::watchCommands()}) {
         commands.insert(commands.end(), list.begin(), list.end());
     }
     return commands;

@@ -54,7 +54,7 @@ TEST_F(Global, ThePathTellsWhichRuleChoseIt) {
         if (::getuid() == 0) {
             std::filesystem::create_directories(path("rvnhome/adm"));
             write("rvnhome/adm/rvntool", "");
-            EXPECT_EQ(object("path --explain")["tool_vouches"], false) << "not before it is a set-user-ID program";
+            EXPECT_EQ(object("path --explain")["toolVouches"], false) << "not before it is a set-user-ID program";
             std::filesystem::permissions(path("rvnhome/adm/rvntool"), std::filesystem::perms(04755));
             expectRule("instance", path("rvnhome/global.reg"));
         }
@@ -70,7 +70,7 @@ TEST_F(Global, ADumpShowsFieldsWithTheirPlaces) {
     EXPECT_EQ(told[0]["offset"], 0);
     EXPECT_EQ(told[0]["length"], 54);
     EXPECT_EQ(told[0]["record"], "instance");
-    EXPECT_EQ(told[0]["field_mask"], "0x27");
+    EXPECT_EQ(told[0]["fieldMask"], "0x27");
     EXPECT_EQ(told[0]["fields"].at(1).dump(),
               R"({"name":"versionCode","bit":"0x2","offset":30,"length":8,"value":"9.7.0.2"})");
     EXPECT_EQ(told[0]["fields"].at(3)["value"], 1);
@@ -148,15 +148,15 @@ TEST_F(Global, TheLogIsReadBack) {
     EXPECT_EQ(told[0]["time"], "Sat Jan 31 12:00:00 2026");
     EXPECT_EQ(told[0]["pid"], 4242);
     EXPECT_EQ(told[0]["level"], "s100514");
-    EXPECT_EQ(told[0]["command_line"], nullptr);
+    EXPECT_EQ(told[0]["commandLine"], nullptr);
     EXPECT_EQ(told[0]["record"]["startAtBoot"], 1);
     EXPECT_EQ(told[0]["record"]["usage"], nullptr);
-    EXPECT_EQ(told[1]["command_line"], "x;REC= y");
+    EXPECT_EQ(told[1]["commandLine"], "x;REC= y");
     EXPECT_EQ(told[1]["record"]["instancePath"], nullptr);
-    EXPECT_EQ(told[1]["new_record"]["instancePath"], "/home/a!b");
+    EXPECT_EQ(told[1]["newRecord"]["instancePath"], "/home/a!b");
     EXPECT_EQ(told[2]["raw"], "what is this");
     EXPECT_EQ(told[3]["record"], nullptr) << "commas within a text leave several readings";
-    EXPECT_EQ(told[3]["record_text"], "I,RVN,9.7.0.2,a,b,c,d,e,f,g,h,i");
+    EXPECT_EQ(told[3]["recordText"], "I,RVN,9.7.0.2,a,b,c,d,e,f,g,h,i");
     EXPECT_NE(shown.err.find("1 of 4 lines"), std::string::npos) << shown.err;
     EXPECT_NE(out("log show log").find("line 3: what is this"), std::string::npos);
 }
@@ -192,7 +192,7 @@ TEST_F(ChangeLog, ARehearsedSynchronisationLeavesNoTrace) {
     EXPECT_EQ(status("log on"), 0);
     const Json rehearsed = object("fixpack sync -n");
     EXPECT_EQ(rehearsed["updated"], 1);
-    EXPECT_EQ(rehearsed["dry_run"], true);
+    EXPECT_EQ(rehearsed["dryRun"], true);
     EXPECT_EQ(bytes(), before);
     EXPECT_EQ(read(LOG), "");
     EXPECT_EQ(object("fixpack sync")["updated"], 1);

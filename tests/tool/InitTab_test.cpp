@@ -25,7 +25,7 @@ TEST_F(InitTab, EntriesAreReadAndEveryOtherLineStays) {
               "fm  35         respawn      /opt/rvn/bin/rvnfmcd -a:b   caf\\xe9 \n"
               "x0  2          once         /bin/x0                    gone soon\n");
     EXPECT_EQ(objects(out("inittab list f --json")).at(3).dump(),
-              R"({"schema":1,"line":8,"id":"x0","run_levels":"2","action":"once","command":"/bin/x0",)"
+              R"({"schema":1,"line":8,"id":"x0","runLevels":"2","action":"once","command":"/bin/x0",)"
               R"("comment":"gone soon"})");
 
     EXPECT_EQ(status("inittab add f rv 35 respawn", {"/bin/rv -x", "--comment", "new"}), 0);

@@ -49,7 +49,7 @@ TEST_F(Records, WhatIsSetIsReadBackListedAndRemoved) {
               R"("fixpackNumber":-2147483648,"serviceFlag":"x"})");
     EXPECT_EQ(object("instance list RVN 9.7.0.2").dump(),
               R"({"schema":1,"type":"instance","service":"RVN","versionCode":"9.7.0.2","instanceName":"inst",)"
-              R"("instancePath":"/home/i","startAtBoot":1,"maintenance":0,"comment_b64":"Y2Fm6Q=="})");
+              R"("instancePath":"/home/i","startAtBoot":1,"maintenance":0,"commentBase64":"Y2Fm6Q=="})");
     EXPECT_EQ(out("variable list"), "service  variable  value  variableText\nRVN      V         a=b    \"-\"\n");
     EXPECT_EQ(out("variable get RVN V value"), "a=b\n");
     EXPECT_EQ(out("instance list OTHER"), "");
@@ -242,7 +242,7 @@ TEST_F(Records, StatusAndDiffTellOfDamageAndOfWhatIsSound) {
     EXPECT_EQ(report["records"].dump(), R"({"frames":2,"service":1,"instance":0,"variable":1,"other":0,"damaged":0})");
     EXPECT_TRUE(report["lines"].is_null());
     EXPECT_TRUE(report["monitor"].contains("held"));
-    EXPECT_TRUE(report["change_log"]["on"] == true || report["change_log"]["on"] == false);
+    EXPECT_TRUE(report["changeLog"]["on"] == true || report["changeLog"]["on"] == false);
     EXPECT_TRUE(object("status --registry global.reg")["monitor"].is_null());
 
     // A record that lies about a length, then one whose frame does.

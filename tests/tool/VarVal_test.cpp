@@ -29,7 +29,7 @@ TEST_F(VarVal, ReadsTheFirstLineOrEveryLineOfAName) {
     // As objects, absent differs from empty, and text from bytes.
     EXPECT_EQ(out("varval list f --json"),
               R"({"schema":1,"line":2,"name":"port","value":"5000","comment":"main port"})"
-              "\n{\"schema\":1,\"line\":3,\"name\":\"name\",\"value\":\"\xc3\x89t\xc3\xa9\",\"comment_b64\":"
+              "\n{\"schema\":1,\"line\":3,\"name\":\"name\",\"value\":\"\xc3\x89t\xc3\xa9\",\"commentBase64\":"
               "\"Y2Fmw6kg6Q==\"}\n"
               R"({"schema":1,"line":6,"name":"empty","value":"","comment":null})"
               "\n"
@@ -40,7 +40,7 @@ TEST_F(VarVal, ReadsTheFirstLineOrEveryLineOfAName) {
     expectFailure(1, "port", "varval get f prot");
     for (const char* noText : {"\xed\xa0\x80", "\xc0\xaf", "\xf4\x90\x80\x80"}) {
         write("f", std::string("odd = ") + noText + "\n");
-        EXPECT_TRUE(object("varval get f odd").contains("value_b64")) << "no UTF-8, though it looks so";
+        EXPECT_TRUE(object("varval get f odd").contains("valueBase64")) << "no UTF-8, though it looks so";
     }
 }
 
@@ -176,7 +176,7 @@ TEST_F(VarVal, ARehearsalShowsTheChangeAndWritesNothing) {
     EXPECT_EQ(status("varval delete f x --dry-run"), 1);
     EXPECT_EQ(out("varval add new x 1 --dry-run"), "--- new\n+++ new\n@@ -0,0 +1 @@\n+x = 1\n");
     EXPECT_EQ(out("varval set f b 3 -n --json"),
-              R"({"schema":1,"operation":"varval set","path":"f","name":"b","value":"3","changed":true,"dry_run":true,)"
+              R"({"schema":1,"operation":"varval set","path":"f","name":"b","value":"3","changed":true,"dryRun":true,)"
               R"("difference":[{"op":"remove","line":2,"text":"b = 2"},{"op":"insert","line":2,"text":"b = 3"}]})"
               "\n");
     EXPECT_EQ(names(), "f");

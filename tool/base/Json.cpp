@@ -71,6 +71,23 @@ bool Json::is_string() const {
     return std::holds_alternative<std::string>(value_);
 }
 
+bool Json::is_bool() const {
+    return std::holds_alternative<bool>(value_);
+}
+
+bool Json::is_number() const {
+    return std::holds_alternative<std::int64_t>(value_) || std::holds_alternative<std::uint64_t>(value_) ||
+           is_number_float();
+}
+
+bool Json::is_array() const {
+    return std::holds_alternative<Array>(value_);
+}
+
+bool Json::is_object() const {
+    return std::holds_alternative<Object>(value_);
+}
+
 bool Json::is_number_float() const {
     return std::holds_alternative<double>(value_);
 }
@@ -148,6 +165,10 @@ void Json::push_back(Json element) {
     madeInto<Array>(value_).push_back(std::move(element));
 }
 
+const Json::Array& Json::elements() const {
+    return as<Array>(value_);
+}
+
 const Json& Json::back() const {
     return as<Array>(value_).back();
 }
@@ -189,6 +210,71 @@ struct Json::Writer {
         line += nlohmann::json(plain).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
     }
 };
+
+// What the library reads, as it comes.
+class Json::Reader : public nlohmann::json_sax<nlohmann::json> {
+public:
+    bool null() override { return put(nullptr); }
+    bool boolean(bool truth) override { return put(truth); }
+    bool number_integer(number_integer_t number) override { return put(static_cast<long long>(number)); }
+    bool number_unsigned(number_unsigned_t number) override { return put(static_cast<unsigned long long>(number)); }
+    bool number_float(number_float_t number, const string_t& /*text*/) override { return put(number); }
+    bool string(string_t& text) override { return put(std::move(text)); }
+    bool binary(binary_t& /*bytes*/) override { return false; }
+    bool start_object(std::size_t /*size*/) override { return open(object()); }
+    bool key(string_t& name) override {
+        keys_.back() = std::move(name);
+        return true;
+    }
+    bool end_object() override { return close(); }
+    bool start_array(std::size_t /*size*/) override { return open(array()); }
+    bool end_array() override { return close(); }
+    bool parse_error(std::size_t /*place*/, const std::string& /*token*/,
+                     const nlohmann::detail::exception& error) override {
+        throw std::invalid_argument(error.what());
+    }
+
+    Json result{};
+
+private:
+    static constexpr std::size_t DEEPEST = 32;
+
+    bool put(Json value) {
+        if (open_.empty()) {
+            result = std::move(value);
+        } else if (open_.back().is_array()) {
+            open_.back().push_back(std::move(value));
+        } else {
+            open_.back()[keys_.back()] = std::move(value);
+        }
+        return true;
+    }
+    bool open(Json value) {
+        if (open_.size() == DEEPEST) {
+            throw std::invalid_argument("it is nested too deeply");
+        }
+        open_.push_back(std::move(value));
+        keys_.emplace_back();
+        return true;
+    }
+    bool close() {
+        Json value = std::move(open_.back());
+        open_.pop_back();
+        keys_.pop_back();
+        return put(std::move(value));
+    }
+
+    std::vector<Json> open_{};
+    std::vector<std::string> keys_{};
+};
+
+Json Json::parse(std::string_view text) {
+    Reader reader;
+    if (!nlohmann::json::sax_parse(text.begin(), text.end(), &reader)) {
+        throw std::invalid_argument("it cannot be read");
+    }
+    return std::move(reader.result);
+}
 
 std::string Json::dump() const {
     Writer writer;

@@ -49,6 +49,10 @@ public:
 
     [[nodiscard]] bool is_null() const;
     [[nodiscard]] bool is_string() const;
+    [[nodiscard]] bool is_bool() const;
+    [[nodiscard]] bool is_number() const;
+    [[nodiscard]] bool is_array() const;
+    [[nodiscard]] bool is_object() const;
     [[nodiscard]] bool is_number_float() const;
     // bool, a number (of any kind, taken as T) or std::string. Another kind of value is a defect, and thrown as one.
     template <typename T>
@@ -77,6 +81,8 @@ public:
     void update(const Json& members);
     [[nodiscard]] const Object& items() const;
 
+    [[nodiscard]] const Array& elements() const;
+
     // Of an array. Null becomes one.
     void push_back(Json element);
     [[nodiscard]] const Json& back() const;
@@ -86,11 +92,14 @@ public:
 
     // On one line. Bytes that are no UTF-8 are replaced.
     [[nodiscard]] std::string dump() const;
+    // What the text says; of members of one name the last. Throws std::invalid_argument, which says what is wrong.
+    [[nodiscard]] static Json parse(std::string_view text);
 
     bool operator==(const Json& other) const;
 
 private:
     struct Writer;
+    class Reader;
 
     [[nodiscard]] bool truth() const;
     [[nodiscard]] double real() const;

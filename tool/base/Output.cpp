@@ -145,7 +145,7 @@ void putText(Json& members, const std::string& key, std::string_view bytes) {
     if (isUtf8(bytes)) {
         members[key] = bytes;
     } else {
-        members[key + "_b64"] = base64(bytes);
+        members[key + "Base64"] = base64(bytes);
     }
 }
 

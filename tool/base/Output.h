@@ -69,7 +69,7 @@ private:
 // On one line, safe on any terminal.
 [[nodiscard]] std::string jsonText(const Json& object);
 
-// Sets members[key] to the text, or members[key_b64] when its bytes are no UTF-8.
+// Sets members[key] to the text, or members[keyBase64] when its bytes are no UTF-8.
 void putText(Json& members, const std::string& key, std::string_view bytes);
 
 // A code or mask as programs read it: "0x900001f6".

@@ -124,6 +124,39 @@ std::string base64(std::string_view bytes) {
     return result;
 }
 
+std::optional<std::string> fromBase64(std::string_view text) {
+    const auto digit = [](char c) {
+        return c >= 'A' && c <= 'Z'   ? c - 'A'
+               : c >= 'a' && c <= 'z' ? c - 'a' + 26
+               : c >= '0' && c <= '9' ? c - '0' + 52
+               : c == '+'             ? 62
+               : c == '/'             ? 63
+                                      : -1;
+    };
+    std::string bytes;
+    for (std::size_t i = 0; i < text.size(); i += 4) {
+        const std::string_view group = text.substr(i, 4);
+        const std::size_t digits = std::min(group.find('='), group.size());
+        std::uint32_t value = 0;
+        for (std::size_t j = 0; j < 4; ++j) {
+            const int found = j < digits ? digit(group[j]) : 0;
+            value = value << 6U | static_cast<std::uint32_t>(found);
+            if (found < 0) {
+                return std::nullopt;
+            }
+        }
+        const bool last = i + 4 == text.size();
+        for (std::size_t j = 0; j + 1 < digits; ++j) {
+            bytes += static_cast<char>(value >> (16 - 8 * j));
+        }
+        if (digits < 2 || (digits < 4 && !last)) {
+            return std::nullopt;
+        }
+    }
+    // One text for the same bytes: no bits behind them, and all the signs.
+    return base64(bytes) == text ? std::optional(bytes) : std::nullopt;
+}
+
 std::string hexDigits(std::string_view bytes) {
     std::string result;
     for (const char byte : bytes) {

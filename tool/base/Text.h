@@ -1,6 +1,7 @@
 // Bytes and words: what may be printed, what JSON can carry, and which word was meant.
 #pragma once
 
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -10,6 +11,8 @@ namespace tool {
 
 [[nodiscard]] bool isUtf8(std::string_view bytes);
 [[nodiscard]] std::string base64(std::string_view bytes);
+// None for a text that is no base64.
+[[nodiscard]] std::optional<std::string> fromBase64(std::string_view text);
 [[nodiscard]] std::string hexDigits(std::string_view bytes);
 
 // The text with \xNN for bytes that are no UTF-8 and for what would not be seen as it is: control characters, and those

@@ -54,12 +54,16 @@ void tell(Context& context, const Change& change, bool changed, const std::optio
     } else {
         output.detail(fmt::format("{}: {}: done", printable(change.path), change.doing));
     }
-    if (output.style.json) {
+    if (output.style.json && change.results) {
+        for (const Json& object : change.results()) {
+            output.json(object);
+        }
+    } else if (output.style.json) {
         Json object{{"operation", context.operation}};
         putText(object, "path", change.path);
         object.update(change.result);
         object["changed"] = changed;
-        object["dry_run"] = context.options.dryRun;
+        object["dryRun"] = context.options.dryRun;
         if (difference) {
             object["difference"] = changed ? change.objects(*difference) : std::vector<Json>();
         }

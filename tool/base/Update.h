@@ -36,6 +36,8 @@ struct Change {
     // How a difference is shown, to people and to programs.
     std::function<void(Output& output, const Difference& difference)> print = printDifference;
     std::function<std::vector<Json>(const Difference& difference)> objects = differenceObjects;
+    // Of several changes at once: what --json tells of each, in the place of one object and of the difference.
+    std::function<std::vector<Json>()> results{};
     bool makesFolder = false;  // where the file's folder is missing; else --parents must ask for it
 };
 

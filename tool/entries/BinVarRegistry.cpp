@@ -154,21 +154,27 @@ void BinVarRegistry::check(unsigned int code, const std::string& doing) const {
     }
 }
 
+Entry BinVarRegistry::describe(const std::string& raw) const {
+    const GenRegBinVarValRecord record = recordOf(raw);
+    Entry entry;
+    entry.raw = raw;
+    entry.name = textOf(record.variable);
+    entry.value = std::to_string(record.value);
+    const std::string comment = textOf(record.comment);
+    entry.cells = {cell(entry.name), entry.value, cell(comment)};
+    putText(entry.members, "name", entry.name);
+    entry.members["value"] = record.value;
+    putText(entry.members, "comment", comment);
+    return entry;
+}
+
 std::vector<Entry> BinVarRegistry::read(const std::string& doing) {
     check(OpenScan(), doing);
     std::vector<Entry> entries;
     Record record{};
     unsigned int code = 0;
     while ((code = GetNext(0, nullptr, &record)) == 0) {
-        Entry entry;
-        entry.raw = record.raw();
-        entry.name = textOf(record.base.variable);
-        entry.value = std::to_string(record.base.value);
-        const std::string comment = textOf(record.base.comment);
-        entry.cells = {cell(entry.name), entry.value, cell(comment)};
-        putText(entry.members, "name", entry.name);
-        entry.members["value"] = record.base.value;
-        putText(entry.members, "comment", comment);
+        Entry entry = describe(std::string(record.raw()));
         entry.setNumber("record", entries.size() + 1);
         entries.push_back(std::move(entry));
     }

@@ -34,6 +34,9 @@ public:
     unsigned int add(unsigned long mask, EntryEdit& edit) override;
     unsigned int change(const EntryKey& key, const Entry& found, EntryEdit& edit) override;
     unsigned int remove(const EntryKey& key, const Entry& found) override;
+    unsigned int begin() override { return BeginBatch(); }
+    unsigned int commit() override { return CommitBatch(); }
+    [[nodiscard]] Entry describe(const std::string& raw) const override;
 
 private:
     BinVarRegistry(const std::string& path, bool severalAllowed, unsigned int code);

@@ -53,6 +53,19 @@ std::unique_ptr<EntryFile> open(const std::string& path, bool severalAllowed) {
     return std::make_unique<BinVarRegistry>(path, severalAllowed);
 }
 
+std::string takeName(BatchItem& item, EntryWords& words) {
+    return words.name = item.takeName("name");
+}
+
+void takeWords(BatchItem& item, const Entry* found, EntryWords& words) {
+    const auto value = item.takeText("value");
+    if (!value && found == nullptr) {
+        throw item.failure("it has no \"value\"", "a new variable needs one");
+    }
+    words.fields = {value ? *value : found->value};
+    words.comment = item.takeOrNone("comment");
+}
+
 }  // namespace
 
 const EntrySchema& binVarSchema() {
@@ -66,6 +79,7 @@ const EntrySchema& binVarSchema() {
         .set = {"binvar set", "change a value; the record keeps its place and comment"},
         .add = {"binvar add", "append a record for a new variable"},
         .remove = {"binvar delete", "remove the record of a variable"},
+        .apply = {"binvar apply", "make a batch of changes with one commit"},
         .file = "the binary variable/value file",
         .found = {"NAME", "the variable"},
         .named = {"NAME", "the variable"},
@@ -75,6 +89,11 @@ const EntrySchema& binVarSchema() {
         .valueMask = BINVARVAL_MATCH_VALUE,
         .open = open,
         .ask = ask,
+        .takeName = takeName,
+        .takeWords = takeWords,
+        .keyMembers = {"name"},
+        .otherMembers = {"value", "comment"},
+        .anyValue = "0",
         .shown = binVarLines,
     };
     return SCHEMA;

@@ -4,12 +4,13 @@
 
 #include "base/Answers.h"
 #include "base/Text.h"
+#include "entries/EntryBatch.h"
 #include "entries/EntryEditor.h"
 
 namespace tool {
 namespace {
 
-enum class Verb { LIST, OWN, GET, GET_ALL, SET, ADD, DELETE };
+enum class Verb { LIST, OWN, GET, GET_ALL, SET, ADD, DELETE, APPLY };
 
 bool writes(Verb verb) {
     return verb == Verb::SET || verb == Verb::ADD;
@@ -45,6 +46,8 @@ int runVerb(Context& context, const EntrySchema& schema, const EntryWords& words
             return setEntry(context, schema, requestOf(schema, words, verb));
         case Verb::ADD:
             return addEntry(context, schema, requestOf(schema, words, verb));
+        case Verb::APPLY:
+            return applyToEntries(context, schema, words.file, words.name);
         case Verb::DELETE:
             break;
     }
@@ -69,7 +72,9 @@ void declareFields(Parser& parser, const EntrySchema& schema, EntryWords& words,
 Action declareVerb(Parser& parser, const EntrySchema& schema, Verb verb) {
     auto words = std::make_shared<EntryWords>();
     parser.required("FILE", words->file, schema.file);
-    if (verb != Verb::LIST && verb != Verb::OWN) {
+    if (verb == Verb::APPLY) {
+        parser.optional("BATCH", words->name, "a file of JSON lines, or - for standard input");
+    } else if (verb != Verb::LIST && verb != Verb::OWN) {
         const EntryWord& name = writes(verb) ? schema.named : schema.found;
         parser.required(name.name, words->name, name.help);
     }
@@ -100,6 +105,7 @@ void addCommands(std::vector<Command>& commands) {
     addCommand<SCHEMA, Verb::GET_ALL>(commands, schema.getAll, 0);
     addCommand<SCHEMA, Verb::SET>(commands, schema.set, USES_UPDATE | USES_IF_VALUE | USES_ALL);
     addCommand<SCHEMA, Verb::ADD>(commands, schema.add, USES_UPDATE | USES_PARENTS | USES_ALL);
+    addCommand<SCHEMA, Verb::APPLY>(commands, schema.apply, USES_UPDATE | USES_PARENTS);
     addCommand<SCHEMA, Verb::DELETE>(commands, schema.remove, USES_UPDATE | USES_IF_VALUE | USES_ALL | USES_YES);
 }
 

@@ -179,18 +179,9 @@ int EntryEditor::get(bool every, const std::string& type) const {
 int EntryEditor::update(bool (EntryEditor::*make)(const std::string& path) const) const {
     remark();
     askBeforeDeleting();
-    Change change{request_.file, doing_, request_.result, [&](const std::string& path) { return (this->*make)(path); }};
-    if (schema_.shown == nullptr) {
-        return carryOutOnText(context_, change);
-    }
-    const auto asText = [shown = schema_.shown](const Difference& difference) {
-        return Difference{difference.oldName, difference.newName, shown(difference.before), shown(difference.after)};
-    };
-    change.print = [asText](Output& output, const Difference& difference) {
-        printDifference(output, asText(difference));
-    };
-    change.objects = [asText](const Difference& difference) { return differenceObjects(asText(difference)); };
-    return carryOut(context_, change);
+    Change change = changeOfEntries(schema_, request_.file, doing_, request_.result);
+    change.make = [&](const std::string& path) { return (this->*make)(path); };
+    return schema_.shown == nullptr ? carryOutOnText(context_, change) : carryOut(context_, change);
 }
 
 bool EntryEditor::set(const std::string& path) const {
@@ -352,6 +343,22 @@ int addEntry(Context& context, const EntrySchema& schema, const EntryRequest& re
 
 int deleteEntry(Context& context, const EntrySchema& schema, const EntryRequest& request) {
     return EntryEditor(context, schema, request, "delete").update(&EntryEditor::remove);
+}
+
+Change changeOfEntries(const EntrySchema& schema, const std::string& file, const std::string& doing,
+                       const Json& result) {
+    Change change{file, doing, result, {}};
+    if (schema.shown == nullptr) {
+        return change;
+    }
+    const auto asText = [shown = schema.shown](const Difference& difference) {
+        return Difference{difference.oldName, difference.newName, shown(difference.before), shown(difference.after)};
+    };
+    change.print = [asText](Output& output, const Difference& difference) {
+        printDifference(output, asText(difference));
+    };
+    change.objects = [asText](const Difference& difference) { return differenceObjects(asText(difference)); };
+    return change;
 }
 
 int carryOutOnText(Context& context, const Change& change) {

@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/BatchFile.h"
 #include "base/Command.h"
 
 namespace tool {
@@ -79,6 +80,10 @@ public:
     // not keep the others from being changed.
     virtual unsigned int change(const EntryKey& key, const Entry& found, EntryEdit& edit) = 0;
     virtual unsigned int remove(const EntryKey& key, const Entry& found) = 0;
+    // A batch of them, which answers as the engine does. An entry that one of them has written, told by its bytes.
+    virtual unsigned int begin() = 0;
+    virtual unsigned int commit() = 0;
+    [[nodiscard]] virtual Entry describe(const std::string& raw) const = 0;
 };
 
 // What stands behind a command.
@@ -133,6 +138,7 @@ struct EntrySchema {
     EntryWord set;
     EntryWord add;
     EntryWord remove;
+    EntryWord apply;
     int (*runOwn)(Context& context, const std::string& file) = nullptr;
 
     // Their words. The rest may be repeated, and there may be an option of set that says that it shall be empty.
@@ -155,6 +161,13 @@ struct EntrySchema {
     std::unique_ptr<EntryFile> (*open)(const std::string& path, bool severalAllowed);
     // Puts into the request what the words ask for. Throws a Failure where that cannot be written.
     void (*ask)(EntryRequest& request, const EntryWords& words, bool fresh);
+    // Of an item of a batch: what finds the entry, which the words get as well; and what shall be written, where that
+    // which is not there is as it was found (null: it is new). Both take their members out of it.
+    std::string (*takeName)(BatchItem& item, EntryWords& words);
+    void (*takeWords)(BatchItem& item, const Entry* found, EntryWords& words);
+    std::vector<std::string> keyMembers;
+    std::vector<std::string> otherMembers;
+    const char* anyValue;  // that an entry may have, as --if-value compares it
     // Completes a request whose name need not be the whole one.
     void (*find)(EntryRequest& request) = nullptr;
     // A value as --type asks for it. Throws a Failure.

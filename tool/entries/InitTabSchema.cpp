@@ -2,6 +2,8 @@
 #include <fmt/core.h>
 #include <genreg/GenRegInitTab.h>
 
+#include <algorithm>
+
 #include "base/Answers.h"
 #include "base/Text.h"
 #include "entries/EntryLine.h"
@@ -34,7 +36,7 @@ struct InitTabLines {
         entry.cells = {cell(record.id), cell(record.runLevel), cell(record.action), cell(record.command),
                        commentCell(comment)};
         putText(entry.members, "id", record.id);
-        putText(entry.members, "run_levels", record.runLevel);
+        putText(entry.members, "runLevels", record.runLevel);
         putText(entry.members, "action", record.action);
         putText(entry.members, "command", record.command);
         putComment(entry.members, comment);
@@ -124,9 +126,28 @@ void ask(EntryRequest& request, const EntryWords& words, bool /*fresh*/) {
                           askedComment(entry.comment)};
     request.addWords = fmt::format("{} {} {} {}", shellWord(entry.id), shellWord(entry.runLevels),
                                    shellWord(entry.action), shellWord(entry.command));
-    putText(request.result, "run_levels", entry.runLevels);
+    putText(request.result, "runLevels", entry.runLevels);
     putText(request.result, "action", entry.action);
     putText(request.result, "command", entry.command);
+}
+
+std::string takeName(BatchItem& item, EntryWords& words) {
+    return words.name = item.takeName("id");
+}
+
+void takeWords(BatchItem& item, const Entry* found, EntryWords& words) {
+    std::string standing = found != nullptr ? found->value : "";
+    for (const char* const member : {"runLevels", "action", "command"}) {
+        const bool last = std::string_view(member) == "command";
+        const std::size_t end = last ? standing.size() : std::min(standing.find(':'), standing.size());
+        const auto text = item.takeText(member);
+        if (!text && found == nullptr) {
+            throw item.failure(fmt::format("it has no \"{}\"", member), "a new entry needs one; it may be empty");
+        }
+        words.fields.push_back(text ? *text : standing.substr(0, end));
+        standing.erase(0, end + 1);
+    }
+    words.comment = item.takeOrNone("comment");
 }
 
 }  // namespace
@@ -141,6 +162,7 @@ const EntrySchema& initTabSchema() {
         .set = {"inittab set", "change an entry; its line keeps its place and comment"},
         .add = {"inittab add", "append a line for a new entry"},
         .remove = {"inittab delete", "remove the line of an entry"},
+        .apply = {"inittab apply", "make a batch of changes with one commit"},
         .file = "the inittab file",
         .found = {"ID", "the id of the entry"},
         .named = {"ID", "the id of the entry"},
@@ -155,6 +177,11 @@ const EntrySchema& initTabSchema() {
         .shorten = "shorten the command or the comment",
         .open = openLines<InitTabLines>,
         .ask = ask,
+        .takeName = takeName,
+        .takeWords = takeWords,
+        .keyMembers = {"id"},
+        .otherMembers = {"runLevels", "action", "command", "comment"},
+        .anyValue = "2:off:",
         .judge = judge,
         .continued = true,
     };

@@ -72,6 +72,16 @@ public:
         return this->Delete(key.mask, keyOf(key, found).get());
     }
 
+    unsigned int begin() override { return this->BeginBatch(); }
+    unsigned int commit() override { return this->CommitBatch(); }
+    [[nodiscard]] Entry describe(const std::string& raw) const override {
+        const auto record = std::make_unique<Record>();
+        (void)parse(record.get(), raw.c_str());
+        Entry entry = Lines::describe(record->base);
+        entry.raw = record->raw;
+        return entry;
+    }
+
 private:
     // What the records do not tell: the lines' numbers in the file, and whether a NUL byte hides the rest of one.
     void readBytes(std::vector<Entry>& entries, const std::string& doing) const {

@@ -54,7 +54,7 @@ void putTexts(Json& members, const std::string& key, const std::vector<std::stri
     for (const std::string& text : texts) {
         list.push_back(plain ? text : base64(text));
     }
-    members[plain ? key : key + "_b64"] = std::move(list);
+    members[plain ? key : key + "Base64"] = std::move(list);
 }
 
 struct ServicesLines {
@@ -234,6 +234,38 @@ void ask(EntryRequest& request, const EntryWords& words, bool fresh) {
     putText(request.result, "protocol", service.protocol);
 }
 
+std::string takeName(BatchItem& item, EntryWords& words) {
+    words.name = item.takeName("name");
+    const auto protocol = item.takeText("protocol");
+    words.fields = {protocol ? "/" + *protocol : ""};
+    return words.name + words.fields[0];
+}
+
+// The protocol is there already, behind the place of the port.
+void takeWords(BatchItem& item, const Entry* found, EntryWords& words) {
+    const auto port = item.takeText("port");
+    const auto aliases = item.take("aliases");
+    if (found == nullptr && (!port || words.fields[0].empty())) {
+        throw item.failure(port ? "it has no \"protocol\"" : "it has no \"port\"", "a new service needs both");
+    }
+    const std::string standing = found != nullptr ? found->value : "/";
+    const std::size_t slash = standing.find('/');
+    const std::string protocol = words.fields[0].empty() ? standing.substr(slash) : words.fields[0];
+    words.fields[0] = (port ? *port : standing.substr(0, slash)) + protocol;
+    words.comment = item.takeOrNone("comment");
+    if (!aliases) {
+        return;
+    }
+    const bool texts = aliases->is_array() && std::ranges::all_of(aliases->elements(), &Json::is_string);
+    if (!texts) {
+        throw item.failure("\"aliases\" is no list of texts", "[] removes them");
+    }
+    for (const Json& alias : aliases->elements()) {
+        words.rest.push_back(alias.get<std::string>());
+    }
+    words.noRest = words.rest.empty();
+}
+
 int ports(Context& context, const std::string& file) {
     std::map<unsigned int, std::vector<std::string>> services;
     for (const Entry& entry : entriesOf(servicesSchema(), file, "list the ports")) {
@@ -268,6 +300,7 @@ const EntrySchema& servicesSchema() {
         .set = {"services set", "change a service; what is not given stays, and so does its line"},
         .add = {"services add", "append a line for a new service"},
         .remove = {"services delete", "remove the line of a service"},
+        .apply = {"services apply", "make a batch of changes with one commit"},
         .runOwn = ports,
         .file = "the services file",
         .found = {"NAME[/PROTOCOL]", "the service; the protocol where it has several"},
@@ -283,6 +316,11 @@ const EntrySchema& servicesSchema() {
         .shorten = "shorten the comment or name fewer aliases",
         .open = openLines<ServicesLines>,
         .ask = ask,
+        .takeName = takeName,
+        .takeWords = takeWords,
+        .keyMembers = {"name", "protocol"},
+        .otherMembers = {"port", "aliases", "comment"},
+        .anyValue = "1/tcp",
         .find = find,
         .judge = judge,
         .nameEnd = '/',

@@ -246,6 +246,19 @@ Json convert(const std::string& path, const Entry& entry, const std::string& typ
                  "read it as text, without --type");
 }
 
+std::string takeName(BatchItem& item, EntryWords& words) {
+    return words.name = item.takeName("name");
+}
+
+void takeWords(BatchItem& item, const Entry* found, EntryWords& words) {
+    const auto value = item.takeText("value");
+    if (!value && found == nullptr) {
+        throw item.failure("it has no \"value\"", "a new variable needs one");
+    }
+    words.fields = {value ? *value : found->value};
+    words.comment = item.takeOrNone("comment");
+}
+
 }  // namespace
 
 const EntrySchema& varValSchema() {
@@ -259,6 +272,7 @@ const EntrySchema& varValSchema() {
         .set = {"varval set", "change a value; the line keeps its layout and comment"},
         .add = {"varval add", "append a line for a new variable"},
         .remove = {"varval delete", "remove the line of a variable"},
+        .apply = {"varval apply", "make a batch of changes with one commit"},
         .file = "the registry file",
         .found = {"NAME", "the variable"},
         .named = {"NAME", "the variable"},
@@ -271,6 +285,11 @@ const EntrySchema& varValSchema() {
         .shorten = "shorten the value or the comment",
         .open = openLines<VarValLines>,
         .ask = ask,
+        .takeName = takeName,
+        .takeWords = takeWords,
+        .keyMembers = {"name"},
+        .otherMembers = {"value", "comment"},
+        .anyValue = "0",
         .convert = convert,
         .layoutLike = newLine,
         .judge = judge,

@@ -8,6 +8,7 @@
 namespace tool {
 
 [[nodiscard]] std::span<const Command> recordCommands();
+[[nodiscard]] std::span<const Command> batchCommands();
 [[nodiscard]] std::span<const Command> pathCommands();
 [[nodiscard]] std::span<const Command> versionCommands();
 [[nodiscard]] std::span<const Command> fixpackCommands();

@@ -63,6 +63,32 @@ unsigned int checkKnown(const void* image, unsigned long length) {
     return code == REG_UNKNOWN_RECORD_TYPE ? 0 : code;
 }
 
+// What the packing of a record that is added takes for its image before: one with these items alone. A record that is
+// carried has one.
+thread_local std::string laterImage;
+
+unsigned int packLater(void** buffer, void* previousImage) {
+    return GlobalReg::PackRecord(buffer, previousImage == nullptr ? laterImage.data() : previousImage);
+}
+
+std::string little(unsigned long number, std::size_t size) {
+    std::string bytes;
+    for (std::size_t i = 0; i < size; ++i) {
+        bytes += static_cast<char>(number >> (8 * i));
+    }
+    return bytes;
+}
+
+std::string imageOf(unsigned int type, const LaterItems& later) {
+    unsigned long mask = 0;
+    std::string items;
+    for (const auto& [bit, bytes] : later) {
+        mask |= bit;
+        items += little(bytes.size(), 2) + bytes;
+    }
+    return little(type, 4) + little(mask, 8) + little(0, 8) + items + little(0, 4);
+}
+
 }  // namespace
 
 std::string globalRegistryPath(const Context& context) {
@@ -143,6 +169,35 @@ unsigned int GlobalRegistry::removeMatching(GlobalRegRecord key, bool severalAll
         (void)setFeature(REG_FEATURE_ALLOW_DUPLICATES);
     }
     return Delete(key.fieldMask, &key);
+}
+
+unsigned int GlobalRegistry::add(const GlobalRegRecord& record, const LaterItems& later) {
+    laterImage = imageOf(record.recordType, later);
+    packRecord = later.empty() ? PackRecord : packLater;
+    const unsigned int code = add(record);
+    packRecord = PackRecord;
+    return code;
+}
+
+// The library's own functions find and compare it, which is quick; they take an absent field for an empty one, and
+// where they would see no difference the slots of this class are asked.
+unsigned int GlobalRegistry::replace(const FoundRecord& found, const FoundRecord& record) {
+    GlobalRegRecord key = found;
+    GlobalRegRecord wanted = record;
+    if (found.later != record.later) {
+        const unsigned int removed = remove(found);
+        return removed == 0 ? add(record, record.later) : removed;
+    }
+    const unsigned long keyFields = kindOf(found.recordType).keyFields;
+    if ((keyFields & ~found.fieldMask) != 0 || MatchRecord(EVERY_FIELD, &key, &wanted) != 0) {
+        return change(found, record);
+    }
+    matchRecord = MatchRecord;
+    validateRecord = ValidateRecord;
+    const unsigned int code = Change(keyFields, &key, &wanted);
+    matchRecord = match;
+    validateRecord = validate;
+    return code;
 }
 
 }  // namespace tool

@@ -37,6 +37,11 @@ public:
     // Every record whose fields are those of the key.
     unsigned int removeMatching(GlobalRegRecord key, bool severalAllowed);
 
+    // In a batch, where nobody changes anything meanwhile: of a record whose key no other one has. Items of a later
+    // release take the place of those that the record has.
+    unsigned int add(const GlobalRegRecord& record, const LaterItems& later);
+    unsigned int replace(const FoundRecord& found, const FoundRecord& record);
+
 private:
     std::string path_;
 };

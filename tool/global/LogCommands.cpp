@@ -147,15 +147,15 @@ Json lineObject(const ChangeLogLine& line) {
     putText(object, "fixpack", line.fixpack);
     putText(object, "path", line.path);
     putText(object, "action", line.action);
-    object["command_line"] = nullptr;
+    object["commandLine"] = nullptr;
     if (line.commandLine) {
-        object.erase("command_line");
-        putText(object, "command_line", *line.commandLine);
+        object.erase("commandLine");
+        putText(object, "commandLine", *line.commandLine);
     }
     object["record"] = line.record ? loggedObject(*line.record) : Json(nullptr);
-    object["new_record"] = line.newRecord ? loggedObject(*line.newRecord) : Json(nullptr);
+    object["newRecord"] = line.newRecord ? loggedObject(*line.newRecord) : Json(nullptr);
     if (!line.record) {
-        putText(object, "record_text", line.recordText);
+        putText(object, "recordText", line.recordText);
     }
     return object;
 }

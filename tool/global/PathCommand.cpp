@@ -125,7 +125,7 @@ int showPath(Context& context, bool explain) {
                 object.erase("tool");
                 putText(object, "tool", found.toolPath);
             }
-            object["tool_vouches"] = found.toolVouches;
+            object["toolVouches"] = found.toolVouches;
             object["exists"] = ossIsFile(found.path.c_str());
         }
         output.json(object);

@@ -189,8 +189,8 @@ private:
         if (parts_.content == RegistryContent::GLOBAL) {
             const FoundRecord record = recordOfImage(part.payload);
             object["record"] = recordTypeName(record.recordType);
-            object["field_mask"] = fmt::format("{:#x}", record.fieldMask);
-            object["missing_field_mask"] = fmt::format("{:#x}", record.missingFieldMask);
+            object["fieldMask"] = fmt::format("{:#x}", record.fieldMask);
+            object["missingFieldMask"] = fmt::format("{:#x}", record.missingFieldMask);
             object["checksum"] = record.checksum;
             object["fields"] = Json::array();
             eachItem(part.payload, [&](const GlobalRegItem& item) {

@@ -65,7 +65,7 @@ Json explanation(unsigned int code) {
     const std::string advice = system ? systemAdvice(systemError) : std::string();
     object["advice"] = advice.empty() ? std::string(meaning.advice) : advice;
     object["exit"] = meaning.exitStatus;
-    object["inner_decides"] = meaning.wrapper;
+    object["innerDecides"] = meaning.wrapper;
     constexpr const char* FILES[] = {nullptr, "kept", "replaced", "unknown"};
     const char* const file = FILES[static_cast<std::size_t>(meaning.file)];
     object["file"] = file == nullptr ? Json(nullptr) : Json(file);
@@ -80,7 +80,7 @@ void print(Output& output, const Json& object) {
     output.line("  what to do   " + text("advice"));
     output.line(
         fmt::format("  genreg exits {} ({}){}", object["exit"].dump(), text("kind"),
-                    object["inner_decides"].get<bool>() ? ", or as the failure behind it asks for (see -v)" : ""));
+                    object["innerDecides"].get<bool>() ? ", or as the failure behind it asks for (see -v)" : ""));
 }
 
 int explain(Context& context, const std::string& word) {

@@ -34,7 +34,7 @@ int status(Context& context, const std::string& given) {
     if (context.output.style.json) {
         Json object = Json::object();
         putText(object, "path", path);
-        putText(object, "lock_path", file.lockFilePath());
+        putText(object, "lockPath", file.lockFilePath());
         object.update(lock);
         context.output.json(object);
     } else {

@@ -26,11 +26,11 @@ void addSizeAndAge(Json& object, const std::string& path) {
     object["size"] = error ? Json(nullptr) : Json(size);
     const auto written = std::filesystem::last_write_time(path, error);
     const auto age = std::chrono::file_clock::now() - written;
-    object["age_seconds"] = error ? Json(nullptr) : Json(std::chrono::duration_cast<std::chrono::seconds>(age).count());
+    object["ageSeconds"] = error ? Json(nullptr) : Json(std::chrono::duration_cast<std::chrono::seconds>(age).count());
 }
 
 std::string ageText(const Json& object) {
-    return object["age_seconds"].is_null() ? "?" : duration(object["age_seconds"].get<long long>());
+    return object["ageSeconds"].is_null() ? "?" : duration(object["ageSeconds"].get<long long>());
 }
 
 Json companionObject(const Companion& companion) {
@@ -49,7 +49,7 @@ Json fileObject(const std::string& given, const RegistryFile& file) {
     }
     Json object = Json::object();
     putText(object, "path", given);
-    putText(object, "real_path", file.registryPath());
+    putText(object, "realPath", file.registryPath());
     addSizeAndAge(object, given);
     object["mode"] = fmt::format("{:04o}", info.permissions);
     object["owner"] = info.owner;
@@ -81,7 +81,7 @@ Json linesObject(const std::string& bytes) {
 void print(Output& output, const Report& report) {
     const auto text = [](const Json& object, const char* key) { return printable(object.value(key, std::string())); };
     const std::string path = text(report.file, "path");
-    const std::string real = text(report.file, "real_path");
+    const std::string real = text(report.file, "realPath");
     output.line(fmt::format("file      {}{}", path, path == real ? "" : " -> " + real));
     output.line(fmt::format("size      {}, changed {} ago", sizeText(report.file), ageText(report.file)));
     output.line(fmt::format("mode      {}, owned by user {}, group {}", text(report.file, "mode"),
@@ -147,7 +147,7 @@ int status(Context& context, const std::string& given) {
         object["lock"] = report.lock;
         object["companions"] = report.companions;
         object["monitor"] = report.monitor;
-        object["change_log"] = report.changeLog;
+        object["changeLog"] = report.changeLog;
         context.output.json(object);
     } else {
         print(context.output, report);

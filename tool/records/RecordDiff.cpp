@@ -159,7 +159,7 @@ Change changeOfRecords(const std::string& path, const std::string& doing, const 
     const auto objects = [withChanges](const Difference& difference) {
         return withChanges(difference, recordDifferenceObjects);
     };
-    return {path, doing, result, {}, print, objects, true};
+    return {path, doing, result, {}, print, objects, {}, true};
 }
 
 }  // namespace tool

@@ -262,7 +262,7 @@ private:
 
     // SERVICE, VERSION, NAME; with _b64 behind it where the value is no UTF-8 and so told in that form.
     static std::string variableName(const std::string& field) {
-        const std::string suffix = field.ends_with("_b64") ? "_b64" : "";
+        const std::string suffix = field.ends_with("Base64") ? "_b64" : "";
         return (field.starts_with("service") ? "SERVICE" : field == "versionCode" ? "VERSION" : "NAME") + suffix;
     }
 

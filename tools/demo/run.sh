@@ -180,6 +180,26 @@ registering() {
     trap 'rm -rf "$DEMO"' EXIT
 }
 
+batching() {
+    title "A copy and five instances of it are one change, or none"
+    echo '{"type":"service","service":"TOO","versionCode":"1.0.0.0","servicePath":"/opt/too"}' > batch
+    for n in 1 2 3 4 5; do
+        printf '{"type":"instance","service":"TOO","versionCode":"1.0.0.0","instanceName":"too%s"}\n' $n >> batch
+    done
+    show apply batch
+    show apply batch
+    echo '{"op":"add","type":"instance","service":"TOO","versionCode":"1.0.0.0","instanceName":"too5"}' >> batch
+    show apply batch
+    account "instances of it" 5 "$(genreg instance list TOO --json | wc -l | tr -d ' ')"
+
+    title "Seven bytes of junk stand behind the last record of a copy"
+    cp global.reg damaged
+    printf 'JUNKJUN' >> damaged
+    show check damaged
+    show repair damaged -y
+    account "records in it" "$(genreg export | wc -l | tr -d ' ')" "$(genreg export damaged | wc -l | tr -d ' ')"
+}
+
 # copy OF AS: a real file of the machine, or what standard input has in its stead.
 copy() {
     if [ -r "$1" ]; then
@@ -368,6 +388,7 @@ echo "The global registry lists a machine's installed copies and their instances
 watching
 recording
 registering
+batching
 
 title "The same for text files"
 echo "genreg edits configuration files that several programs change at once. Here is what that means."

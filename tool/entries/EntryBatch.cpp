@@ -1,0 +1,290 @@
+#include "entries/EntryBatch.h"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+
+#include "base/Answers.h"
+#include "base/DiskFiles.h"
+#include "base/Text.h"
+#include "base/Update.h"
+#include "entries/EntryEditor.h"
+
+namespace tool {
+namespace {
+
+// A change as a batch asks for it. The item still has what shall be written.
+struct AskedEntry {
+    BatchItem item;
+    std::string name;  // what finds it
+    EntryWords words;
+    std::optional<std::string> expected;  // the value
+    std::vector<std::pair<std::string, std::optional<std::string>>> expectedMembers;
+};
+
+struct MadeEntry {
+    BatchOp op;
+    std::optional<Entry> before;
+    std::optional<Entry> after;
+    bool changed = false;
+};
+
+EntryRequest requestOf(const EntrySchema& schema, const AskedEntry& asked, const EntryWords& words, bool fresh) {
+    EntryRequest request{words.file, asked.name, schema.mask};
+    if (asked.item.op() != BatchOp::Delete) {
+        schema.ask(request, words, fresh);
+    }
+    if (schema.find != nullptr) {
+        schema.find(request);
+    }
+    return request;
+}
+
+std::optional<std::string> memberText(const Entry& entry, const std::string& name) {
+    if (!entry.members.contains(name) || entry.members[name].is_null()) {
+        return std::nullopt;
+    }
+    const Json& value = entry.members[name];
+    return value.is_string() ? value.get<std::string>() : value.dump();
+}
+
+AskedEntry askedOf(const EntrySchema& schema, const std::string& file, BatchItem item) {
+    AskedEntry asked{std::move(item), {}, {}, {}, {}};
+    asked.words.file = file;
+    (void)asked.item.take("line");  // as list prints it; lines move
+    (void)asked.item.take("record");
+    asked.expected = asked.item.takeText("ifValue");
+    asked.expectedMembers = asked.item.takeTexts("ifFields");
+    asked.name = schema.takeName(asked.item, asked.words);
+    // Tried here, over any entry, so that what cannot be written is told before a lock is taken.
+    AskedEntry trial = asked;
+    Entry any;
+    any.value = schema.anyValue;
+    if (asked.item.op() != BatchOp::Delete) {
+        schema.takeWords(trial.item, asked.item.op() == BatchOp::Add ? nullptr : &any, trial.words);
+        (void)requestOf(schema, trial, trial.words, false);
+    }
+    std::vector<std::string> names = schema.keyMembers;
+    names.insert(names.end(), schema.otherMembers.begin(), schema.otherMembers.end());
+    trial.item.refuseRest(names);
+    return asked;
+}
+
+class EntryBatch {
+public:
+    EntryBatch(const EntrySchema& schema, const std::string& path, std::string doing)
+        : schema_(schema), path_(path), doing_(std::move(doing)), file_(schema.open(path, false)) {
+        const bool exists = judgeFile(path, doing_, false);
+        answered(file_->begin());
+        if (exists) {
+            entries_ = schema.open(path, true)->read(doing_);
+        }
+    }
+
+    MadeEntry make(const AskedEntry& asked);
+    bool commit() {
+        const unsigned int code = file_->commit();
+        if (code != REG_UNCHANGED) {
+            answered(code);
+        }
+        return code == 0;
+    }
+
+private:
+    void answered(unsigned int code) const {
+        if (code != 0) {
+            throw libraryFailure(code, path_, doing_);
+        }
+    }
+    [[nodiscard]] std::vector<Entry>::iterator find(const AskedEntry& asked, const EntryRequest& request);
+    void expect(const AskedEntry& asked, const Entry& found) const;
+    [[nodiscard]] Entry rewritten(const Entry& found, const EntryEdit& edit) const {
+        Entry entry = file_->describe(edit.rewrite(found.raw));
+        entry.number = found.number;
+        return entry;
+    }
+    MadeEntry add(const AskedEntry& asked, const EntryRequest& request);
+    MadeEntry change(const AskedEntry& asked, Entry& found);
+
+    const EntrySchema& schema_;
+    std::string path_;
+    std::string doing_;
+    std::unique_ptr<EntryFile> file_;
+    std::vector<Entry> entries_;
+};
+
+std::vector<Entry>::iterator EntryBatch::find(const AskedEntry& asked, const EntryRequest& request) {
+    const auto concerns = [&](const Entry& entry) {
+        return request.concerns ? request.concerns(entry) : entry.name == asked.name;
+    };
+    const auto first = std::find_if(entries_.begin(), entries_.end(), concerns);
+    if (first != entries_.end() && std::find_if(first + 1, entries_.end(), concerns) != entries_.end()) {
+        throw answer("several", EXIT_CONFLICT, REG_SEVERAL_MATCH, path_,
+                     fmt::format("{} stands in several {}s; nothing was changed", printable(asked.name), schema_.place),
+                     fmt::format("genreg {} set or delete, with --all", schema_.group));
+    }
+    return first;
+}
+
+void EntryBatch::expect(const AskedEntry& asked, const Entry& found) const {
+    const std::string look = fmt::format("genreg {} get", schema_.group);
+    const bool quoted = schema_.quotes && asked.expected && found.value == fmt::format("\"{}\"", *asked.expected);
+    if (asked.expected && found.value != *asked.expected && !quoted) {
+        throw otherValue(path_, asked.name, cell(found.value), cell(*asked.expected), look);
+    }
+    for (const auto& [member, text] : asked.expectedMembers) {
+        const auto value = memberText(found, member);
+        if (value != text) {
+            const auto shown = [](const auto& each) { return each ? cell(*each) : std::string(ABSENT); };
+            throw otherValue(path_, fmt::format("{}: {}", asked.name, member), shown(value), shown(text), look);
+        }
+    }
+}
+
+MadeEntry EntryBatch::add(const AskedEntry& asked, const EntryRequest& request) {
+    EntryEdit edit = request.edit;
+    if (schema_.layoutLike != nullptr) {
+        edit.layout = schema_.layoutLike(entries_.empty() ? std::string_view() : entries_.back().raw);
+    }
+    const unsigned int code = file_->add(request.mask, edit);
+    if (edit.doesNotFit) {
+        throw asked.item.failure(schema_.tooLong, schema_.shorten);
+    }
+    answered(code);
+    Entry blank;
+    blank.raw = edit.layout;
+    entries_.push_back(rewritten(blank, edit));
+    return {asked.item.op(), {}, entries_.back(), true};
+}
+
+MadeEntry EntryBatch::change(const AskedEntry& asked, Entry& found) {
+    AskedEntry wanted = asked;
+    schema_.takeWords(wanted.item, &found, wanted.words);
+    const EntryRequest request = requestOf(schema_, wanted, wanted.words, false);
+    EntryEdit edit = request.edit;
+    MadeEntry made{asked.item.op(), found, found, !edit.isAsAsked(found.raw)};
+    if (!made.changed) {
+        return made;
+    }
+    if (found.hidesBytes) {
+        throw hiddenBytes(path_, doing_, found.number);
+    }
+    const unsigned int code = file_->change({request.mask, true}, found, edit);
+    if (edit.doesNotFit) {
+        throw asked.item.failure(schema_.tooLong, schema_.shorten);
+    }
+    answered(code);
+    found = rewritten(found, edit);
+    made.after = found;
+    return made;
+}
+
+MadeEntry EntryBatch::make(const AskedEntry& asked) {
+    const BatchOp op = asked.item.op();
+    EntryRequest request{path_, asked.name, schema_.mask};
+    if (schema_.find != nullptr) {
+        schema_.find(request);
+    }
+    const auto at = find(asked, request);
+    const bool exists = at != entries_.end();
+    if (exists && op == BatchOp::Add) {
+        throw answer("exists", EXIT_CONFLICT, REG_DUPLICATE, path_,
+                     fmt::format("{} is there already; nothing was changed", printable(asked.name)), "\"op\":\"set\"");
+    }
+    const bool expects = asked.expected || !asked.expectedMembers.empty();
+    if (!exists && (op == BatchOp::Delete || expects)) {
+        throw answer("not-found", EXIT_NEGATIVE, REG_NOT_FOUND, path_,
+                     fmt::format("there is no {} {}", schema_.noun, printable(asked.name)),
+                     fmt::format("genreg {} list", schema_.group));
+    }
+    if (!exists) {
+        AskedEntry wanted = asked;
+        schema_.takeWords(wanted.item, nullptr, wanted.words);
+        return add(asked, requestOf(schema_, wanted, wanted.words, true));
+    }
+    expect(asked, *at);
+    if (op != BatchOp::Delete) {
+        return change(asked, *at);
+    }
+    answered(file_->remove({request.mask, true}, *at));
+    MadeEntry made{op, *at, {}, true};
+    entries_.erase(at);
+    return made;
+}
+
+Json sideOf(const EntrySchema& schema, const std::optional<Entry>& entry) {
+    if (!entry) {
+        return nullptr;
+    }
+    Json object = entry->members;
+    object.erase("line");
+    object.erase("record");
+    for (const std::string& key : schema.keyMembers) {
+        object.erase(key);
+    }
+    if (schema.hasLines()) {
+        putText(object, "text", entry->raw);
+    }
+    return object;
+}
+
+Json objectOf(const EntrySchema& schema, const MadeEntry& made, const std::string& path, bool dryRun) {
+    const Entry& shown = made.after ? *made.after : *made.before;
+    Json object{{"operation", fmt::format("{} {}", schema.group, nameOf(made.op))}};
+    putText(object, "path", path);
+    if (shown.number != 0) {
+        object[schema.place == std::string_view("line") ? "line" : "record"] = shown.number;
+    }
+    for (const std::string& key : schema.keyMembers) {
+        if (shown.members.contains(key)) {
+            object[key] = shown.members[key];
+        }
+    }
+    object["action"] = !made.changed ? "none" : !made.before ? "add" : !made.after ? "delete" : "change";
+    object["before"] = sideOf(schema, made.before);
+    object["after"] = sideOf(schema, made.after);
+    object["changed"] = made.changed;
+    object["dryRun"] = dryRun;
+    return object;
+}
+
+}  // namespace
+
+int applyToEntries(Context& context, const EntrySchema& schema, const std::string& file, const std::string& source) {
+    std::vector<AskedEntry> asked;
+    readBatch(source, [&](BatchItem item) {
+        const BatchItem named = item;
+        asked.push_back(named.naming([&] { return askedOf(schema, file, std::move(item)); }));
+    });
+    std::vector<MadeEntry> made;
+    Change change = changeOfEntries(schema, file, "apply", Json::object());
+    change.make = [&](const std::string& path) {
+        made.clear();
+        EntryBatch batch(schema, path, change.doing);
+        for (const AskedEntry& each : asked) {
+            made.push_back(each.item.naming([&] { return batch.make(each); }));
+        }
+        return batch.commit();
+    };
+    change.results = [&] {
+        std::vector<Json> results;
+        for (const MadeEntry& each : made) {
+            results.push_back(objectOf(schema, each, file, context.options.dryRun));
+        }
+        return results;
+    };
+    const int status = schema.shown == nullptr ? carryOutOnText(context, change) : carryOut(context, change);
+    if (!context.output.style.json) {
+        const auto count = [&](bool before, bool after) {
+            return std::ranges::count_if(made, [&](const MadeEntry& each) {
+                return each.changed && each.before.has_value() == before && each.after.has_value() == after;
+            });
+        };
+        context.output.line(batchSummary(static_cast<std::size_t>(count(false, true)),
+                                         static_cast<std::size_t>(count(true, true)),
+                                         static_cast<std::size_t>(count(true, false)), made.size()));
+    }
+    return status;
+}
+
+}  // namespace tool

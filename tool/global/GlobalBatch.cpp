@@ -1,0 +1,280 @@
+#include "global/GlobalBatch.h"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <charconv>
+
+#include "base/Answers.h"
+#include "base/DiskFiles.h"
+#include "base/Text.h"
+
+namespace tool {
+namespace {
+
+const RecordKind& kindNamed(const BatchItem& item, const std::optional<std::string>& name) {
+    for (const unsigned int type : {GLOBALREG_SERVICE, GLOBALREG_INSTANCE, GLOBALREG_VARIABLE}) {
+        if (name == kindOf(type).name) {
+            return kindOf(type);
+        }
+    }
+    throw item.failure(name ? fmt::format("there is no \"type\" {}", cell(*name)) : "it has no \"type\"",
+                       "service, instance or variable");
+}
+
+const GlobalRegField* fieldOf(const RecordKind& kind, const std::string& name) {
+    const auto found = std::find_if(kind.fields.begin(), kind.fields.end(),
+                                    [&](const GlobalRegField& field) { return field.name == name; });
+    return found == kind.fields.end() ? nullptr : &*found;
+}
+
+// The change log has a line for the record; a line break would let it hold another.
+void check(const GlobalRegField& field, const std::optional<std::string>& text) {
+    if (text) {
+        refuseControl(field.name, *text);
+        GlobalRegRecord trial = {};
+        trial.recordType = GLOBALREG_INSTANCE;
+        setField(trial, field, *text);
+    }
+}
+
+LaterItems takeLater(BatchItem& item, const Json& unknown, const RecordKind& kind) {
+    LaterItems later;
+    const auto refuse = [&] {
+        return item.failure("\"unknown\" is a list of objects with \"bit\" and \"base64\"", "as export prints it");
+    };
+    if (!unknown.is_array()) {
+        throw refuse();
+    }
+    for (const Json& each : unknown.elements()) {
+        if (!each.is_object() || !each.contains("bit") || !each.contains("base64")) {
+            throw refuse();
+        }
+        const std::string bit = each.value("bit", "");
+        const auto bytes = fromBase64(each.value("base64", "?"));
+        unsigned long number = 0;
+        const char* const end = bit.data() + bit.size();
+        const bool read =
+            bit.starts_with("0x") && std::from_chars(bit.data() + 2, end, number, 16).ptr == end && number != 0;
+        constexpr std::size_t LONGEST = 0xffff;
+        if (!read || (number & (number - 1)) != 0 || (number & (kind.known | 1UL << 63U)) != 0 || !bytes ||
+            bytes->size() > LONGEST) {
+            throw refuse();
+        }
+        later[number] = *bytes;
+    }
+    return later;
+}
+
+void takeExpected(AskedChange& asked, const RecordKind& kind) {
+    if (const auto value = asked.item.takeText("ifValue")) {
+        const GlobalRegField* const field = fieldOf(kind, "value");
+        if (field == nullptr) {
+            throw asked.item.failure(fmt::format("a {} has no value for \"ifValue\"", kind.name), "ifFields");
+        }
+        asked.expected.emplace_back(field, value);
+    }
+    for (const auto& [name, text] : asked.item.takeTexts("ifFields")) {
+        const GlobalRegField* const field = fieldOf(kind, name);
+        if (field == nullptr) {
+            throw asked.item.failure(fmt::format("a {} has no field {}", kind.name, cell(name)), "");
+        }
+        asked.expected.emplace_back(field, text);
+    }
+}
+
+AskedChange changeOf(BatchItem item) {
+    AskedChange asked{std::move(item), {}, {}, {}, {}};
+    const RecordKind& kind = kindNamed(asked.item, asked.item.takeText("type"));
+    asked.key.recordType = kind.type;
+    std::vector<std::string> names;
+    for (const GlobalRegField& field : kind.fields) {
+        names.emplace_back(field.name);
+        bool isNull = false;
+        const auto text = asked.item.takeText(field.name, &isNull);
+        if ((kind.keyFields & field.bit) != 0) {
+            if (!text || text->empty()) {
+                throw asked.item.failure(fmt::format("a {} has to have a {}", kind.name, field.name), "");
+            }
+            refuseControl("key", *text);
+            setField(asked.key, field, *text);
+        } else if (text || isNull) {
+            check(field, text);
+            asked.fields.emplace_back(&field, text);
+        }
+    }
+    takeExpected(asked, kind);
+    if (const auto unknown = asked.item.take("unknown")) {
+        asked.later = takeLater(asked.item, *unknown, kind);
+    }
+    if (asked.item.op() == BatchOp::Delete && (!asked.fields.empty() || asked.later)) {
+        throw asked.item.failure("a delete has nothing but a key", "\"ifFields\" for what it expects");
+    }
+    asked.item.refuseRest(names);
+    return asked;
+}
+
+std::string shown(const std::optional<std::string>& value) {
+    return value ? cell(*value) : std::string(ABSENT);
+}
+
+// The fields beyond the key.
+Json fieldsOf(const std::optional<FoundRecord>& record) {
+    if (!record) {
+        return nullptr;
+    }
+    Json object = Json::object();
+    putFields(object, *record, ~kindOf(record->recordType).keyFields);
+    putLater(object, record->later);
+    return object;
+}
+
+}  // namespace
+
+std::vector<AskedChange> readChanges(const std::string& source) {
+    std::vector<AskedChange> changes;
+    readBatch(source, [&](BatchItem item) {
+        const BatchItem named = item;
+        changes.push_back(named.naming([&] { return changeOf(std::move(item)); }));
+    });
+    return changes;
+}
+
+GlobalBatch::GlobalBatch(const Context& context, const std::string& path, bool rehearsal, std::string doing)
+    : registry_(context, path, rehearsal), path_(path), doing_(std::move(doing)) {
+    const bool exists = judgeFile(path, doing_, false);
+    answered(registry_.BeginBatch());
+    if (exists) {
+        for (FoundRecord& record : GlobalRegistry(context, path, true).read(doing_)) {
+            std::string key = keyText(record);
+            records_.emplace(std::move(key), std::move(record));
+        }
+    }
+}
+
+void GlobalBatch::answered(unsigned int code) const {
+    if (code != 0) {
+        throw libraryFailure(code, path_, doing_);
+    }
+}
+
+GlobalBatch::Records::iterator GlobalBatch::find(const AskedChange& asked) {
+    const auto [first, last] = records_.equal_range(keyText(asked.key));
+    if (std::distance(first, last) > 1) {
+        throw answer(
+            "several", EXIT_CONFLICT, REG_SEVERAL_MATCH, path_,
+            fmt::format("there are {} records {}; nothing was changed", std::distance(first, last), keyText(asked.key)),
+            "genreg check shows them");
+    }
+    return first == last ? records_.end() : first;
+}
+
+void GlobalBatch::expect(const AskedChange& asked, const FoundRecord& found) const {
+    for (const auto& [field, text] : asked.expected) {
+        const auto value = valueText(found, *field);
+        if (value != text) {
+            throw answer("changed", EXIT_CONFLICT, 0, path_,
+                         fmt::format("{}: {} is {}, not {}; nothing was changed", keyText(asked.key), field->name,
+                                     shown(value), shown(text)),
+                         "look at it, then decide anew");
+        }
+    }
+}
+
+FoundRecord GlobalBatch::edited(const AskedChange& asked, const std::optional<FoundRecord>& found) const {
+    FoundRecord record = found && !asked.whole ? *found : FoundRecord{asked.key, {}};
+    record.missingFieldMask = found ? found->missingFieldMask : 0;
+    for (const auto& [field, text] : asked.fields) {
+        if (text) {
+            setField(record, *field, *text);
+        } else {
+            removeField(record, *field);
+        }
+    }
+    if (asked.later || asked.whole) {
+        record.later = asked.later.value_or(LaterItems());
+    }
+    return record;
+}
+
+MadeChange GlobalBatch::make(const AskedChange& asked) {
+    const auto at = find(asked);
+    const bool exists = at != records_.end();
+    const BatchOp op = asked.item.op();
+    MadeChange made{fmt::format("{} {}", kindOf(asked.key.recordType).name, nameOf(op)), {}, {}, true};
+    if (exists && op == BatchOp::Add) {
+        throw answer("exists", EXIT_CONFLICT, REG_DUPLICATE, path_,
+                     fmt::format("{} is there already; nothing was changed", keyText(asked.key)), "\"op\":\"set\"");
+    }
+    if (!exists && (op == BatchOp::Delete || !asked.expected.empty())) {
+        throw answer("not-found", EXIT_NEGATIVE, REG_NOT_FOUND, path_,
+                     fmt::format("there is no {}", keyText(asked.key)), "genreg export");
+    }
+    if (exists) {
+        made.before = at->second;
+        expect(asked, at->second);
+    }
+    if (op == BatchOp::Delete) {
+        answered(registry_.remove(at->second));
+        records_.erase(at);
+        return made;
+    }
+    made.after = edited(asked, made.before);
+    if (!exists) {
+        answered(registry_.add(*made.after, made.after->later));
+        records_.emplace(keyText(*made.after), *made.after);
+        return made;
+    }
+    const unsigned long fields = (made.before->fieldMask ^ made.after->fieldMask) & kindOf(asked.key.recordType).known;
+    made.changed =
+        fields != 0 || made.before->later != made.after->later || !sameValues(*made.before, *made.after, ~0UL);
+    if (made.changed) {
+        answered(registry_.replace(*made.before, *made.after));
+        at->second = *made.after;
+    }
+    return made;
+}
+
+std::vector<MadeChange> GlobalBatch::deleteOthers(const std::vector<AskedChange>& asked) {
+    std::vector<std::string> kept;
+    kept.reserve(asked.size());
+    for (const AskedChange& each : asked) {
+        kept.push_back(keyText(each.key));
+    }
+    std::sort(kept.begin(), kept.end());
+    std::vector<MadeChange> made;
+    for (auto at = records_.begin(); at != records_.end();) {
+        if (std::binary_search(kept.begin(), kept.end(), at->first)) {
+            ++at;
+            continue;
+        }
+        answered(registry_.remove(at->second));
+        const auto kind = kindOf(at->second.recordType).name;
+        made.push_back({fmt::format("{} delete", kind), at->second, {}, true});
+        at = records_.erase(at);
+    }
+    return made;
+}
+
+bool GlobalBatch::commit() {
+    const unsigned int code = registry_.CommitBatch();
+    if (code != REG_UNCHANGED) {
+        answered(code);
+    }
+    return code == 0;
+}
+
+Json changeObject(const MadeChange& change, const std::string& path, bool dryRun) {
+    const FoundRecord& record = change.after ? *change.after : *change.before;
+    Json object{{"operation", change.operation}};
+    putText(object, "path", path);
+    object.update(recordObject(record, kindOf(record.recordType).keyFields));
+    object["action"] = !change.changed ? "none" : !change.before ? "add" : !change.after ? "delete" : "change";
+    object["before"] = fieldsOf(change.before);
+    object["after"] = fieldsOf(change.after);
+    object["changed"] = change.changed;
+    object["dryRun"] = dryRun;
+    return object;
+}
+
+}  // namespace tool
