@@ -89,7 +89,10 @@ private:
 
     // GetAndSetRealRegistryPaths; the platform's code when nobody can tell whether the path is a link.
     [[nodiscard]] unsigned int moveToRealFile() noexcept;
-    [[nodiscard]] unsigned int takeLock(OSSHFile& handle, const char* path, const OSSFileLockRequest& request) noexcept;
+    [[nodiscard]] unsigned int takeLock(OSSHFile& handle, const char* path, const OSSFileLockRequest& request,
+                                        unsigned long first = 0) noexcept;
+    [[nodiscard]] unsigned int takeLockFile(bool exclusive, bool waits) noexcept;
+    [[nodiscard]] bool borrowsHere() const noexcept;
     [[nodiscard]] static unsigned int thisProcess() noexcept;
 
     [[nodiscard]] unsigned int openRegistryHandle(unsigned int access) noexcept;
@@ -141,7 +144,9 @@ private:
     long lockWaitLimit_ = -1;
     GenRegLockNotice lockNotice_ = nullptr;
     void* lockNoticeContext_ = nullptr;
-    KeptContents* kept_ = nullptr;  // null: nothing is to be kept
+    GenRegLockLoan loan_ = {-1, 0, 0};  // under which the lock file is locked, where it is true
+    unsigned long lockedFrom_ = 0;      // the first byte of the lock file that this object's lock covers
+    KeptContents* kept_ = nullptr;      // null: nothing is to be kept
     Batch* batch_ = nullptr;
 };
 

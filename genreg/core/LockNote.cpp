@@ -5,6 +5,7 @@
 #include <osse/Text.h>
 #include <osse/Time.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -86,7 +87,7 @@ GenRegLockNote holderOf(const char* path, const Note& note) noexcept {
 
 }  // namespace
 
-void genreg::writeLockNote(int descriptor) noexcept {
+void genreg::writeLockNote(int descriptor, const char* program) noexcept {
     if (!takesNote(descriptor)) {
         return;
     }
@@ -95,9 +96,11 @@ void genreg::writeLockNote(int descriptor) noexcept {
     (void)ossTimeGetUTC(&now);
     std::memset(note, ' ', NOTE_SIZE);
     const long process = posix::processId();
-    const unsigned long length = ossSnprintf(note, NOTE_SIZE, "pid=%ld since=%ld program=%-63.63s start=%llu", process,
-                                             now.seconds, posix::programName(), posix::processStart(process));
+    const unsigned long length =
+        ossSnprintf(note, NOTE_SIZE, "pid=%ld since=%ld program=%-63.63s start=%llu", process, now.seconds,
+                    program != nullptr ? program : posix::programName(), posix::processStart(process));
     note[length] = ' ';
+    std::replace(note, note + NOTE_SIZE, '\n', ' ');
     note[NOTE_SIZE - 1] = '\n';
     (void)posix::writeAt(descriptor, note, NOTE_SIZE, 0);
 }

@@ -4,7 +4,7 @@
 namespace genreg {
 
 // For people who wonder who holds the lock; a failure is nobody's concern. Only a file of the lock's own is written,
-// not one that another program uses.
-void writeLockNote(int descriptor) noexcept;
+// not one that another program uses. program: null for this one.
+void writeLockNote(int descriptor, const char* program = nullptr) noexcept;
 
 }  // namespace genreg

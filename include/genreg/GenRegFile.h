@@ -44,6 +44,13 @@ using GenRegGetMaxRecordSize = unsigned int (*)(unsigned long* size);
 // that wait has lasted so far in milliseconds.
 using GenRegLockNotice = void (*)(void* context, const char* lockPath, unsigned long waitedMilliseconds);
 
+// A lock that somebody holds, lent to the processes that he starts.
+struct GenRegLockLoan {
+    int descriptor;      // of the open lock file, which they are to inherit
+    unsigned int depth;  // how many loans this one is made under
+    unsigned long kind;  // REG_LOCK_EXCLUSIVE or REG_LOCK_SHARED
+};
+
 namespace genreg {  // of the library's own, which clients neither see nor name
 class FileInternals;
 class Transaction;
@@ -77,6 +84,22 @@ public:
     unsigned int Lock(unsigned long flags, unsigned long reserved) noexcept;
     // REG_RELEASE_LOCK_FAILED (the object stays locked), REG_CLOSE_LOCK_FAILED.
     unsigned int UnLock() noexcept;
+
+    // An addition, for programs that start others under the lock. LendLock makes a loan of the lock that this object
+    // holds: whoever inherits the descriptor and is told of the loan works under the lock, until UnLock gives it back
+    // or the last copy of the descriptor is closed. What the object keeps of an exclusive lock meanwhile still keeps
+    // everybody else out. The note in the lock file names the program that it is lent to (may be null: as it was), cut
+    // to 63 bytes, but for a loan under another, whose note stands. REG_NULL_POINTER; REG_INVALID_ARGUMENT: the object
+    // holds no lock; the platform's code, that of ENOTSUP where locks have no parts: nothing is lent, and the lock is
+    // held as before.
+    unsigned int LendLock(const char* borrower, GenRegLockLoan* loan) noexcept;
+    // An addition. From now on Lock, and with it every update of this object, works under the loan (copied; null: under
+    // none, as at first) where that is true: the descriptor is open, it is the object's own lock file, and its open
+    // file holds the lock. Anything else is as if there were no loan. Those who work under one loan exclude each other,
+    // and what one of them has begun when the loan ends keeps out everybody until it is done. Under a loan of a shared
+    // lock nobody waits for the exclusive one, for it would be for whoever lent the other: REG_LOCK_HELD at once.
+    // Always 0.
+    unsigned int BorrowLock(const GenRegLockLoan* loan) noexcept;
 
     // A limit for each wait for a lock, in milliseconds; negative (the default) is none. It holds for that on the lock
     // file, where Lock answers REG_LOCK_HELD once it is reached, and for those on the registry file, which a program

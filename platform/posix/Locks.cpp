@@ -78,6 +78,23 @@ unsigned int isLockedElsewhere(int descriptor, bool* locked) noexcept {
     return resultOf(platform::isLockedElsewhere(descriptor, locked));
 }
 
+unsigned int lockTail(int descriptor, bool exclusive, unsigned long first, bool wait) noexcept {
+    const auto kind = exclusive ? platform::FileLock::Exclusive : platform::FileLock::Shared;
+    return resultOf(platform::lockTail(descriptor, kind, first, wait));
+}
+
+unsigned int unlockTail(int descriptor, unsigned long first) noexcept {
+    return resultOf(platform::lockTail(descriptor, platform::FileLock::None, first, false));
+}
+
+// In this order: a lock that another gave back between the two questions is no answer to the second.
+bool holdsByte(int holder, int own, unsigned long byte) noexcept {
+    bool others = true;
+    bool held = false;
+    return platform::isByteRefused(holder, platform::FileLock::Exclusive, byte, &others) == 0 && !others &&
+           platform::isByteRefused(own, platform::FileLock::Shared, byte, &held) == 0 && held;
+}
+
 // Closing the descriptor costs this process any classic lock that it has on the file; the locks of file handles stay.
 unsigned int isLocked(const char* path, bool* locked) noexcept {
     const int descriptor = platform::openHigh(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);

@@ -128,6 +128,15 @@ struct FileStatus {
 [[nodiscard]] unsigned int lockShared(int descriptor) noexcept;
 [[nodiscard]] unsigned int isLockedElsewhere(int descriptor, bool* locked) noexcept;
 
+// Parts of a lock on an open file: the bytes from the first one on. Where locks have none, the code of ENOTSUP for any
+// part but the whole. The code of EAGAIN where it does not wait, and the lock is held elsewhere.
+[[nodiscard]] unsigned int lockTail(int descriptor, bool exclusive, unsigned long first, bool wait) noexcept;
+[[nodiscard]] unsigned int unlockTail(int descriptor, unsigned long first) noexcept;
+// Whether it is the open file of `holder`, and no other, that has an exclusive lock on the byte. `own` is another open
+// file of the same file, whose lock begins behind the byte, so that nobody can take the byte meanwhile together with
+// what follows it.
+[[nodiscard]] bool holdsByte(int holder, int own, unsigned long byte) noexcept;
+
 // Whether some open file holds a lock on the file that conflicts with an exclusive one. A missing file is not locked; a
 // link is not followed.
 [[nodiscard]] unsigned int isLocked(const char* path, bool* locked) noexcept;

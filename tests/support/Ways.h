@@ -13,6 +13,7 @@ inline constexpr bool CARRIES_ATTRIBUTES = WAYS != "portable";  // beyond owner 
 inline constexpr bool NAMES_HOLDERS = WAYS == "linux";          // of locks that belong to an open file
 inline constexpr bool TELLS_STARTS = WAYS != "portable";        // when a process started
 inline constexpr bool KEEPS_CONTENTS = WAYS != "portable";      // whether a file system is the machine's own
+inline constexpr bool LENDS_LOCKS = WAYS == "linux";            // which takes locks that have parts
 inline constexpr bool MEETS_CLASSIC_LOCKS = WAYS != "portable";
 
 // The lock that another program would take exclusively, without waiting: a classic one where the library's locks meet

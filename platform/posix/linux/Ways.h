@@ -68,15 +68,18 @@ inline bool isOwnFileSystem(int descriptor) noexcept {
 
 // --- locks that belong to the open file -------------------------------------------------------------------------
 
-inline struct flock wholeFile(FileLock lock) noexcept {
+inline struct flock lockFrom(FileLock lock, unsigned long first, unsigned long count) noexcept {
     struct flock request = {};
     request.l_type = lock == FileLock::None ? F_UNLCK : lock == FileLock::Shared ? F_RDLCK : F_WRLCK;
     request.l_whence = SEEK_SET;
+    request.l_start = static_cast<off_t>(first);
+    request.l_len = static_cast<off_t>(count);
     return request;
 }
 
-inline int lockWholeFile(int descriptor, FileLock lock, bool wait) noexcept {
-    struct flock request = wholeFile(lock);
+// The bytes from the first one on; that a lock covers them says nothing of the file having them.
+inline int lockTail(int descriptor, FileLock lock, unsigned long first, bool wait) noexcept {
+    struct flock request = lockFrom(lock, first, 0);
     const int result = retried([&] { return ::fcntl(descriptor, wait ? F_OFD_SETLKW : F_OFD_SETLK, &request); });
     if (result == -1 && errno == EACCES) {
         errno = EAGAIN;  // either may tell of a conflicting lock
@@ -84,13 +87,25 @@ inline int lockWholeFile(int descriptor, FileLock lock, bool wait) noexcept {
     return result;
 }
 
-inline int isLockedElsewhere(int descriptor, bool* locked) noexcept {
-    struct flock request = wholeFile(FileLock::Exclusive);
+inline int lockWholeFile(int descriptor, FileLock lock, bool wait) noexcept {
+    return lockTail(descriptor, lock, 0, wait);
+}
+
+// Whether another open file's lock stands in the way of this one.
+inline int isRefusedElsewhere(int descriptor, struct flock request, bool* refused) noexcept {
     if (retried([&] { return ::fcntl(descriptor, F_OFD_GETLK, &request); }) == -1) {
         return -1;
     }
-    *locked = request.l_type != F_UNLCK;
+    *refused = request.l_type != F_UNLCK;
     return 0;
+}
+
+inline int isByteRefused(int descriptor, FileLock lock, unsigned long byte, bool* refused) noexcept {
+    return isRefusedElsewhere(descriptor, lockFrom(lock, byte, 1), refused);
+}
+
+inline int isLockedElsewhere(int descriptor, bool* locked) noexcept {
+    return isRefusedElsewhere(descriptor, lockFrom(FileLock::Exclusive, 0, 0), locked);
 }
 
 }  // namespace platform

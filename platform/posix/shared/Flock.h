@@ -12,6 +12,19 @@ inline int lockWholeFile(int descriptor, FileLock lock, bool wait) noexcept {
     return retried([&] { return ::flock(descriptor, wait ? kind : kind | LOCK_NB); });
 }
 
+// Such a lock has no parts: it is that of the whole file, or none.
+inline int lockTail(int descriptor, FileLock lock, unsigned long first, bool wait) noexcept {
+    if (first == 0) {
+        return lockWholeFile(descriptor, lock, wait);
+    }
+    errno = ENOTSUP;
+    return -1;
+}
+inline int isByteRefused(int /*descriptor*/, FileLock /*lock*/, unsigned long /*byte*/, bool* /*refused*/) noexcept {
+    errno = ENOTSUP;
+    return -1;
+}
+
 // Asks by taking the lock for a moment, since no call only asks. The shared one is tried first: who holds the file
 // exclusively, which is when people ask, is found without anything being taken. Where somebody may share it, the
 // exclusive one is tried, and is there for that moment only if nobody else had any lock. Left over: an attempt of
