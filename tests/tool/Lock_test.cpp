@@ -11,7 +11,7 @@ class Lock : public ToolTest {
 protected:
     // A holder of the lock of "f"; it holds it once the file "held" is there.
     Running hold(const std::string& seconds) {
-        Running holder = start("lock run f -- sh -c", {"touch held; exec sleep " + seconds});
+        Running holder = start("lock run f -- sh -c", {"echo $$ > made; mv made held; exec sleep " + seconds});
         while (!exists("held")) {
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
@@ -28,7 +28,7 @@ TEST_F(Lock, ACommandRunsUnderItAndItsStatusIsPassedOn) {
     EXPECT_EQ(inside.out.substr(0, 4), "out\n");
     const Json report = objects(inside.out.substr(4)).at(0);
     EXPECT_EQ(report["held"], true);
-    EXPECT_EQ(report["program"], "genreg");
+    EXPECT_EQ(report["program"], "sh") << "for whom it is held";
     EXPECT_EQ(status("lock run f -- sh -c", {"kill -9 $$"}), 137);
     EXPECT_EQ(status("lock run f -- sh -c", {"kill -PIPE $$"}), 141) << "what the tool ignores is not its";
     EXPECT_EQ(status("lock run f -- no-such-command"), 127);
@@ -39,7 +39,7 @@ TEST_F(Lock, ACommandRunsUnderItAndItsStatusIsPassedOn) {
 
 TEST_F(Lock, WhoWaitsIsToldForWhom) {
     const Running holder = hold("30");
-    const std::string owner = "pid " + std::to_string(holder.pid) + " (genreg)";
+    const std::string owner = "pid " + std::to_string(holder.pid) + " (sh)";
     const Result told = genreg("lock status f");
     EXPECT_EQ(told.status, 4);
     EXPECT_NE(told.out.find("held by " + owner), std::string::npos) << told.out;
@@ -53,9 +53,17 @@ TEST_F(Lock, WhoWaitsIsToldForWhom) {
     EXPECT_NE(later.err.find("gave up after 1.5 s"), std::string::npos) << later.err;
     EXPECT_EQ(out("varval get f a"), "1\n") << "reading needs no lock";
 
-    // A holder that is killed leaves nothing that anybody has to clean up.
+    // A holder that is killed leaves nothing that anybody has to clean up: where its command has the lock, that keeps
+    // it to its end.
     ::kill(holder.pid, SIGKILL);
     EXPECT_EQ(finish(holder).status, 137);
+    if (LENDS_LOCKS) {
+        EXPECT_EQ(status("lock status f"), 4);
+        ::kill(std::stoi(read("held")), SIGKILL);
+    }
+    while (status("lock status f") != 0) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
     EXPECT_EQ(status("lock status f"), 0);
     EXPECT_EQ(status("varval set f a 2 --wait 0"), 0);
 }
@@ -104,6 +112,64 @@ TEST_F(Lock, ASignalReachesTheCommandAndTheLockEndsWithIt) {
     EXPECT_EQ(finish(holder).status, 128 + SIGTERM);
     EXPECT_EQ(status("lock status f"), 0);
     EXPECT_TRUE(object("lock status f")["pid"].is_null()) << "who held it is nobody who holds it";
+}
+
+TEST_F(Lock, WhatRunsUnderItWorksUnderIt) {
+    if (!LENDS_LOCKS) {
+        GTEST_SKIP() << "locks have no parts here";
+    }
+    const std::string tool = std::string(BUILT_TOOL) + " ";
+    write("g", "");
+    link("f", "link");
+    // Several at once, through a link, under a lock on another file, and under one more on the same.
+    const auto under = [&](const std::string& script) {
+        return genreg("lock run f --wait 0 -- sh -c", {"set -e; genreg() { " + tool + "\"$@\"; }; " + script});
+    };
+    const Result all = under(
+        "genreg varval set link a 2 --wait 0; for i in 1 2 3 4 5 6; do genreg varval add f n$i $i & done; wait; "
+        "genreg lock run g -- " +
+        tool +
+        "varval set f a 3 --wait 0; genreg varval add g x 1 --wait 0; "
+        "genreg lock run f --wait 0 -- sh -c '" +
+        tool + "varval set f a 4 --wait 0; " + tool + "lock run --wait 0 f -- " + tool +
+        "varval add f b 5 --wait 0'; genreg varval set f a 6 --wait 0; exit 9");
+    EXPECT_EQ(all.status, 9) << all.err;
+    EXPECT_EQ(out("varval get f a") + out("varval get f b") + out("varval get g x"), "6\n5\n1\n");
+    EXPECT_EQ(lines("f").size(), 8U);
+
+    // It is told of what is not so: a descriptor that is closed, another file's, or one that holds no lock.
+    for (const char* lie : {"exec 9<&-", "exec 9<g", "exec 9<>.f.lock"}) {
+        const Result waits =
+            genreg("lock run f -- sh -c", {std::string("export GENREG_HELD_LOCKS=9:${GENREG_HELD_LOCKS#*:}; ") + lie +
+                                           "; printenv GENREG_HELD_LOCKS; exec " + tool + "varval set f a 0 --wait 0"});
+        EXPECT_EQ(waits.status, 4) << lie << waits.err;
+        EXPECT_EQ(std::count(waits.out.begin(), waits.out.end(), ':'), 4) << waits.out;
+    }
+    // Nor has anybody the lock who was told of it when it is over.
+    const Result past =
+        genreg("lock run f -- sh -c", {"(while [ ! -e go ]; do sleep 0.01; done; " + tool +
+                                       "varval set f a 0 --wait 0 2> late; echo $? > done) > /dev/null &"});
+    EXPECT_EQ(past.status, 0);
+    const Running holder = hold("30");
+    write("go", "");
+    while (read("done").empty()) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    EXPECT_EQ(read("done"), "4\n") << read("late");
+    ::kill(holder.pid, SIGTERM);
+    (void)finish(holder);
+    EXPECT_EQ(out("varval get f a"), "6\n");
+}
+
+TEST_F(Lock, BelowASharedOneTheFileIsRead) {
+    const std::string tool = std::string(BUILT_TOOL) + " ";
+    const Result below =
+        genreg("lock run --shared f -- sh -c",
+               {tool + "varval get f a; " + tool + "lock run --shared f -- true; " + tool +
+                "varval set f a 2 --wait 60; echo $?; " + tool + "lock run f --wait 60 -- true; echo $?"});
+    EXPECT_EQ(below.out, "1\n4\n4\n") << below.err;
+    EXPECT_NE(below.err.find("may read the file, not write it"), std::string::npos) << below.err;
+    EXPECT_EQ(status("varval set f a 2 --wait 0"), 0);
 }
 
 TEST_F(Lock, StatusExplainsWhatAKilledWriterLeft) {

@@ -6,6 +6,7 @@
 #include <ctime>
 #include <set>
 
+#include "base/HeldLocks.h"
 #include "base/Text.h"
 #include "base/Update.h"
 
@@ -52,10 +53,20 @@ void waitPatiently(GenRegFile& object, const std::string& path) {
     static std::set<std::string> paths;  // as long as any object may wait
     auto* const named = const_cast<std::string*>(&*paths.insert(path).first);
     object.SetLockWait(static_cast<long>(seconds() * MILLISECONDS), tell, named);
+    if (const auto held = heldLockOf(object)) {
+        (void)object.BorrowLock(&*held);
+    }
 }
 
 void tellHolder(Failure& failure, bool ofRegistryItself) {
-    const RegistryFile file(failure.path);
+    RegistryFile file(failure.path);
+    if (const auto held = ofRegistryItself ? std::nullopt : heldLockOf(file); held && held->kind == REG_LOCK_SHARED) {
+        failure.message = fmt::format(
+            "{}: this command runs under a shared lock (genreg lock run --shared), and may read the file, not write it",
+            printable(failure.path));
+        failure.hint = "genreg lock run, without --shared";
+        return;
+    }
     const std::string holder = holderOf(ofRegistryItself ? file.registryPath() : file.lockFilePath());
     const double waited = seconds();
     failure.message =

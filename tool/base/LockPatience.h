@@ -1,4 +1,5 @@
-// --wait, for every lock that a command meets: that on a lock file, and those on the registry files themselves.
+// --wait, for every lock that a command meets: that on a lock file, and those on the registry files themselves. A lock
+// that is held for this command already is not waited for.
 #pragma once
 
 #include <genreg/GenRegFile.h>

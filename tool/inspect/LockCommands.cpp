@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "base/DiskFiles.h"
+#include "base/HeldLocks.h"
 #include "base/Text.h"
 #include "base/Update.h"
 #include "global/GlobalPath.h"
@@ -24,6 +25,25 @@ constexpr int EXIT_NO_SUCH_COMMAND = 127;
 struct Arguments {
     std::string file;
     std::vector<std::string> command;
+    bool shared = false;
+};
+
+// The lock, to be lent to a command. It ends with what is run here, or with this process and the command.
+class LentLock : public RegistryFile {
+public:
+    using RegistryFile::RegistryFile;
+
+    // Puts it into what the command is given; nothing where the system's locks cannot be lent.
+    void lend(ChildSetup& setup) {
+        GenRegLockLoan loan{};
+        if (LendLock(setup.words.front().c_str(), &loan) != 0) {
+            return;
+        }
+        setup.inherited = loan.descriptor = descriptorToInherit(loan.descriptor);
+        if (loan.descriptor >= 0) {
+            putHeldLock(setup.environment, loan);
+        }
+    }
 };
 
 int status(Context& context, const std::string& given) {
@@ -44,11 +64,12 @@ int status(Context& context, const std::string& given) {
 }
 
 // The command's exit status.
-int runCommand(const Context& context, const std::vector<std::string>& command) {
+int runCommand(const Context& context, const std::vector<std::string>& command, LentLock& lock) {
     ChildSetup setup;
     setup.words = command;
     setup.environment = inheritedEnvironment();
     setup.output = context.output.descriptor();
+    lock.lend(setup);
     int status = 0;
     if (const int error = runInForeground(setup, &status)) {
         Failure failure = systemFailure(error, command.front(), "run it");
@@ -69,7 +90,7 @@ Arguments split(const Context& context, const Arguments& parsed) {
         arguments.command.insert(arguments.command.begin(), std::exchange(arguments.file, {}));
     }
     if (arguments.command.empty()) {
-        throw usageFailure("which command is to run under the lock?", "genreg lock run [FILE] -- CMD");
+        throw usageFailure("which command is to run under the lock?", "genreg lock run [--shared] [FILE] -- CMD");
     }
     return arguments;
 }
@@ -77,12 +98,13 @@ Arguments split(const Context& context, const Arguments& parsed) {
 int lockAndRun(Context& context, const Arguments& arguments) {
     const std::string path = globalFile(context, arguments.file);
     judgeFile(path, "lock it", true);
-    RegistryFile file(path);
-    const unsigned int code = file.Lock(REG_LOCK_EXCLUSIVE | REG_LOCK_WAIT, 0);
+    LentLock file(path);
+    const unsigned long kind = arguments.shared ? REG_LOCK_SHARED : REG_LOCK_EXCLUSIVE;
+    const unsigned int code = file.Lock(kind | REG_LOCK_WAIT, 0);
     if (code != 0) {
         throw libraryFailure(code, path, "lock it");
     }
-    const int result = runCommand(context, arguments.command);
+    const int result = runCommand(context, arguments.command, file);
     const unsigned int unlocked = file.UnLock();
     if (unlocked != 0) {
         throw libraryFailure(unlocked, path, "give the lock back");
@@ -100,6 +122,10 @@ Action declareRun(Parser& parser) {
     auto arguments = std::make_shared<Arguments>();
     parser.optionalFile(arguments->file, "the registry file; the global registry when there is none");
     parser.words("CMD", arguments->command, "the command and its arguments, behind \"--\"");
+    parser.flag("--shared", arguments->shared, "a lock that others may share, under which nobody writes");
+    parser.footer(
+        "genreg works on the file below the command, under its lock, as often as it is called. Under a shared lock it\n"
+        "reads alone.");
     return [arguments](Context& context) { return lockAndRun(context, split(context, *arguments)); };
 }
 

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <iterator>
 
 #include "system/System.h"
 
@@ -31,16 +32,29 @@ void forwardSignal(int signal) {
     }
 }
 
-void yieldSignals() {
-    struct sigaction ignore {};
-    ignore.sa_handler = SIG_IGN;
-    (void)sigaction(SIGINT, &ignore, nullptr);
-    (void)sigaction(SIGQUIT, &ignore, nullptr);
-    struct sigaction forward {};
-    forward.sa_handler = forwardSignal;
-    (void)sigaction(SIGTERM, &forward, nullptr);
-    (void)sigaction(SIGHUP, &forward, nullptr);
-}
+// The signals are the running child's while this lives.
+class YieldedSignals {
+public:
+    YieldedSignals() {
+        for (std::size_t i = 0; i < std::size(SIGNALS); ++i) {
+            struct sigaction action {};
+            action.sa_handler = SIGNALS[i] == SIGINT || SIGNALS[i] == SIGQUIT ? SIG_IGN : forwardSignal;
+            (void)sigaction(SIGNALS[i], &action, &before_[i]);
+        }
+    }
+    ~YieldedSignals() {
+        runningChild = 0;
+        for (std::size_t i = 0; i < std::size(SIGNALS); ++i) {
+            (void)sigaction(SIGNALS[i], &before_[i], nullptr);
+        }
+    }
+    YieldedSignals(const YieldedSignals&) = delete;
+    YieldedSignals& operator=(const YieldedSignals&) = delete;
+
+private:
+    static constexpr int SIGNALS[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP};
+    struct sigaction before_[std::size(SIGNALS)] = {};
+};
 
 // As shells tell how a process ended, of what waitpid answered.
 int exitStatusOf(int ended) {
@@ -69,6 +83,9 @@ int startChild(const ChildSetup& setup, bool ownGroup, const sigset_t& blocked, 
     }
     if (setup.output >= 0) {
         posix_spawn_file_actions_adddup2(&actions, setup.output, STDOUT_FILENO);
+    }
+    if (setup.inherited >= 0) {  // which takes its mark of close-on-exec away
+        posix_spawn_file_actions_adddup2(&actions, setup.inherited, setup.inherited);
     }
     const int error = posix_spawnp(child, words.front(), &actions, &attributes, words.data(), environment.data());
     posix_spawn_file_actions_destroy(&actions);
@@ -117,7 +134,7 @@ int runInForeground(const ChildSetup& setup, int* exitStatus) {
     sigaddset(&forwarded, SIGTERM);
     sigaddset(&forwarded, SIGHUP);
     (void)sigprocmask(SIG_BLOCK, &forwarded, &before);
-    yieldSignals();
+    const YieldedSignals yielded;
     pid_t child = 0;
     const int error = startChild(setup, false, before, &child);
     runningChild = static_cast<sig_atomic_t>(error == 0 ? child : 0);

@@ -20,6 +20,10 @@ std::string folderPart(const std::string& path) {
     return slash == std::string::npos ? "." : path.substr(0, slash + 1);
 }
 
+FileNumber numberIn(const struct stat& info) {
+    return {static_cast<unsigned long>(info.st_dev), static_cast<unsigned long>(info.st_ino)};
+}
+
 }  // namespace
 
 std::string userName(uid_t user) {
@@ -74,6 +78,21 @@ int writeRefused(const std::string& path, bool folder) noexcept {
 bool folderLetsMove(const std::string& path) {
     const std::string folder = folderPart(path);
     return (belongingsOf(folder).permissions & S_ISVTX) == 0 || mayMove(path) || mayMove(folder);
+}
+
+std::optional<FileNumber> fileNumberOf(const std::string& path) {
+    struct stat info = {};
+    return lstat(path.c_str(), &info) == 0 ? std::optional(numberIn(info)) : std::nullopt;
+}
+
+std::optional<FileNumber> fileNumberOf(int descriptor) {
+    struct stat info = {};
+    return fstat(descriptor, &info) == 0 ? std::optional(numberIn(info)) : std::nullopt;
+}
+
+int descriptorToInherit(int descriptor) noexcept {
+    constexpr int FIRST_BEHIND_THOSE_OF_SCRIPTS = 20;
+    return fcntl(descriptor, F_DUPFD_CLOEXEC, FIRST_BEHIND_THOSE_OF_SCRIPTS);
 }
 
 int setPermissions(std::FILE* stream, mode_t permissions) noexcept {

@@ -86,6 +86,21 @@ struct FailedStep {
 // where all went well. Signals that would end the tool wait meanwhile.
 [[nodiscard]] std::optional<FailedStep> rehearseCommit(const std::string& folder, std::size_t bytes);
 
+// What tells a file from every other.
+struct FileNumber {
+    unsigned long device = 0;
+    unsigned long inode = 0;
+
+    bool operator==(const FileNumber&) const = default;
+};
+// Of the file itself, were it a link, and of an open one; none where there is none.
+[[nodiscard]] std::optional<FileNumber> fileNumberOf(const std::string& path);
+[[nodiscard]] std::optional<FileNumber> fileNumberOf(int descriptor);
+
+// Another descriptor of what is open, for commands to inherit: its number is not among those that shell scripts use
+// for their own. This process's programs do not inherit it by themselves. -1 with errno.
+[[nodiscard]] int descriptorToInherit(int descriptor) noexcept;
+
 // By what is open, as the name may change hands.
 [[nodiscard]] int setPermissions(std::FILE* stream, mode_t permissions) noexcept;
 
@@ -121,6 +136,7 @@ struct ChildSetup {
     std::vector<std::string> environment;  // "NAME=value"
     int input = -1;                        // becomes its standard input; -1: the tool's own
     int output = -1;                       // becomes its standard output; -1: the tool's own
+    int inherited = -1;                    // it has this one, too, by the same number; -1: none
 };
 
 // The environment of the tool.
