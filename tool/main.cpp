@@ -34,7 +34,7 @@ std::vector<tool::Command> allCommands() {
          {tool::statusCommands(), tool::recordCommands(), tool::batchCommands(), tool::entryCommands(),
           tool::diffCommands(), tool::lockCommands(), tool::explainCommands(), tool::pathCommands(),
           tool::versionCommands(), tool::fixpackCommands(), tool::logCommands(), tool::dumpCommands(),
-          tool::checkCommands(), tool::repairCommands(), tool::watchCommands()}) {
+          tool::checkCommands(), tool::repairCommands(), tool::editCommands(), tool::watchCommands()}) {
         commands.insert(commands.end(), list.begin(), list.end());
     }
     return commands;

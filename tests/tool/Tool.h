@@ -20,6 +20,7 @@ struct Surroundings {
     unsigned long fileSizeLimit = 0;
     bool unprivileged = false;  // when the test runs as root
     unsigned long memoryLimit = 0;
+    std::string terminal{};  // for standard input and standard error, which are not read back
 };
 
 class ToolTest : public GlobalScratch {
@@ -61,7 +62,8 @@ protected:
         }
         words.insert(words.end(), more.begin(), more.end());
         const std::string base = folder() + ".run" + std::to_string(++runs_);
-        Running running{0, around.standardOutput.empty() ? base + ".out" : around.standardOutput, base + ".err"};
+        Running running{0, around.standardOutput.empty() ? base + ".out" : around.standardOutput,
+                        around.terminal.empty() ? base + ".err" : around.terminal};
         running.pid = ::fork();
         if (running.pid == 0) {
             become(words, running, around);
@@ -70,7 +72,10 @@ protected:
     }
     Result finish(const Running& running) {
         const int ended = waitFor(running.pid);
-        Result result{ended < 0 ? 128 - ended : ended, "", taken(running.err)};
+        Result result{ended < 0 ? 128 - ended : ended, "", ""};
+        if (running.err.ends_with(".err")) {
+            result.err = taken(running.err);
+        }
         if (running.out.ends_with(".out")) {
             result.out = taken(running.out);
         }
@@ -98,7 +103,8 @@ private:
         constexpr uid_t NOBODY = 65534;
         if (std::freopen(running.out.c_str(), "w", stdout) == nullptr ||
             std::freopen(running.err.c_str(), "w", stderr) == nullptr ||
-            std::freopen("/dev/null", "r", stdin) == nullptr || ::chdir(folder().c_str()) != 0) {
+            std::freopen(around.terminal.empty() ? "/dev/null" : around.terminal.c_str(), "r", stdin) == nullptr ||
+            ::chdir(folder().c_str()) != 0) {
             ::_exit(CANNOT_START);
         }
         if (around.fileSizeLimit != 0) {

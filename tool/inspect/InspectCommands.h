@@ -14,5 +14,6 @@ namespace tool {
 [[nodiscard]] std::span<const Command> dumpCommands();
 [[nodiscard]] std::span<const Command> checkCommands();
 [[nodiscard]] std::span<const Command> repairCommands();
+[[nodiscard]] std::span<const Command> editCommands();
 
 }  // namespace tool

@@ -1,6 +1,8 @@
 #include <sys/select.h>
+#include <unistd.h>
 
 #include <ctime>
+#include <iterator>
 
 #include "system/System.h"
 
@@ -44,6 +46,27 @@ HeldSignals::HeldSignals() noexcept {
 
 HeldSignals::~HeldSignals() {
     (void)sigprocmask(SIG_SETMASK, &before_, nullptr);
+}
+
+std::optional<std::string> lineFromTerminal() {
+    constexpr int ENDING[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+    struct sigaction before[std::size(ENDING)] = {};
+    struct sigaction end {};
+    end.sa_handler = askForEnd;  // which interrupts the reading
+    for (std::size_t i = 0; i < std::size(ENDING); ++i) {
+        (void)sigaction(ENDING[i], &end, &before[i]);
+    }
+    endSignals = 0;
+    std::string line;
+    char letter = 0;
+    bool good = false;
+    while (endSignals == 0 && (good = read(STDIN_FILENO, &letter, 1) == 1) && letter != '\n') {
+        line += letter;
+    }
+    for (std::size_t i = 0; i < std::size(ENDING); ++i) {
+        (void)sigaction(ENDING[i], &before[i], nullptr);
+    }
+    return good && endSignals == 0 ? std::optional(line) : std::nullopt;
 }
 
 WatchSignals::WatchSignals(bool monitor) {

@@ -197,6 +197,10 @@ private:
     sigset_t before_{};
 };
 
+// A line of standard input, less its newline. None at its end, and where a signal asked for the end meanwhile: who asks
+// a question ends in his own way then.
+[[nodiscard]] std::optional<std::string> lineFromTerminal();
+
 // From the first one on, SIGINT and SIGTERM ask for the end. So does SIGHUP, unless it is a monitor's: then it asks to
 // look. All of them, and a child's end, are delivered while somebody waits and at no other time.
 class WatchSignals {
