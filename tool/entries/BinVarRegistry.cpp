@@ -128,6 +128,18 @@ std::string binVarLines(std::string_view bytes) {
     return lines;
 }
 
+Entry describeVariable(const GenRegBinVarValRecord& record) {
+    Entry entry;
+    entry.name = textOf(record.variable);
+    entry.value = std::to_string(record.value);
+    const std::string comment = textOf(record.comment);
+    entry.cells = {cell(entry.name), entry.value, cell(comment)};
+    putText(entry.members, "name", entry.name);
+    entry.members["value"] = record.value;
+    putText(entry.members, "comment", comment);
+    return entry;
+}
+
 BinVarRegistry::BinVarRegistry(const std::string& path, bool severalAllowed)
     : BinVarRegistry(path, severalAllowed, 0) {}
 
@@ -155,16 +167,8 @@ void BinVarRegistry::check(unsigned int code, const std::string& doing) const {
 }
 
 Entry BinVarRegistry::describe(const std::string& raw) const {
-    const GenRegBinVarValRecord record = recordOf(raw);
-    Entry entry;
+    Entry entry = describeVariable(recordOf(raw));
     entry.raw = raw;
-    entry.name = textOf(record.variable);
-    entry.value = std::to_string(record.value);
-    const std::string comment = textOf(record.comment);
-    entry.cells = {cell(entry.name), entry.value, cell(comment)};
-    putText(entry.members, "name", entry.name);
-    entry.members["value"] = record.value;
-    putText(entry.members, "comment", comment);
     return entry;
 }
 

@@ -26,6 +26,9 @@ struct BinVar {
 // The bytes of a file as a line "name = value # comment" for each sound record.
 [[nodiscard]] std::string binVarLines(std::string_view bytes);
 
+// The entry of a record, but for its number and its bytes.
+[[nodiscard]] Entry describeVariable(const GenRegBinVarValRecord& record);
+
 class BinVarRegistry final : public GenRegBinVarVal, public EntryFile {
 public:
     BinVarRegistry(const std::string& path, bool severalAllowed);

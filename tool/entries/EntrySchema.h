@@ -179,9 +179,12 @@ struct EntrySchema {
     std::string (*shown)(std::string_view bytes) = nullptr;
     // Of a file of lines, for remarks on them.
     JudgedLine (*judge)(const std::string& text) = nullptr;
-    const char* pair = nullptr;  // what a line of a name is, where that is not the noun
-    bool continued = false;      // a backslash before the newline goes on with the next line
-    char nameEnd = 0;            // of a name as people write it: what follows is not in the line's; 0: nothing
+    // The entry of a line, but for its number; none of a line that is none.
+    std::optional<Entry> (*describe)(const std::string& text) = nullptr;
+    std::vector<const char*> key = {"name"};  // the members that find an entry
+    const char* pair = nullptr;               // what a line of a name is, where that is not the noun
+    bool continued = false;                   // a backslash before the newline goes on with the next line
+    char nameEnd = 0;  // of a name as people write it: what follows is not in the line's; 0: nothing
 
     [[nodiscard]] bool hasLines() const { return judge != nullptr; }
     [[nodiscard]] const char* lineNoun() const { return pair != nullptr ? pair : noun; }

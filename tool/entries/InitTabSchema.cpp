@@ -183,6 +183,8 @@ const EntrySchema& initTabSchema() {
         .otherMembers = {"runLevels", "action", "command", "comment"},
         .anyValue = "2:off:",
         .judge = judge,
+        .describe = describeLine<InitTabLines>,
+        .key = {"id"},
         .continued = true,
     };
     return SCHEMA;

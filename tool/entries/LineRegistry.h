@@ -196,6 +196,14 @@ private:
 };
 
 template <typename Lines>
+std::optional<Entry> describeLine(const std::string& text) {
+    const auto record = std::make_unique<typename Lines::Record>();
+    const bool isEntry =
+        text.size() + 1 < REG_LINE_SIZE && Lines::parse(record.get(), text.c_str()) == 0 && Lines::isEntry(*record);
+    return isEntry ? std::optional(Lines::describe(*record)) : std::nullopt;
+}
+
+template <typename Lines>
 std::unique_ptr<EntryFile> openLines(const std::string& path, bool severalAllowed) {
     return std::make_unique<LineRegistry<Lines>>(path, severalAllowed);
 }

@@ -28,17 +28,8 @@ struct Seen {
     bool hidden = false;     // a NUL byte hides the rest
 };
 
-// As the library hands it to the schema: continuations joined, without the newline, up to a NUL byte.
-std::string textOf(const FileLine& line, bool continued) {
-    std::string text(line.bytes.substr(0, std::min(line.bytes.find('\0'), std::size_t{REG_LINE_SIZE})));
-    for (std::size_t at = 0; continued && (at = text.find("\\\n", at)) != std::string::npos;) {
-        text.erase(at, 2);
-    }
-    return text.substr(0, text.find('\n'));
-}
-
 Seen lookAt(const EntrySchema& schema, const FileLine& line) {
-    Seen seen{line.number, textOf(line, schema.continued), {}};
+    Seen seen{line.number, lineText(line, schema.continued), {}};
     seen.hidden = line.bytes.find('\0') != std::string_view::npos;
     if (line.bytes.size() >= REG_LINE_SIZE) {
         seen.judged = {Kind::REFUSED, "", fmt::format("it is longer than {} bytes", REG_LINE_SIZE - 2)};
@@ -133,6 +124,14 @@ std::string otherKind(const EntrySchema& schema, const std::string& path, const 
 }
 
 }  // namespace
+
+std::string lineText(const FileLine& line, bool continued) {
+    std::string text(line.bytes.substr(0, std::min(line.bytes.find('\0'), std::size_t{REG_LINE_SIZE})));
+    for (std::size_t at = 0; continued && (at = text.find("\\\n", at)) != std::string::npos;) {
+        text.erase(at, 2);
+    }
+    return text.substr(0, text.find('\n'));
+}
 
 void remarkOnFile(Context& context, const EntrySchema& schema, const std::string& path) {
     const std::string bytes = bytesOf(path);

@@ -7,9 +7,13 @@
 #include <string_view>
 #include <vector>
 
+#include "base/DiskFiles.h"
 #include "entries/EntrySchema.h"
 
 namespace tool {
+
+// A line as the library hands it to the schema: continuations joined, without the newline, up to a NUL byte.
+[[nodiscard]] std::string lineText(const FileLine& line, bool continued);
 
 // What a list does not show. A file that cannot be read is for the command to report.
 void remarkOnFile(Context& context, const EntrySchema& schema, const std::string& path);

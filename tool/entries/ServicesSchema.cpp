@@ -323,6 +323,8 @@ const EntrySchema& servicesSchema() {
         .anyValue = "1/tcp",
         .find = find,
         .judge = judge,
+        .describe = describeLine<ServicesLines>,
+        .key = {"name", "protocol"},
         .nameEnd = '/',
     };
     return SCHEMA;

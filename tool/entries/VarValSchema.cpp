@@ -293,6 +293,7 @@ const EntrySchema& varValSchema() {
         .convert = convert,
         .layoutLike = newLine,
         .judge = judge,
+        .describe = describeLine<VarValLines>,
         .pair = "pair",
     };
     return SCHEMA;

@@ -5,16 +5,18 @@
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
-#include <functional>
+#include <iterator>
 #include <memory>
 #include <optional>
 
+#include "base/Diff.h"
 #include "base/DiskFiles.h"
 #include "base/Text.h"
 #include "base/Update.h"
+#include "entries/Remarks.h"
 #include "global/GlobalPath.h"
-#include "records/RecordDiff.h"
 #include "records/Salvage.h"
+#include "watch/ToldChanges.h"
 #include "watch/WatchCommand.h"
 #include "watch/Watching.h"
 
@@ -22,11 +24,15 @@ namespace tool {
 namespace {
 
 constexpr int MEND_MILLISECONDS = 1000;      // how often a directory that went away is looked for
+constexpr int DOUBT_MILLISECONDS = 100;      // before an empty file is believed
 constexpr int PATIENCE_MILLISECONDS = 5000;  // for a command that was asked to end
 
 struct Arguments {
+    std::vector<std::string> files;  // none: the global registry
     std::string command;
     bool follow = false;
+
+    [[nodiscard]] bool isMonitor() const { return files.empty() && !follow; }
 };
 
 // A command of --exec as it runs: a process group of its own, the change on its standard input.
@@ -88,212 +94,244 @@ std::vector<std::string> placesOf(const std::string& path) {
     return error || real == path ? std::vector{path} : std::vector{path, real};
 }
 
-using Records = std::vector<FoundRecord>;
-
-const char* actionOf(const RecordChange& change) {
-    return change.before == nullptr ? "add" : change.after == nullptr ? "delete" : "change";
-}
-
-// Deletions first, then what is there in its order.
-std::vector<RecordChange> changesBetween(const Records& before, const Records& after) {
-    std::vector<RecordChange> changes = compareRecords(before, after);
-    std::stable_sort(changes.begin(), changes.end(),
-                     [](const RecordChange& a, const RecordChange& b) { return std::less<>()(a.after, b.after); });
-    return changes;
-}
-
-Json fieldsOf(const FoundRecord* record) {
-    if (record == nullptr) {
-        return nullptr;
-    }
-    Json object = Json::object();
-    putFields(object, *record);
-    putLater(object, record->later);
-    return object;
-}
-
-// "action", "type", "key", "changed" (names of fields), "before" and "after", null where there is none.
-Json changeObject(const RecordChange& change) {
-    const RecordKind& kind = kindOf(change.shown().recordType);
-    Json object{{"action", actionOf(change)}, {"type", kind.name}};
-    object["key"] = Json::object();
-    putFields(object["key"], change.shown(), kind.keyFields);
-    object["changed"] = Json::array();
-    for (const FieldChange& field : change.fields) {
-        const Json name = field.field == nullptr ? "unknown" : field.name;
-        if (object["changed"].empty() || object["changed"].back() != name) {
-            object["changed"].push_back(name);
+// A file that is watched: what it held when it could last be read.
+class WatchedRegistry {
+public:
+    // named: by the user; else it is the global registry.
+    WatchedRegistry(Output& output, std::string path, bool named)
+        : output_(output), path_(std::move(path)), named_(named) {
+        if (auto bytes = read()) {
+            bytes_ = std::move(*bytes);
         }
     }
-    object["before"] = fieldsOf(change.before);
-    object["after"] = fieldsOf(change.after);
-    return object;
-}
 
-std::string fieldWord(const FoundRecord& record, const FieldChange& change) {
-    return change.field != nullptr ? valueWord(record, *change.field) : laterCell(record.later, change.bit);
-}
+    [[nodiscard]] const std::string& path() const { return path_; }
 
-// "change   instance RVN 9.7.0.2 inst1  startAtBoot: 0 -> 1".
-std::string changeText(const RecordChange& change) {
-    const FoundRecord& record = change.shown();
-    const RecordKind& kind = kindOf(record.recordType);
-    std::string text = fmt::format("{:<7}  {}", actionOf(change), kind.name);
-    std::string values;
-    for (const GlobalRegField& field : kind.fields) {
-        if (field.key && has(record, field)) {
-            text += " " + valueWord(record, field);
-        } else if (has(record, field)) {
-            values += fmt::format(" {}={}", field.name, valueWord(record, field));
+    // How much there is in it.
+    [[nodiscard]] std::string contents() const {
+        const bool lines = !isOfRecords(bytes_) && !isOfVariables(bytes_);
+        return lines ? counted(splitLines(bytes_).size(), "line")
+                     : counted(takeApart(bytes_, !named_).parts.size(), "record");
+    }
+
+    // Whether it was found empty: it may be about to be written, by somebody who does not replace it.
+    [[nodiscard]] bool isInDoubt() const { return isInDoubt_; }
+
+    // What has changed since the last time.
+    std::vector<ToldChange> changes() {
+        auto bytes = read();
+        const bool emptied = named_ && bytes && bytes->empty() && !bytes_.empty();
+        isInDoubt_ = emptied && !isInDoubt_;
+        if (!bytes || *bytes == bytes_ || isInDoubt_) {
+            return {};
+        }
+        std::swap(bytes_, *bytes);
+        return between(*bytes, bytes_);
+    }
+
+private:
+    // None while the file is damaged, or being written by somebody who does not replace it: what was read before
+    // stands until it can be read again. A global registry that is missing has no records; another file is waited for.
+    std::optional<std::string> read() {
+        try {
+            if (!judgeFile(path_, "watch it", false)) {
+                return absent();
+            }
+            std::string bytes = readFile(path_, "watch it");
+            const SalvagedRegistry registry = isText(bytes) ? SalvagedRegistry() : takeApart(bytes, !named_);
+            if (registry.isSound()) {
+                refused_.clear();
+                return bytes;
+            }
+            tellOnce("unreadable", damageText(registry) + "; see genreg dump");
+        } catch (const Failure& failure) {
+            if (failure.kind == "missing") {
+                return absent();
+            }
+            tellOnce("unreadable", failure.message);
+        }
+        return std::nullopt;
+    }
+
+    std::optional<std::string> absent() {
+        if (!named_) {
+            return "";
+        }
+        tellOnce("missing", "there is no such file; it is waited for");
+        return std::nullopt;
+    }
+
+    void tellOnce(const char* kind, const std::string& message) {
+        if (message != refused_) {
+            refused_ = message;
+            output_.note(kind, path_, message);
         }
     }
-    for (const auto& [bit, bytes] : record.later) {
-        values += fmt::format(" {}={}", laterName(bit), laterCell(bytes));
+
+    [[nodiscard]] bool isText(const std::string& bytes) const { return named_ && !isBinary(bytes); }
+    [[nodiscard]] bool isOfVariables(const std::string& bytes) const {
+        return named_ && isBinary(bytes) && takeApart(bytes, false).content == RegistryContent::VARIABLES;
     }
-    if (change.isChange()) {
-        values.clear();
-        for (const FieldChange& field : change.fields) {
-            values += fmt::format(" {}: {} -> {}", field.name, fieldWord(*change.before, field),
-                                  fieldWord(*change.after, field));
+    [[nodiscard]] bool isOfRecords(const std::string& bytes) const { return !isText(bytes) && !isOfVariables(bytes); }
+
+    // What is of one kind before and of another after is another file.
+    [[nodiscard]] std::vector<ToldChange> between(const std::string& before, const std::string& after) const {
+        const auto kind = [this](const std::string& bytes) { return isText(bytes) ? 0 : isOfVariables(bytes) ? 1 : 2; };
+        if (!before.empty() && !after.empty() && kind(before) != kind(after)) {
+            std::vector<ToldChange> changes = between(before, "");
+            std::vector<ToldChange> added = between("", after);
+            std::move(added.begin(), added.end(), std::back_inserter(changes));
+            return changes;
         }
+        const std::string& known = after.empty() ? before : after;
+        if (isText(known)) {
+            const EntrySchema* const schema = formOf(path_, known);
+            return changesOfLines(schema != nullptr ? *schema : varValSchema(), before, after);
+        }
+        return isOfVariables(known) ? changesOfVariables(before, after) : changesOfRecords(before, after);
     }
-    text += (values.empty() ? "" : " ") + values;
-    return change.isChange() ? text : text.substr(0, text.find_last_not_of(' ') + 1);
-}
+
+    Output& output_;
+    std::string path_;
+    bool named_;
+    std::string bytes_;
+    std::string refused_;
+    bool isInDoubt_ = false;
+};
 
 class Watcher {
 public:
-    Watcher(Context& context, const Arguments& arguments, WatchSignals& signals, std::string path)
-        : context_(context), arguments_(arguments), signals_(signals), path_(std::move(path)), news_(placesOf(path_)) {
-        if (auto records = read()) {
-            records_ = std::move(*records);
-        }
-    }
+    Watcher(Context& context, const Arguments& arguments, WatchSignals& signals)
+        : context_(context), arguments_(arguments), signals_(signals) {}
 
-    void begin() const {
-        context_.output.note("watching", path_,
-                             fmt::format("watching {}{}; ^C or SIGTERM ends it", counted(records_.size(), "record"),
-                                         arguments_.follow ? "" : fmt::format(" as the monitor, pid {}", processId())));
+    // The news first, so that nothing falls between them and the first reading.
+    void begin(const std::vector<std::string>& paths) {
+        std::vector<std::string> places;
+        for (const std::string& path : paths) {
+            const std::vector<std::string> own = placesOf(path);
+            places.insert(places.end(), own.begin(), own.end());
+        }
+        news_.emplace(places);
+        for (const std::string& path : paths) {
+            files_.push_back(std::make_unique<WatchedRegistry>(context_.output, path, !arguments_.files.empty()));
+            context_.output.note(
+                "watching", path,
+                fmt::format("watching {}{}; ^C or SIGTERM ends it", files_.back()->contents(),
+                            arguments_.isMonitor() ? fmt::format(" as the monitor, pid {}", processId()) : ""));
+        }
     }
 
     void run() {
         Output& output = context_.output;
         bool mended = true;
         bool read = true;
+        bool inDoubt = false;
         while (!signals_.endAsked() && read) {
-            read = news_.wait(signals_, output.descriptor(), mended ? -1 : MEND_MILLISECONDS);
-            const bool concerned = news_.take();
+            read = news_->wait(signals_, output.descriptor(),
+                               inDoubt  ? DOUBT_MILLISECONDS
+                               : mended ? -1
+                                        : MEND_MILLISECONDS);
+            const bool concerned = news_->take();
             const bool look = signals_.takeLook();
             const bool wasMended = mended;
-            mended = news_.mend();
-            if (concerned || look || !wasMended) {
-                tellChanges();
+            mended = news_->mend();
+            if (concerned || look || inDoubt || !wasMended) {
+                inDoubt = false;
+                for (const auto& file : files_) {
+                    tellChanges(*file);
+                    inDoubt = inDoubt || file->isInDoubt();
+                }
             }
         }
     }
 
 private:
-    // None while the file is damaged, or being written by somebody who does not replace it: what was read before
-    // stands until it can be read again. A missing file has no records.
-    std::optional<Records> read() {
-        try {
-            if (!judgeFile(path_, "watch it", false)) {
-                return Records();
-            }
-            const std::string bytes = readFile(path_, "watch it");
-            const SalvagedRegistry registry = takeApart(bytes, true);
-            if (registry.isSound()) {
-                refused_.clear();
-                return registry.records();
-            }
-            tellOnce(damageText(registry) + "; see genreg dump");
-        } catch (const Failure& failure) {
-            if (failure.kind == "missing") {
-                return Records();
-            }
-            tellOnce(failure.message);
-        }
-        return std::nullopt;
-    }
-
-    void tellOnce(const std::string& message) {
-        if (message != refused_) {
-            refused_ = message;
-            context_.output.note("unreadable", path_, message);
-        }
-    }
-
-    void tellChanges() {
-        auto records = read();
-        if (!records) {
-            return;
-        }
-        std::swap(records_, *records);
+    void tellChanges(WatchedRegistry& file) {
         Output& output = context_.output;
-        for (const RecordChange& change : changesBetween(*records, records_)) {
+        for (const ToldChange& change : file.changes()) {
             Json object{{"time", now()}};
-            object.update(changeObject(change));
+            object.update(changeObject(change, file.path()));
             if (output.style.json) {
                 output.json(object);
             } else {
-                output.line(fmt::format("{}  {}", object["time"].get<std::string>(), changeText(change)));
+                output.line(fmt::format("{}  {}{:<7}  {}", object["time"].get<std::string>(),
+                                        files_.size() > 1 ? printable(file.path()) + "  " : "", change.action,
+                                        change.text));
             }
             output.deliver();
             if (!arguments_.command.empty() && !signals_.endAsked()) {
-                react(change, object);
+                react(file.path(), change, object);
             }
         }
     }
 
-    void react(const RecordChange& change, const Json& object) {
+    void react(const std::string& path, const ToldChange& change, const Json& object) {
         Json input{{"schema", 1}};
         input.update(object);
-        std::vector<std::string> variables{fmt::format("GENREG_ACTION={}", actionOf(change)),
-                                           fmt::format("GENREG_TYPE={}", object["type"].get<std::string>()),
-                                           fmt::format("GENREG_PATH={}", path_)};
-        for (const auto& [name, value] : object["key"].items()) {
-            variables.push_back(fmt::format("GENREG_{}={}", variableName(name), value.get<std::string>()));
+        std::vector<std::string> variables{fmt::format("GENREG_ACTION={}", change.action),
+                                           fmt::format("GENREG_TYPE={}", change.type),
+                                           fmt::format("GENREG_PATH={}", path)};
+        for (const auto& [name, value] : change.key.items()) {
+            variables.push_back(fmt::format("GENREG_{}={}", variableName(name),
+                                            value.is_string() ? value.get<std::string>() : value.dump()));
         }
         const Reaction reaction(context_, arguments_.command, variables, jsonText(input) + "\n");
         if (const int status = reaction.await(signals_); status != 0 && !signals_.endAsked()) {
-            context_.output.note("command", path_, fmt::format("\"{}\" ended with {}", arguments_.command, status));
+            context_.output.note("command", path, fmt::format("\"{}\" ended with {}", arguments_.command, status));
         }
     }
 
-    // SERVICE, VERSION, NAME; with _b64 behind it where the value is no UTF-8 and so told in that form.
+    // SERVICE, VERSION, NAME, PROTOCOL, ID, LINE; with _b64 behind it where the value is no UTF-8 and so told in that
+    // form.
     static std::string variableName(const std::string& field) {
-        const std::string suffix = field.ends_with("Base64") ? "_b64" : "";
-        return (field.starts_with("service") ? "SERVICE" : field == "versionCode" ? "VERSION" : "NAME") + suffix;
+        constexpr std::string_view BYTES = "Base64";
+        const bool encoded = field.ends_with(BYTES);
+        const std::string name = encoded ? field.substr(0, field.size() - BYTES.size()) : field;
+        const std::string suffix = encoded ? "Base64" : "";
+        for (const auto& [member, variable] :
+             {std::pair("service", "SERVICE"), std::pair("versionCode", "VERSION"), std::pair("protocol", "PROTOCOL"),
+              std::pair("id", "ID"), std::pair("line", "LINE")}) {
+            if (name == member) {
+                return variable + suffix;
+            }
+        }
+        return "NAME" + suffix;
     }
 
     Context& context_;
     const Arguments& arguments_;
     WatchSignals& signals_;
-    std::string path_;
-    WatchedFiles news_;  // from before the first reading on
-    Records records_;
-    std::string refused_;
+    std::optional<WatchedFiles> news_;
+    std::vector<std::unique_ptr<WatchedRegistry>> files_;
 };
 
 int watch(Context& context, const Arguments& arguments) {
-    const std::string path = globalFile(context);
-    WatchSignals signals(!arguments.follow);
-    std::optional<MonitorLock> lock;
-    if (!arguments.follow) {
-        lock.emplace(context.output);
-        makeFolder(context.output, folderOf(RegistryFile(path).registryPath()));
+    const std::vector<std::string> paths = arguments.files.empty() ? std::vector{globalFile(context)} : arguments.files;
+    if (std::find(paths.begin(), paths.end(), "") != paths.end()) {
+        throw usageFailure("FILE is empty", "genreg watch --help");
     }
-    Watcher watcher(context, arguments, signals, path);
-    watcher.begin();
+    WatchSignals signals(arguments.isMonitor());
+    std::optional<MonitorLock> lock;
+    if (arguments.isMonitor()) {
+        lock.emplace(context.output);
+        makeFolder(context.output, folderOf(RegistryFile(paths.front()).registryPath()));
+    }
+    Watcher watcher(context, arguments, signals);
+    watcher.begin(paths);
     watcher.run();
     return EXIT_DONE;
 }
 
 Action declareWatch(Parser& parser) {
     auto arguments = std::make_shared<Arguments>();
+    parser.words("FILE", arguments->files,
+                 "files of lines or records to look on; the global registry when there is none");
     parser.option("--exec", "CMD", arguments->command,
                   "run this for each change, which is on its standard input as JSON");
-    parser.flag("--follow", arguments->follow, "only look on: no lock, no privilege");
+    parser.flag("--follow", arguments->follow, "only look on: no lock, no privilege; so it is with a FILE in any case");
+    parser.footer(
+        "Lines are told by what finds them (a name, a service and its protocol, an id); comments and other lines as\n"
+        "they are. A FILE that is missing is waited for, and held against what was last read of it when it is back.");
     return [arguments](Context& context) { return watch(context, *arguments); };
 }
 
@@ -301,7 +339,8 @@ Action declareWatch(Parser& parser) {
 
 std::span<const Command> watchCommands() {
     static constexpr Command COMMANDS[] = {
-        {"watch", "print each change of the global registry; unless --follow, as the monitor that writers wake",
+        {"watch",
+         "print each change of the global registry, as the monitor that writers wake unless --follow; or of files",
          USES_REGISTRY, declareWatch},
     };
     return COMMANDS;
