@@ -9,6 +9,7 @@
 #include "base/HeldLocks.h"
 #include "base/Text.h"
 #include "base/Update.h"
+#include "system/System.h"
 
 namespace tool {
 namespace {
@@ -34,13 +35,25 @@ std::string holderOf(const std::string& file) {
                : fmt::format("{} for {}", process, duration(static_cast<long long>(std::time(nullptr)) - note.since));
 }
 
+// Somebody who ends the tool instead of waiting is told that the file is as it was, if it is.
+void prepareForInterrupt(const std::string& path) {
+    if (waiting == nullptr || waiting->output.style.quiet || (!told && (waiting->uses & USES_DRY_RUN) == 0)) {
+        return;
+    }
+    tellOnInterrupt(path, waiting->output.noteText("interrupted", path, "interrupted; the file is as it was"));
+}
+
 void tell(void* path, const char* file, unsigned long waitedMilliseconds) {
+    if (told) {
+        prepareForInterrupt(*static_cast<const std::string*>(path));  // as its holder may have left it
+    }
     if (told || waiting == nullptr || static_cast<double>(waitedMilliseconds) < MILLISECONDS) {
         return;
     }
     told = true;
     waiting->output.note("waiting", *static_cast<const std::string*>(path),
                          fmt::format("locked by {}; waiting up to {:g} s", holderOf(file), seconds()));
+    prepareForInterrupt(*static_cast<const std::string*>(path));
 }
 
 }  // namespace
@@ -56,6 +69,7 @@ void waitPatiently(GenRegFile& object, const std::string& path) {
     if (const auto held = heldLockOf(object)) {
         (void)object.BorrowLock(&*held);
     }
+    prepareForInterrupt(path);
 }
 
 void tellHolder(Failure& failure, bool ofRegistryItself) {

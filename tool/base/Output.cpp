@@ -14,6 +14,62 @@ namespace tool {
 namespace {
 
 constexpr int SCHEMA = 1;
+constexpr std::size_t GAP = 2;  // between columns
+
+// Takes from the widest columns what they have too much together.
+void narrow(std::vector<std::size_t>& widths, std::size_t columns) {
+    constexpr std::size_t NARROWEST = 8;
+    std::size_t total = GAP * (widths.size() - 1);
+    for (const std::size_t width : widths) {
+        total += width;
+    }
+    for (; total > columns; --total) {
+        const auto widest = std::max_element(widths.begin(), widths.end());
+        if (*widest <= NARROWEST) {
+            return;
+        }
+        --*widest;
+    }
+}
+
+// How many bytes of the text fit into a line, with the blank that ends it where there is one.
+std::size_t fitting(std::string_view text, std::size_t columns) {
+    std::size_t taken = 0;
+    std::size_t blank = 0;
+    for (std::size_t at = 0; at < text.size();) {
+        std::size_t next = at + 1;
+        while (next < text.size() && (static_cast<unsigned char>(text[next]) & 0xc0U) == 0x80U) {
+            ++next;
+        }
+        taken += width(text.substr(at, next - at));
+        if (taken > columns && at > 0) {
+            return blank > 0 ? blank : at;
+        }
+        blank = text[at] == ' ' ? next : blank;
+        at = next;
+    }
+    return text.size();
+}
+
+// A row, on as many lines as its longest cell needs. The last column ends a line without blanks behind it.
+void printRow(Output& output, const std::vector<std::string>& row, const std::vector<std::size_t>& widths) {
+    std::vector<std::string_view> rest(row.begin(), row.end());
+    bool more = true;
+    while (more) {
+        std::string text;
+        std::size_t filled = 0;
+        more = false;
+        for (std::size_t i = 0; i < rest.size(); ++i) {
+            const bool fits = width(rest[i]) <= widths[i];
+            const std::string_view part = rest[i].substr(0, fits ? rest[i].size() : fitting(rest[i], widths[i]));
+            text += part.empty() ? "" : std::string(filled, ' ') + std::string(part);
+            filled = (part.empty() ? filled : 0) + widths[i] + GAP - std::min(width(part), widths[i]);
+            rest[i].remove_prefix(part.size());
+            more = more || !rest[i].empty();
+        }
+        output.line(text);
+    }
+}
 
 }  // namespace
 
@@ -35,6 +91,10 @@ int Output::descriptor() const noexcept {
 
 bool Output::isTerminal() const noexcept {
     return stream_ != nullptr && tool::isTerminal(stream_);
+}
+
+std::size_t Output::columns() const noexcept {
+    return stream_ == nullptr ? 0 : terminalColumns(stream_);
 }
 
 void Output::line(std::string_view text) {
@@ -95,17 +155,19 @@ void Output::refuseFailure() {
     throw failure;
 }
 
-void Output::note(std::string_view kind, const std::string& path, const std::string& message) {
-    if (style.quiet) {
-        return;
+std::string Output::noteText(std::string_view kind, const std::string& path, const std::string& message) const {
+    if (!style.json) {
+        return fmt::format("genreg: {}: {}\n", printable(path), message);
     }
-    if (style.json) {
-        Json object{{"schema", SCHEMA}, {"kind", kind}};
-        putText(object, "path", path);
-        object["message"] = message;
-        toStandardError(jsonText(object) + "\n");
-    } else {
-        toStandardError(fmt::format("genreg: {}: {}\n", printable(path), message));
+    Json object{{"schema", SCHEMA}, {"kind", kind}};
+    putText(object, "path", path);
+    object["message"] = message;
+    return jsonText(object) + "\n";
+}
+
+void Output::note(std::string_view kind, const std::string& path, const std::string& message) {
+    if (!style.quiet) {
+        toStandardError(noteText(kind, path, message));
     }
 }
 
@@ -173,14 +235,11 @@ void Table::print(Output& output) const {
             widths[i] = std::max(widths[i], width(row[i]));
         }
     }
+    if (const std::size_t columns = output.columns(); columns != 0) {
+        narrow(widths, columns);
+    }
     for (const auto& row : rows_) {
-        std::string text;
-        for (std::size_t i = 0; i < row.size(); ++i) {
-            text += row[i];
-            // The last column ends the line without blanks behind it.
-            text += i + 1 < row.size() ? std::string(widths[i] - width(row[i]) + 2, ' ') : "";
-        }
-        output.line(text);
+        printRow(output, row, widths);
     }
 }
 

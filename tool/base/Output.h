@@ -41,6 +41,8 @@ public:
     // The descriptor that standard output was; -1 when there is none.
     [[nodiscard]] int descriptor() const noexcept;
     [[nodiscard]] bool isTerminal() const noexcept;
+    // Of the terminal; 0 where there is none, or it does not tell.
+    [[nodiscard]] std::size_t columns() const noexcept;
 
     // A line of the result. A newline is added.
     void line(std::string_view text);
@@ -53,6 +55,9 @@ public:
     // ends the process like any other program of a pipeline.
     void finish();
 
+    // A remark as it is said, with its line break.
+    [[nodiscard]] std::string noteText(std::string_view kind, const std::string& path,
+                                       const std::string& message) const;
     // A remark on standard error, unless -q.
     void note(std::string_view kind, const std::string& path, const std::string& message);
     // With -v only.
@@ -75,7 +80,8 @@ void putText(Json& members, const std::string& key, std::string_view bytes);
 // A code or mask as programs read it: "0x900001f6".
 [[nodiscard]] std::string hexCode(unsigned int code);
 
-// Rows of cells under a heading, aligned. An empty optional is shown as "-", an empty text as "".
+// Rows of cells under a heading, aligned. An empty optional is shown as "-", an empty text as "". On a terminal that is
+// narrower than they are, the longest cells go on below.
 class Table {
 public:
     explicit Table(std::vector<std::string> heading);

@@ -1,5 +1,6 @@
 // The standard files, and the end.
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -45,6 +46,11 @@ std::FILE* takeStandardOutput() noexcept {
 
 bool isTerminal(std::FILE* stream) noexcept {
     return isatty(fileno(stream)) != 0;
+}
+
+std::size_t terminalColumns(std::FILE* stream) noexcept {
+    winsize size{};
+    return ioctl(fileno(stream), TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
 }
 
 void leave(int status) noexcept {

@@ -26,6 +26,8 @@ void fillClosedStandardFiles() noexcept;
 [[nodiscard]] std::FILE* takeStandardOutput() noexcept;
 
 [[nodiscard]] bool isTerminal(std::FILE* stream) noexcept;
+// 0 where it is none, or does not tell.
+[[nodiscard]] std::size_t terminalColumns(std::FILE* stream) noexcept;
 
 // Ends the process. What it has is not torn down, which takes longer than to let the system have it back: what must be
 // written out is, before.
@@ -108,6 +110,9 @@ struct FileNumber {
 [[nodiscard]] int makePrivateFolder(std::string& path);
 
 // --- text --------------------------------------------------------------------------------------------------------
+
+// Whether the text fits a pattern as shells have them: *, ? and [...].
+[[nodiscard]] bool fitsPattern(const std::string& pattern, const std::string& text) noexcept;
 
 // While it lives the C library takes this thread's characters for those of UTF-8, where it knows them.
 class Utf8Characters {
@@ -200,6 +205,10 @@ private:
 // A line of standard input, less its newline. None at its end, and where a signal asked for the end meanwhile: who asks
 // a question ends in his own way then.
 [[nodiscard]] std::optional<std::string> lineFromTerminal();
+
+// From now on the text is said on standard error when SIGINT, SIGTERM or SIGHUP ends the tool, if the file at the path
+// is then what it was at this call. Signals that are handled or ignored already stay so.
+void tellOnInterrupt(const std::string& path, const std::string& text) noexcept;
 
 // From the first one on, SIGINT and SIGTERM ask for the end. So does SIGHUP, unless it is a monitor's: then it asks to
 // look. All of them, and a child's end, are delivered while somebody waits and at no other time.

@@ -287,7 +287,7 @@ private:
         constexpr std::string_view BYTES = "Base64";
         const bool encoded = field.ends_with(BYTES);
         const std::string name = encoded ? field.substr(0, field.size() - BYTES.size()) : field;
-        const std::string suffix = encoded ? "Base64" : "";
+        const std::string suffix = encoded ? "_b64" : "";
         for (const auto& [member, variable] :
              {std::pair("service", "SERVICE"), std::pair("versionCode", "VERSION"), std::pair("protocol", "PROTOCOL"),
               std::pair("id", "ID"), std::pair("line", "LINE")}) {

@@ -1,0 +1,91 @@
+// What is shown at a terminal, and only there; and what ^C does.
+#include "support/Terminal.h"
+
+#include "Tool.h"
+
+namespace {
+
+class AtTerminal : public ToolTest {
+protected:
+    // What the tool shows at a terminal of so many columns.
+    std::string shown(const Words& words, const Words& environment, unsigned short columns = 80) {
+        Words all{BUILT_TOOL};
+        all.insert(all.end(), words.begin(), words.end());
+        Terminal terminal(all, folder(), environment, columns);
+        EXPECT_GE(terminal.ended(), 0);
+        return terminal.shown();
+    }
+};
+
+TEST_F(AtTerminal, ATableStaysWithinItsWidthAndLosesNothing) {
+    const std::string value = "one two three four five six seven eight nine ten eleven twelve";
+    write("v", "a = " + value + "\nb = caf\xc3\xa9-" + std::string(60, 'x') + "\xc3\xa9 # comment\n");
+    const std::string table = shown({"varval", "list", "v"}, {"LC_ALL=C.UTF-8"}, 40);
+    std::string words;
+    std::istringstream lines(table);
+    for (std::string line; std::getline(lines, line);) {
+        line.erase(line.find_last_not_of("\r") + 1);
+        const auto continuation =
+            std::count_if(line.begin(), line.end(), [](unsigned char c) { return (c & 0xc0U) == 0x80U; });
+        EXPECT_LE(line.size() - static_cast<std::size_t>(continuation), 40U) << line;
+        for (const char c : line) {
+            words += c == ' ' ? "" : std::string(1, c);
+        }
+    }
+    EXPECT_NE(table.find("one two"), std::string::npos);
+    for (const char* word : {"eleven", "twelve", "comment"}) {
+        EXPECT_NE(table.find(word), std::string::npos) << table;
+    }
+    EXPECT_EQ(std::count(words.begin(), words.end(), 'x'), 61) << "no letter is lost: " << table;
+    EXPECT_NE(out("varval list v").find(value), std::string::npos) << "elsewhere a row is a line";
+}
+
+TEST_F(AtTerminal, ColourIsForTerminalsThatWantIt) {
+    write("v", "a = 1\n");
+    const Words words{"varval", "get", "v", "b"};
+    const std::string red = "\x1b[31m";
+    EXPECT_NE(shown(words, {"TERM=xterm", "NO_COLOR="}).find(red), std::string::npos);
+    EXPECT_EQ(shown(words, {"TERM=dumb", "NO_COLOR="}).find(red), std::string::npos);
+    EXPECT_EQ(shown(words, {"TERM=xterm", "NO_COLOR=1"}).find(red), std::string::npos);
+    EXPECT_NE(shown({"--color", "always", "varval", "get", "v", "b"}, {"TERM=dumb", "NO_COLOR=1"}).find(red),
+              std::string::npos);
+    EXPECT_EQ(genreg("varval get v b").err.find(red), std::string::npos);
+}
+
+TEST_F(AtTerminal, AnInterruptedWaitLeavesTheFileAndSaysSo) {
+    write("f", "a = 1\n");
+    const Running holder = start("lock run f -- sh -c", {"touch held; exec sleep 60"});
+    while (!exists("held")) {
+        ::usleep(5000);
+    }
+    for (const bool atOnce : {true, false}) {
+        Terminal terminal({BUILT_TOOL, "varval", "set", "f", "a", "2"}, folder(), {"TERM=xterm"});
+        if (atOnce) {
+            ::usleep(500000);
+        } else {
+            EXPECT_TRUE(terminal.shows("waiting up to 10 s")) << terminal.shown();
+        }
+        terminal.type("\x03");
+        EXPECT_EQ(terminal.ended(), 128 + SIGINT);
+        EXPECT_NE(terminal.shown().find("f: interrupted; the file is as it was"), std::string::npos)
+            << terminal.shown();
+    }
+    const Running waits = start("varval set f a 2 --json");
+    ::usleep(500000);
+    ::kill(waits.pid, SIGTERM);
+    const Result ended = finish(waits);
+    EXPECT_EQ(ended.status, 128 + SIGTERM);
+    EXPECT_EQ(objects(ended.err).at(0)["kind"], "interrupted");
+    // Where somebody else has changed it meanwhile, nothing is said that is not so.
+    const Running late = start("varval set f a 2");
+    ::usleep(500000);
+    write("f", "a = 12\n");
+    ::kill(late.pid, SIGTERM);
+    EXPECT_EQ(finish(late).err, "");
+    ::kill(holder.pid, SIGKILL);
+    (void)finish(holder);
+    EXPECT_EQ(read("f"), "a = 12\n");
+    EXPECT_EQ(names(), ".f.lock f held");
+}
+
+}  // namespace
