@@ -89,7 +89,7 @@ TEST_F(Command, NothingThatDestroysIsSuggested) {
 TEST_F(Command, HelpIsNoFailureAndNamesTheCommands) {
     EXPECT_NE(out("--help").find("varval"), std::string::npos);
     const std::string set = out("varval set --help");
-    EXPECT_NE(set.find("genreg varval set [OPTIONS] FILE NAME VALUE"), std::string::npos);
+    EXPECT_NE(set.find("genreg varval set [OPTIONS] FILE NAME [VALUE]"), std::string::npos);
     EXPECT_EQ(out("help varval set"), set);
     EXPECT_EQ(out("help varval"), out("varval -h"));
     EXPECT_EQ(out("help"), out("--help"));

@@ -5,16 +5,15 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <cstdlib>
 #include <map>
 #include <memory>
 #include <utility>
 #include <vector>
 
+#include "base/GlobalOptions.h"
 #include "base/LockPatience.h"
 #include "base/Suggestions.h"
 #include "base/Text.h"
-#include "system/System.h"
 
 namespace tool {
 
@@ -23,15 +22,13 @@ constexpr std::string_view FOOTER =
     "Exit: 0 done or nothing to change, 1 not found or differs, 2 usage, 3 missing or unreadable, 4 locked,\n"
     "5 conflict, 6 invalid value, 7 damaged, 8 the update failed, 70 a defect of the tool.";
 
-constexpr double MOST_SECONDS = 1e6;
-
 constexpr std::string_view VERSION = GENREG_VERSION;
 
 struct ToolParser {
     CLI::App app{std::string(DESCRIPTION), "genreg"};
     std::map<const CLI::App*, const Command*> commands;
     std::vector<std::string> helpWords;
-    std::string color = "auto";
+    GivenOptions given{};
     const Command* chosen = nullptr;
     Action action;
     std::vector<std::pair<unsigned int, CLI::Option*>> acting;  // options that not every command takes
@@ -65,44 +62,6 @@ private:
 
     const ToolParser& parser_;
 };
-
-// NaN, which compares with nothing, is out of the range as well.
-std::string secondsProblem(const std::string& text) {
-    double seconds = 0;
-    const bool fits = CLI::detail::lexical_cast(text, seconds) && seconds >= 0 && seconds <= MOST_SECONDS;
-    return fits ? "" : fmt::format("{} is no number of seconds from 0 to {}", text, MOST_SECONDS);
-}
-
-void declareGlobals(ToolParser& parser, Context& context) {
-    CLI::App& app = parser.app;
-    Options& options = context.options;
-    app.set_version_flag("-V,--version", std::string(VERSION));
-    parser.acting.emplace_back(USES_REGISTRY, app.add_option("--registry", options.registry,
-                                                             "the registry to work on, where FILE is not given")
-                                                  ->type_name("PATH"));
-    parser.acting.emplace_back(
-        USES_REGISTRY, app.add_flag("--default-path", options.defaultPath, "the global registry in its default place"));
-    app.add_flag("--json", context.output.style.json, "one JSON object per line, for programs");
-    parser.acting.emplace_back(USES_DRY_RUN,
-                               app.add_flag("-n,--dry-run", options.dryRun, "change nothing; show what would change"));
-    parser.acting.emplace_back(USES_DIFF, app.add_flag("--diff", options.diff, "show what was changed"));
-    app.add_option("--wait", options.waitSeconds, "how long to wait for a lock (10; 0 fails at once)")
-        ->type_name("SECONDS")
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
-        ->check(secondsProblem);
-    parser.acting.emplace_back(
-        USES_IF_VALUE, app.add_option("--if-value", options.ifValue, "only if this is the value now")->type_name("V"));
-    parser.acting.emplace_back(USES_ALL,
-                               app.add_flag("--all", options.all, "every record that matches, not just a single one"));
-    parser.acting.emplace_back(USES_YES, app.add_flag("-y,--yes", options.yes, "do not ask"));
-    parser.acting.emplace_back(USES_PARENTS,
-                               app.add_flag("--parents", options.parents, "make the folder of a file that is new"));
-    app.add_flag("-q", context.output.style.quiet, "no remarks on standard error");
-    app.add_flag("-v", context.output.style.verbose, "say more on standard error");
-    app.add_option("--color", parser.color, "auto, always or never (auto heeds NO_COLOR and TERM=dumb)")
-        ->type_name("WHEN")
-        ->check(CLI::IsMember({"auto", "always", "never"}).description(""));
-}
 
 // What a command is given to declare its words to.
 class CommandParser final : public Parser {
@@ -140,7 +99,7 @@ public:
     }
     void choice(const std::string& name, const std::string& what, const std::vector<std::string>& choices,
                 std::string& chosen, const std::string& help) override {
-        app_.add_option(name, chosen, help)->type_name(what)->check(CLI::IsMember(choices));
+        app_.add_option(name, chosen, help)->type_name(what)->check(CLI::IsMember(choices).description(""));
     }
     void flag(const std::string& name, bool& given, const std::string& help) override {
         app_.add_flag(name, given, help);
@@ -150,6 +109,21 @@ public:
 private:
     CLI::App& app_;
 };
+
+void declareGlobals(ToolParser& parser, Context& context) {
+    CLI::App& app = parser.app;
+    app.set_version_flag("-V,--version", std::string(VERSION));
+    parser.given.options = &context.options;
+    parser.given.style = &context.output.style;
+    CommandParser declared(app);
+    for (const GlobalOption& option : globalOptions()) {
+        option.declare(declared, parser.given);
+        if (option.uses != 0) {
+            parser.acting.emplace_back(option.uses, app.get_option(std::string(option.name)));
+        }
+    }
+    app.get_option("--wait")->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+}
 
 void declareCommand(CLI::App& above, const Command& command, const std::string& word, ToolParser& parser) {
     CLI::App* sub = above.add_subcommand(word, std::string(command.summary));
@@ -350,15 +324,6 @@ void declareHelp(ToolParser& parser) {
     });
 }
 
-void chooseColor(const std::string& when, Output& output) {
-    const char* noColor = std::getenv("NO_COLOR");
-    const char* terminal = std::getenv("TERM");
-    const bool wanted =
-        (noColor == nullptr || *noColor == '\0') && (terminal == nullptr || std::string_view(terminal) != "dumb");
-    output.style.color = when == "always" || (when == "auto" && wanted && output.isTerminal());
-    output.style.errorColor = when == "always" || (when == "auto" && wanted && isTerminal(stderr));
-}
-
 void refuseIdleOptions(const ToolParser& parser) {
     for (const auto& [use, option] : parser.acting) {
         if (option->count() != 0 && (parser.chosen->uses & use) == 0) {
@@ -444,18 +409,23 @@ int CommandLine::run(Context& context, std::span<const CommandGroup> groups, std
             printVersion(context.output);
             return EXIT_DONE;
         } catch (const CLI::ParseError& error) {
-            chooseColor(parser_->color, context.output);
+            chooseColor(parser_->given.color, context.output);
             context.operation = operationOf(innermost(parser_->app));
             throw parseFailure(context, parser_->app, error);
         }
     }
-    chooseColor(parser_->color, context.output);
+    chooseColor(parser_->given.color, context.output);
     context.operation = parser_->chosen->name;
     refuseOptionsBehindSeparator(context, parser_->app);
     context.uses = parser_->chosen->uses;
     refuseIdleOptions(*parser_);
+    if (parser_->chosen->declare != nullptr) {  // help has no lock to wait for
+        context.options.waitSeconds = secondsToWait(parser_->given.wait, context.operation);
+    }
+    context.options.dryRun = context.options.dryRun || context.options.check;
     setPatience(context);
-    return parser_->action(context);
+    const int status = parser_->action(context);
+    return status == EXIT_DONE && context.options.check && context.wouldChange ? EXIT_NEGATIVE : status;
 }
 
 }  // namespace tool

@@ -19,6 +19,7 @@ struct Options {
     std::optional<std::string> registry;
     bool defaultPath = false;
     bool dryRun = false;
+    bool check = false;  // a dry run, too
     bool diff = false;
     double waitSeconds = 10;
     std::optional<std::string> ifValue;
@@ -31,9 +32,10 @@ struct Options {
 struct Context {
     Options options;
     Output output;
-    std::string operation;  // the command's name
-    unsigned int uses = 0;  // of the command: USES_*
-    int argumentCount = 0;  // the command line, as main got it
+    std::string operation;     // the command's name
+    unsigned int uses = 0;     // of the command: USES_*
+    bool wouldChange = false;  // result of a dry run, which --check answers with
+    int argumentCount = 0;     // the command line, as main got it
     char** arguments = nullptr;
 };
 

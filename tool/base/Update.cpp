@@ -64,11 +64,11 @@ void tell(Context& context, const Change& change, bool changed, const std::optio
         object.update(change.result);
         object["changed"] = changed;
         object["dryRun"] = context.options.dryRun;
-        if (difference) {
+        if (difference && (!context.options.check || context.options.diff)) {
             object["difference"] = changed ? change.objects(*difference) : std::vector<Json>();
         }
         output.json(object);
-    } else if (difference && changed) {
+    } else if (difference && changed && (!context.options.check || context.options.diff)) {
         change.print(output, *difference);
     }
 }
@@ -158,6 +158,7 @@ int carryOut(Context& context, const Change& change) {
     if (!context.options.dryRun) {
         changed = makeInPlace(context, change, newFolder);
     }
+    context.wouldChange = changed && context.options.dryRun;
     tell(context, change, changed, difference);
     return EXIT_DONE;
 }

@@ -107,7 +107,7 @@ Record askedRecord(std::string_view bytes, const EntryEdit& edit) {
 std::string BinVar::rewrite(std::string_view record) const {
     GenRegBinVarValRecord edited = recordOf(record);
     setText(edited.variable, name);
-    edited.value = value;
+    edited.value = value.value_or(edited.value);
     if (comment) {
         setText(edited.comment, *comment);
     }

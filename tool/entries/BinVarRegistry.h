@@ -16,7 +16,7 @@ constexpr std::size_t BINVAR_TEXT_SIZE = sizeof GenRegBinVarValRecord::variable;
 // A variable as it is asked for.
 struct BinVar {
     std::string name;
-    int value = 0;
+    std::optional<int> value;            // none: as it stands
     std::optional<std::string> comment;  // none: as it stands; empty: none
 
     // The record's bytes with what is asked for.

@@ -41,12 +41,15 @@ void ask(EntryRequest& request, const EntryWords& words, bool /*fresh*/) {
     if (words.name.empty()) {
         throw invalid(REG_NAME_MISSING, "the name is empty", "name the variable");
     }
-    const BinVar wanted{words.name, checkedValue(words.fields[0]), words.comment};
+    const auto value = words.fields.empty() ? std::nullopt : std::optional(checkedValue(words.fields[0]));
+    const BinVar wanted{words.name, value, words.comment};
     request.edit.rewrite = [wanted](std::string_view record) { return wanted.rewrite(record); };
-    request.edit.cells = {cell(wanted.name), std::to_string(wanted.value),
+    request.edit.cells = {cell(wanted.name), value ? std::optional(std::to_string(*value)) : std::nullopt,
                           wanted.comment ? std::optional(cell(*wanted.comment)) : std::nullopt};
-    request.addWords = fmt::format("{} {}", shellWord(words.name), shellWord(words.fields[0]));
-    request.result["value"] = wanted.value;
+    if (value) {
+        request.addWords = fmt::format("{} {}", shellWord(words.name), shellWord(words.fields[0]));
+        request.result["value"] = *value;
+    }
 }
 
 std::unique_ptr<EntryFile> open(const std::string& path, bool severalAllowed) {

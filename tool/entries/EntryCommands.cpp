@@ -4,6 +4,7 @@
 
 #include "base/Answers.h"
 #include "base/Text.h"
+#include "base/ValueSource.h"
 #include "entries/EntryBatch.h"
 #include "entries/EntryEditor.h"
 
@@ -16,8 +17,56 @@ bool writes(Verb verb) {
     return verb == Verb::SET || verb == Verb::ADD;
 }
 
-EntryRequest requestOf(const EntrySchema& schema, const EntryWords& words, Verb verb) {
+Failure missingWord(const EntrySchema& schema, Verb verb, const std::string& word) {
+    const char* const command = verb == Verb::GET   ? schema.get.name
+                                : verb == Verb::ADD ? schema.add.name
+                                                    : schema.set.name;
+    return usageFailure(fmt::format("{}: {} is required", command, word), fmt::format("genreg {} --help", command));
+}
+
+// All the fields, or none of them where something else is to change.
+void completeFields(const EntrySchema& schema, EntryWords& words, Verb verb) {
+    if (words.valueFrom) {
+        if (!words.fields.empty()) {
+            throw usageFailure(fmt::format("--value-from, and {} behind the name: which?", schema.fields[0].name));
+        }
+        words.fields = {valueFrom(*words.valueFrom)};
+    }
+    const bool otherwise = verb == Verb::SET && words.fields.empty() && (words.comment || words.noRest);
+    if (words.fields.size() < schema.fields.size() && !otherwise) {
+        throw missingWord(schema, verb, schema.fields[words.fields.size()].name);
+    }
+}
+
+// What a get without a name looks for.
+void lookUp(EntryRequest& request, const EntrySchema& schema, const EntryWords& words) {
+    std::string options;
+    std::size_t given = request.name.empty() ? 0 : 1;
+    for (std::size_t i = 0; i < schema.lookups.size(); ++i) {
+        options += fmt::format(", {}", schema.lookups[i].option);
+        if (words.lookups[i]) {
+            ++given;
+            schema.lookups[i].find(request, *words.lookups[i]);
+        }
+    }
+    if (given > 1) {
+        throw usageFailure(fmt::format("{}: {}{}: one of them finds it", schema.get.name, schema.found.name, options),
+                           fmt::format("genreg {} --help", schema.get.name));
+    }
+    if (given == 0) {
+        throw missingWord(schema, Verb::GET,
+                          schema.found.name + (options.empty() ? "" : " or one of" + options.substr(1)));
+    }
+}
+
+EntryRequest requestOf(const EntrySchema& schema, EntryWords& words, Verb verb) {
     EntryRequest request{words.file, words.name, schema.mask};
+    request.addMissing = words.addMissing;
+    request.ifPresent = words.ifPresent;
+    request.unquoted = words.unquoted;
+    if (writes(verb)) {
+        completeFields(schema, words, verb);
+    }
     putText(request.result, schema.member, words.name);
     if (writes(verb)) {
         if (words.noRest && !words.rest.empty()) {
@@ -26,16 +75,22 @@ EntryRequest requestOf(const EntrySchema& schema, const EntryWords& words, Verb 
         refusingFor(words.file, fmt::format("{} {}", verb == Verb::ADD ? "add" : "set", printable(words.name)),
                     [&] { schema.ask(request, words, verb == Verb::ADD); });
     }
-    if (schema.find != nullptr) {
+    if (words.valueFrom) {  // nor is it to stand in an advice
+        request.addWords = fmt::format("{} --value-from {}", shellWord(words.name), shellWord(*words.valueFrom));
+    }
+    if (schema.find != nullptr && !request.name.empty()) {
         schema.find(request);
+    }
+    if (verb == Verb::GET && !schema.lookups.empty()) {
+        lookUp(request, schema, words);
     }
     return request;
 }
 
-int runVerb(Context& context, const EntrySchema& schema, const EntryWords& words, Verb verb) {
+int runVerb(Context& context, const EntrySchema& schema, EntryWords& words, Verb verb) {
     switch (verb) {
         case Verb::LIST:
-            return listEntries(context, schema, words.file);
+            return listEntries(context, schema, words.file, words.pattern);
         case Verb::OWN:
             return schema.runOwn(context, words.file);
         case Verb::GET:
@@ -56,14 +111,25 @@ int runVerb(Context& context, const EntrySchema& schema, const EntryWords& words
 
 // The words behind the name of a set or an add.
 void declareFields(Parser& parser, const EntrySchema& schema, EntryWords& words, Verb verb) {
-    words.fields.resize(schema.fields.size());
-    for (std::size_t i = 0; i < schema.fields.size(); ++i) {
-        parser.required(schema.fields[i].name, words.fields[i], schema.fields[i].help);
+    const bool mayComeFromFile = schema.fields.size() == 1 && schema.lookups.empty();
+    for (const EntryWord& field : schema.fields) {
+        const auto take = [&words](const std::string& word) { words.fields.push_back(word); };
+        parser.handedOver(field.name, verb == Verb::ADD && !mayComeFromFile, take, field.help);
+    }
+    if (mayComeFromFile) {
+        parser.option("--value-from", "FILE", words.valueFrom,
+                      "take the value from a file, or with - from standard input; other users see command lines");
     }
     if (schema.rest.name != nullptr) {
         parser.words(schema.rest.name, words.rest, schema.rest.help);
     }
-    parser.option("--comment", "TEXT", words.comment, fmt::format("the comment of the {}; empty: none", schema.place));
+    parser.option(
+        "--comment", "TEXT", words.comment,
+        fmt::format("the comment of the {}; empty: none{}", schema.place,
+                    verb == Verb::SET ? fmt::format("; without {} nothing else changes", schema.fields[0].name) : ""));
+    if (verb == Verb::SET) {
+        parser.flag("--add", words.addMissing, fmt::format("add the {} where it is missing", schema.noun));
+    }
     if (schema.noRest.name != nullptr && verb == Verb::SET) {
         parser.flag(schema.noRest.name, words.noRest, schema.noRest.help);
     }
@@ -74,7 +140,17 @@ Action declareVerb(Parser& parser, const EntrySchema& schema, Verb verb) {
     parser.required("FILE", words->file, schema.file);
     if (verb == Verb::APPLY) {
         parser.optional("BATCH", words->name, "a file of JSON lines, or - for standard input");
-    } else if (verb != Verb::LIST && verb != Verb::OWN) {
+    } else if (verb == Verb::LIST) {
+        parser.optional("PATTERN", words->pattern,
+                        fmt::format("only those whose {} it fits: *, ?, [...]", schema.member));
+    } else if (verb == Verb::GET && !schema.lookups.empty()) {
+        parser.optional(schema.found.name, words->name, schema.found.help);
+        words->lookups.resize(schema.lookups.size());
+        for (std::size_t i = 0; i < schema.lookups.size(); ++i) {
+            const EntryLookup& lookup = schema.lookups[i];
+            parser.option(lookup.option, lookup.what, words->lookups[i], lookup.help);
+        }
+    } else if (verb != Verb::OWN) {
         const EntryWord& name = writes(verb) ? schema.named : schema.found;
         parser.required(name.name, words->name, name.help);
     }
@@ -84,6 +160,12 @@ Action declareVerb(Parser& parser, const EntrySchema& schema, Verb verb) {
     if ((verb == Verb::GET || verb == Verb::GET_ALL) && schema.convert != nullptr) {
         parser.choice("--type", "TYPE", {"bool", "int", "uint", "double", "string"}, words->type,
                       "convert the value: bool, int, uint, double; string leaves it");
+    }
+    if ((verb == Verb::GET || verb == Verb::GET_ALL) && schema.quotes) {
+        parser.flag("--unquoted", words->unquoted, "without the double quotes around the value");
+    }
+    if (verb == Verb::DELETE) {
+        parser.flag("--if-present", words->ifPresent, fmt::format("a {} that is not there is no failure", schema.noun));
     }
     return [&schema, words, verb](Context& context) { return runVerb(context, schema, *words, verb); };
 }
@@ -103,7 +185,7 @@ void addCommands(std::vector<Command>& commands) {
     addCommand<SCHEMA, Verb::OWN>(commands, schema.own, 0);
     addCommand<SCHEMA, Verb::GET>(commands, schema.get, schema.getAll.name != nullptr ? 0 : USES_ALL);
     addCommand<SCHEMA, Verb::GET_ALL>(commands, schema.getAll, 0);
-    addCommand<SCHEMA, Verb::SET>(commands, schema.set, USES_UPDATE | USES_IF_VALUE | USES_ALL);
+    addCommand<SCHEMA, Verb::SET>(commands, schema.set, USES_UPDATE | USES_PARENTS | USES_IF_VALUE | USES_ALL);
     addCommand<SCHEMA, Verb::ADD>(commands, schema.add, USES_UPDATE | USES_PARENTS | USES_ALL);
     addCommand<SCHEMA, Verb::APPLY>(commands, schema.apply, USES_UPDATE | USES_PARENTS);
     addCommand<SCHEMA, Verb::DELETE>(commands, schema.remove, USES_UPDATE | USES_IF_VALUE | USES_ALL | USES_YES);

@@ -9,6 +9,7 @@
 #include "base/Text.h"
 #include "entries/Remarks.h"
 #include "records/Salvage.h"
+#include "system/System.h"
 
 namespace tool {
 namespace {
@@ -18,6 +19,12 @@ std::string textOf(const Json& value) {
         return value.get<std::string>();
     }
     return value.is_number_float() ? fmt::format("{}", value.get<double>()) : value.dump();
+}
+
+// A pattern may be about the whole name, or about what stands for it alone: "http", of http/tcp.
+bool fitsName(const EntrySchema& schema, const Entry& entry, const std::string& pattern) {
+    return pattern.empty() || fitsPattern(pattern, entry.name) ||
+           (schema.nameEnd != 0 && fitsPattern(pattern, entry.name.substr(0, entry.name.find(schema.nameEnd))));
 }
 
 // The commands over one schema, with what they were asked.
@@ -39,6 +46,9 @@ private:
     void remark() const;
     void askBeforeDeleting() const;
     [[nodiscard]] std::optional<bool> attemptSet(const std::string& path, std::optional<Entry>& first) const;
+    [[nodiscard]] std::optional<bool> addMissing(const std::string& path) const;
+    [[nodiscard]] bool isAbsent(const std::string& path) const;
+    [[nodiscard]] unsigned int addTo(EntryFile& file, const std::vector<Entry>& entries, EntryEdit& edit) const;
     void refuseContradiction(const std::string& path, const Entry& first, const Entry& now) const;
     [[nodiscard]] std::string hint(const std::string& command, const std::string& path) const {
         return fmt::format("genreg {} {} {}", schema_.group, command, shellWord(path));
@@ -61,6 +71,7 @@ private:
     const EntrySchema& schema_;
     const EntryRequest& request_;
     std::string doing_;
+    mutable bool added_ = false;  // by a set, the last time that it was made
 };
 
 Failure EntryEditor::notFound(const std::string& path, const std::vector<Entry>& entries,
@@ -166,11 +177,16 @@ int EntryEditor::get(bool every, const std::string& type) const {
             entry.value = textOf(entry.members["value"]);
         }
     }
-    for (const Entry& entry : matches) {
+    for (Entry& entry : matches) {
+        if (request_.unquoted && entry.value.size() > 1 && entry.value.starts_with('"') && entry.value.ends_with('"')) {
+            entry.value = entry.value.substr(1, entry.value.size() - 2);
+            putText(entry.members, "value", entry.value);
+        }
+        const std::string& answer = request_.showsName ? entry.name : entry.value;
         if (context_.output.style.json) {
             context_.output.json(entry.members);
         } else {
-            context_.output.line(context_.output.isTerminal() ? printable(entry.value) : entry.value);
+            context_.output.line(context_.output.isTerminal() ? printable(answer) : answer);
         }
     }
     return EXIT_DONE;
@@ -179,8 +195,15 @@ int EntryEditor::get(bool every, const std::string& type) const {
 int EntryEditor::update(bool (EntryEditor::*make)(const std::string& path) const) const {
     remark();
     askBeforeDeleting();
+    added_ = false;
     Change change = changeOfEntries(schema_, request_.file, doing_, request_.result);
-    change.make = [&](const std::string& path) { return (this->*make)(path); };
+    change.make = [&](const std::string& path) {
+        const bool changed = (this->*make)(path);
+        if (request_.addMissing) {
+            change.result["added"] = added_;
+        }
+        return changed;
+    };
     return schema_.shown == nullptr ? carryOutOnText(context_, change) : carryOut(context_, change);
 }
 
@@ -189,8 +212,32 @@ bool EntryEditor::set(const std::string& path) const {
     return attemptPatiently(context_, path, printable(request_.name), [&] { return attemptSet(path, first); });
 }
 
+// Whether a set that adds what is missing has to. An entry that must have a value must be there.
+bool EntryEditor::isAbsent(const std::string& path) const {
+    return !judgeFile(path, doing_, false) || named(schema_.open(path, true)->read(doing_)).empty();
+}
+
+// None when somebody else added it meanwhile.
+std::optional<bool> EntryEditor::addMissing(const std::string& path) const {
+    const bool exists = judgeFile(path, doing_, false);
+    const auto file = schema_.open(path, false);
+    EntryEdit edit = request_.edit;
+    const unsigned int code = addTo(*file, exists ? file->read(doing_) : std::vector<Entry>(), edit);
+    if (code == REG_DUPLICATE) {
+        return std::nullopt;
+    }
+    if (code != 0) {
+        throw refused(code, path, edit);
+    }
+    added_ = true;
+    return true;
+}
+
 // None when somebody else changed the entry between the reading and the writing.
 std::optional<bool> EntryEditor::attemptSet(const std::string& path, std::optional<Entry>& first) const {
+    if (request_.addMissing && !first && !context_.options.ifValue && !request_.addWords.empty() && isAbsent(path)) {
+        return addMissing(path);
+    }
     needFile(path, doing_);
     const bool single = !context_.options.all;
     const auto file = schema_.open(path, !single);
@@ -198,7 +245,9 @@ std::optional<bool> EntryEditor::attemptSet(const std::string& path, std::option
     if (first && named(entries).empty()) {
         throw changedMeanwhile(path, request_.name, look());
     }
-    const std::string otherwise = fmt::format("add it: {} {}", hint("add", path), request_.addWords);
+    const std::string otherwise = request_.addWords.empty()
+                                      ? hint("list", path)
+                                      : fmt::format("add it: {} {}", hint("add", path), request_.addWords);
     const std::vector<Entry> matches = concerned(path, entries, otherwise);
     for (const Entry& entry : matches) {
         if (entry.hidesBytes) {
@@ -241,15 +290,20 @@ void EntryEditor::refuseContradiction(const std::string& path, const Entry& firs
     }
 }
 
+// A new one looks like the last of those that there are.
+unsigned int EntryEditor::addTo(EntryFile& file, const std::vector<Entry>& entries, EntryEdit& edit) const {
+    if (schema_.layoutLike != nullptr) {
+        edit.layout = schema_.layoutLike(entries.empty() ? std::string_view() : entries.back().raw);
+    }
+    return file.add(request_.mask, edit);
+}
+
 bool EntryEditor::add(const std::string& path) const {
     const bool exists = judgeFile(path, doing_, false);
     const auto file = schema_.open(path, context_.options.all);
     EntryEdit edit = request_.edit;
-    if (schema_.layoutLike != nullptr) {
-        const auto entries = exists ? file->read(doing_) : std::vector<Entry>();
-        edit.layout = schema_.layoutLike(entries.empty() ? std::string_view() : entries.back().raw);
-    }
-    const unsigned int code = file->add(request_.mask, edit);
+    const bool looks = exists && schema_.layoutLike != nullptr;
+    const unsigned int code = addTo(*file, looks ? file->read(doing_) : std::vector<Entry>(), edit);
     if (code == REG_DUPLICATE) {
         const auto matches = exists ? named(file->read(doing_)) : std::vector<Entry>();
         const std::string where = matches.empty() ? "" : fmt::format(" ({} {})", schema_.place, matches.front().number);
@@ -266,9 +320,16 @@ bool EntryEditor::add(const std::string& path) const {
 bool EntryEditor::remove(const std::string& path) const {
     needFile(path, doing_);
     const auto file = schema_.open(path, context_.options.all);
-    const std::vector<Entry> matches = concerned(path, file->read(doing_), hint("list", path));
+    const std::vector<Entry> entries = file->read(doing_);
+    if (request_.ifPresent && named(entries).empty()) {
+        return false;
+    }
+    const std::vector<Entry> matches = concerned(path, entries, hint("list", path));
     const unsigned int code = file->remove(key(), matches.front());
     if (code == REG_NOT_FOUND) {
+        if (request_.ifPresent && named(file->read(doing_)).empty()) {
+            return false;
+        }
         throw changedMeanwhile(path, request_.name, look());
     }
     if (code != 0) {
@@ -284,6 +345,9 @@ void EntryEditor::askBeforeDeleting() const {
         return;
     }
     const auto entries = entriesOf(schema_, request_.file, doing_);
+    if (request_.ifPresent && named(entries).empty()) {
+        return;
+    }
     const std::size_t count = concerned(request_.file, entries, hint("list", request_.file)).size();
     if (count > 1) {
         confirm(request_.file, fmt::format("delete {} {}s of {}", count, schema_.place, printable(request_.name)));
@@ -309,8 +373,9 @@ std::vector<Entry> entriesOf(const EntrySchema& schema, const std::string& file,
     return schema.open(file, true)->read(doing);
 }
 
-int listEntries(Context& context, const EntrySchema& schema, const std::string& file) {
-    const std::vector<Entry> entries = entriesOf(schema, file, "list");
+int listEntries(Context& context, const EntrySchema& schema, const std::string& file, const std::string& pattern) {
+    std::vector<Entry> entries = entriesOf(schema, file, "list");
+    std::erase_if(entries, [&](const Entry& entry) { return !fitsName(schema, entry, pattern); });
     Table table(schema.heading);
     for (const Entry& entry : entries) {
         if (context.output.style.json) {
@@ -334,6 +399,11 @@ int getEntries(Context& context, const EntrySchema& schema, const EntryRequest& 
 }
 
 int setEntry(Context& context, const EntrySchema& schema, const EntryRequest& request) {
+    if (context.options.parents && !request.addMissing) {
+        throw usageFailure("--parents means nothing to a set without --add", "genreg help " + context.operation);
+    }
+    // Of a set that adds nothing a missing file is the failure, and not its folder.
+    context.uses &= request.addMissing ? ~0U : ~USES_PARENTS;
     return EntryEditor(context, schema, request, "set").update(&EntryEditor::set);
 }
 

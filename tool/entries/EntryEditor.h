@@ -6,7 +6,8 @@
 
 namespace tool {
 
-int listEntries(Context& context, const EntrySchema& schema, const std::string& file);
+// Those whose name the pattern fits; an empty one fits all.
+int listEntries(Context& context, const EntrySchema& schema, const std::string& file, const std::string& pattern);
 // The first entry, or every one; the type may be empty.
 int getEntries(Context& context, const EntrySchema& schema, const EntryRequest& request, bool every,
                const std::string& type);

@@ -23,6 +23,7 @@ struct Entry {
     std::string raw;                 // its bytes; of a line without the newline
     std::string name;                // what finds it, as people write it
     std::string value;               // what --if-value compares and "get" prints
+    std::vector<std::string> names;  // other ones, where the schema has them
     std::vector<std::string> cells;  // of the table, one a field
     Json members = Json::object();
     bool hidesBytes = false;  // of a line: behind a NUL byte, which ends it for every reader
@@ -90,11 +91,17 @@ public:
 struct EntryWords {
     std::string file;
     std::string name;
-    std::vector<std::string> fields;  // one for each operand that the schema names
-    std::vector<std::string> rest;    // of the operand that may be repeated
+    std::string pattern;              // of a list; empty: everything
+    std::vector<std::string> fields;  // one for each operand that the schema names; none: as they stand
+    std::optional<std::string> valueFrom;
+    std::vector<std::string> rest;  // of the operand that may be repeated
     bool noRest = false;
     std::optional<std::string> comment;  // none: as it stands; empty: none
     std::string type;                    // that the value is converted to; may be empty
+    bool unquoted = false;
+    bool addMissing = false;
+    bool ifPresent = false;
+    std::vector<std::optional<std::string>> lookups;  // in the schema's order
 };
 
 // What a command concerns.
@@ -109,6 +116,10 @@ struct EntryRequest {
     std::function<bool(const Entry&)> concerns{};
     // Refuses entries that the name does not tell apart; may be empty.
     std::function<void(const std::vector<Entry>&)> tellApart{};
+    bool addMissing = false;  // of a set: an entry that is not there is added
+    bool ifPresent = false;   // of a delete: an entry that is not there is no failure
+    bool showsName = false;   // of a get: what was asked for is the name
+    bool unquoted = false;    // of a get: a value is shown without the quotes around it
 };
 
 // A line as its schema sees it.
@@ -123,6 +134,14 @@ struct JudgedLine {
 struct EntryWord {
     const char* name = nullptr;
     const char* help = nullptr;
+};
+
+// An option of get that finds an entry by something else than its name.
+struct EntryLookup {
+    const char* option;  // "--alias"
+    const char* what;
+    const char* help;
+    void (*find)(EntryRequest& request, const std::string& given);
 };
 
 struct EntrySchema {
@@ -149,6 +168,7 @@ struct EntrySchema {
     EntryWord rest = {};
     EntryWord noRest = {};
     const char* restTwice = nullptr;
+    std::vector<EntryLookup> lookups = {};
 
     std::vector<std::string> heading;  // of the table, the name's first
     const char* member = "name";       // of an object: the name

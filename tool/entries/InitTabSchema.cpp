@@ -61,9 +61,7 @@ JudgedLine judge(const std::string& text) {
 
 struct Fields {
     std::string id;
-    std::string runLevels;
-    std::string action;
-    std::string command;
+    std::vector<std::string> words;  // run levels, action, command; none: as they stand
     std::optional<std::string> comment;
 };
 
@@ -80,17 +78,20 @@ void checkField(std::string_view what, const std::string& field, std::string_vie
 
 void checkEntry(const Fields& entry) {
     checkField("id", entry.id, ":#");
-    checkField("run levels", entry.runLevels, ":#");
-    checkField("action", entry.action, ":#");
-    checkField("command", entry.command, "#");
+    const std::string command = entry.words.empty() ? "" : entry.words[2];
+    if (!entry.words.empty()) {
+        checkField("run levels", entry.words[0], ":#");
+        checkField("action", entry.words[1], ":#");
+        checkField("command", command, "#");
+    }
     refuseControl("comment", entry.comment.value_or(""));
     if (entry.id.empty()) {
         throw invalid(REG_NAME_MISSING, "the id is empty, which makes the line a comment", "name the entry");
     }
-    if (entry.command.ends_with(' ') && entry.command.size() > 1) {
+    if (command.ends_with(' ') && command.size() > 1) {
         throw invalid(REG_RECORD_REFUSED, "the command ends in a blank, which would be lost", "leave it out");
     }
-    const std::string& last = entry.comment.value_or("").empty() ? entry.command : *entry.comment;
+    const std::string& last = entry.comment.value_or("").empty() ? command : *entry.comment;
     if (last.ends_with('\\')) {
         throw invalid(REG_RECORD_REFUSED, "a backslash at the end of the line continues it on the next",
                       "leave the backslash out");
@@ -104,9 +105,11 @@ std::string rewritten(Fields entry, std::string_view line) {
         return unwritableLine();
     }
     record->id = entry.id.data();
-    record->runLevel = entry.runLevels.data();
-    record->action = entry.action.data();
-    record->command = entry.command.data();
+    if (!entry.words.empty()) {
+        record->runLevel = entry.words[0].data();
+        record->action = entry.words[1].data();
+        record->command = entry.words[2].data();
+    }
     // One that says so already keeps its bytes.
     std::string comment = " " + entry.comment.value_or("");
     if (entry.comment) {
@@ -118,17 +121,17 @@ std::string rewritten(Fields entry, std::string_view line) {
 }
 
 void ask(EntryRequest& request, const EntryWords& words, bool /*fresh*/) {
-    const Fields entry{words.name, words.fields[0], words.fields[1], words.fields[2], words.comment};
+    const Fields entry{words.name, words.fields, words.comment};
     checkEntry(entry);
     request.edit.rewrite = [entry](std::string_view line) { return rewritten(entry, line); };
     request.edit.layout = "-:-:-:-";
-    request.edit.cells = {cell(entry.id), cell(entry.runLevels), cell(entry.action), cell(entry.command),
-                          askedComment(entry.comment)};
-    request.addWords = fmt::format("{} {} {} {}", shellWord(entry.id), shellWord(entry.runLevels),
-                                   shellWord(entry.action), shellWord(entry.command));
-    putText(request.result, "runLevels", entry.runLevels);
-    putText(request.result, "action", entry.action);
-    putText(request.result, "command", entry.command);
+    request.edit.cells = {cell(entry.id), std::nullopt, std::nullopt, std::nullopt, askedComment(entry.comment)};
+    constexpr const char* MEMBERS[] = {"runLevels", "action", "command"};
+    for (std::size_t i = 0; i < entry.words.size(); ++i) {
+        request.edit.cells[i + 1] = cell(entry.words[i]);
+        request.addWords += fmt::format("{}{}", i == 0 ? shellWord(entry.id) + " " : " ", shellWord(entry.words[i]));
+        putText(request.result, MEMBERS[i], entry.words[i]);
+    }
 }
 
 std::string takeName(BatchItem& item, EntryWords& words) {

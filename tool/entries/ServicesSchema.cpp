@@ -73,6 +73,7 @@ struct ServicesLines {
         Entry entry;
         entry.name = fmt::format("{}/{}", record.name, record.protocol);
         entry.value = fmt::format("{}/{}", portOf(record), record.protocol);
+        entry.names = aliases;
         entry.cells = {cell(record.name), cell(entry.value), aliasCell(aliases), commentCell(comment)};
         putText(entry.members, "name", record.name);
         entry.members["port"] = portOf(record);
@@ -138,18 +139,24 @@ void checkAliases(const std::string& protocol, const std::vector<std::string>& a
 struct Service {
     std::string name;
     unsigned int port = 0;
-    std::string protocol;
+    std::string protocol;                             // empty: port and protocol as they stand
     std::optional<std::vector<std::string>> aliases;  // none: as they stand
     std::optional<std::string> comment;               // none: as it stands; empty: none
 };
 
-// The service "name", "port/protocol" with its aliases. Throws a Failure where a word cannot be written.
-Service checkedService(const std::string& name, const std::string& portAndProtocol,
-                       const std::optional<std::vector<std::string>>& aliases,
-                       const std::optional<std::string>& comment) {
-    Service service{name, 0, {}, aliases, comment};
-    checkWord("name", name);
-    refuseControl("comment", comment.value_or(""));
+// Throws a Failure where the word is no port.
+unsigned int checkedPort(const std::string& word) {
+    unsigned int port = 0;
+    const char* const last = word.data() + word.size();
+    const auto [end, error] = std::from_chars(word.data(), last, port);
+    if (error != std::errc() || end != last || port == 0 || port > LARGEST_PORT) {
+        throw invalid(REG_SERVICE_PORT_MISSING, fmt::format("\"{}\" is no port", printable(word)),
+                      fmt::format("ports are 1 to {}", LARGEST_PORT));
+    }
+    return port;
+}
+
+void checkPortAndProtocol(Service& service, const std::string& portAndProtocol) {
     const std::size_t slash = portAndProtocol.find('/');
     if (slash == std::string::npos) {
         throw invalid(REG_SERVICE_PROTOCOL_MISSING,
@@ -158,17 +165,10 @@ Service checkedService(const std::string& name, const std::string& portAndProtoc
     }
     service.protocol = portAndProtocol.substr(slash + 1);
     checkWord("protocol", service.protocol);
-    const char* const digits = portAndProtocol.data();
-    const auto [end, error] = std::from_chars(digits, digits + slash, service.port);
-    if (error != std::errc() || end != digits + slash || service.port == 0 || service.port > LARGEST_PORT) {
-        throw invalid(REG_SERVICE_PORT_MISSING,
-                      fmt::format("\"{}\" is no port", printable(portAndProtocol.substr(0, slash))),
-                      fmt::format("ports are 1 to {}", LARGEST_PORT));
+    service.port = checkedPort(portAndProtocol.substr(0, slash));
+    if (service.aliases) {
+        checkAliases(service.protocol, *service.aliases);
     }
-    if (aliases) {
-        checkAliases(service.protocol, *aliases);
-    }
-    return service;
 }
 
 // The line with what is asked for; a new one when there is no line yet.
@@ -180,8 +180,10 @@ std::string rewritten(Service service, std::string_view line) {
     }
     record->flags |= SERVICES_HAS_NAME;
     record->name = service.name.data();
-    record->protocol = service.protocol.data();
-    record->port = swapped(service.port);
+    if (!service.protocol.empty()) {
+        record->protocol = service.protocol.data();
+        record->port = swapped(service.port);
+    }
     if (service.aliases) {
         std::ranges::fill(record->aliasTable, nullptr);
         std::ranges::transform(*service.aliases, record->aliasTable, [](std::string& alias) { return alias.data(); });
@@ -223,15 +225,55 @@ void find(EntryRequest& request) {
 
 void ask(EntryRequest& request, const EntryWords& words, bool fresh) {
     const bool given = fresh || words.noRest || !words.rest.empty();
-    const Service service =
-        checkedService(words.name, words.fields[0], given ? std::optional(words.rest) : std::nullopt, words.comment);
-    request.name = fmt::format("{}/{}", service.name, service.protocol);
+    Service service{words.name, 0, {}, given ? std::optional(words.rest) : std::nullopt, words.comment};
+    if (words.fields.empty()) {  // the name may say the protocol
+        service.name = words.name.substr(0, words.name.find('/'));
+    }
+    checkWord("name", service.name);
+    refuseControl("comment", words.comment.value_or(""));
+    std::optional<std::string> portCell;
+    if (!words.fields.empty()) {
+        checkPortAndProtocol(service, words.fields[0]);
+        request.name = fmt::format("{}/{}", service.name, service.protocol);
+        request.addWords = fmt::format("{} {}", shellWord(words.name), shellWord(words.fields[0]));
+        request.result["port"] = service.port;
+        putText(request.result, "protocol", service.protocol);
+        portCell = cell(fmt::format("{}/{}", service.port, service.protocol));
+    }
     request.edit.rewrite = [service](std::string_view line) { return rewritten(service, line); };
-    request.edit.cells = {cell(service.name), cell(fmt::format("{}/{}", service.port, service.protocol)),
-                          given ? std::optional(aliasCell(words.rest)) : std::nullopt, askedComment(service.comment)};
-    request.addWords = fmt::format("{} {}", shellWord(words.name), shellWord(words.fields[0]));
-    request.result["port"] = service.port;
-    putText(request.result, "protocol", service.protocol);
+    request.edit.cells = {cell(service.name), portCell, given ? std::optional(aliasCell(words.rest)) : std::nullopt,
+                          askedComment(service.comment)};
+}
+
+// Several services that one alias or port stands for are for the user to choose from, too.
+void findBy(EntryRequest& request, const std::string& what, std::function<bool(const Entry&)> concerns) {
+    request.name = what;
+    request.concerns = std::move(concerns);
+    request.tellApart = [file = request.file, what](const std::vector<Entry>& matches) {
+        refuseSeveralProtocols(file, what, matches);
+    };
+}
+
+// ALIAS or ALIAS/PROTOCOL.
+void findByAlias(EntryRequest& request, const std::string& given) {
+    const std::size_t slash = given.find('/');
+    findBy(request, fmt::format("alias {}", given),
+           [alias = given.substr(0, slash),
+            end = slash == std::string::npos ? std::string() : given.substr(slash)](const Entry& entry) {
+               return entry.name.ends_with(end) && std::ranges::find(entry.names, alias) != entry.names.end();
+           });
+}
+
+// PORT or PORT/PROTOCOL. What is asked for is the name then.
+void findByPort(EntryRequest& request, const std::string& given) {
+    const std::size_t slash = given.find('/');
+    const unsigned int port =
+        refusingFor(request.file, "get " + given, [&] { return checkedPort(given.substr(0, slash)); });
+    const std::string wanted = std::to_string(port) + (slash == std::string::npos ? "/" : given.substr(slash));
+    request.showsName = true;
+    findBy(request, fmt::format("port {}", given), [wanted, whole = slash != std::string::npos](const Entry& entry) {
+        return whole ? entry.value == wanted : entry.value.starts_with(wanted);
+    });
 }
 
 std::string takeName(BatchItem& item, EntryWords& words) {
@@ -309,6 +351,8 @@ const EntrySchema& servicesSchema() {
         .rest = {"ALIAS", "other names of it"},
         .noRest = {"--no-aliases", "remove the aliases"},
         .restTwice = "--no-aliases, and aliases behind the port: which?",
+        .lookups = {{"--alias", "ALIAS[/PROTOCOL]", "the service of that alias", findByAlias},
+                    {"--port", "PORT[/PROTOCOL]", "the name of the service on that port", findByPort}},
         .heading = {"NAME", "PORT", "ALIASES", "COMMENT"},
         .mask = SERVICES_MATCH_NAME,
         .valueMask = SERVICES_MATCH_PORT | SERVICES_MATCH_PROTOCOL,

@@ -164,7 +164,7 @@ std::string settled(const std::string& line) {
 
 struct Pair {
     std::string name;
-    std::string value;
+    std::optional<std::string> value;  // none: as it stands
     std::optional<std::string> comment;
 };
 
@@ -175,11 +175,11 @@ std::string rewritten(Pair pair, std::string_view line) {
         return unwritableLine();
     }
     const bool says = !pair.comment || askedComment(pair.comment) == commentCell(commentOf(*record));
-    if (says && record->variable == pair.name && record->value == pair.value) {
+    if (says && record->variable == pair.name && (!pair.value || record->value == *pair.value)) {
         return std::string(line);
     }
     record->variable = pair.name.data();
-    record->value = pair.value.data();
+    record->value = pair.value ? pair.value->data() : record->value;
     std::string comment = " " + pair.comment.value_or("");
     if (!says) {
         record->contains = VARVAL_HAS_PAIR | (pair.comment->empty() ? 0 : VARVAL_HAS_COMMENT);
@@ -191,11 +191,17 @@ std::string rewritten(Pair pair, std::string_view line) {
 void ask(EntryRequest& request, const EntryWords& words, bool /*fresh*/) {
     checkVariable(words.name);
     refuseControl("comment", words.comment.value_or(""));
-    const Pair pair{words.name, writtenValue(words.fields[0]), words.comment};
+    Pair pair{words.name, std::nullopt, words.comment};
+    if (!words.fields.empty()) {
+        pair.value = writtenValue(words.fields[0]);
+    }
     request.edit.rewrite = [pair](std::string_view line) { return rewritten(pair, line); };
-    request.edit.cells = {cell(pair.name), cell(pair.value), askedComment(pair.comment)};
-    request.addWords = fmt::format("{} {}", shellWord(pair.name), shellWord(pair.value));
-    putText(request.result, "value", pair.value);
+    request.edit.cells = {cell(pair.name), pair.value ? std::optional(cell(*pair.value)) : std::nullopt,
+                          askedComment(pair.comment)};
+    if (pair.value) {
+        request.addWords = fmt::format("{} {}", shellWord(pair.name), shellWord(*pair.value));
+        putText(request.result, "value", *pair.value);
+    }
 }
 
 // The library's getters look a variable up and convert what they find first. Here they find the lines of one value

@@ -1,5 +1,6 @@
 #include <fmt/core.h>
 
+#include <algorithm>
 #include <iterator>
 #include <memory>
 
@@ -7,6 +8,7 @@
 #include "base/Text.h"
 #include "global/GlobalCommands.h"
 #include "global/RecordTask.h"
+#include "system/System.h"
 
 namespace tool {
 namespace {
@@ -44,9 +46,48 @@ void printTable(Output& output, const RecordKind& kind, const std::vector<FoundR
     table.print(output);
 }
 
+bool fits(const FoundRecord& record, const RecordKind& kind, const std::vector<std::string>& words) {
+    const auto fields = keyFieldsOf(kind);
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        const auto value = valueText(record, *fields[i]);
+        if (!value || (*value != words[i] && !fitsPattern(words[i], *value))) {
+            return false;
+        }
+    }
+    return record.recordType == kind.type;
+}
+
+bool isPattern(const std::string& word) {
+    return word.find_first_of("*?[") != std::string::npos;
+}
+
+// The words as fields show them, patterns as they are: a version may be given with fewer numbers.
+std::vector<std::string> asShown(const RecordTask& task, std::vector<std::string> words) {
+    const auto fields = keyFieldsOf(task.kind);
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        if (!isPattern(words[i])) {
+            GlobalRegRecord record{};
+            record.recordType = task.kind.type;
+            refusingFor(task.path, task.doing, [&] { setField(record, *fields[i], words[i]); });
+            words[i] = valueText(record, *fields[i]).value_or("");
+        }
+    }
+    return words;
+}
+
 int list(Context& context, const RecordArguments& arguments) {
-    const RecordTask task = taskOf(context, arguments, "list");
-    const std::vector<FoundRecord> records = meant(task, recordsOf(task, task.path));
+    // A pattern takes the place of a word of the key.
+    RecordArguments plain = arguments;
+    const bool byPattern = std::ranges::any_of(arguments.key, isPattern);
+    if (byPattern) {
+        plain.key.clear();
+    }
+    const RecordTask task = taskOf(context, plain, "list");
+    std::vector<FoundRecord> records = meant(task, recordsOf(task, task.path));
+    if (byPattern) {
+        const std::vector<std::string> words = asShown(task, arguments.key);
+        std::erase_if(records, [&](const FoundRecord& record) { return !fits(record, task.kind, words); });
+    }
     if (context.output.style.json) {
         for (const FoundRecord& record : records) {
             context.output.json(recordObject(record));
@@ -122,6 +163,7 @@ constexpr std::size_t WHOLE_KEY = 3;
 
 template <unsigned int TYPE>
 Action declareList(Parser& parser) {
+    parser.footer("Each word may be a pattern, in quotes because of the shell: *, ?, [...].");
     return [arguments = declareKey(parser, TYPE, 0)](Context& context) { return list(context, *arguments); };
 }
 
@@ -138,12 +180,18 @@ Action declareSet(Parser& parser) {
     auto arguments = declareKey(parser, TYPE, WHOLE_KEY);
     parser.words("FIELD=VALUE", arguments->words, "fields to set; FIELD= removes one, others stay as they are");
     parser.footer(fieldsText(TYPE));
+    if constexpr (TYPE == GLOBALREG_VARIABLE) {
+        parser.option("--value-from", "FILE", arguments->valueFrom,
+                      "take the field value from a file, or with - from standard input");
+    }
     return [arguments](Context& context) { return setRecord(context, *arguments); };
 }
 
 template <unsigned int TYPE>
 Action declareRemove(Parser& parser) {
-    return [arguments = declareKey(parser, TYPE, 1)](Context& context) { return removeRecords(context, *arguments); };
+    auto arguments = declareKey(parser, TYPE, 1);
+    parser.flag("--if-present", arguments->ifPresent, "a record that is not there is no failure");
+    return [arguments](Context& context) { return removeRecords(context, *arguments); };
 }
 
 constexpr unsigned int SETS = USES_REGISTRY | USES_UPDATE;

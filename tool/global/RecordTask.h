@@ -1,6 +1,7 @@
 // What a command on records of the global registry works on, and what every one of them answers.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,6 +15,8 @@ struct RecordArguments {
     unsigned int type;               // GLOBALREG_*
     std::vector<std::string> key{};  // the key's fields in their order; those that were not given are empty
     std::vector<std::string> words{};
+    std::optional<std::string> valueFrom{};
+    bool ifPresent = false;
 };
 
 struct RecordTask {

@@ -9,6 +9,7 @@
 #include "base/DiskFiles.h"
 #include "base/Text.h"
 #include "base/Update.h"
+#include "base/ValueSource.h"
 #include "global/GlobalRegistry.h"
 #include "global/RecordTask.h"
 #include "records/RecordDiff.h"
@@ -213,13 +214,19 @@ std::vector<std::string> leftBehind(const std::vector<FoundRecord>& all, const s
     return names;
 }
 
-bool removeFrom(const RecordTask& task, const std::string& path, std::vector<std::string>* left) {
+bool removeFrom(const RecordTask& task, const std::string& path, bool ifPresent, std::vector<std::string>* left) {
     const std::vector<FoundRecord> all = recordsOf(task, path);
+    if (ifPresent && meant(task, all).empty()) {
+        return false;
+    }
     const std::vector<FoundRecord> matches = removable(task, all);
     GlobalRegistry registry(task.context, path, path != task.path);
     const unsigned int code = task.context.options.ifValue
                                   ? registry.remove(matches.front())
                                   : registry.removeMatching(task.key, task.context.options.all);
+    if (code == REG_NOT_FOUND && ifPresent && meant(task, recordsOf(task, path)).empty()) {
+        return false;
+    }
     if (code == REG_NOT_FOUND) {
         throw changedMeanwhile(task, keyText(task.key) + " was changed");
     }
@@ -250,7 +257,11 @@ void tellLeftBehind(const RecordTask& task, const std::vector<std::string>& left
 }  // namespace
 
 int setRecord(Context& context, const RecordArguments& arguments) {
-    const std::vector<FieldEdit> edits = editsOf(kindOf(arguments.type), arguments.words);
+    std::vector<std::string> words = arguments.words;
+    if (arguments.valueFrom) {
+        words.push_back("value=" + valueFrom(*arguments.valueFrom));
+    }
+    const std::vector<FieldEdit> edits = editsOf(kindOf(arguments.type), words);
     const RecordTask task = taskOf(context, arguments, "set");
     refusingFor(task.path, task.doing, [&] {
         // The change log has a line for the record; a line break would let it hold another.
@@ -290,14 +301,15 @@ int removeRecords(Context& context, const RecordArguments& arguments) {
                            "the whole key, or --all");
     }
     if (options.all && !options.yes && !options.dryRun) {
-        const std::size_t count = removable(task, recordsOf(task, task.path)).size();
+        const std::vector<FoundRecord> all = recordsOf(task, task.path);
+        const std::size_t count = arguments.ifPresent && meant(task, all).empty() ? 0 : removable(task, all).size();
         if (count > 1) {
             confirm(task.path, fmt::format("remove {} records ({})", count, keyText(task.key)));
         }
     }
     Change change = changeOf(task);
     std::vector<std::string> left;
-    change.make = [&](const std::string& path) { return removeFrom(task, path, &left); };
+    change.make = [&](const std::string& path) { return removeFrom(task, path, arguments.ifPresent, &left); };
     const int status = carryOut(context, change);
     tellLeftBehind(task, left);
     return status;

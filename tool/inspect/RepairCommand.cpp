@@ -61,6 +61,7 @@ public:
         }
         warnOfValues();
         if (context_.options.dryRun) {
+            context_.wouldChange = true;
             context_.output.note("dry-run", file_.path, "nothing was written");
             tell("", true);
             return EXIT_DONE;
