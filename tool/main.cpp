@@ -3,9 +3,13 @@
 #include <csignal>
 #include <exception>
 #include <new>
+#include <string_view>
 #include <vector>
 
 #include "base/CodeClasses.h"
+#include "base/DiskFiles.h"
+#include "complete/Completion.h"
+#include "complete/Manual.h"
 #include "entries/EntryCommands.h"
 #include "global/GlobalCommands.h"
 #include "inspect/InspectCommands.h"
@@ -30,11 +34,11 @@ constexpr tool::CommandGroup GROUPS[] = {
 
 std::vector<tool::Command> allCommands() {
     std::vector<tool::Command> commands;
-    for (const auto list :
-         {tool::statusCommands(), tool::recordCommands(), tool::batchCommands(), tool::entryCommands(),
-          tool::diffCommands(), tool::lockCommands(), tool::explainCommands(), tool::pathCommands(),
-          tool::versionCommands(), tool::fixpackCommands(), tool::logCommands(), tool::dumpCommands(),
-          tool::checkCommands(), tool::repairCommands(), tool::editCommands(), tool::watchCommands()}) {
+    for (const auto list : {tool::statusCommands(), tool::recordCommands(), tool::batchCommands(),
+                            tool::entryCommands(), tool::diffCommands(), tool::lockCommands(), tool::explainCommands(),
+                            tool::pathCommands(), tool::versionCommands(), tool::fixpackCommands(), tool::logCommands(),
+                            tool::dumpCommands(), tool::checkCommands(), tool::repairCommands(), tool::editCommands(),
+                            tool::watchCommands(), tool::completionCommands()}) {
         commands.insert(commands.end(), list.begin(), list.end());
     }
     return commands;
@@ -46,9 +50,27 @@ int reported(tool::Context& context, tool::Failure failure) {
     return failure.exitStatus;
 }
 
+// What programs ask, which is no command of a user: a shell for what may stand next, the build for the manual page that
+// it is told to complete.
+int run(tool::CommandLine& commandLine, tool::Context& context, int count, char** arguments) {
+    constexpr int FIRST_WORD = 3;
+    const std::string_view first = count > 1 ? arguments[1] : "";
+    if (first == "__complete" && count >= FIRST_WORD) {
+        tool::printCandidates(context, GROUPS, allCommands(), {arguments + FIRST_WORD, arguments + count});
+        return tool::EXIT_DONE;
+    }
+    if (first == "__manual" && count == FIRST_WORD) {
+        std::string page = tool::manualOf(tool::readFile(arguments[2], "complete it"), GROUPS, allCommands());
+        page.pop_back();
+        context.output.line(page);
+        return tool::EXIT_DONE;
+    }
+    return commandLine.run(context, GROUPS, allCommands(), count, arguments);
+}
+
 int guarded(tool::CommandLine& commandLine, tool::Context& context, int count, char** arguments) {
     try {
-        const int status = commandLine.run(context, GROUPS, allCommands(), count, arguments);
+        const int status = run(commandLine, context, count, arguments);
         context.output.finish();
         return status;
     } catch (const tool::Failure& failure) {

@@ -58,6 +58,14 @@ if [ -x "$build/tool/genreg" ]; then
     "$scratch/moved/bin/genreg" --help > /dev/null || fail "the moved tool does not start"
 fi
 
+# Manual and completion come with it.
+if [ -f "$build/tool/genreg.1" ]; then
+    for told in man/man1/genreg.1 man/man3/genreg.3 man/man5/global.reg.5 man/man5/genreg-formats.5 \
+        bash-completion/completions/genreg zsh/site-functions/_genreg fish/vendor_completions.d/genreg.fish; do
+        [ -s "$scratch/moved/share/$told" ] || fail "share/$told was not installed"
+    done
+fi
+
 # Headers hold what a client may include; sources and their headers stay at home.
 [ -z "$(find "$scratch/moved/include" -mindepth 1 -maxdepth 1 ! -name genreg ! -name osse ! -name install)" ] ||
     fail "include/ holds more than genreg, osse and install"

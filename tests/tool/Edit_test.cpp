@@ -142,7 +142,7 @@ TEST_F(Edit, OnlyLinesOfAKnownFormAreEdited) {
 }
 
 // A terminal that the tool is answered from.
-class AtTerminal : public Edit {
+class EditAtTerminal : public Edit {
 protected:
     void SetUp() override {
         Edit::SetUp();
@@ -183,7 +183,7 @@ private:
     std::string name_;
 };
 
-TEST_F(AtTerminal, TheUserDecidesWhatBecomesOfAnEdit) {
+TEST_F(EditAtTerminal, TheUserDecidesWhatBecomesOfAnEdit) {
     const std::string before = read("f");
     const std::string more = "echo d = 4 >> \"$1\"";
     const auto decided = [&](const std::string& reply) {
@@ -216,7 +216,7 @@ TEST_F(AtTerminal, TheUserDecidesWhatBecomesOfAnEdit) {
     EXPECT_EQ(read(kept()), before + "d = 4\nd = 4\n");
 }
 
-TEST_F(AtTerminal, WhatTheFormRefusesIsEditedAgain) {
+TEST_F(EditAtTerminal, WhatTheFormRefusesIsEditedAgain) {
     const Running running =
         begin("[ -e second ] && sed -i 's/^no pair/c = 3/' \"$1\" || echo no pair >> \"$1\"; touch second");
     const std::string question = shown("aside? ");

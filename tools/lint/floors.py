@@ -37,6 +37,7 @@ FLOORS = {
     "tool/global/": CLIENT + rooms("base", "system", "records", "global"),
     "tool/inspect/": CLIENT + rooms("base", "system", "records", "entries", "global", "inspect"),
     "tool/watch/": CLIENT + rooms("base", "system", "records", "entries", "global", "watch"),
+    "tool/complete/": CLIENT + rooms("base", "system", "records", "entries", "global", "complete"),
     "tool/": CLIENT + ("tool/",),
     "examples/": CLIENT,
     "tests/": ("",),
