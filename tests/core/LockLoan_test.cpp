@@ -88,7 +88,7 @@ TEST_F(LockLoan, ALoanCanBeLentOn) {
 }
 
 // Each is as if there were none: who says so waits like everybody, and gets the lock like everybody.
-TEST_F(LockLoan, ALoanThatIsNotTrueIsNone) {
+TEST_F(LockLoan, ALoanThatIsNotTrueIsNoneInAnyThread) {
     write("other", "");
     TextRegistry other{path("other")};
     TextRegistry past{reg()};
@@ -124,6 +124,13 @@ TEST_F(LockLoan, ALoanThatIsNotTrueIsNone) {
             EXPECT_EQ(attempt(&loan), REG_LOCK_HELD) << step << " " << loan.descriptor << " " << loan.depth;
         }
     }
+    // And who was refused holds nothing that those under a true loan would wait for.
+    EXPECT_EQ(worker.UnLock(), 0u);
+    TextRegistry refused{reg()};
+    EXPECT_EQ(refused.BorrowLock(&ended), 0u);
+    EXPECT_EQ(refused.Lock(HERE, 10), REG_LOCK_HELD);
+    EXPECT_EQ(attempt(&held), 0u);
+    EXPECT_EQ(worker.Lock(HERE, 10), 0u);
     // One that waits for the lock of another gets it in its turn, as a whole.
     TextRegistry waiting{reg()};
     std::thread asks([&] {

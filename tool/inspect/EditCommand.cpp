@@ -214,9 +214,9 @@ private:
         if (!somebodyCanBeAsked()) {
             return Wish::KEEP;
         }
-        toStandardError(fmt::format("genreg: {}: {}[e]dit again, [d]rop the edit, [K]eep it aside? ", printable(path_),
-                                    committable ? "[y]es, commit this, " : ""));
-        const std::string reply = lineFromTerminal().value_or("");
+        const std::string question = fmt::format("genreg: {}: {}[e]dit again, [d]rop the edit, [K]eep it aside? ",
+                                                 printable(path_), committable ? "[y]es, commit this, " : "");
+        const std::string reply = lineFromTerminal([&] { toStandardError(question); }).value_or("");
         const char letter = reply.empty() ? 'k' : reply.front();
         return letter == 'y' && committable ? Wish::COMMIT
                : letter == 'e'              ? Wish::EDIT

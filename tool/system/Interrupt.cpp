@@ -49,8 +49,8 @@ void tellOnInterrupt(const std::string& path, const std::string& text) noexcept 
     if (path.size() >= MOST_TEXT || text.size() >= MOST_TEXT) {
         return;
     }
-    std::strcpy(toldPath, path.c_str());
-    std::strcpy(toldText, text.c_str());
+    std::memcpy(toldPath, path.c_str(), path.size() + 1);
+    std::memcpy(toldText, text.c_str(), text.size() + 1);
     isSeen = stat(toldPath, &seen) == 0 ? 1 : 0;
     isSet = 1;
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {

@@ -48,7 +48,7 @@ HeldSignals::~HeldSignals() {
     (void)sigprocmask(SIG_SETMASK, &before_, nullptr);
 }
 
-std::optional<std::string> lineFromTerminal() {
+std::optional<std::string> lineFromTerminal(const std::function<void()>& ask) {
     constexpr int ENDING[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
     struct sigaction before[std::size(ENDING)] = {};
     struct sigaction end {};
@@ -57,6 +57,7 @@ std::optional<std::string> lineFromTerminal() {
         (void)sigaction(ENDING[i], &end, &before[i]);
     }
     endSignals = 0;
+    ask();
     std::string line;
     char letter = 0;
     bool good = false;

@@ -8,6 +8,7 @@
 #include <sys/types.h>
 
 #include <cstdio>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -202,9 +203,9 @@ private:
     sigset_t before_{};
 };
 
-// A line of standard input, less its newline. None at its end, and where a signal asked for the end meanwhile: who asks
-// a question ends in his own way then.
-[[nodiscard]] std::optional<std::string> lineFromTerminal();
+// Asks, and gives a line of standard input, less its newline. None at its end, and where a signal asked for the end
+// from the question on: who asks one ends in his own way then.
+[[nodiscard]] std::optional<std::string> lineFromTerminal(const std::function<void()>& ask);
 
 // From now on the text is said on standard error when SIGINT, SIGTERM or SIGHUP ends the tool, if the file at the path
 // is then what it was at this call. Signals that are handled or ignored already stay so.
