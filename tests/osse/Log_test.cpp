@@ -24,7 +24,7 @@ TEST(Scenario, DISABLED_Log) {
     ecfRegisterFunctionNames(NAMES, 1);
     errno = EXDEV;
     ossLog(0x082A00F0, 0x900001bf, 60, OSS_SEVERITY_ERROR, "two\nlines\x01");
-    ossLogRC(0x082A0099, 0x900001bf, 0x90000102, 70, OSS_SEVERITY_INFO, nullptr);
+    ossLogRC(0x082A0FF9, 0x900001bf, 0x90000102, 70, OSS_SEVERITY_INFO, nullptr);
     const std::string longText(5000, 'x');
     ossLog(0x082A00F0, 1, 80, OSS_SEVERITY_ERROR, longText.c_str());
     EXPECT_EQ(errno, EXDEV);
@@ -35,7 +35,7 @@ TEST_F(LogTest, OneLinePerFailureAndNoMore) {
     const auto found = lines("log");
     ASSERT_EQ(found.size(), 3u);
     EXPECT_EQ(afterStamp(found[0]), "OpenReg(0x082A00F0) sev=3 code=0x900001bf probe=60 two.lines.");
-    EXPECT_EQ(afterStamp(found[1]), "UNKNOWN(0x082A0099) sev=5 code=0x900001bf rc=0x90000102 probe=70");
+    EXPECT_EQ(afterStamp(found[1]), "UNKNOWN(0x082A0FF9) sev=5 code=0x900001bf rc=0x90000102 probe=70");
     EXPECT_EQ(found[2].size(), 2047u);
 }
 

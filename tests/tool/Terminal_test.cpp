@@ -26,7 +26,7 @@ TEST_F(AtTerminal, ATableStaysWithinItsWidthAndLosesNothing) {
     std::string words;
     std::istringstream lines(table);
     for (std::string line; std::getline(lines, line);) {
-        line.erase(line.find_last_not_of("\r") + 1);
+        line.erase(line.find_last_not_of('\r') + 1);
         const auto continuation =
             std::count_if(line.begin(), line.end(), [](unsigned char c) { return (c & 0xc0U) == 0x80U; });
         EXPECT_LE(line.size() - static_cast<std::size_t>(continuation), 40U) << line;

@@ -87,11 +87,12 @@ std::span<const GlobalOption> globalOptions() {
 
 double secondsToWait(const std::optional<std::string>& given, const std::string& operation) {
     const char* const variable = std::getenv(WAIT_VARIABLE);
-    const bool fromVariable = !given && variable != nullptr && *variable != '\0';
+    const std::string standing = variable != nullptr ? variable : "";
+    const bool fromVariable = !given && !standing.empty();
     if (!given && !fromVariable) {
         return Options().waitSeconds;
     }
-    const std::string text = given ? *given : variable;
+    const std::string text = given.value_or(standing);
     const auto seconds = secondsOf(text);
     if (!seconds) {
         throw usageFailure(

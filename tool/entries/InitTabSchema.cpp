@@ -3,6 +3,7 @@
 #include <genreg/GenRegInitTab.h>
 
 #include <algorithm>
+#include <iterator>
 
 #include "base/Answers.h"
 #include "base/Text.h"
@@ -127,7 +128,7 @@ void ask(EntryRequest& request, const EntryWords& words, bool /*fresh*/) {
     request.edit.layout = "-:-:-:-";
     request.edit.cells = {cell(entry.id), std::nullopt, std::nullopt, std::nullopt, askedComment(entry.comment)};
     constexpr const char* MEMBERS[] = {"runLevels", "action", "command"};
-    for (std::size_t i = 0; i < entry.words.size(); ++i) {
+    for (std::size_t i = 0; i < std::min(entry.words.size(), std::size(MEMBERS)); ++i) {
         request.edit.cells[i + 1] = cell(entry.words[i]);
         request.addWords += fmt::format("{}{}", i == 0 ? shellWord(entry.id) + " " : " ", shellWord(entry.words[i]));
         putText(request.result, MEMBERS[i], entry.words[i]);

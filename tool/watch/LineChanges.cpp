@@ -197,7 +197,7 @@ std::vector<ToldChange> changesBetween(const std::string& type, const Items& bef
     std::vector<ToldChange> changes;
     for (const auto& [old, now] : pairs) {
         const bool same = old != nullptr && now != nullptr && old->raw == now->raw && old->members == now->members;
-        if (!same) {
+        if (!same && (old != nullptr || now != nullptr)) {
             changes.push_back(told(type, old, now, areLines));
         }
     }
