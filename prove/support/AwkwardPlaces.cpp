@@ -163,6 +163,7 @@ void folderPlaces(std::vector<AwkwardPlace>& places) {
 
     for (const char* flag : {"+i", "+a"}) {
         AwkwardPlace fixed = {*(flag + 1) == 'i' ? "an immutable file" : "an append-only file"};
+        fixed.hidden = true;
         fixed.prepare = [flag](const std::string& path) {
             return run({"chattr", flag, path}) == 0 ? "" : "chattr does not work here";
         };
@@ -175,6 +176,7 @@ void folderPlaces(std::vector<AwkwardPlace>& places) {
 
 void mountedPlaces(std::vector<AwkwardPlace>& places, bool ownMounts) {
     AwkwardPlace bound = {"a bind-mounted registry file"};
+    bound.hidden = true;
     bound.prepare = [ownMounts](const std::string& path) {
         if (!ownMounts) {
             return NO_MOUNTS;

@@ -27,6 +27,8 @@ struct AwkwardPlace {
     bool asNobody = false;
     // Whether it can say nothing.
     bool silent = false;
+    // Whether only calls of a system's own tell of it before an update fails.
+    bool hidden = false;
 };
 
 // All of them; those that mount something are for a process whose mounts are its own.
