@@ -56,19 +56,6 @@ std::unique_ptr<EntryFile> open(const std::string& path, bool severalAllowed) {
     return std::make_unique<BinVarRegistry>(path, severalAllowed);
 }
 
-std::string takeName(BatchItem& item, EntryWords& words) {
-    return words.name = item.takeName("name");
-}
-
-void takeWords(BatchItem& item, const Entry* found, EntryWords& words) {
-    const auto value = item.takeText("value");
-    if (!value && found == nullptr) {
-        throw item.failure("it has no \"value\"", "a new variable needs one");
-    }
-    words.fields = {value ? *value : found->value};
-    words.comment = item.takeOrNone("comment");
-}
-
 }  // namespace
 
 const EntrySchema& binVarSchema() {
@@ -92,8 +79,8 @@ const EntrySchema& binVarSchema() {
         .valueMask = BINVARVAL_MATCH_VALUE,
         .open = open,
         .ask = ask,
-        .takeName = takeName,
-        .takeWords = takeWords,
+        .takeName = takeVariable,
+        .takeWords = takeValue,
         .keyMembers = {"name"},
         .otherMembers = {"value", "comment"},
         .anyValue = "0",

@@ -250,6 +250,19 @@ Json objectOf(const EntrySchema& schema, const MadeEntry& made, const std::strin
 
 }  // namespace
 
+std::string takeVariable(BatchItem& item, EntryWords& words) {
+    return words.name = item.takeName("name");
+}
+
+void takeValue(BatchItem& item, const Entry* found, EntryWords& words) {
+    const auto value = item.takeText("value");
+    if (!value && found == nullptr) {
+        throw item.failure("it has no \"value\"", "a new variable needs one");
+    }
+    words.fields = {value ? *value : found->value};
+    words.comment = item.takeOrNone("comment");
+}
+
 int applyToEntries(Context& context, const EntrySchema& schema, const std::string& file, const std::string& source) {
     std::vector<AskedEntry> asked;
     readBatch(source, [&](BatchItem item) {

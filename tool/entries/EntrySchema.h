@@ -210,6 +210,10 @@ struct EntrySchema {
     [[nodiscard]] const char* lineNoun() const { return pair != nullptr ? pair : noun; }
 };
 
+// Of an item of a batch about a variable, whatever its file is made of: takeName and takeWords.
+std::string takeVariable(BatchItem& item, EntryWords& words);
+void takeValue(BatchItem& item, const Entry* found, EntryWords& words);
+
 [[nodiscard]] const EntrySchema& varValSchema();
 [[nodiscard]] const EntrySchema& servicesSchema();
 [[nodiscard]] const EntrySchema& initTabSchema();

@@ -252,19 +252,6 @@ Json convert(const std::string& path, const Entry& entry, const std::string& typ
                  "read it as text, without --type");
 }
 
-std::string takeName(BatchItem& item, EntryWords& words) {
-    return words.name = item.takeName("name");
-}
-
-void takeWords(BatchItem& item, const Entry* found, EntryWords& words) {
-    const auto value = item.takeText("value");
-    if (!value && found == nullptr) {
-        throw item.failure("it has no \"value\"", "a new variable needs one");
-    }
-    words.fields = {value ? *value : found->value};
-    words.comment = item.takeOrNone("comment");
-}
-
 }  // namespace
 
 const EntrySchema& varValSchema() {
@@ -291,8 +278,8 @@ const EntrySchema& varValSchema() {
         .shorten = "shorten the value or the comment",
         .open = openLines<VarValLines>,
         .ask = ask,
-        .takeName = takeName,
-        .takeWords = takeWords,
+        .takeName = takeVariable,
+        .takeWords = takeValue,
         .keyMembers = {"name"},
         .otherMembers = {"value", "comment"},
         .anyValue = "0",
