@@ -127,11 +127,15 @@ void ask(EntryRequest& request, const EntryWords& words, bool /*fresh*/) {
     request.edit.rewrite = [entry](std::string_view line) { return rewritten(entry, line); };
     request.edit.layout = "-:-:-:-";
     request.edit.cells = {cell(entry.id), std::nullopt, std::nullopt, std::nullopt, askedComment(entry.comment)};
-    constexpr const char* MEMBERS[] = {"runLevels", "action", "command"};
-    for (std::size_t i = 0; i < std::min(entry.words.size(), std::size(MEMBERS)); ++i) {
-        request.edit.cells[i + 1] = cell(entry.words[i]);
-        request.addWords += fmt::format("{}{}", i == 0 ? shellWord(entry.id) + " " : " ", shellWord(entry.words[i]));
-        putText(request.result, MEMBERS[i], entry.words[i]);
+    std::size_t at = 0;
+    for (const char* const member : {"runLevels", "action", "command"}) {
+        if (at == entry.words.size()) {
+            break;
+        }
+        const std::string& word = entry.words[at++];
+        request.edit.cells[at] = cell(word);
+        request.addWords += fmt::format("{}{}", at == 1 ? shellWord(entry.id) + " " : " ", shellWord(word));
+        putText(request.result, member, word);
     }
 }
 

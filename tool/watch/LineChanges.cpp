@@ -91,8 +91,7 @@ std::string wordOf(const Json& value) {
 }
 
 // "services http tcp  port: 80 -> 8080".
-std::string changeText(const std::string& type, const Item* before, const Item* after) {
-    const Item& shown = after != nullptr ? *after : *before;
+std::string changeText(const std::string& type, const Item* before, const Item* after, const Item& shown) {
     std::string text = type;
     for (const auto& [name, value] : shown.key.items()) {
         text += " " + wordOf(value);
@@ -115,8 +114,8 @@ std::string changeText(const std::string& type, const Item* before, const Item* 
     return text + (values.empty() ? "" : " ") + values;
 }
 
-ToldChange told(const std::string& type, const Item* before, const Item* after, bool isLine) {
-    const Item& shown = after != nullptr ? *after : *before;
+// shown: the one of the two that is, the later one where both are.
+ToldChange told(const std::string& type, const Item* before, const Item* after, const Item& shown, bool isLine) {
     ToldChange change{before == nullptr ? "add" : after == nullptr ? "delete" : "change", type};
     change.before = fieldsOf(before, isLine);
     change.after = fieldsOf(after, isLine);
@@ -126,7 +125,7 @@ ToldChange told(const std::string& type, const Item* before, const Item* after, 
         change.text = fmt::format("line {}  {}", shown.number, printable(shown.raw));
     } else {
         change.key = shown.key;
-        change.text = changeText(type, before, after);
+        change.text = changeText(type, before, after, shown);
     }
     return change;
 }
@@ -197,8 +196,9 @@ std::vector<ToldChange> changesBetween(const std::string& type, const Items& bef
     std::vector<ToldChange> changes;
     for (const auto& [old, now] : pairs) {
         const bool same = old != nullptr && now != nullptr && old->raw == now->raw && old->members == now->members;
-        if (!same && (old != nullptr || now != nullptr)) {
-            changes.push_back(told(type, old, now, areLines));
+        const Item* const shown = now != nullptr ? now : old;
+        if (!same && shown != nullptr) {
+            changes.push_back(told(type, old, now, *shown, areLines));
         }
     }
     return changes;
