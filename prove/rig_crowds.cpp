@@ -1,10 +1,10 @@
-// Crowds: processes of two threads each that add, change and delete at random, readers with long and short scans and
-// look-ups beside them, and a killer that ends any of them at any moment and starts it again.
+// Crowds: processes of two threads each that add, change and delete at random, alone and in batches, readers with long
+// and short scans and look-ups beside them, and a killer that ends any of them at any moment and starts it again.
 //
 // Every writer notes what it means to do before it does it and what was acknowledged after. Every scan is held against
 // those notes: it must show each writer's names as they were at one moment between the changes acknowledged before it
 // was opened and those begun when it was open. At the end every acknowledged change is there, and each that a death cut
-// short is wholly in or wholly out.
+// short is wholly in or wholly out, with all of its batch.
 //
 // The registry lies in memory (/dev/shm) where there is such a place: what is tried are the locks and the order of
 // steps, not the medium. With --threads all members are threads of this one process and nobody is killed; that is what
@@ -15,6 +15,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <random>
 #include <thread>
@@ -54,6 +55,7 @@ constexpr bool THREADS_ONLY = false;
 constexpr int THREADS_PER_PROCESS = 2;
 constexpr int WRITING_PROCESSES = WRITERS / THREADS_PER_PROCESS;
 constexpr int READING_PROCESSES = 1;
+constexpr unsigned int MOST_IN_BATCH = 4;
 
 constexpr unsigned long VERIFIED = REG_FEATURE_DEFERRED_COMMIT;
 constexpr unsigned long STAMPED = REG_FEATURE_CHECKSUM_HEADER;
@@ -82,12 +84,12 @@ public:
         unsigned int held[NAMES_PER_WRITER];
         prove::replay(journal, held);
         std::mt19937_64 random(seed_ ^ static_cast<unsigned long>(number + 1) << 32U ^ life << 40U);
-        while (board_->made < changes_ && journal.begun < MOST_CHANGES) {
-            const auto name = static_cast<int>(random() % NAMES_PER_WRITER);
+        while (board_->made < changes_ && journal.begun + MOST_IN_BATCH < MOST_CHANGES) {
             if (random() % 20 == 0) {
+                const auto name = static_cast<int>(random() % NAMES_PER_WRITER);
                 refused(*registry, number, name, held[name] != 0);
             } else {
-                change(*registry, number, name, held, random);
+                change(*registry, number, held, random);
             }
         }
     }
@@ -98,36 +100,41 @@ public:
         while (!board_->over) {
             scan(*registry, slow);
             for (int i = 0; i < 5; ++i) {
-                look(*registry, static_cast<int>(random() % WRITERS), static_cast<int>(random() % NAMES_PER_WRITER));
+                (void)look(*registry, static_cast<int>(random() % WRITERS),
+                           static_cast<int>(random() % NAMES_PER_WRITER));
             }
             // A crowd of readers on few processors would starve the writers of them, and prove nothing more.
             std::this_thread::sleep_for(slow ? 3ms : 1ms);
         }
     }
 
-    // Ends what a death left open: the registry tells whether it was made.
+    // Ends what a death left open: the registry tells whether it was made, a batch all or none of it.
     void settle(SchemaRegistry& registry, int number) {
         Journal& journal = board_->journals[number];
-        const unsigned int last = journal.begun;
-        if (journal.settled == last) {
-            return;
+        unsigned int before[NAMES_PER_WRITER];
+        prove::replay(journal, before);
+        unsigned int after[NAMES_PER_WRITER];
+        std::copy(std::begin(before), std::end(before), after);
+        unsigned int open = 0;
+        for (unsigned int next = journal.settled + 1; next <= journal.begun; ++next) {
+            const Change& change = journal.changes[next];
+            open += change.state == Change::Meant ? 1 : 0;
+            after[change.name] = change.removes ? 0 : next;
         }
-        Change& change = journal.changes[last];
-        if (change.state == Change::Meant) {
-            unsigned int before[NAMES_PER_WRITER];
-            prove::replay(journal, before);
-            Row row;
-            const unsigned int rc = registry.get(crowdName(number, change.name), &row);
-            const unsigned int value = rc == 0 ? static_cast<unsigned int>(row.value) : 0;
-            const unsigned int after = change.removes ? 0 : last;
-            (void)board_->tally.check(
-                (rc == 0 || rc == REG_NOT_FOUND || rc == REG_MISSING) &&
-                    (value == after || value == before[change.name]),
-                at(number) + "neither old nor new after a death: " + std::to_string(value) + ", " + hex(rc));
-            change.state = value == after ? Change::Made : Change::NotMade;
-            board_->made += value == after ? 1U : 0U;
+        if (open > 0) {
+            unsigned int found[NAMES_PER_WRITER];
+            for (int name = 0; name < NAMES_PER_WRITER; ++name) {
+                found[name] = look(registry, number, name);
+            }
+            const bool made = std::equal(std::begin(found), std::end(found), after);
+            (void)board_->tally.check(made || std::equal(std::begin(found), std::end(found), before),
+                                      at(number) + "neither old nor new after a death");
+            for (unsigned int next = journal.settled + 1; next <= journal.begun; ++next) {
+                journal.changes[next].state = made ? Change::Made : Change::NotMade;
+            }
+            board_->made += made ? open : 0;
         }
-        journal.settled = last;
+        journal.settled = journal.begun.load();
     }
 
     // Once everybody is gone: the registry is what the notes say.
@@ -160,36 +167,68 @@ private:
     // Asked before an operation: only then may it find no registry.
     [[nodiscard]] bool noFileYet() const { return ::access(path_.c_str(), F_OK) != 0; }
 
-    void change(SchemaRegistry& registry, int number, int name, unsigned int (&held)[NAMES_PER_WRITER],
-                std::mt19937_64& random) {
+    // One change, or a batch of some.
+    void change(SchemaRegistry& registry, int number, unsigned int (&held)[NAMES_PER_WRITER], std::mt19937_64& random) {
         Journal& journal = board_->journals[number];
-        const unsigned int next = journal.begun + 1;
-        const bool removes = held[name] != 0 && random() % 5 < 2;
-        journal.changes[next].name = static_cast<unsigned char>(name);
-        journal.changes[next].removes = removes;
-        journal.changes[next].state = Change::Meant;
-        journal.begun = next;
-        const Row row = crowdRow(number, name, next);
-        const unsigned int rc = removes           ? registry.remove(row.name)
-                                : held[name] != 0 ? registry.change(row)
-                                                  : registry.add(row);
-        if (!board_->tally.check(rc == 0, at(number) + "change " + std::to_string(next) + " gave " + hex(rc))) {
+        const unsigned int first = journal.begun + 1;
+        const auto count = static_cast<unsigned int>(random() % 8 == 0 ? 2 + random() % (MOST_IN_BATCH - 1) : 1);
+        unsigned int after[NAMES_PER_WRITER];
+        std::copy(std::begin(held), std::end(held), after);
+        for (unsigned int next = first; next < first + count; ++next) {
+            Change& change = journal.changes[next];
+            change.name = static_cast<unsigned char>(random() % NAMES_PER_WRITER);
+            change.removes = after[change.name] != 0 && random() % 5 < 2;
+            change.goesOn = next + 1 < first + count;
+            change.state = Change::Meant;
+            after[change.name] = change.removes ? 0 : next;
+        }
+        journal.begun = first + count - 1;
+        // What a batch adds and deletes again comes to nothing.
+        const bool idle = std::equal(std::begin(held), std::end(held), after);
+        unsigned int rc = count > 1 ? registry.begin() : 0;
+        for (unsigned int next = first; rc == 0 && next < first + count; ++next) {
+            rc = make(registry, number, next, held, journal.changes[next]);
+        }
+        if (rc == 0 && count > 1) {
+            rc = registry.commit();
+            rc = idle && rc == REG_UNCHANGED ? 0 : rc;
+            board_->batches += rc == 0 ? 1 : 0;
+        }
+        if (!board_->tally.check(rc == 0, at(number) + "change " + std::to_string(first) + " gave " + hex(rc))) {
+            (void)registry.abandon();
             settle(registry, number);
+            prove::replay(journal, held);
             return;
         }
-        journal.changes[next].state = Change::Made;
-        journal.settled = next;
-        held[name] = removes ? 0 : next;
-        ++board_->made;
+        for (unsigned int next = first; next < first + count; ++next) {
+            journal.changes[next].state = Change::Made;
+        }
+        journal.settled = journal.begun.load();
+        board_->made += count;
     }
 
-    // What must be refused is, and changes nothing: the next scan would tell.
+    static unsigned int make(SchemaRegistry& registry, int number, unsigned int next,
+                             unsigned int (&held)[NAMES_PER_WRITER], const Change& change) {
+        const Row row = crowdRow(number, change.name, next);
+        const unsigned int rc = change.removes           ? registry.remove(row.name)
+                                : held[change.name] != 0 ? registry.change(row)
+                                                         : registry.add(row);
+        held[change.name] = change.removes ? 0 : next;
+        return rc;
+    }
+
+    // What must be refused is, and what is abandoned is not made: the next scan would tell.
     void refused(SchemaRegistry& registry, int number, int name, bool present) {
         const Row row = crowdRow(number, name, MOST_CHANGES);
         unsigned int rc = 0;
         unsigned int expected = REG_NOT_FOUND;
         const bool none = noFileYet();
-        if (!present) {
+        if (name == 0) {
+            expected = 0;
+            rc = registry.begin();
+            rc = rc != 0 ? rc : present ? registry.change(row) : registry.add(row);
+            rc = rc != 0 ? rc : registry.abandon();
+        } else if (!present) {
             rc = registry.remove(row.name);
         } else if ((kind_.features & REG_FEATURE_ALLOW_DUPLICATES) == 0) {
             expected = REG_DUPLICATE;
@@ -240,15 +279,18 @@ private:
         }
     }
 
-    void look(SchemaRegistry& registry, int number, int name) {
+    // The number of the change that the name's value tells of, 0 for none.
+    unsigned int look(SchemaRegistry& registry, int number, int name) {
         const bool none = noFileYet();
         Row row;
         const unsigned int rc = registry.get(crowdName(number, name), &row);
         ++board_->gets;
+        const auto value = rc == 0 ? static_cast<unsigned int>(row.value) : 0;
         const bool absent = rc == REG_NOT_FOUND || (none && rc != 0);
         (void)board_->tally.check(
-            absent || (rc == 0 && row.value > 0 && row == crowdRow(number, name, static_cast<unsigned int>(row.value))),
+            absent || (rc == 0 && row.value > 0 && row == crowdRow(number, name, value)),
             at(number) + "a look-up gave " + hex(rc) + " " + row.name + " = " + std::to_string(row.value));
+        return value;
     }
 
     const Kind& kind_;
@@ -341,6 +383,7 @@ int main(int argc, char** argv) {
     unsigned long made = 0;
     unsigned long scans = 0;
     unsigned long gets = 0;
+    unsigned long batches = 0;
     unsigned long killed = 0;
     const Folder folder(true);
     for (std::size_t i = 0; i < std::size(KINDS); ++i) {
@@ -354,12 +397,13 @@ int main(int argc, char** argv) {
         made += crowd.board().made;
         scans += crowd.board().scans;
         gets += crowd.board().gets;
+        batches += crowd.board().batches;
         crowd.board().tally.passTo(cases);
     }
-    (void)cases.check(made >= perKind * std::size(KINDS) && scans > 0, "fewer changes than wanted");
+    (void)cases.check(made >= perKind * std::size(KINDS) && batches > 0 && scans > 0, "fewer changes than wanted");
     (void)cases.check(threads || killed > 0, "nobody was killed");
-    cases.note(std::to_string(made) + " changes acknowledged, " + std::to_string(scans) + " scans and " +
-               std::to_string(gets) + " look-ups held against them, " + std::to_string(killed) +
-               " processes killed, in " + folder.path());
+    cases.note(std::to_string(made) + " changes acknowledged, some of them in " + std::to_string(batches) +
+               " batches, " + std::to_string(scans) + " scans and " + std::to_string(gets) +
+               " look-ups held against them, " + std::to_string(killed) + " processes killed, in " + folder.path());
     return cases.finish();
 }

@@ -48,7 +48,8 @@ bool Snapshot::fits(const Journal& journal, int writer, unsigned int from, unsig
                 held[change.name] = change.removes ? 0 : number;
             }
         }
-        if (number >= from && std::memcmp(held, seen, sizeof held) == 0) {
+        const bool inBatch = journal.changes[number].goesOn;
+        if (number >= from && !inBatch && std::memcmp(held, seen, sizeof held) == 0) {
             return true;
         }
         if (number >= to) {

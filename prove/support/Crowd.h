@@ -25,6 +25,7 @@ struct Change {
     std::atomic<unsigned char> state;
     unsigned char name;
     bool removes;
+    bool goesOn;  // the next one is of the same batch
 };
 
 struct Journal {
@@ -35,7 +36,8 @@ struct Journal {
 
 struct CrowdBoard {
     Journal journals[WRITERS];
-    std::atomic<unsigned long> made = 0;   // changes of all writers that were acknowledged
+    std::atomic<unsigned long> made = 0;  // changes of all writers that were acknowledged
+    std::atomic<unsigned long> batches = 0;
     std::atomic<unsigned long> scans = 0;  // of the readers
     std::atomic<unsigned long> gets = 0;
     std::atomic<bool> over = false;
@@ -50,7 +52,8 @@ struct Snapshot {
     unsigned int values[WRITERS][NAMES_PER_WRITER] = {};
     // False, with what is wrong, when the rows are not whole records of the crowd's, each once.
     [[nodiscard]] bool read(const Rows& rows, std::string* wrong);
-    // Whether this is what the writer's names held at a moment between its changes `from` and `to`.
+    // Whether this is what the writer's names held at a moment between its changes `from` and `to`, and between two
+    // commits.
     [[nodiscard]] bool fits(const Journal& journal, int writer, unsigned int from, unsigned int to) const;
 };
 
