@@ -159,6 +159,8 @@ TEST_F(LockLoan, NobodyWaitsBelowASharedLock) {
     EXPECT_EQ(borrower.change("x", "2"), REG_LOCK_FAILED) << "it would wait for ever";
     EXPECT_EQ(attempt(&loan, REG_LOCK_SHARED | REG_LOCK_WAIT), 0u);
     EXPECT_EQ(attempt(), REG_LOCK_HELD);
+    loan.kind = REG_LOCK_EXCLUSIVE;
+    EXPECT_EQ(attempt(&loan), REG_LOCK_HELD) << "it lends no more than it is";
     ASSERT_EQ(lender.UnLock(), 0u);
     EXPECT_EQ(borrower.change("x", "2"), 0u);
 }
