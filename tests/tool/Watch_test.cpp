@@ -164,13 +164,15 @@ TEST_F(Watch, LinesAreToldByWhatFindsThem) {
     EXPECT_EQ(status("services set services http 8080/udp"), 0);
     EXPECT_EQ(told(2)["protocol"], "udp");
     EXPECT_EQ(told(2)["before"]["port"], 80);
+    EXPECT_EQ(status("services delete services http/tcp"), 0);
+    EXPECT_EQ(told(3)["action"].text() + " " + told(3)["protocol"].text(), "delete tcp");
     // A line that only moved is no change; one that nothing finds is told as it is, and so is what the fields hide.
     write("new", "b = 2\n# bottom\na  = 3 # c\nodd\n");
     std::filesystem::rename(path("new"), path("v"));
-    EXPECT_EQ(told(6)["after"]["text"], "odd");
+    EXPECT_EQ(told(7)["after"]["text"], "odd");
     std::string actions;
     const std::vector<Json> all = objects(read(lines.out));
-    for (std::size_t i = 2; i < all.size(); ++i) {
+    for (std::size_t i = 3; i < all.size(); ++i) {
         actions += all[i]["action"].text() + " " + all[i]["type"].text() + " " +
                    (all[i]["after"] == nullptr ? all[i]["before"] : all[i]["after"])["text"].text() + "; ";
     }
