@@ -8,6 +8,7 @@
 #include "base/DiskFiles.h"
 #include "base/Text.h"
 #include "base/Update.h"
+#include "entries/EntryChanges.h"
 #include "entries/EntryEditor.h"
 
 namespace tool {
@@ -20,13 +21,6 @@ struct AskedEntry {
     EntryWords words;
     std::optional<std::string> expected;  // the value
     std::vector<std::pair<std::string, std::optional<std::string>>> expectedMembers;
-};
-
-struct MadeEntry {
-    BatchOp op;
-    std::optional<Entry> before;
-    std::optional<Entry> after;
-    bool changed = false;
 };
 
 EntryRequest requestOf(const EntrySchema& schema, const AskedEntry& asked, const EntryWords& words, bool fresh) {
@@ -98,11 +92,6 @@ private:
     }
     [[nodiscard]] std::vector<Entry>::iterator find(const AskedEntry& asked, const EntryRequest& request);
     void expect(const AskedEntry& asked, const Entry& found) const;
-    [[nodiscard]] Entry rewritten(const Entry& found, const EntryEdit& edit) const {
-        Entry entry = file_->describe(edit.rewrite(found.raw));
-        entry.number = found.number;
-        return entry;
-    }
     MadeEntry add(const AskedEntry& asked, const EntryRequest& request);
     MadeEntry change(const AskedEntry& asked, Entry& found);
 
@@ -153,8 +142,8 @@ MadeEntry EntryBatch::add(const AskedEntry& asked, const EntryRequest& request) 
     answered(code);
     Entry blank;
     blank.raw = edit.layout;
-    entries_.push_back(rewritten(blank, edit));
-    return {asked.item.op(), {}, entries_.back(), true};
+    entries_.push_back(file_->rewritten(blank, edit));
+    return {{}, entries_.back(), true};
 }
 
 MadeEntry EntryBatch::change(const AskedEntry& asked, Entry& found) {
@@ -162,7 +151,7 @@ MadeEntry EntryBatch::change(const AskedEntry& asked, Entry& found) {
     schema_.takeWords(wanted.item, &found, wanted.words);
     const EntryRequest request = requestOf(schema_, wanted, wanted.words, false);
     EntryEdit edit = request.edit;
-    MadeEntry made{asked.item.op(), found, found, !edit.isAsAsked(found.raw)};
+    MadeEntry made{found, found, !edit.isAsAsked(found.raw)};
     if (!made.changed) {
         return made;
     }
@@ -174,7 +163,7 @@ MadeEntry EntryBatch::change(const AskedEntry& asked, Entry& found) {
         throw asked.item.failure(schema_.tooLong, schema_.shorten);
     }
     answered(code);
-    found = rewritten(found, edit);
+    found = file_->rewritten(found, edit);
     made.after = found;
     return made;
 }
@@ -207,45 +196,9 @@ MadeEntry EntryBatch::make(const AskedEntry& asked) {
         return change(asked, *at);
     }
     answered(file_->remove({request.mask, true}, *at));
-    MadeEntry made{op, *at, {}, true};
+    MadeEntry made{*at, {}, true};
     entries_.erase(at);
     return made;
-}
-
-Json sideOf(const EntrySchema& schema, const std::optional<Entry>& entry) {
-    if (!entry) {
-        return nullptr;
-    }
-    Json object = entry->members;
-    object.erase("line");
-    object.erase("record");
-    for (const std::string& key : schema.keyMembers) {
-        object.erase(key);
-    }
-    if (schema.hasLines()) {
-        putText(object, "text", entry->raw);
-    }
-    return object;
-}
-
-Json objectOf(const EntrySchema& schema, const MadeEntry& made, const std::string& path, bool dryRun) {
-    const Entry& shown = made.after ? *made.after : *made.before;
-    Json object{{"operation", fmt::format("{} {}", schema.group, nameOf(made.op))}};
-    putText(object, "path", path);
-    if (shown.number != 0) {
-        object[schema.place == std::string_view("line") ? "line" : "record"] = shown.number;
-    }
-    for (const std::string& key : schema.keyMembers) {
-        if (shown.members.contains(key)) {
-            object[key] = shown.members[key];
-        }
-    }
-    object["action"] = !made.changed ? "none" : !made.before ? "add" : !made.after ? "delete" : "change";
-    object["before"] = sideOf(schema, made.before);
-    object["after"] = sideOf(schema, made.after);
-    object["changed"] = made.changed;
-    object["dryRun"] = dryRun;
-    return object;
 }
 
 }  // namespace
@@ -270,21 +223,22 @@ int applyToEntries(Context& context, const EntrySchema& schema, const std::strin
         asked.push_back(named.naming([&] { return askedOf(schema, file, std::move(item)); }));
     });
     std::vector<MadeEntry> made;
-    Change change = changeOfEntries(schema, file, "apply", Json::object());
+    Change change = changeOfEntries(schema, file, "apply");
     change.make = [&](const std::string& path) {
         made.clear();
         EntryBatch batch(schema, path, change.doing);
         for (const AskedEntry& each : asked) {
             made.push_back(each.item.naming([&] { return batch.make(each); }));
+            made.back().operation = fmt::format("{} {}", schema.group, nameOf(each.item.op()));
         }
         return batch.commit();
     };
-    change.results = [&] {
-        std::vector<Json> results;
+    change.told = [&] {
+        std::vector<ToldChange> told;
         for (const MadeEntry& each : made) {
-            results.push_back(objectOf(schema, each, file, context.options.dryRun));
+            told.push_back(toldEntry(schema, each));
         }
-        return results;
+        return told;
     };
     const int status = schema.shown == nullptr ? carryOutOnText(context, change) : carryOut(context, change);
     if (!context.output.style.json) {
