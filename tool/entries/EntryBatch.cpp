@@ -6,6 +6,7 @@
 
 #include "base/Answers.h"
 #include "base/DiskFiles.h"
+#include "base/Progress.h"
 #include "base/Text.h"
 #include "base/Update.h"
 #include "entries/EntryChanges.h"
@@ -227,7 +228,9 @@ int applyToEntries(Context& context, const EntrySchema& schema, const std::strin
     change.make = [&](const std::string& path) {
         made.clear();
         EntryBatch batch(schema, path, change.doing);
+        const Progress progress("making the changes", asked.size());
         for (const AskedEntry& each : asked) {
+            Progress::step();
             made.push_back(each.item.naming([&] { return batch.make(each); }));
             made.back().operation = fmt::format("{} {}", schema.group, nameOf(each.item.op()));
         }

@@ -5,6 +5,7 @@
 
 #include "base/Answers.h"
 #include "base/DiskFiles.h"
+#include "base/Progress.h"
 #include "base/Text.h"
 #include "base/Update.h"
 #include "global/GlobalBatch.h"
@@ -61,9 +62,14 @@ int applyChanges(Context& context, const BatchWords& words, bool replaces) {
     change.make = [&](const std::string& file) {
         GlobalBatch batch(context, file, file != path, change.doing);
         made = replaces ? batch.deleteOthers(asked) : std::vector<MadeRecord>();
-        for (const AskedChange& each : asked) {
-            made.push_back(each.item.naming([&] { return batch.make(each); }));
+        {
+            const Progress progress("making the changes", asked.size());
+            for (const AskedChange& each : asked) {
+                made.push_back(each.item.naming([&] { return batch.make(each); }));
+                Progress::step();
+            }
         }
+        const Progress progress("writing " + path);
         return batch.commit();
     };
     change.told = [&] {
