@@ -3,6 +3,8 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <list>
+#include <unordered_map>
 
 #include "base/Answers.h"
 #include "base/DiskFiles.h"
@@ -72,7 +74,9 @@ public:
         const bool exists = judgeFile(path, doing_, false);
         answered(file_->begin());
         if (exists) {
-            entries_ = schema.open(path, true)->read(doing_);
+            for (Entry& entry : schema.open(path, true)->read(doing_)) {
+                keep(std::move(entry));
+            }
         }
     }
 
@@ -91,7 +95,9 @@ private:
             throw libraryFailure(code, path_, doing_);
         }
     }
-    [[nodiscard]] std::vector<Entry>::iterator find(const AskedEntry& asked, const EntryRequest& request);
+    Entry& keep(Entry entry);
+    [[nodiscard]] Entry* find(const AskedEntry& asked, const EntryRequest& request);
+    void forget(const Entry& entry);
     void expect(const AskedEntry& asked, const Entry& found) const;
     MadeEntry add(const AskedEntry& asked, const EntryRequest& request);
     MadeEntry change(const AskedEntry& asked, Entry& found);
@@ -100,20 +106,53 @@ private:
     std::string path_;
     std::string doing_;
     std::unique_ptr<EntryFile> file_;
-    std::vector<Entry> entries_;
+    std::list<Entry> entries_;
+    std::unordered_multimap<std::string, std::list<Entry>::iterator> named_;  // by what may be asked for
 };
 
-std::vector<Entry>::iterator EntryBatch::find(const AskedEntry& asked, const EntryRequest& request) {
-    const auto concerns = [&](const Entry& entry) {
-        return request.concerns ? request.concerns(entry) : entry.name == asked.name;
-    };
-    const auto first = std::find_if(entries_.begin(), entries_.end(), concerns);
-    if (first != entries_.end() && std::find_if(first + 1, entries_.end(), concerns) != entries_.end()) {
-        throw answer("several", EXIT_CONFLICT, REG_SEVERAL_MATCH, path_,
-                     fmt::format("{} stands in several {}s; nothing was changed", printable(asked.name), schema_.place),
-                     fmt::format("genreg {} set or delete, with --all", schema_.group));
+// A name may be asked for without what ends it.
+Entry& EntryBatch::keep(Entry entry) {
+    const auto at = entries_.insert(entries_.end(), std::move(entry));
+    named_.emplace(at->name, at);
+    if (schema_.nameEnd != 0) {
+        named_.emplace(at->name.substr(0, at->name.find(schema_.nameEnd)), at);
     }
-    return first;
+    return *at;
+}
+
+// Null where there is none.
+Entry* EntryBatch::find(const AskedEntry& asked, const EntryRequest& request) {
+    Entry* only = nullptr;
+    const auto [first, last] = named_.equal_range(asked.name);
+    for (auto at = first; at != last; ++at) {
+        Entry& entry = *at->second;
+        if (request.concerns ? !request.concerns(entry) : entry.name != asked.name) {
+            continue;
+        }
+        if (only != nullptr) {
+            throw answer(
+                "several", EXIT_CONFLICT, REG_SEVERAL_MATCH, path_,
+                fmt::format("{} stands in several {}s; nothing was changed", printable(asked.name), schema_.place),
+                fmt::format("genreg {} set or delete, with --all", schema_.group));
+        }
+        only = &entry;
+    }
+    return only;
+}
+
+// Takes it out of what is found.
+void EntryBatch::forget(const Entry& entry) {
+    const std::string plain = entry.name.substr(0, schema_.nameEnd != 0 ? entry.name.find(schema_.nameEnd) : 0);
+    auto place = entries_.end();
+    for (const std::string& name : {entry.name, plain}) {
+        const auto [first, last] = named_.equal_range(name);
+        const auto own = std::find_if(first, last, [&](const auto& each) { return &*each.second == &entry; });
+        if (own != last) {
+            place = own->second;
+            named_.erase(own);
+        }
+    }
+    entries_.erase(place);
 }
 
 void EntryBatch::expect(const AskedEntry& asked, const Entry& found) const {
@@ -143,8 +182,7 @@ MadeEntry EntryBatch::add(const AskedEntry& asked, const EntryRequest& request) 
     answered(code);
     Entry blank;
     blank.raw = edit.layout;
-    entries_.push_back(file_->rewritten(blank, edit));
-    return {{}, entries_.back(), true};
+    return {{}, keep(file_->rewritten(blank, edit)), true};
 }
 
 MadeEntry EntryBatch::change(const AskedEntry& asked, Entry& found) {
@@ -175,8 +213,8 @@ MadeEntry EntryBatch::make(const AskedEntry& asked) {
     if (schema_.find != nullptr) {
         schema_.find(request);
     }
-    const auto at = find(asked, request);
-    const bool exists = at != entries_.end();
+    Entry* const at = find(asked, request);
+    const bool exists = at != nullptr;
     if (exists && op == BatchOp::Add) {
         throw answer("exists", EXIT_CONFLICT, REG_DUPLICATE, path_,
                      fmt::format("{} is there already; nothing was changed", printable(asked.name)), "\"op\":\"set\"");
@@ -198,7 +236,7 @@ MadeEntry EntryBatch::make(const AskedEntry& asked) {
     }
     answered(file_->remove({request.mask, true}, *at));
     MadeEntry made{*at, {}, true};
-    entries_.erase(at);
+    forget(*at);
     return made;
 }
 
