@@ -191,14 +191,14 @@ TEST_F(ChangeLog, ARehearsedSynchronisationLeavesNoTrace) {
     const std::string before = bytes();
     EXPECT_EQ(status("log on"), 0);
     const Json rehearsed = object("fixpack sync -n");
-    EXPECT_EQ(rehearsed["updated"], 1);
+    EXPECT_EQ(rehearsed["before"].dump() + rehearsed["after"].dump(), R"({"fixpackNumber":1}{"fixpackNumber":5})");
     EXPECT_EQ(rehearsed["dryRun"], true);
     EXPECT_EQ(bytes(), before);
     EXPECT_EQ(read(LOG), "");
-    EXPECT_EQ(object("fixpack sync")["updated"], 1);
+    EXPECT_EQ(object("fixpack sync")["action"], "change");
     EXPECT_EQ(object("dump")["fields"].at(2)["value"], 5);
     EXPECT_NE(read(LOG), "");
-    EXPECT_EQ(object("fixpack sync")["updated"], 0);
+    EXPECT_EQ(object("fixpack sync")["action"], "none");
 }
 
 }  // namespace

@@ -11,9 +11,9 @@ using Habits = ToolTest;
 TEST_F(Habits, ASetAddsWhatIsMissingWhenItIsAskedTo) {
     write("v", "a=1\n");
     EXPECT_EQ(status("varval set v b 2"), 1);
-    EXPECT_EQ(object("varval set v b 2 --add")["added"], true);
+    EXPECT_EQ(object("varval set v b 2 --add")["action"], "add");
     EXPECT_EQ(object("varval set v b 2 --add")["changed"], false);
-    EXPECT_EQ(object("varval set v b 3 --add")["added"], false);
+    EXPECT_EQ(object("varval set v b 3 --add")["action"], "change");
     EXPECT_EQ(read("v"), "a=1\nb=3\n") << "it looks like the line before it";
     EXPECT_EQ(status("varval set v c 1 --add --if-value 0"), 1) << "what must have a value must be there";
     EXPECT_EQ(status("varval set v c --comment x --add"), 1) << "there is no value to add";

@@ -96,9 +96,10 @@ TEST_F(Records, ARehearsalShowsTheChangeAndWritesNothing) {
     EXPECT_EQ(names(), "");
     done("variable set RVN V value=1");
     const std::string before = bytes();
-    EXPECT_EQ(object("-n variable set RVN V value=2 comment=c")["difference"].dump(),
-              R"([{"op":"change","type":"variable","service":"RVN","variable":"V","changes":[)"
-              R"({"field":"value","old":"1","new":"2"},{"field":"comment","old":null,"new":"c"}]}])");
+    EXPECT_EQ(object("-n variable set RVN V value=2 comment=c").dump(),
+              R"({"schema":1,"operation":"variable set","path":")" + registry() +
+                  R"(","type":"variable","service":"RVN","variable":"V","action":"change","before":{"value":"1"},)"
+                  R"("after":{"value":"2","comment":"c"},"changed":true,"dryRun":true})");
     EXPECT_EQ(status("-n variable set RVN V", {"value=" + std::string(256, 'x')}), 6);
     EXPECT_EQ(bytes(), before);
     EXPECT_EQ(out("--diff variable remove RVN V"), head + "- variable RVN V\n    value = 1\n");
@@ -169,10 +170,11 @@ TEST_F(Records, ItemsOfALaterReleaseLookTheSameEverywhere) {
     EXPECT_EQ(genreg("diff a global.reg").out,
               "--- a\n+++ global.reg\n+ variable S v\n    0x400 = 01ff\n    0x10000000000 = \"\"\n"
               "+ variable S w\n    value = 1\n");
-    EXPECT_EQ(objects(genreg("diff a global.reg --json").out).at(0)["unknown"].dump(), unknown);
+    EXPECT_EQ(objects(genreg("diff a global.reg --json").out).at(0)["after"]["unknown"].dump(), unknown);
     write("a", later(std::string(1, '\0')) + variable("w", "1"));
-    EXPECT_EQ(objects(genreg("diff a global.reg --json").out).at(0)["changes"].dump(),
-              R"([{"field":"unknown","old":)" + other + R"(,"new":)" + unknown + "}]");
+    const Json change = objects(genreg("diff a global.reg --json").out).at(0);
+    EXPECT_EQ(change["before"]["unknown"].dump() + change["after"]["unknown"].dump(), other + unknown);
+    EXPECT_EQ(object("variable set S v comment=c")["after"]["unknown"].dump(), unknown) << "which stay";
     EXPECT_NE(out("--diff variable remove S v").find("    0x400 = 01ff\n"), std::string::npos);
 }
 

@@ -2,7 +2,6 @@
 
 #include <map>
 #include <random>
-#include <set>
 
 #include "Tool.h"
 
@@ -16,27 +15,34 @@ protected:
     Lines patched(const Lines& before, const Lines& after, std::size_t* edits) {
         write("a", joined(before));
         write("b", joined(after));
-        const Result result = genreg("diff a b --json");
+        const Result result = genreg("diff a b");
         EXPECT_EQ(result.status, before == after ? 0 : 1);
-        const auto told = objects(result.out);
-        *edits = told.size();
-        std::set<std::size_t> removed;
-        for (const Json& edit : told) {
-            if (edit["op"] == "remove") {
-                removed.insert(static_cast<std::size_t>(edit["line"].number()) - 1);
-            }
-        }
         Lines lines;
-        for (std::size_t i = 0; i < before.size(); ++i) {
-            if (removed.count(i) == 0) {
-                lines.push_back(before[i]);
+        std::size_t at = 0;  // in the first
+        const auto keepUntil = [&](std::size_t end) {
+            while (at < std::min(end, before.size())) {
+                lines.push_back(before[at++]);
+            }
+        };
+        *edits = 0;
+        std::istringstream told(result.out);
+        for (std::string line; std::getline(told, line);) {
+            const bool name = line.starts_with("--- ") || line.starts_with("+++ ");
+            if (line.starts_with("@@ -")) {
+                const auto first = std::stoul(line.substr(4));
+                const bool hasLines = line.substr(4, line.find(' ', 4) - 4).find(",0") == std::string::npos;
+                keepUntil(first - (hasLines ? 1 : 0));
+            } else if (line[0] == ' ') {
+                keepUntil(at + 1);
+            } else if (line[0] == '-' && !name) {
+                EXPECT_EQ(line.substr(1), before.at(at++));
+                ++*edits;
+            } else if (line[0] == '+' && !name) {
+                lines.push_back(line.substr(1));
+                ++*edits;
             }
         }
-        for (const Json& edit : told) {
-            if (edit["op"] == "insert") {
-                lines.insert(lines.begin() + (edit["line"].number() - 1), edit["text"].text());
-            }
-        }
+        keepUntil(before.size());
         return lines;
     }
 
@@ -113,6 +119,64 @@ TEST_F(Report, ADifferenceNamesAMissingNewlineAndWhatIsNoText) {
     EXPECT_EQ(result.out, "--- a\n+++ b\n@@ -1,2 +1,2 @@\n x\n-y\n\\ No newline at end of file\n+y\n");
     EXPECT_EQ(status("diff a a"), 0);
     EXPECT_EQ(status("diff a c"), 1);
+}
+
+// The same objects whoever tells: a rehearsal, the command itself, the comparison of what was and is.
+TEST_F(Report, AChangeHasOneShapeWhoeverTellsIt) {
+    write("v", "# top\na = 1\n");
+    write("s", "http 80/tcp www # W\nhttp 80/udp\n");
+    write("i", "a:2:once:x \\\ny\n");
+    for (const char* change : {"binvar add b x 1", "variable set RVN V value=1", "varval add e n 1"}) {
+        ASSERT_EQ(status(change), 0);
+    }
+    // Without what differs by who tells it.
+    const auto essence = [](const Json& told) {
+        const std::string text = told.dump();
+        const std::string rest = text.substr(text.find("\"type\""));
+        return rest.substr(0, rest.find(",\"dryRun\""));
+    };
+    struct Case {
+        std::string command;
+        std::string file;
+        std::string action;
+    };
+    for (const Case& c : std::vector<Case>{{"varval set v a 2 --comment c", "v", "change"},
+                                           {"varval set v n 2 --add", "v", "add"},
+                                           {"varval delete v a", "v", "delete"},
+                                           {"services set s http 81/udp", "s", "change"},
+                                           {"services add s ssh 22/tcp secure", "s", "add"},
+                                           {"services delete s http/tcp", "s", "delete"},
+                                           {"inittab add i b 2 off z", "i", "add"},
+                                           {"inittab delete i b", "i", "delete"},
+                                           {"binvar set b x 2", "b", "change"},
+                                           {"binvar add b y 2 --comment c", "b", "add"},
+                                           {"binvar delete b x", "b", "delete"},
+                                           {"variable set RVN V value=2 comment=c", "global.reg", "change"},
+                                           {"variable set RVN W value=", "global.reg", "add"},
+                                           {"variable remove RVN V", "global.reg", "delete"}}) {
+        const Json rehearsed = object(c.command + " -n");
+        std::filesystem::copy_file(path(c.file), path("old"), std::filesystem::copy_options::overwrite_existing);
+        const Json done = object(c.command);
+        const auto compared = objects(genreg("diff --json old " + c.file).out);
+        ASSERT_EQ(compared.size(), 1U) << c.command;
+        EXPECT_EQ(done["action"], c.action) << c.command;
+        EXPECT_EQ(essence(done), essence(compared[0])) << c.command;
+        EXPECT_EQ(essence(rehearsed), essence(done)) << c.command;
+    }
+    write("v", "a = 1\na = 2\n");
+    const auto both = objects(out("--json varval set v a 2 --all"));
+    ASSERT_EQ(both.size(), 2U);
+    EXPECT_EQ(both[0]["action"].text() + " " + both[1]["action"].text(), "change none");
+    // What is told of nothing has a name.
+    EXPECT_EQ(object("services delete s http/xns --if-present").dump(),
+              R"({"schema":1,"operation":"services delete","path":"s","type":"services","name":"http",)"
+              R"("protocol":"xns","action":"none","before":null,"after":null,"changed":false,"dryRun":false})");
+    write("e", "b = 1\na = 1\n");
+    write("old", "a = 1\nb = 1\n");
+    const Result moved = genreg("diff old e --json");
+    EXPECT_EQ(moved.status, 1);
+    EXPECT_EQ(moved.out, "");
+    EXPECT_NE(moved.err.find("order"), std::string::npos);
 }
 
 TEST_F(Report, EveryCodeIsExplainedInEveryForm) {

@@ -1,5 +1,6 @@
 // What is shown at a terminal, and only there; and what ^C does.
 #include <functional>
+#include <regex>
 
 #include "support/Terminal.h"
 
@@ -87,6 +88,50 @@ TEST_F(AtTerminal, AnInterruptedWaitLeavesTheFileAndSaysSo) {
     (void)finish(holder);
     EXPECT_EQ(read("f"), "a = 12\n");
     EXPECT_EQ(names(), ".f.lock f held");
+}
+
+// Of work that takes over a second, however fast the machine.
+TEST_F(AtTerminal, LongWorkTellsHowFarItIsAndTakesThatAway) {
+    const Words environment{"TERM=xterm", "NO_COLOR=1"};
+    const std::string eraser = "\r\x1b[K";
+    // Makes the file of so many lines, until the command takes long enough where nobody looks; what it says then.
+    const auto takesLong = [&](const std::string& command, const std::function<void(std::size_t)>& make) {
+        for (std::size_t lines = 32'000;; lines *= 2) {
+            make(lines);
+            const auto begin = std::chrono::steady_clock::now();
+            const Result result = genreg(command);
+            if (std::chrono::steady_clock::now() - begin > std::chrono::milliseconds(1500)) {
+                return result.err;
+            }
+        }
+    };
+    const auto expectTold = [&](const Words& words, const std::string& piece, const std::string& said) {
+        const std::string told = shown(words, environment);
+        const std::size_t last = told.rfind(eraser);
+        ASSERT_NE(last, std::string::npos) << told;
+        EXPECT_LT(told.find("genreg: " + piece), last) << told;
+        EXPECT_EQ(told.substr(last + eraser.size()), said) << "nothing is left of it";
+    };
+    std::string said = takesLong("varval apply v batch", [&](std::size_t lines) {
+        std::string batch;
+        for (std::size_t i = 0; i < lines; ++i) {
+            batch += "{\"name\":\"n" + std::to_string(i) + "\",\"value\":1}\n";
+        }
+        write("batch", batch + "{");
+    });
+    EXPECT_EQ(said.find_first_of("\r\x1b"), std::string::npos) << said;
+    said = std::regex_replace(said, std::regex("\n"), "\r\n");
+    expectTold({"varval", "apply", "v", "batch"}, "reading the batch: ", said);
+    EXPECT_EQ(shown({"varval", "apply", "v", "batch", "-q"}, environment), said);
+    takesLong("check f --deep", [&](std::size_t lines) {
+        std::string text;
+        for (std::size_t i = 0; i < lines; ++i) {
+            text += "n" + std::to_string(i) + " = 1\n";
+        }
+        write("f", text);
+    });
+    expectTold({"check", "f", "--deep"}, "checking ",
+               std::regex_replace(out("check f --deep"), std::regex("\n"), "\r\n"));
 }
 
 }  // namespace

@@ -176,8 +176,9 @@ TEST_F(VarVal, ARehearsalShowsTheChangeAndWritesNothing) {
     EXPECT_EQ(status("varval delete f x --dry-run"), 1);
     EXPECT_EQ(out("varval add new x 1 --dry-run"), "--- new\n+++ new\n@@ -0,0 +1 @@\n+x = 1\n");
     EXPECT_EQ(out("varval set f b 3 -n --json"),
-              R"({"schema":1,"operation":"varval set","path":"f","name":"b","value":"3","changed":true,"dryRun":true,)"
-              R"("difference":[{"op":"remove","line":2,"text":"b = 2"},{"op":"insert","line":2,"text":"b = 3"}]})"
+              R"({"schema":1,"operation":"varval set","path":"f","type":"varval","name":"b","action":"change",)"
+              R"("before":{"line":2,"value":"2","comment":null,"text":"b = 2"},)"
+              R"("after":{"line":2,"value":"3","comment":null,"text":"b = 3"},"changed":true,"dryRun":true})"
               "\n");
     EXPECT_EQ(names(), "f");
     EXPECT_EQ(read("f"), "a = 1\nb = 2\n");

@@ -119,7 +119,7 @@ TEST_F(Watch, ACommandRunsForEachChange) {
     ::kill(running.pid, SIGTERM);
     EXPECT_EQ(finish(running).status, 0);
     EXPECT_EQ(read("names"), "add inst1\nadd inst2\n");
-    EXPECT_EQ(objects(read("got")).at(1)["after"]["instanceName"], "inst2");
+    EXPECT_EQ(objects(read("got")).at(1)["instanceName"], "inst2");
     // One that does not end is ended with the watcher.
     const Running slow = watch("--follow --exec", {"echo $$ > pid; sleep 60"});
     write("global.reg", instanceFrame("inst1"));
@@ -159,8 +159,8 @@ TEST_F(Watch, LinesAreToldByWhatFindsThem) {
     EXPECT_EQ(status("varval set v a 3"), 0);
     const Json change = told(1);
     EXPECT_EQ(change["path"].text() + " " + change["type"].text() + " " + change["name"].text(), "v varval a");
-    EXPECT_EQ(change["before"].dump(), R"({"line":2,"name":"a","value":"1","comment":"c","text":"a = 1 # c"})");
-    EXPECT_EQ(change["after"].dump(), R"({"line":2,"name":"a","value":"3","comment":"c","text":"a = 3 # c"})");
+    EXPECT_EQ(change["before"].dump(), R"({"line":2,"value":"1","comment":"c","text":"a = 1 # c"})");
+    EXPECT_EQ(change["after"].dump(), R"({"line":2,"value":"3","comment":"c","text":"a = 3 # c"})");
     EXPECT_EQ(status("services set services http 8080/udp"), 0);
     EXPECT_EQ(told(2)["protocol"], "udp");
     EXPECT_EQ(told(2)["before"]["port"], 80);
@@ -214,7 +214,7 @@ TEST_F(Watch, BinaryFilesAreToldAsWhatTheyHold) {
     ::kill(running.pid, SIGTERM);
     const auto changes = objects(finish(running).out);
     ASSERT_EQ(changes.size(), 2U);
-    EXPECT_EQ(changes[0]["after"].dump(), R"({"record":1,"name":"x","value":2,"comment":""})");
+    EXPECT_EQ(changes[0]["after"].dump(), R"({"record":1,"value":2,"comment":""})");
     EXPECT_EQ(changes[1]["type"], "instance");
 }
 

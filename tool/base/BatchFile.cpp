@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "base/DiskFiles.h"
+#include "base/Progress.h"
 #include "base/Text.h"
 
 namespace tool {
@@ -167,11 +168,13 @@ void readBatch(const std::string& source, const std::function<void(BatchItem ite
         bytes = readFile(source, "read the batch");
     }
     std::size_t number = 0;
+    const Progress progress("reading the batch", static_cast<std::size_t>(std::ranges::count(bytes, '\n')));
     for (std::string_view rest = bytes; !rest.empty();) {
         const std::size_t end = std::min(rest.find('\n'), rest.size());
         const std::string_view line = rest.substr(0, end);
         rest.remove_prefix(std::min(end + 1, rest.size()));
         ++number;
+        Progress::step();
         if (line.find_first_not_of(" \t\r") != std::string_view::npos) {
             take(BatchItem(source, number, line));
         }

@@ -12,6 +12,7 @@
 
 #include "base/GlobalOptions.h"
 #include "base/LockPatience.h"
+#include "base/Progress.h"
 #include "base/Suggestions.h"
 #include "base/Text.h"
 
@@ -424,6 +425,7 @@ int CommandLine::run(Context& context, std::span<const CommandGroup> groups, std
     }
     context.options.dryRun = context.options.dryRun || context.options.check;
     setPatience(context);
+    allowProgress(context.output);
     const int status = parser_->action(context);
     return status == EXIT_DONE && context.options.check && context.wouldChange ? EXIT_NEGATIVE : status;
 }

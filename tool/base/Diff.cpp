@@ -239,21 +239,4 @@ void printDifference(Output& output, const Difference& difference) {
     }
 }
 
-std::vector<Json> differenceObjects(const Difference& difference) {
-    const Lines before = splitLines(difference.before);
-    const Lines after = splitLines(difference.after);
-    std::vector<Json> objects;
-    for (const Edit& edit : compareLines(before, after)) {
-        if (edit.kind == Edit::Kind::KEEP) {
-            continue;
-        }
-        const bool removed = edit.kind == Edit::Kind::REMOVE;
-        Json object{{"op", removed ? "remove" : "insert"}};
-        object["line"] = (removed ? edit.oldLine : edit.newLine) + 1;
-        putText(object, "text", withoutNewline(removed ? before[edit.oldLine] : after[edit.newLine]));
-        objects.push_back(std::move(object));
-    }
-    return objects;
-}
-
 }  // namespace tool

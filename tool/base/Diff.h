@@ -35,8 +35,4 @@ struct Difference {
 // For people: the unified form, three lines of surroundings, coloured where wanted.
 void printDifference(Output& output, const Difference& difference);
 
-// For programs: an object for each line that differs: "op" (remove, insert), "line" in its file, counted from 1,
-// "text" without the newline.
-[[nodiscard]] std::vector<Json> differenceObjects(const Difference& difference);
-
 }  // namespace tool

@@ -7,6 +7,7 @@
 #include <set>
 
 #include "base/HeldLocks.h"
+#include "base/Progress.h"
 #include "base/Text.h"
 #include "base/Update.h"
 #include "system/System.h"
@@ -40,7 +41,9 @@ void prepareForInterrupt(const std::string& path) {
     if (waiting == nullptr || waiting->output.style.quiet || (!told && (waiting->uses & USES_DRY_RUN) == 0)) {
         return;
     }
-    tellOnInterrupt(path, waiting->output.noteText("interrupted", path, "interrupted; the file is as it was"));
+    tellOnInterrupt(path,
+                    fmt::format("{}{}", progressEraser(),
+                                waiting->output.noteText("interrupted", path, "interrupted; the file is as it was")));
 }
 
 void tell(void* path, const char* file, unsigned long waitedMilliseconds) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <mutex>
 #include <utility>
 
 #include "base/Text.h"
@@ -71,10 +72,29 @@ void printRow(Output& output, const std::vector<std::string>& row, const std::ve
     }
 }
 
+std::mutex statusMutex;
+bool statusShown = false;
+
+void say(std::string_view text, bool isStatus) noexcept {
+    const std::lock_guard lock(statusMutex);
+    if (std::exchange(statusShown, isStatus)) {
+        (void)std::fwrite(STATUS_ERASER.data(), 1, STATUS_ERASER.size(), stderr);
+    }
+    (void)std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
 }  // namespace
 
 void toStandardError(std::string_view text) noexcept {
-    (void)std::fwrite(text.data(), 1, text.size(), stderr);
+    say(text, false);
+}
+
+void showStatus(std::string_view text) noexcept {
+    say(text, true);
+}
+
+void eraseStatus() noexcept {
+    say("", false);
 }
 
 Output::Output() noexcept : stream_(takeStandardOutput()) {}

@@ -24,8 +24,14 @@ struct OutputStyle {
     bool errorColor = false;  // on standard error
 };
 
-// Never fails: it runs inside the library's callbacks, and where a failure is being reported.
+// Never fails: it runs inside the library's callbacks, and where a failure is being reported. A status goes first.
 void toStandardError(std::string_view text) noexcept;
+
+// What stands at the bottom of the terminal that standard error is, until something else is said: in the place of the
+// one before. Any thread may say it.
+void showStatus(std::string_view text) noexcept;
+void eraseStatus() noexcept;
+inline constexpr std::string_view STATUS_ERASER = "\r\x1b[K";
 
 class Output {
 public:

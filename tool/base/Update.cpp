@@ -54,20 +54,10 @@ void tell(Context& context, const Change& change, bool changed, const std::optio
     } else {
         output.detail(fmt::format("{}: {}: done", printable(change.path), change.doing));
     }
-    if (output.style.json && change.results) {
-        for (const Json& object : change.results()) {
-            output.json(object);
+    if (output.style.json) {
+        for (const ToldChange& told : change.told()) {
+            output.json(changeObject(told, context.operation, change.path, context.options.dryRun));
         }
-    } else if (output.style.json) {
-        Json object{{"operation", context.operation}};
-        putText(object, "path", change.path);
-        object.update(change.result);
-        object["changed"] = changed;
-        object["dryRun"] = context.options.dryRun;
-        if (difference && (!context.options.check || context.options.diff)) {
-            object["difference"] = changed ? change.objects(*difference) : std::vector<Json>();
-        }
-        output.json(object);
     } else if (difference && changed && (!context.options.check || context.options.diff)) {
         change.print(output, *difference);
     }

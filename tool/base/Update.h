@@ -6,9 +6,11 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "base/Command.h"
 #include "base/Diff.h"
+#include "base/ToldChange.h"
 #include "system/System.h"
 
 namespace tool {
@@ -30,14 +32,12 @@ public:
 struct Change {
     std::string path;   // as the user named it
     std::string doing;  // "set PORT"
-    Json result;        // what --json tells about it
     // Makes the change in the file of that path; false when the file says so already. Throws Failure.
     std::function<bool(const std::string& path)> make;
-    // How a difference is shown, to people and to programs.
+    // What --json tells of it once it is made: an entry, a record, several of them.
+    std::function<std::vector<ToldChange>()> told;
+    // How a difference is shown to people.
     std::function<void(Output& output, const Difference& difference)> print = printDifference;
-    std::function<std::vector<Json>(const Difference& difference)> objects = differenceObjects;
-    // Of several changes at once: what --json tells of each, in the place of one object and of the difference.
-    std::function<std::vector<Json>()> results{};
     bool makesFolder = false;  // where the file's folder is missing; else --parents must ask for it
 };
 

@@ -147,6 +147,17 @@ BinVarRegistry::BinVarRegistry(const std::string& path, bool severalAllowed, uns
     : GenRegBinVarVal(path.c_str(), &code), path_(path) {
     check(code, "use the file");
     waitPatiently(*this, path);
+    features |= layoutFeatures(path);
+    if (!severalAllowed) {
+        (void)unsetFeature(REG_FEATURE_ALLOW_DUPLICATES);
+    }
+}
+
+// In a batch nobody changes anything meanwhile, and the library's own functions find the record, which is quick.
+void BinVarRegistry::useOwnSlots() {
+    if (inBatch_ || matchRecord == match) {
+        return;
+    }
     matchRecord = match;
     packRecord = pack;
     unpackRecord = unpack;
@@ -154,10 +165,12 @@ BinVarRegistry::BinVarRegistry(const std::string& path, bool severalAllowed, uns
     getRecordSize = recordSize;
     getMaxRecordSize = largestRecordSize;
     useShortcuts(checkImage, nullptr, packsAsItWas);
-    features |= REG_FEATURE_PACKED | layoutFeatures(path);
-    if (!severalAllowed) {
-        (void)unsetFeature(REG_FEATURE_ALLOW_DUPLICATES);
-    }
+    features |= REG_FEATURE_PACKED;
+}
+
+unsigned int BinVarRegistry::begin() {
+    inBatch_ = true;
+    return BeginBatch();
 }
 
 void BinVarRegistry::check(unsigned int code, const std::string& doing) const {
@@ -173,6 +186,7 @@ Entry BinVarRegistry::describe(const std::string& raw) const {
 }
 
 std::vector<Entry> BinVarRegistry::read(const std::string& doing) {
+    useOwnSlots();
     check(OpenScan(), doing);
     std::vector<Entry> entries;
     Record record{};
@@ -188,11 +202,13 @@ std::vector<Entry> BinVarRegistry::read(const std::string& doing) {
 }
 
 unsigned int BinVarRegistry::add(unsigned long mask, EntryEdit& edit) {
+    useOwnSlots();
     Record record = askedRecord({}, edit);
     return Add(mask, &record);
 }
 
 unsigned int BinVarRegistry::change(const EntryKey& key, const Entry& found, EntryEdit& edit) {
+    useOwnSlots();
     Record keyRecord = keyOf(key, found);
     keyRecord.marks.notYet = key.exact ? nullptr : &edit;
     Record record = askedRecord(found.raw, edit);
@@ -200,6 +216,7 @@ unsigned int BinVarRegistry::change(const EntryKey& key, const Entry& found, Ent
 }
 
 unsigned int BinVarRegistry::remove(const EntryKey& key, const Entry& found) {
+    useOwnSlots();
     Record record = keyOf(key, found);
     return Delete(key.mask, &record);
 }

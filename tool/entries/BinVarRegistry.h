@@ -37,7 +37,7 @@ public:
     unsigned int add(unsigned long mask, EntryEdit& edit) override;
     unsigned int change(const EntryKey& key, const Entry& found, EntryEdit& edit) override;
     unsigned int remove(const EntryKey& key, const Entry& found) override;
-    unsigned int begin() override { return BeginBatch(); }
+    unsigned int begin() override;
     unsigned int commit() override { return CommitBatch(); }
     [[nodiscard]] Entry describe(const std::string& raw) const override;
 
@@ -45,8 +45,10 @@ private:
     BinVarRegistry(const std::string& path, bool severalAllowed, unsigned int code);
 
     void check(unsigned int code, const std::string& doing) const;
+    void useOwnSlots();
 
     std::string path_;
+    bool inBatch_ = false;
 };
 
 }  // namespace tool

@@ -48,7 +48,6 @@ void ask(EntryRequest& request, const EntryWords& words, bool /*fresh*/) {
                           wanted.comment ? std::optional(cell(*wanted.comment)) : std::nullopt};
     if (value) {
         request.addWords = fmt::format("{} {}", shellWord(words.name), shellWord(words.fields[0]));
-        request.result["value"] = *value;
     }
 }
 

@@ -3,11 +3,15 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <list>
+#include <unordered_map>
 
 #include "base/Answers.h"
 #include "base/DiskFiles.h"
+#include "base/Progress.h"
 #include "base/Text.h"
 #include "base/Update.h"
+#include "entries/EntryChanges.h"
 #include "entries/EntryEditor.h"
 
 namespace tool {
@@ -20,13 +24,6 @@ struct AskedEntry {
     EntryWords words;
     std::optional<std::string> expected;  // the value
     std::vector<std::pair<std::string, std::optional<std::string>>> expectedMembers;
-};
-
-struct MadeEntry {
-    BatchOp op;
-    std::optional<Entry> before;
-    std::optional<Entry> after;
-    bool changed = false;
 };
 
 EntryRequest requestOf(const EntrySchema& schema, const AskedEntry& asked, const EntryWords& words, bool fresh) {
@@ -77,7 +74,9 @@ public:
         const bool exists = judgeFile(path, doing_, false);
         answered(file_->begin());
         if (exists) {
-            entries_ = schema.open(path, true)->read(doing_);
+            for (Entry& entry : schema.open(path, true)->read(doing_)) {
+                keep(std::move(entry));
+            }
         }
     }
 
@@ -96,13 +95,10 @@ private:
             throw libraryFailure(code, path_, doing_);
         }
     }
-    [[nodiscard]] std::vector<Entry>::iterator find(const AskedEntry& asked, const EntryRequest& request);
+    Entry& keep(Entry entry);
+    [[nodiscard]] Entry* find(const AskedEntry& asked, const EntryRequest& request);
+    void forget(const Entry& entry);
     void expect(const AskedEntry& asked, const Entry& found) const;
-    [[nodiscard]] Entry rewritten(const Entry& found, const EntryEdit& edit) const {
-        Entry entry = file_->describe(edit.rewrite(found.raw));
-        entry.number = found.number;
-        return entry;
-    }
     MadeEntry add(const AskedEntry& asked, const EntryRequest& request);
     MadeEntry change(const AskedEntry& asked, Entry& found);
 
@@ -110,20 +106,53 @@ private:
     std::string path_;
     std::string doing_;
     std::unique_ptr<EntryFile> file_;
-    std::vector<Entry> entries_;
+    std::list<Entry> entries_;
+    std::unordered_multimap<std::string, std::list<Entry>::iterator> named_;  // by what may be asked for
 };
 
-std::vector<Entry>::iterator EntryBatch::find(const AskedEntry& asked, const EntryRequest& request) {
-    const auto concerns = [&](const Entry& entry) {
-        return request.concerns ? request.concerns(entry) : entry.name == asked.name;
-    };
-    const auto first = std::find_if(entries_.begin(), entries_.end(), concerns);
-    if (first != entries_.end() && std::find_if(first + 1, entries_.end(), concerns) != entries_.end()) {
-        throw answer("several", EXIT_CONFLICT, REG_SEVERAL_MATCH, path_,
-                     fmt::format("{} stands in several {}s; nothing was changed", printable(asked.name), schema_.place),
-                     fmt::format("genreg {} set or delete, with --all", schema_.group));
+// A name may be asked for without what ends it.
+Entry& EntryBatch::keep(Entry entry) {
+    const auto at = entries_.insert(entries_.end(), std::move(entry));
+    named_.emplace(at->name, at);
+    if (schema_.nameEnd != 0) {
+        named_.emplace(at->name.substr(0, at->name.find(schema_.nameEnd)), at);
     }
-    return first;
+    return *at;
+}
+
+// Null where there is none.
+Entry* EntryBatch::find(const AskedEntry& asked, const EntryRequest& request) {
+    Entry* only = nullptr;
+    const auto [first, last] = named_.equal_range(asked.name);
+    for (auto at = first; at != last; ++at) {
+        Entry& entry = *at->second;
+        if (request.concerns ? !request.concerns(entry) : entry.name != asked.name) {
+            continue;
+        }
+        if (only != nullptr) {
+            throw answer(
+                "several", EXIT_CONFLICT, REG_SEVERAL_MATCH, path_,
+                fmt::format("{} stands in several {}s; nothing was changed", printable(asked.name), schema_.place),
+                fmt::format("genreg {} set or delete, with --all", schema_.group));
+        }
+        only = &entry;
+    }
+    return only;
+}
+
+// Takes it out of what is found.
+void EntryBatch::forget(const Entry& entry) {
+    const std::string plain = entry.name.substr(0, schema_.nameEnd != 0 ? entry.name.find(schema_.nameEnd) : 0);
+    auto place = entries_.end();
+    for (const std::string& name : {entry.name, plain}) {
+        const auto [first, last] = named_.equal_range(name);
+        const auto own = std::find_if(first, last, [&](const auto& each) { return &*each.second == &entry; });
+        if (own != last) {
+            place = own->second;
+            named_.erase(own);
+        }
+    }
+    entries_.erase(place);
 }
 
 void EntryBatch::expect(const AskedEntry& asked, const Entry& found) const {
@@ -153,8 +182,7 @@ MadeEntry EntryBatch::add(const AskedEntry& asked, const EntryRequest& request) 
     answered(code);
     Entry blank;
     blank.raw = edit.layout;
-    entries_.push_back(rewritten(blank, edit));
-    return {asked.item.op(), {}, entries_.back(), true};
+    return {{}, keep(file_->rewritten(blank, edit)), true};
 }
 
 MadeEntry EntryBatch::change(const AskedEntry& asked, Entry& found) {
@@ -162,7 +190,7 @@ MadeEntry EntryBatch::change(const AskedEntry& asked, Entry& found) {
     schema_.takeWords(wanted.item, &found, wanted.words);
     const EntryRequest request = requestOf(schema_, wanted, wanted.words, false);
     EntryEdit edit = request.edit;
-    MadeEntry made{asked.item.op(), found, found, !edit.isAsAsked(found.raw)};
+    MadeEntry made{found, found, !edit.isAsAsked(found.raw)};
     if (!made.changed) {
         return made;
     }
@@ -174,7 +202,7 @@ MadeEntry EntryBatch::change(const AskedEntry& asked, Entry& found) {
         throw asked.item.failure(schema_.tooLong, schema_.shorten);
     }
     answered(code);
-    found = rewritten(found, edit);
+    found = file_->rewritten(found, edit);
     made.after = found;
     return made;
 }
@@ -185,8 +213,8 @@ MadeEntry EntryBatch::make(const AskedEntry& asked) {
     if (schema_.find != nullptr) {
         schema_.find(request);
     }
-    const auto at = find(asked, request);
-    const bool exists = at != entries_.end();
+    Entry* const at = find(asked, request);
+    const bool exists = at != nullptr;
     if (exists && op == BatchOp::Add) {
         throw answer("exists", EXIT_CONFLICT, REG_DUPLICATE, path_,
                      fmt::format("{} is there already; nothing was changed", printable(asked.name)), "\"op\":\"set\"");
@@ -207,45 +235,9 @@ MadeEntry EntryBatch::make(const AskedEntry& asked) {
         return change(asked, *at);
     }
     answered(file_->remove({request.mask, true}, *at));
-    MadeEntry made{op, *at, {}, true};
-    entries_.erase(at);
+    MadeEntry made{*at, {}, true};
+    forget(*at);
     return made;
-}
-
-Json sideOf(const EntrySchema& schema, const std::optional<Entry>& entry) {
-    if (!entry) {
-        return nullptr;
-    }
-    Json object = entry->members;
-    object.erase("line");
-    object.erase("record");
-    for (const std::string& key : schema.keyMembers) {
-        object.erase(key);
-    }
-    if (schema.hasLines()) {
-        putText(object, "text", entry->raw);
-    }
-    return object;
-}
-
-Json objectOf(const EntrySchema& schema, const MadeEntry& made, const std::string& path, bool dryRun) {
-    const Entry& shown = made.after ? *made.after : *made.before;
-    Json object{{"operation", fmt::format("{} {}", schema.group, nameOf(made.op))}};
-    putText(object, "path", path);
-    if (shown.number != 0) {
-        object[schema.place == std::string_view("line") ? "line" : "record"] = shown.number;
-    }
-    for (const std::string& key : schema.keyMembers) {
-        if (shown.members.contains(key)) {
-            object[key] = shown.members[key];
-        }
-    }
-    object["action"] = !made.changed ? "none" : !made.before ? "add" : !made.after ? "delete" : "change";
-    object["before"] = sideOf(schema, made.before);
-    object["after"] = sideOf(schema, made.after);
-    object["changed"] = made.changed;
-    object["dryRun"] = dryRun;
-    return object;
 }
 
 }  // namespace
@@ -270,21 +262,24 @@ int applyToEntries(Context& context, const EntrySchema& schema, const std::strin
         asked.push_back(named.naming([&] { return askedOf(schema, file, std::move(item)); }));
     });
     std::vector<MadeEntry> made;
-    Change change = changeOfEntries(schema, file, "apply", Json::object());
+    Change change = changeOfEntries(schema, file, "apply");
     change.make = [&](const std::string& path) {
         made.clear();
         EntryBatch batch(schema, path, change.doing);
+        const Progress progress("making the changes", asked.size());
         for (const AskedEntry& each : asked) {
+            Progress::step();
             made.push_back(each.item.naming([&] { return batch.make(each); }));
+            made.back().operation = fmt::format("{} {}", schema.group, nameOf(each.item.op()));
         }
         return batch.commit();
     };
-    change.results = [&] {
-        std::vector<Json> results;
+    change.told = [&] {
+        std::vector<ToldChange> told;
         for (const MadeEntry& each : made) {
-            results.push_back(objectOf(schema, each, file, context.options.dryRun));
+            told.push_back(toldEntry(schema, each));
         }
-        return results;
+        return told;
     };
     const int status = schema.shown == nullptr ? carryOutOnText(context, change) : carryOut(context, change);
     if (!context.output.style.json) {

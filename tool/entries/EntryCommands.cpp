@@ -67,7 +67,6 @@ EntryRequest requestOf(const EntrySchema& schema, EntryWords& words, Verb verb) 
     if (writes(verb)) {
         completeFields(schema, words, verb);
     }
-    putText(request.result, schema.member, words.name);
     if (writes(verb)) {
         if (words.noRest && !words.rest.empty()) {
             throw usageFailure(schema.restTwice);
@@ -142,7 +141,7 @@ Action declareVerb(Parser& parser, const EntrySchema& schema, Verb verb) {
         parser.optional("BATCH", words->name, "a file of JSON lines, or - for standard input");
     } else if (verb == Verb::LIST) {
         parser.optional("PATTERN", words->pattern,
-                        fmt::format("only those whose {} it fits: *, ?, [...]", schema.member));
+                        fmt::format("only those whose {} it fits: *, ?, [...]", schema.keyMembers.front()));
     } else if (verb == Verb::GET && !schema.lookups.empty()) {
         parser.optional(schema.found.name, words->name, schema.found.help);
         words->lookups.resize(schema.lookups.size());

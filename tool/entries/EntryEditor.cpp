@@ -7,6 +7,7 @@
 #include "base/Answers.h"
 #include "base/DiskFiles.h"
 #include "base/Text.h"
+#include "entries/EntryChanges.h"
 #include "entries/Remarks.h"
 #include "records/Salvage.h"
 #include "system/System.h"
@@ -49,6 +50,8 @@ private:
     [[nodiscard]] std::optional<bool> addMissing(const std::string& path) const;
     [[nodiscard]] bool isAbsent(const std::string& path) const;
     [[nodiscard]] unsigned int addTo(EntryFile& file, const std::vector<Entry>& entries, EntryEdit& edit) const;
+    void noteAdded(const std::string& path, const EntryEdit& edit) const;
+    [[nodiscard]] std::vector<ToldChange> told() const;
     void refuseContradiction(const std::string& path, const Entry& first, const Entry& now) const;
     [[nodiscard]] std::string hint(const std::string& command, const std::string& path) const {
         return fmt::format("genreg {} {} {}", schema_.group, command, shellWord(path));
@@ -71,7 +74,7 @@ private:
     const EntrySchema& schema_;
     const EntryRequest& request_;
     std::string doing_;
-    mutable bool added_ = false;  // by a set, the last time that it was made
+    mutable std::vector<MadeEntry> made_;  // the last time that it was
 };
 
 Failure EntryEditor::notFound(const std::string& path, const std::vector<Entry>& entries,
@@ -195,16 +198,44 @@ int EntryEditor::get(bool every, const std::string& type) const {
 int EntryEditor::update(bool (EntryEditor::*make)(const std::string& path) const) const {
     remark();
     askBeforeDeleting();
-    added_ = false;
-    Change change = changeOfEntries(schema_, request_.file, doing_, request_.result);
+    Change change = changeOfEntries(schema_, request_.file, doing_);
     change.make = [&](const std::string& path) {
-        const bool changed = (this->*make)(path);
-        if (request_.addMissing) {
-            change.result["added"] = added_;
-        }
-        return changed;
+        made_.clear();
+        return (this->*make)(path);
     };
+    change.told = [&] { return told(); };
     return schema_.shown == nullptr ? carryOutOnText(context_, change) : carryOut(context_, change);
+}
+
+// What is not there, and need not be, is told by the name alone.
+std::vector<ToldChange> EntryEditor::told() const {
+    std::vector<ToldChange> all;
+    for (const MadeEntry& each : made_) {
+        all.push_back(toldEntry(schema_, each));
+    }
+    if (all.empty()) {
+        const std::size_t end = schema_.nameEnd == 0 ? std::string::npos : request_.name.find(schema_.nameEnd);
+        ToldChange absent = unchanged(schema_.group);
+        putText(absent.key, schema_.keyMembers.front(), request_.name.substr(0, end));
+        if (end != std::string::npos) {
+            putText(absent.key, schema_.keyMembers.back(), request_.name.substr(end + 1));
+        }
+        all.push_back(std::move(absent));
+    }
+    return all;
+}
+
+// A new one stands last, unless somebody was quick; its bytes tell.
+void EntryEditor::noteAdded(const std::string& path, const EntryEdit& edit) const {
+    const std::string raw = edit.rewrite(edit.layout);
+    const auto file = schema_.open(path, true);
+    MadeEntry made{{}, file->describe(raw), true};
+    if (context_.output.style.json) {
+        const std::vector<Entry> entries = file->read(doing_);
+        const auto last = std::find_if(entries.rbegin(), entries.rend(), [&](const Entry& e) { return e.raw == raw; });
+        made.after = last != entries.rend() ? *last : std::move(made.after);
+    }
+    made_.push_back(std::move(made));
 }
 
 bool EntryEditor::set(const std::string& path) const {
@@ -229,7 +260,7 @@ std::optional<bool> EntryEditor::addMissing(const std::string& path) const {
     if (code != 0) {
         throw refused(code, path, edit);
     }
-    added_ = true;
+    noteAdded(path, edit);
     return true;
 }
 
@@ -270,13 +301,14 @@ std::optional<bool> EntryEditor::attemptSet(const std::string& path, std::option
             throw changedMeanwhile(path, request_.name, look());
         }
     }
-    if (code == REG_UNCHANGED || code == REG_NOT_FOUND) {
-        return false;
-    }
-    if (code != 0) {
+    const bool unchanged = code == REG_UNCHANGED || code == REG_NOT_FOUND;
+    if (code != 0 && !unchanged) {
         throw refused(code, path, edit);
     }
-    return true;
+    for (const Entry& entry : matches) {
+        made_.push_back({entry, file->rewritten(entry, edit), !unchanged && !edit.isAsAsked(entry.raw)});
+    }
+    return !unchanged;
 }
 
 // What others may have done to the entry since it was read first: anything but to give a field that is asked for a
@@ -314,6 +346,7 @@ bool EntryEditor::add(const std::string& path) const {
     if (code != 0) {
         throw refused(code, path, edit);
     }
+    noteAdded(path, edit);
     return true;
 }
 
@@ -335,6 +368,9 @@ bool EntryEditor::remove(const std::string& path) const {
     if (code != 0) {
         throw libraryFailure(code, path, doing_);
     }
+    for (const Entry& entry : matches) {
+        made_.push_back({entry, {}, true});
+    }
     return true;
 }
 
@@ -355,6 +391,12 @@ void EntryEditor::askBeforeDeleting() const {
 }
 
 }  // namespace
+
+Entry EntryFile::rewritten(const Entry& found, const EntryEdit& edit) const {
+    Entry entry = describe(edit.rewrite(found.raw));
+    entry.number = found.number;
+    return entry;
+}
 
 void Entry::setNumber(const char* what, std::size_t counted) {
     number = counted;
@@ -415,19 +457,14 @@ int deleteEntry(Context& context, const EntrySchema& schema, const EntryRequest&
     return EntryEditor(context, schema, request, "delete").update(&EntryEditor::remove);
 }
 
-Change changeOfEntries(const EntrySchema& schema, const std::string& file, const std::string& doing,
-                       const Json& result) {
-    Change change{file, doing, result, {}};
-    if (schema.shown == nullptr) {
-        return change;
+Change changeOfEntries(const EntrySchema& schema, const std::string& file, const std::string& doing) {
+    Change change{file, doing, {}, {}};
+    if (schema.shown != nullptr) {
+        change.print = [shown = schema.shown](Output& output, const Difference& difference) {
+            printDifference(
+                output, {difference.oldName, difference.newName, shown(difference.before), shown(difference.after)});
+        };
     }
-    const auto asText = [shown = schema.shown](const Difference& difference) {
-        return Difference{difference.oldName, difference.newName, shown(difference.before), shown(difference.after)};
-    };
-    change.print = [asText](Output& output, const Difference& difference) {
-        printDifference(output, asText(difference));
-    };
-    change.objects = [asText](const Difference& difference) { return differenceObjects(asText(difference)); };
     return change;
 }
 

@@ -20,9 +20,8 @@ int deleteEntry(Context& context, const EntrySchema& schema, const EntryRequest&
 [[nodiscard]] std::vector<Entry> entriesOf(const EntrySchema& schema, const std::string& file,
                                            const std::string& doing);
 
-// A change whose difference is shown as the schema shows it. It has yet to be told how it is made.
-[[nodiscard]] Change changeOfEntries(const EntrySchema& schema, const std::string& file, const std::string& doing,
-                                     const Json& result);
+// A change whose difference is shown as the schema shows it. It has yet to be told how it is made and told.
+[[nodiscard]] Change changeOfEntries(const EntrySchema& schema, const std::string& file, const std::string& doing);
 
 // Makes a change of lines, which would damage a file of records: refused there.
 int carryOutOnText(Context& context, const Change& change);

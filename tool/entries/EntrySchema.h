@@ -85,6 +85,8 @@ public:
     virtual unsigned int begin() = 0;
     virtual unsigned int commit() = 0;
     [[nodiscard]] virtual Entry describe(const std::string& raw) const = 0;
+    // What becomes of an entry by the edit. It keeps its number.
+    [[nodiscard]] Entry rewritten(const Entry& found, const EntryEdit& edit) const;
 };
 
 // What stands behind a command.
@@ -108,8 +110,7 @@ struct EntryWords {
 struct EntryRequest {
     std::string file;
     std::string name;
-    unsigned long mask = 0;        // the fields that find it
-    Json result = Json::object();  // what --json tells of an update
+    unsigned long mask = 0;  // the fields that find it
     EntryEdit edit{};
     std::string addWords{};  // of the command line that adds it, quoted for a shell
     // Whether the name means the entry; empty: when it is the entry's.
@@ -171,7 +172,6 @@ struct EntrySchema {
     std::vector<EntryLookup> lookups = {};
 
     std::vector<std::string> heading;  // of the table, the name's first
-    const char* member = "name";       // of an object: the name
     unsigned long mask;                // the fields that a name finds
     unsigned long valueMask;           // those that the value consists of
     bool quotes = false;               // a value may stand in quotes, which --if-value need not give
@@ -185,7 +185,7 @@ struct EntrySchema {
     // which is not there is as it was found (null: it is new). Both take their members out of it.
     std::string (*takeName)(BatchItem& item, EntryWords& words);
     void (*takeWords)(BatchItem& item, const Entry* found, EntryWords& words);
-    std::vector<std::string> keyMembers;
+    std::vector<std::string> keyMembers;  // of an object, what finds the entry; the name's first
     std::vector<std::string> otherMembers;
     const char* anyValue;  // that an entry may have, as --if-value compares it
     // Completes a request whose name need not be the whole one.
@@ -201,10 +201,9 @@ struct EntrySchema {
     JudgedLine (*judge)(const std::string& text) = nullptr;
     // The entry of a line, but for its number; none of a line that is none.
     std::optional<Entry> (*describe)(const std::string& text) = nullptr;
-    std::vector<const char*> key = {"name"};  // the members that find an entry
-    const char* pair = nullptr;               // what a line of a name is, where that is not the noun
-    bool continued = false;                   // a backslash before the newline goes on with the next line
-    char nameEnd = 0;  // of a name as people write it: what follows is not in the line's; 0: nothing
+    const char* pair = nullptr;  // what a line of a name is, where that is not the noun
+    bool continued = false;      // a backslash before the newline goes on with the next line
+    char nameEnd = 0;            // of a name as people write it: what follows is not in the line's; 0: nothing
 
     [[nodiscard]] bool hasLines() const { return judge != nullptr; }
     [[nodiscard]] const char* lineNoun() const { return pair != nullptr ? pair : noun; }

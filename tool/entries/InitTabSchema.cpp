@@ -127,15 +127,9 @@ void ask(EntryRequest& request, const EntryWords& words, bool /*fresh*/) {
     request.edit.rewrite = [entry](std::string_view line) { return rewritten(entry, line); };
     request.edit.layout = "-:-:-:-";
     request.edit.cells = {cell(entry.id), std::nullopt, std::nullopt, std::nullopt, askedComment(entry.comment)};
-    std::size_t at = 0;
-    for (const char* const member : {"runLevels", "action", "command"}) {
-        if (at == entry.words.size()) {
-            break;
-        }
-        const std::string& word = entry.words[at++];
-        request.edit.cells[at] = cell(word);
-        request.addWords += fmt::format("{}{}", at == 1 ? shellWord(entry.id) + " " : " ", shellWord(word));
-        putText(request.result, member, word);
+    for (std::size_t i = 0; i < entry.words.size(); ++i) {
+        request.edit.cells[i + 1] = cell(entry.words[i]);
+        request.addWords += fmt::format("{}{}", i == 0 ? shellWord(entry.id) + " " : " ", shellWord(entry.words[i]));
     }
 }
 
@@ -178,7 +172,6 @@ const EntrySchema& initTabSchema() {
                    {"ACTION", "respawn, wait, once, off, ...; may be empty"},
                    {"COMMAND", "the command, one word to the shell; may be empty"}},
         .heading = {"ID", "RUNLEVELS", "ACTION", "COMMAND", "COMMENT"},
-        .member = "id",
         .mask = INITTAB_MATCH_ID,
         .valueMask = INITTAB_MATCH_RUN_LEVEL | INITTAB_MATCH_ACTION | INITTAB_MATCH_COMMAND,
         .tooLong = "the line would be longer than 2046 bytes, or would be read as something else",
@@ -192,7 +185,6 @@ const EntrySchema& initTabSchema() {
         .anyValue = "2:off:",
         .judge = judge,
         .describe = describeLine<InitTabLines>,
-        .key = {"id"},
         .continued = true,
     };
     return SCHEMA;

@@ -57,22 +57,27 @@ public:
 
     unsigned int add(unsigned long mask, EntryEdit& edit) override {
         const auto record = asked(edit.layout, edit);
-        return record ? this->Add(mask, record.get()) : static_cast<unsigned int>(REG_LINE_TOO_LONG);
+        return record ? attempt([&] { return this->Add(mask, record.get()); })
+                      : static_cast<unsigned int>(REG_LINE_TOO_LONG);
     }
 
     unsigned int change(const EntryKey& key, const Entry& found, EntryEdit& edit) override {
         const auto keyRecord = keyOf(key, found);
         keyRecord->marks.notYet = key.exact ? nullptr : &edit;
         const auto record = asked(found.raw, edit);
-        return record ? this->Change(key.mask, keyRecord.get(), record.get())
+        return record ? attempt([&] { return this->Change(key.mask, keyRecord.get(), record.get()); })
                       : static_cast<unsigned int>(REG_LINE_TOO_LONG);
     }
 
     unsigned int remove(const EntryKey& key, const Entry& found) override {
-        return this->Delete(key.mask, keyOf(key, found).get());
+        const auto keyRecord = keyOf(key, found);
+        return attempt([&] { return this->Delete(key.mask, keyRecord.get()); });
     }
 
-    unsigned int begin() override { return this->BeginBatch(); }
+    unsigned int begin() override {
+        inBatch_ = true;
+        return this->BeginBatch();
+    }
     unsigned int commit() override { return this->CommitBatch(); }
     [[nodiscard]] Entry describe(const std::string& raw) const override {
         const auto record = std::make_unique<Record>();
@@ -83,6 +88,23 @@ public:
     }
 
 private:
+    // In a batch nobody changes anything meanwhile, so the library's own functions may find the line and compare it,
+    // which is quick; where they would refuse, those that go by bytes have the last word.
+    template <typename Update>
+    unsigned int attempt(Update update) {
+        if (inBatch_) {
+            this->parseLine = keptParse_;
+            this->matchRecord = keptMatch_;
+            const unsigned int code = update();
+            this->parseLine = parse;
+            this->matchRecord = match;
+            if (code == 0) {
+                return code;
+            }
+        }
+        return update();
+    }
+
     // What the records do not tell: the lines' numbers in the file, and whether a NUL byte hides the rest of one.
     void readBytes(std::vector<Entry>& entries, const std::string& doing) const {
         const std::string bytes = readFile(path_, doing);
@@ -105,6 +127,8 @@ private:
         waitPatiently(*this, path);
         // The engine puts into the file's bytes what differs, so that continuations stay.
         (void)this->KeepLines(true);
+        keptParse_ = this->parseLine;
+        keptMatch_ = this->matchRecord;
         this->parseLine = parse;
         this->formatLine = format;
         this->matchRecord = match;
@@ -193,6 +217,9 @@ private:
     }
 
     std::string path_;
+    bool inBatch_ = false;
+    GenRegParseLine keptParse_ = nullptr;
+    GenRegMatchRecord keptMatch_ = nullptr;
 };
 
 template <typename Lines>

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "base/DiskFiles.h"
+#include "base/Progress.h"
 #include "base/Text.h"
 #include "records/Salvage.h"
 
@@ -52,6 +53,7 @@ std::vector<Seen> lookAtAll(const EntrySchema& schema, const std::string& bytes)
     std::vector<Seen> all;
     for (const FileLine& line : fileLines(bytes, schema.continued)) {
         all.push_back(lookAt(schema, line));
+        Progress::step();
     }
     return all;
 }

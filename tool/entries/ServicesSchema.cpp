@@ -236,8 +236,6 @@ void ask(EntryRequest& request, const EntryWords& words, bool fresh) {
         checkPortAndProtocol(service, words.fields[0]);
         request.name = fmt::format("{}/{}", service.name, service.protocol);
         request.addWords = fmt::format("{} {}", shellWord(words.name), shellWord(words.fields[0]));
-        request.result["port"] = service.port;
-        putText(request.result, "protocol", service.protocol);
         portCell = cell(fmt::format("{}/{}", service.port, service.protocol));
     }
     request.edit.rewrite = [service](std::string_view line) { return rewritten(service, line); };
@@ -368,7 +366,6 @@ const EntrySchema& servicesSchema() {
         .find = find,
         .judge = judge,
         .describe = describeLine<ServicesLines>,
-        .key = {"name", "protocol"},
         .nameEnd = '/',
     };
     return SCHEMA;

@@ -200,7 +200,6 @@ void ask(EntryRequest& request, const EntryWords& words, bool /*fresh*/) {
                           askedComment(pair.comment)};
     if (pair.value) {
         request.addWords = fmt::format("{} {}", shellWord(pair.name), shellWord(*pair.value));
-        putText(request.result, "value", *pair.value);
     }
 }
 

@@ -5,6 +5,7 @@
 
 #include "base/Answers.h"
 #include "base/DiskFiles.h"
+#include "base/Progress.h"
 #include "base/Text.h"
 #include "base/Update.h"
 #include "global/GlobalBatch.h"
@@ -21,11 +22,11 @@ struct BatchWords {
     bool replace = false;
 };
 
-std::string summary(const std::vector<MadeChange>& made) {
+std::string summary(const std::vector<MadeRecord>& made) {
     std::size_t added = 0;
     std::size_t deleted = 0;
     std::size_t changed = 0;
-    for (const MadeChange& change : made) {
+    for (const MadeRecord& change : made) {
         std::size_t& count = !change.before ? added : !change.after ? deleted : changed;
         count += change.changed ? 1 : 0;
     }
@@ -56,23 +57,27 @@ int applyChanges(Context& context, const BatchWords& words, bool replaces) {
         }
         askBeforeReplacing(context, path, asked);
     }
-    std::vector<MadeChange> made;
-    Change change = changeOfRecords(path, replaces ? "import" : "apply", Json::object());
+    std::vector<MadeRecord> made;
+    Change change = changeOfRecords(path, replaces ? "import" : "apply");
     change.make = [&](const std::string& file) {
         GlobalBatch batch(context, file, file != path, change.doing);
-        made = replaces ? batch.deleteOthers(asked) : std::vector<MadeChange>();
-        for (const AskedChange& each : asked) {
-            made.push_back(each.item.naming([&] { return batch.make(each); }));
+        made = replaces ? batch.deleteOthers(asked) : std::vector<MadeRecord>();
+        {
+            const Progress progress("making the changes", asked.size());
+            for (const AskedChange& each : asked) {
+                made.push_back(each.item.naming([&] { return batch.make(each); }));
+                Progress::step();
+            }
         }
+        const Progress progress("writing " + path);
         return batch.commit();
     };
-    change.results = [&] {
-        std::vector<Json> results;
-        results.reserve(made.size());
-        for (const MadeChange& each : made) {
-            results.push_back(changeObject(each, path, context.options.dryRun));
+    change.told = [&] {
+        std::vector<ToldChange> told;
+        for (const MadeRecord& each : made) {
+            told.push_back(toldRecord(each));
         }
-        return results;
+        return told;
     };
     const int status = carryOut(context, change);
     if (!context.output.style.json) {

@@ -5,6 +5,7 @@
 #include "base/Update.h"
 #include "global/GlobalCommands.h"
 #include "global/GlobalRegistry.h"
+#include "records/RecordChanges.h"
 #include "records/RecordDiff.h"
 
 namespace tool {
@@ -13,7 +14,6 @@ namespace {
 constexpr char DOING[] = "bring the fixpack numbers up to date";
 
 unsigned long synchronise(Context& context, const std::string& path, bool rehearsal) {
-    judgeFile(path, DOING, true);
     GlobalRegistry registry(context, path, rehearsal);
     unsigned long updated = 0;
     const unsigned int code = genregSyncGlobalRegFixpackNumber(&registry, &updated);
@@ -28,12 +28,15 @@ int sync(Context& context) {
     (void)sqleGetLevelInfo(SQLE_LEVEL_INFO_VERSION, &level);
     const std::string path = globalRegistryPath(context);
     unsigned long updated = 0;
-    Change change = changeOfRecords(path, DOING, {{"version", level.versionString}, {"fixpack", level.fixpackNumber}});
+    std::vector<ToldChange> told;
+    Change change = changeOfRecords(path, DOING);
     change.make = [&](const std::string& file) {
+        const std::string before = readFile(file, DOING);
         updated = synchronise(context, file, file != path);
-        change.result["updated"] = updated;
+        told = changesOfRecords(before, readFile(file, DOING));
         return updated != 0;
     };
+    change.told = [&] { return told.empty() ? std::vector{unchanged("service")} : told; };
     const int status = carryOut(context, change);
     if (!context.output.style.json) {
         context.output.line(fmt::format("{} service record{} of {} {} to fixpack number {}", updated,

@@ -118,17 +118,6 @@ std::string shown(const std::optional<std::string>& value) {
     return value ? cell(*value) : std::string(ABSENT);
 }
 
-// The fields beyond the key.
-Json fieldsOf(const std::optional<FoundRecord>& record) {
-    if (!record) {
-        return nullptr;
-    }
-    Json object = Json::object();
-    putFields(object, *record, ~kindOf(record->recordType).keyFields);
-    putLater(object, record->later);
-    return object;
-}
-
 }  // namespace
 
 std::vector<AskedChange> readChanges(const std::string& source) {
@@ -197,11 +186,11 @@ FoundRecord GlobalBatch::edited(const AskedChange& asked, const std::optional<Fo
     return record;
 }
 
-MadeChange GlobalBatch::make(const AskedChange& asked) {
+MadeRecord GlobalBatch::make(const AskedChange& asked) {
     const auto at = find(asked);
     const bool exists = at != records_.end();
     const BatchOp op = asked.item.op();
-    MadeChange made{fmt::format("{} {}", kindOf(asked.key.recordType).name, nameOf(op)), {}, {}, true};
+    MadeRecord made{{}, {}, true, fmt::format("{} {}", kindOf(asked.key.recordType).name, nameOf(op))};
     if (exists && op == BatchOp::Add) {
         throw answer("exists", EXIT_CONFLICT, REG_DUPLICATE, path_,
                      fmt::format("{} is there already; nothing was changed", keyText(asked.key)), "\"op\":\"set\"");
@@ -235,14 +224,14 @@ MadeChange GlobalBatch::make(const AskedChange& asked) {
     return made;
 }
 
-std::vector<MadeChange> GlobalBatch::deleteOthers(const std::vector<AskedChange>& asked) {
+std::vector<MadeRecord> GlobalBatch::deleteOthers(const std::vector<AskedChange>& asked) {
     std::vector<std::string> kept;
     kept.reserve(asked.size());
     for (const AskedChange& each : asked) {
         kept.push_back(keyText(each.key));
     }
     std::sort(kept.begin(), kept.end());
-    std::vector<MadeChange> made;
+    std::vector<MadeRecord> made;
     for (auto at = records_.begin(); at != records_.end();) {
         if (std::binary_search(kept.begin(), kept.end(), at->first)) {
             ++at;
@@ -250,7 +239,7 @@ std::vector<MadeChange> GlobalBatch::deleteOthers(const std::vector<AskedChange>
         }
         answered(registry_.remove(at->second));
         const auto kind = kindOf(at->second.recordType).name;
-        made.push_back({fmt::format("{} delete", kind), at->second, {}, true});
+        made.push_back({at->second, {}, true, fmt::format("{} delete", kind)});
         at = records_.erase(at);
     }
     return made;
@@ -262,19 +251,6 @@ bool GlobalBatch::commit() {
         answered(code);
     }
     return code == 0;
-}
-
-Json changeObject(const MadeChange& change, const std::string& path, bool dryRun) {
-    const FoundRecord& record = change.after ? *change.after : *change.before;
-    Json object{{"operation", change.operation}};
-    putText(object, "path", path);
-    object.update(recordObject(record, kindOf(record.recordType).keyFields));
-    object["action"] = !change.changed ? "none" : !change.before ? "add" : !change.after ? "delete" : "change";
-    object["before"] = fieldsOf(change.before);
-    object["after"] = fieldsOf(change.after);
-    object["changed"] = change.changed;
-    object["dryRun"] = dryRun;
-    return object;
 }
 
 }  // namespace tool

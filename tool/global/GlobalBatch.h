@@ -9,7 +9,7 @@
 #include "base/BatchFile.h"
 #include "base/Command.h"
 #include "global/GlobalRegistry.h"
-#include "records/RecordFields.h"
+#include "records/RecordChanges.h"
 
 namespace tool {
 
@@ -26,23 +26,15 @@ struct AskedChange {
 // All of a batch, checked. Throws a Failure that names the line.
 [[nodiscard]] std::vector<AskedChange> readChanges(const std::string& source);
 
-// What became of a record; without the one before it was added, without the one after it was deleted.
-struct MadeChange {
-    std::string operation;  // "instance set"
-    std::optional<FoundRecord> before;
-    std::optional<FoundRecord> after;
-    bool changed = false;
-};
-
 class GlobalBatch {
 public:
     // Takes the lock and reads the file at the path, which need not exist. Throws a Failure.
     GlobalBatch(const Context& context, const std::string& path, bool rehearsal, std::string doing);
 
     // Each throws a Failure, and nothing of the batch is to be committed then.
-    MadeChange make(const AskedChange& asked);
+    MadeRecord make(const AskedChange& asked);
     // Deletes every record but those of these changes.
-    std::vector<MadeChange> deleteOthers(const std::vector<AskedChange>& asked);
+    std::vector<MadeRecord> deleteOthers(const std::vector<AskedChange>& asked);
 
     // False when everything is as it was: nothing is written then.
     bool commit();
@@ -60,8 +52,5 @@ private:
     std::string doing_;
     Records records_;  // by their keys
 };
-
-// In the one shape that a change has.
-[[nodiscard]] Json changeObject(const MadeChange& change, const std::string& path, bool dryRun);
 
 }  // namespace tool

@@ -12,6 +12,7 @@
 #include "base/ValueSource.h"
 #include "global/GlobalRegistry.h"
 #include "global/RecordTask.h"
+#include "records/RecordChanges.h"
 #include "records/RecordDiff.h"
 
 namespace tool {
@@ -92,7 +93,7 @@ void checkExpected(const RecordTask& task, const GlobalRegRecord& found) {
 class RecordSet {
 public:
     RecordSet(const RecordTask& task, const std::vector<FieldEdit>& edits, const std::string& path)
-        : task_(task), edits_(edits), path_(path), wanted_(task.key) {
+        : task_(task), edits_(edits), path_(path), wanted_{task.key, {}} {
         applyEdits(wanted_, edits);
     }
 
@@ -107,7 +108,8 @@ public:
         });
     }
 
-    [[nodiscard]] bool added() const { return added_; }
+    // What became of it.
+    [[nodiscard]] const MadeRecord& made() const { return made_; }
 
 private:
     // None when the record is no longer what was read.
@@ -119,7 +121,7 @@ private:
         if (matches.size() > 1) {
             throw severalMatch(task_, matches.size());
         }
-        const std::optional<GlobalRegRecord> found = matches.empty() ? std::nullopt : std::optional(matches.front());
+        const auto found = matches.empty() ? std::nullopt : std::optional(matches.front());
         if (again_) {
             refuseContradiction(found);
         } else {
@@ -132,24 +134,17 @@ private:
             }
             checkExpected(task_, *found);
         }
-        added_ = !found;
-        return answered(found ? changeIn(registry, *found) : registry.add(wanted_));
-    }
-
-    unsigned int changeIn(GlobalRegistry& registry, const GlobalRegRecord& found) const {
-        GlobalRegRecord record = found;
+        FoundRecord record = found.value_or(wanted_);
         applyEdits(record, edits_);
-        return registry.change(found, record);
-    }
-
-    [[nodiscard]] std::optional<bool> answered(unsigned int code) const {
-        if (code == (added_ ? REG_DUPLICATE : REG_NOT_FOUND)) {
+        const unsigned int code = found ? registry.change(*found, record) : registry.add(record);
+        if (code == (found ? REG_NOT_FOUND : REG_DUPLICATE)) {
             return std::nullopt;
         }
         if (code != 0 && code != REG_UNCHANGED) {
             throw libraryFailure(code, path_, task_.doing);
         }
-        return code == 0;
+        made_ = {found, record, code == 0};
+        return made_.changed;
     }
 
     // What others may have done to the record since it was read first: anything but to remove it, or to give a field
@@ -172,15 +167,11 @@ private:
     const RecordTask& task_;
     const std::vector<FieldEdit>& edits_;
     const std::string& path_;
-    GlobalRegRecord wanted_;                // of a record that is not there yet
-    std::optional<GlobalRegRecord> first_;  // as it was read first
+    FoundRecord wanted_;                // of a record that is not there yet
+    std::optional<FoundRecord> first_;  // as it was read first
     bool again_ = false;
-    bool added_ = false;
+    MadeRecord made_;
 };
-
-Change changeOf(const RecordTask& task) {
-    return changeOfRecords(task.path, task.doing, recordObject(task.key));
-}
 
 // The records that are to go. Refuses what the options do not allow.
 std::vector<FoundRecord> removable(const RecordTask& task, const std::vector<FoundRecord>& all) {
@@ -214,12 +205,13 @@ std::vector<std::string> leftBehind(const std::vector<FoundRecord>& all, const s
     return names;
 }
 
-bool removeFrom(const RecordTask& task, const std::string& path, bool ifPresent, std::vector<std::string>* left) {
+bool removeFrom(const RecordTask& task, const std::string& path, bool ifPresent, std::vector<FoundRecord>* removed,
+                std::vector<std::string>* left) {
     const std::vector<FoundRecord> all = recordsOf(task, path);
     if (ifPresent && meant(task, all).empty()) {
         return false;
     }
-    const std::vector<FoundRecord> matches = removable(task, all);
+    std::vector<FoundRecord> matches = removable(task, all);
     GlobalRegistry registry(task.context, path, path != task.path);
     const unsigned int code = task.context.options.ifValue
                                   ? registry.remove(matches.front())
@@ -234,6 +226,7 @@ bool removeFrom(const RecordTask& task, const std::string& path, bool ifPresent,
         throw libraryFailure(code, path, task.doing);
     }
     *left = leftBehind(all, matches);
+    *removed = std::move(matches);
     return true;
 }
 
@@ -274,17 +267,17 @@ int setRecord(Context& context, const RecordArguments& arguments) {
         GlobalRegRecord trial = task.key;
         applyEdits(trial, edits);
     });
-    Change change = changeOf(task);
-    bool added = false;
+    Change change = changeOfRecords(task.path, task.doing);
+    MadeRecord made;
     change.make = [&](const std::string& path) {
         RecordSet set(task, edits, path);
         const bool changed = set.make();
-        added = set.added();
-        change.result["added"] = added;
+        made = set.made();
         return changed;
     };
+    change.told = [&] { return std::vector{toldRecord(made)}; };
     const int status = carryOut(context, change);
-    if (added && !context.options.dryRun) {
+    if (!made.before && !context.options.dryRun) {
         context.output.note("added", task.path, fmt::format("{}: added", keyText(task.key)));
     }
     return status;
@@ -307,9 +300,17 @@ int removeRecords(Context& context, const RecordArguments& arguments) {
             confirm(task.path, fmt::format("remove {} records ({})", count, keyText(task.key)));
         }
     }
-    Change change = changeOf(task);
+    Change change = changeOfRecords(task.path, task.doing);
+    std::vector<FoundRecord> removed;
     std::vector<std::string> left;
-    change.make = [&](const std::string& path) { return removeFrom(task, path, arguments.ifPresent, &left); };
+    change.make = [&](const std::string& path) { return removeFrom(task, path, arguments.ifPresent, &removed, &left); };
+    change.told = [&] {
+        std::vector<ToldChange> told;
+        for (const FoundRecord& record : removed) {
+            told.push_back(toldRecord({record, {}, true}));
+        }
+        return told.empty() ? std::vector{toldAbsence(task.key)} : told;
+    };
     const int status = carryOut(context, change);
     tellLeftBehind(task, left);
     return status;

@@ -1,8 +1,10 @@
 #include <fmt/core.h>
 
+#include <algorithm>
 #include <memory>
 
 #include "base/DiskFiles.h"
+#include "base/Progress.h"
 #include "inspect/CheckedFile.h"
 #include "inspect/ContentCheck.h"
 #include "inspect/InspectCommands.h"
@@ -25,12 +27,27 @@ std::string soundness(const CheckedFile& file, bool deep) {
                        : fmt::format("sound as far as looked; --deep reads the {}", contentText(file));
 }
 
+// How many records or lines are looked at.
+std::size_t stepsOf(const CheckedFile& file) {
+    return file.binary ? file.records.sound().size()
+                       : static_cast<std::size_t>(std::count(file.bytes.begin(), file.bytes.end(), '\n'));
+}
+
 int check(Context& context, const Arguments& arguments) {
     CheckedFile file;
-    look(file, context, arguments.file, arguments.form, "check it");
     Findings findings;
-    checkContent(findings, file, arguments.deep);
-    checkPlace(findings, file, arguments.deep);
+    {
+        const Progress progress("reading the file");
+        look(file, context, arguments.file, arguments.form, "check it");
+    }
+    {
+        const Progress progress("checking " + file.path, stepsOf(file));
+        checkContent(findings, file, arguments.deep);
+    }
+    {
+        const Progress progress("checking where it lies");
+        checkPlace(findings, file, arguments.deep);
+    }
     findings.tell(context.output, file.path, soundness(file, arguments.deep));
     return findings.exitStatus();
 }

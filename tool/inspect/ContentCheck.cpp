@@ -11,6 +11,7 @@
 #include <unordered_map>
 
 #include "base/DiskFiles.h"
+#include "base/Progress.h"
 #include "base/Text.h"
 #include "entries/Remarks.h"
 
@@ -154,6 +155,7 @@ std::string changedByPacking(std::string_view image) {
 
 void packAgain(Findings& findings, const CheckedFile& file) {
     for (const RegistryPart* part : file.records.sound()) {
+        Progress::step();
         if (const std::string change = changedByPacking(part->payload); !change.empty()) {
             findings.add({Severity::FAULT, "repack", file.path,
                           fmt::format("{} is read, but not written again as it is: {}",
@@ -169,6 +171,7 @@ void compareVariables(Findings& findings, const CheckedFile& file) {
     for (const RegistryPart* part : file.records.sound()) {
         const auto record = variableOf(part->payload);
         const std::string name = record->variable;
+        Progress::step();
         if (const auto [first, fresh] = offsets.emplace(name, part->offset); !fresh) {
             addDuplicate(
                 findings, file, *part, fmt::format("variable {}", printable(name)), first->second,

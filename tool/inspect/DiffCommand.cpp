@@ -9,8 +9,11 @@
 #include "base/Text.h"
 #include "base/Update.h"
 #include "entries/BinVarRegistry.h"
+#include "entries/EntryChanges.h"
+#include "entries/Remarks.h"
 #include "global/GlobalRegistry.h"
 #include "inspect/InspectCommands.h"
+#include "records/RecordChanges.h"
 #include "records/RecordDiff.h"
 #include "records/Salvage.h"
 
@@ -59,20 +62,29 @@ int differing(Context& context, const Difference& difference, const std::string&
     return EXIT_NEGATIVE;
 }
 
+// In the shape of a change that turned the first into the second.
+void tellChanges(Context& context, const Difference& difference, const std::vector<ToldChange>& changes) {
+    for (const ToldChange& change : changes) {
+        context.output.json(changeObject(change, context.operation, difference.oldName, false));
+    }
+}
+
 int compareLinesOf(Context& context, const Difference& difference) {
-    Output& output = context.output;
     if (difference.empty()) {
-        output.detail("no difference");
+        context.output.detail("no difference");
         return EXIT_DONE;
     }
-    if (output.style.json) {
-        for (const Json& object : differenceObjects(difference)) {
-            output.json(object);
-        }
-    } else {
-        printDifference(output, difference);
+    if (!context.output.style.json) {
+        printDifference(context.output, difference);
+        return EXIT_NEGATIVE;
     }
-    return EXIT_NEGATIVE;
+    const bool first = !difference.before.empty();
+    const EntrySchema* const form =
+        formOf(first ? difference.oldName : difference.newName, first ? difference.before : difference.after);
+    const auto changes = changesOfLines(form != nullptr ? *form : varValSchema(), difference.before, difference.after);
+    tellChanges(context, difference, changes);
+    return changes.empty() ? differing(context, difference, "in the order of lines, or in how the last one ends")
+                           : EXIT_NEGATIVE;
 }
 
 int sameRecords(Context& context, const Difference& difference) {
@@ -95,9 +107,7 @@ int compareRecordsOf(Context& context, const Difference& difference, const Salva
     const std::vector<FoundRecord> newRecords = after.records();
     const std::vector<RecordChange> changes = compareRecords(oldRecords, newRecords);
     if (context.output.style.json) {
-        for (const Json& object : recordDifferenceObjects(changes)) {
-            context.output.json(object);
-        }
+        tellChanges(context, difference, changesOfRecords(difference.before, difference.after));
     } else {
         printRecordDifference(context.output, difference, changes);
     }
@@ -109,7 +119,14 @@ int compareRecordsOf(Context& context, const Difference& difference, const Salva
 int compareVariables(Context& context, const Difference& difference) {
     const Difference lines{difference.oldName, difference.newName, binVarLines(difference.before),
                            binVarLines(difference.after)};
-    return lines.empty() ? sameRecords(context, difference) : compareLinesOf(context, lines);
+    if (lines.empty()) {
+        return sameRecords(context, difference);
+    }
+    if (!context.output.style.json) {
+        return compareLinesOf(context, lines);
+    }
+    tellChanges(context, difference, changesOfVariables(difference.before, difference.after));
+    return EXIT_NEGATIVE;
 }
 
 int compareBinary(Context& context, const Difference& difference) {

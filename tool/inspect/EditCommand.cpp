@@ -11,6 +11,7 @@
 #include "base/DiskFiles.h"
 #include "base/Text.h"
 #include "base/Update.h"
+#include "entries/EntryChanges.h"
 #include "entries/Remarks.h"
 #include "inspect/CheckedFile.h"
 #include "inspect/InspectCommands.h"
@@ -226,13 +227,18 @@ private:
 
     int commit(bool shows) {
         context_.options.diff = shows;
-        const Change change{path_, DOING, Json::object(), [this](const std::string& path) {
-                                if (after_ == before_) {
-                                    return false;
-                                }
-                                Replacement(path, DOING).put(after_, &before_);
-                                return true;
-                            }};
+        Change change{path_, DOING, {}, {}};
+        change.make = [this](const std::string& path) {
+            if (after_ == before_) {
+                return false;
+            }
+            Replacement(path, DOING).put(after_, &before_);
+            return true;
+        };
+        change.told = [this] {
+            auto told = changesOfLines(schema_, before_, after_);
+            return told.empty() ? std::vector{unchanged(schema_.group)} : told;
+        };
         const int status = carryOut(context_, change);
         copy_.keep(false);
         return status;

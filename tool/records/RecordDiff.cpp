@@ -11,15 +11,6 @@
 namespace tool {
 namespace {
 
-// A value that is absent is null.
-void putValue(Json& values, const char* key, const GlobalRegRecord& record, const GlobalRegField& field) {
-    if (has(record, field)) {
-        putField(values, key, record, field);
-    } else {
-        values[key] = nullptr;
-    }
-}
-
 std::string fieldCell(const FoundRecord& record, const FieldChange& change) {
     return change.field != nullptr ? valueCell(record, *change.field) : laterCell(record.later, change.bit);
 }
@@ -68,38 +59,6 @@ void print(Output& output, const RecordChange& change) {
     }
 }
 
-// What the member "unknown" of the record is.
-Json laterMember(const FoundRecord& found) {
-    Json object = Json::object();
-    putLater(object, found.later);
-    return object.empty() ? Json(nullptr) : object["unknown"];
-}
-
-Json objectOf(const RecordChange& change) {
-    const FoundRecord& shown = change.shown();
-    if (!change.isChange()) {
-        Json object{{"op", change.before == nullptr ? "insert" : "remove"}};
-        object.update(recordObject(shown));
-        return object;
-    }
-    Json object{{"op", "change"}};
-    object.update(recordObject(shown, kindOf(shown.recordType).keyFields));
-    object["changes"] = Json::array();
-    for (const FieldChange& field : change.fields) {
-        if (field.field != nullptr) {
-            Json values{{"field", field.name}};
-            putValue(values, "old", *change.before, *field.field);
-            putValue(values, "new", *change.after, *field.field);
-            object["changes"].push_back(values);
-        }
-    }
-    if (change.before->later != change.after->later) {
-        object["changes"].push_back(
-            {{"field", "unknown"}, {"old", laterMember(*change.before)}, {"new", laterMember(*change.after)}});
-    }
-    return object;
-}
-
 }  // namespace
 
 std::vector<RecordChange> compareRecords(const std::vector<FoundRecord>& before,
@@ -139,27 +98,13 @@ void printRecordDifference(Output& output, const Difference& difference, const s
     }
 }
 
-std::vector<Json> recordDifferenceObjects(const std::vector<RecordChange>& changes) {
-    std::vector<Json> objects;
-    for (const RecordChange& change : changes) {
-        objects.push_back(objectOf(change));
-    }
-    return objects;
-}
-
-Change changeOfRecords(const std::string& path, const std::string& doing, const Json& result) {
-    const auto withChanges = [](const Difference& difference, const auto& show) {
+Change changeOfRecords(const std::string& path, const std::string& doing) {
+    const auto print = [](Output& output, const Difference& difference) {
         const auto before = takeApart(difference.before, true).records();
         const auto after = takeApart(difference.after, true).records();
-        return show(compareRecords(before, after));
+        printRecordDifference(output, difference, compareRecords(before, after));
     };
-    const auto print = [withChanges](Output& output, const Difference& difference) {
-        withChanges(difference, [&](const auto& changes) { printRecordDifference(output, difference, changes); });
-    };
-    const auto objects = [withChanges](const Difference& difference) {
-        return withChanges(difference, recordDifferenceObjects);
-    };
-    return {path, doing, result, {}, print, objects, {}, true};
+    return {path, doing, {}, {}, print, true};
 }
 
 }  // namespace tool

@@ -37,12 +37,9 @@ struct RecordChange {
 // For people: records only in the one (-) or the other (+), and fields old -> new (~), under the names of the two.
 // Nothing where there are none: what differs then are the order of records or notes that mean nothing to readers.
 void printRecordDifference(Output& output, const Difference& difference, const std::vector<RecordChange>& changes);
-// For programs: an object for each record that differs: "op" (remove, insert, change), the record or its key, and the
-// "changes" of a changed one.
-[[nodiscard]] std::vector<Json> recordDifferenceObjects(const std::vector<RecordChange>& changes);
 
 // A change of the global registry, which has its folder made and whose difference is shown record by record. It has yet
-// to be told how it is made.
-[[nodiscard]] Change changeOfRecords(const std::string& path, const std::string& doing, const Json& result);
+// to be told how it is made, and how it is told.
+[[nodiscard]] Change changeOfRecords(const std::string& path, const std::string& doing);
 
 }  // namespace tool

@@ -13,10 +13,11 @@
 #include "base/DiskFiles.h"
 #include "base/Text.h"
 #include "base/Update.h"
+#include "entries/EntryChanges.h"
 #include "entries/Remarks.h"
 #include "global/GlobalPath.h"
+#include "records/RecordChanges.h"
 #include "records/Salvage.h"
-#include "watch/ToldChanges.h"
 #include "watch/WatchCommand.h"
 #include "watch/Watching.h"
 
@@ -250,12 +251,12 @@ private:
         Output& output = context_.output;
         for (const ToldChange& change : file.changes()) {
             Json object{{"time", now()}};
-            object.update(changeObject(change, file.path()));
+            object.update(changeObject(change, context_.operation, file.path(), false));
             if (output.style.json) {
                 output.json(object);
             } else {
                 output.line(fmt::format("{}  {}{:<7}  {}", object["time"].get<std::string>(),
-                                        files_.size() > 1 ? printable(file.path()) + "  " : "", change.action,
+                                        files_.size() > 1 ? printable(file.path()) + "  " : "", change.action(),
                                         change.text));
             }
             output.deliver();
@@ -268,7 +269,7 @@ private:
     void react(const std::string& path, const ToldChange& change, const Json& object) {
         Json input{{"schema", 1}};
         input.update(object);
-        std::vector<std::string> variables{fmt::format("GENREG_ACTION={}", change.action),
+        std::vector<std::string> variables{fmt::format("GENREG_ACTION={}", change.action()),
                                            fmt::format("GENREG_TYPE={}", change.type),
                                            fmt::format("GENREG_PATH={}", path)};
         for (const auto& [name, value] : change.key.items()) {

@@ -1,4 +1,5 @@
-// Changes of the global registry, as they are told.
+#include "records/RecordChanges.h"
+
 #include <fmt/core.h>
 
 #include <algorithm>
@@ -6,23 +7,27 @@
 
 #include "records/RecordDiff.h"
 #include "records/Salvage.h"
-#include "watch/ToldChanges.h"
 
 namespace tool {
 namespace {
 
-const char* actionOf(const RecordChange& change) {
-    return change.before == nullptr ? "add" : change.after == nullptr ? "delete" : "change";
-}
-
+// Beside the key.
 Json fieldsOf(const FoundRecord* record) {
     if (record == nullptr) {
         return nullptr;
     }
     Json object = Json::object();
-    putFields(object, *record);
+    putFields(object, *record, ~kindOf(record->recordType).keyFields);
     putLater(object, record->later);
     return object;
+}
+
+ToldChange told(const FoundRecord* before, const FoundRecord* after) {
+    ToldChange change = toldAbsence(after != nullptr ? *after : *before);
+    change.before = fieldsOf(before);
+    change.after = fieldsOf(after);
+    change.changed = true;
+    return change;
 }
 
 std::string fieldWord(const FoundRecord& record, const FieldChange& change) {
@@ -66,15 +71,24 @@ std::vector<ToldChange> changesOfRecords(std::string_view before, std::string_vi
                      [](const RecordChange& a, const RecordChange& b) { return std::less<>()(a.after, b.after); });
     std::vector<ToldChange> all;
     for (const RecordChange& change : changes) {
-        const RecordKind& kind = kindOf(change.shown().recordType);
-        ToldChange told{actionOf(change), std::string(kind.name)};
-        putFields(told.key, change.shown(), kind.keyFields);
-        told.before = fieldsOf(change.before);
-        told.after = fieldsOf(change.after);
-        told.text = changeText(change);
-        all.push_back(std::move(told));
+        all.push_back(told(change.before, change.after));
+        all.back().text = changeText(change);
     }
     return all;
+}
+
+ToldChange toldRecord(const MadeRecord& made) {
+    ToldChange change = told(made.before ? &*made.before : nullptr, made.after ? &*made.after : nullptr);
+    change.changed = made.changed;
+    change.operation = made.operation;
+    return change;
+}
+
+ToldChange toldAbsence(const GlobalRegRecord& key) {
+    const RecordKind& kind = kindOf(key.recordType);
+    ToldChange change = unchanged(kind.name);
+    putFields(change.key, key, kind.keyFields);
+    return change;
 }
 
 }  // namespace tool

@@ -1,4 +1,5 @@
-// Changes of files of lines and of binary variables, as they are told.
+#include "entries/EntryChanges.h"
+
 #include <fmt/core.h>
 
 #include <algorithm>
@@ -11,34 +12,52 @@
 #include "entries/BinVarRegistry.h"
 #include "entries/Remarks.h"
 #include "records/Salvage.h"
-#include "watch/ToldChanges.h"
 
 namespace tool {
 namespace {
 
 // What a key finds in a file, or a line that none does.
 struct Item {
-    std::size_t number = 0;  // of the line or the record
-    std::string raw;         // the line, less its newline
+    Entry entry;
     Json key = Json::object();
-    Json members = Json::object();
     std::string identity;  // the same for items of one key; empty for a line that none finds
 };
 
 using Items = std::vector<Item>;
 
-// The member of the name, or of the one that tells bytes which are no text.
-std::string memberOf(const Json& members, const std::string& name) {
-    return members.contains(name) ? name : name + "Base64";
+// What finds it; of bytes that are no text under the member that tells them.
+Json keyOf(const EntrySchema& schema, const Json& members) {
+    Json key = Json::object();
+    for (const std::string& name : schema.keyMembers) {
+        const std::string member = members.contains(name) ? name : name + "Base64";
+        key[member] = members[member];
+    }
+    return key;
 }
 
-Item itemOf(const EntrySchema& schema, const Json& members) {
-    Item item;
-    for (const char* const name : schema.key) {
-        const std::string member = memberOf(members, name);
-        item.key[member] = members[member];
+// The rest of it.
+Json fieldsOf(const EntrySchema& schema, const Entry* entry, const Json& key) {
+    if (entry == nullptr) {
+        return nullptr;
     }
-    item.members = members;
+    Json object = Json::object();
+    if (entry->number != 0) {
+        object[schema.place] = entry->number;
+    }
+    for (const auto& [name, value] : entry->members.items()) {
+        if (name != schema.place && !key.contains(name)) {
+            object[name] = value;
+        }
+    }
+    if (schema.hasLines()) {
+        putText(object, "text", entry->raw);
+    }
+    return object;
+}
+
+Item itemOf(const EntrySchema& schema, Entry entry) {
+    Item item{std::move(entry), {}, {}};
+    item.key = keyOf(schema, item.entry.members);
     item.identity = item.key.dump();
     return item;
 }
@@ -46,11 +65,11 @@ Item itemOf(const EntrySchema& schema, const Json& members) {
 Items itemsOf(const EntrySchema& schema, const std::string& bytes) {
     Items items;
     for (const FileLine& line : fileLines(bytes, schema.continued)) {
-        const auto entry = line.bytes.size() < REG_LINE_SIZE ? schema.describe(lineText(line, schema.continued))
-                                                             : std::optional<Entry>();
-        Item item = entry ? itemOf(schema, entry->members) : Item();
-        item.number = line.number;
-        item.raw = line.bytes.substr(0, line.bytes.size() - (line.bytes.ends_with('\n') ? 1 : 0));
+        auto entry = line.bytes.size() < REG_LINE_SIZE ? schema.describe(lineText(line, schema.continued))
+                                                       : std::optional<Entry>();
+        Item item = entry ? itemOf(schema, std::move(*entry)) : Item();
+        item.entry.number = line.number;
+        item.entry.raw = line.bytes.substr(0, line.bytes.size() - (line.bytes.ends_with('\n') ? 1 : 0));
         items.push_back(std::move(item));
     }
     return items;
@@ -60,25 +79,11 @@ Items variablesOf(std::string_view bytes) {
     Items items;
     for (const RegistryPart& part : takeApart(bytes, false).parts) {
         if (const auto record = part.damage.empty() ? variableOf(part.payload) : std::nullopt) {
-            items.push_back(itemOf(binVarSchema(), describeVariable(*record).members));
-            items.back().number = items.size();
+            items.push_back(itemOf(binVarSchema(), describeVariable(*record)));
+            items.back().entry.number = items.size();
         }
     }
     return items;
-}
-
-// A record has no line; nor has it any bytes beside its fields.
-Json fieldsOf(const Item* item, bool isLine) {
-    if (item == nullptr) {
-        return nullptr;
-    }
-    Json object = Json::object();
-    object[isLine ? "line" : "record"] = item->number;
-    object.update(item->members);
-    if (isLine) {
-        putText(object, "text", item->raw);
-    }
-    return object;
 }
 
 std::string wordOf(const Json& value) {
@@ -91,42 +96,38 @@ std::string wordOf(const Json& value) {
 }
 
 // "services http tcp  port: 80 -> 8080".
-std::string changeText(const std::string& type, const Item* before, const Item* after, const Item& shown) {
-    std::string text = type;
+std::string changeText(const EntrySchema& schema, const Item* before, const Item* after, const Item& shown) {
+    std::string text = schema.group;
     for (const auto& [name, value] : shown.key.items()) {
         text += " " + wordOf(value);
     }
     std::string values;
-    for (const auto& [name, value] : shown.members.items()) {
+    for (const auto& [name, value] : shown.entry.members.items()) {
         if (shown.key.contains(name)) {
             continue;
         }
         if (before == nullptr || after == nullptr) {
             values += value.is_null() ? "" : fmt::format(" {}={}", name, wordOf(value));
-        } else if (!before->members.contains(name) || !(before->members[name] == value)) {
-            const Json old = before->members.contains(name) ? before->members[name] : Json();
+        } else if (!before->entry.members.contains(name) || !(before->entry.members[name] == value)) {
+            const Json old = before->entry.members.contains(name) ? before->entry.members[name] : Json();
             values += fmt::format(" {}: {} -> {}", name, wordOf(old), wordOf(value));
         }
     }
     if (values.empty() && before != nullptr && after != nullptr) {
-        values = fmt::format(" line: {} -> {}", wordOf(before->raw), wordOf(after->raw));
+        values = fmt::format(" line: {} -> {}", wordOf(before->entry.raw), wordOf(after->entry.raw));
     }
     return text + (values.empty() ? "" : " ") + values;
 }
 
 // shown: the one of the two that is, the later one where both are.
-ToldChange told(const std::string& type, const Item* before, const Item* after, const Item& shown, bool isLine) {
-    ToldChange change{before == nullptr ? "add" : after == nullptr ? "delete" : "change", type};
-    change.before = fieldsOf(before, isLine);
-    change.after = fieldsOf(after, isLine);
-    if (shown.identity.empty()) {
-        change.type = "line";
-        change.key["line"] = shown.number;
-        change.text = fmt::format("line {}  {}", shown.number, printable(shown.raw));
-    } else {
-        change.key = shown.key;
-        change.text = changeText(type, before, after, shown);
-    }
+ToldChange told(const EntrySchema& schema, const Item* before, const Item* after, const Item& shown) {
+    const bool found = !shown.identity.empty();
+    ToldChange change{found ? schema.group : "line"};
+    change.key = found ? shown.key : Json{{"line", shown.entry.number}};
+    change.before = fieldsOf(schema, before != nullptr ? &before->entry : nullptr, shown.key);
+    change.after = fieldsOf(schema, after != nullptr ? &after->entry : nullptr, shown.key);
+    change.text = found ? changeText(schema, before, after, shown)
+                        : fmt::format("line {}  {}", shown.entry.number, printable(shown.entry.raw));
     return change;
 }
 
@@ -167,7 +168,7 @@ void pairLines(std::vector<Pair>& pairs, const Items& before, const Items& after
     const auto texts = [](const std::vector<const Item*>& items) {
         std::vector<std::string_view> all;
         for (const Item* const item : items) {
-            all.emplace_back(item->raw);
+            all.emplace_back(item->entry.raw);
         }
         return all;
     };
@@ -182,23 +183,24 @@ void pairLines(std::vector<Pair>& pairs, const Items& before, const Items& after
     }
 }
 
-std::vector<ToldChange> changesBetween(const std::string& type, const Items& before, const Items& after,
-                                       bool areLines) {
+std::vector<ToldChange> changesBetween(const EntrySchema& schema, const Items& before, const Items& after) {
     std::vector<Pair> pairs;
     pairByKey(pairs, before, after);
     pairLines(pairs, before, after);
     std::stable_sort(pairs.begin(), pairs.end(), [](const Pair& a, const Pair& b) {
         const auto place = [](const Pair& pair) {
-            return pair.second == nullptr ? std::tuple(0, pair.first->number) : std::tuple(1, pair.second->number);
+            return pair.second == nullptr ? std::tuple(0, pair.first->entry.number)
+                                          : std::tuple(1, pair.second->entry.number);
         };
         return place(a) < place(b);
     });
     std::vector<ToldChange> changes;
     for (const auto& [old, now] : pairs) {
-        const bool same = old != nullptr && now != nullptr && old->raw == now->raw && old->members == now->members;
+        const bool same = old != nullptr && now != nullptr && old->entry.raw == now->entry.raw &&
+                          old->entry.members == now->entry.members;
         const Item* const shown = now != nullptr ? now : old;
         if (!same && shown != nullptr) {
-            changes.push_back(told(type, old, now, *shown, areLines));
+            changes.push_back(told(schema, old, now, *shown));
         }
     }
     return changes;
@@ -206,25 +208,24 @@ std::vector<ToldChange> changesBetween(const std::string& type, const Items& bef
 
 }  // namespace
 
+ToldChange toldEntry(const EntrySchema& schema, const MadeEntry& made) {
+    const Entry* const before = made.before ? &*made.before : nullptr;
+    const Entry* const after = made.after ? &*made.after : nullptr;
+    ToldChange change{schema.group};
+    change.key = keyOf(schema, (after != nullptr ? *after : *before).members);
+    change.before = fieldsOf(schema, before, change.key);
+    change.after = fieldsOf(schema, after, change.key);
+    change.changed = made.changed;
+    change.operation = made.operation;
+    return change;
+}
+
 std::vector<ToldChange> changesOfVariables(std::string_view before, std::string_view after) {
-    return changesBetween(binVarSchema().group, variablesOf(before), variablesOf(after), false);
+    return changesBetween(binVarSchema(), variablesOf(before), variablesOf(after));
 }
 
 std::vector<ToldChange> changesOfLines(const EntrySchema& schema, const std::string& before, const std::string& after) {
-    return changesBetween(schema.group, itemsOf(schema, before), itemsOf(schema, after), true);
-}
-
-Json changeObject(const ToldChange& change, const std::string& path) {
-    Json object{{"operation", "watch"}};
-    putText(object, "path", path);
-    object["type"] = change.type;
-    object.update(change.key);
-    object["action"] = change.action;
-    object["before"] = change.before;
-    object["after"] = change.after;
-    object["changed"] = true;
-    object["dryRun"] = false;
-    return object;
+    return changesBetween(schema, itemsOf(schema, before), itemsOf(schema, after));
 }
 
 }  // namespace tool
