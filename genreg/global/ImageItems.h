@@ -92,18 +92,22 @@ struct ItemPlaces {
     return (bytes - EACH) & ~bytes & (EACH << 7U);
 }
 
+// The last bytes of the item, not more than a word and not none. What stands before it in its image is as long as one.
+[[nodiscard]] inline unsigned long lastBytes(const PackedItem& item, std::size_t count) noexcept {
+    constexpr std::size_t WORD = sizeof(unsigned long);
+    static_assert(ITEM_LENGTH_SIZE + IMAGE_HEADER_SIZE >= WORD);
+    return loadLittle(item.bytes + item.length - WORD, WORD) >> (8 * (WORD - count));
+}
+
 // Copies the item up to its NUL, a word at a time, and zeros to the end of the last word; answers how much it wrote.
 // The member takes whole words and is longer than the item. Most texts are too short for the calls that search and
 // copy.
 [[nodiscard]] inline std::size_t copyText(const PackedItem& item, char* member) noexcept {
     constexpr std::size_t WORD = sizeof(unsigned long);
-    static_assert(ITEM_LENGTH_SIZE + IMAGE_HEADER_SIZE >= WORD, "a word that ends with an item is within its image");
     auto* const to = reinterpret_cast<unsigned char*>(member);
     for (std::size_t at = 0; at < item.length; at += WORD) {
         const std::size_t left = item.length - at;
-        const unsigned long word = left >= WORD
-                                       ? loadLittle(item.bytes + at, WORD)
-                                       : loadLittle(item.bytes + item.length - WORD, WORD) >> (8 * (WORD - left));
+        const unsigned long word = left >= WORD ? loadLittle(item.bytes + at, WORD) : lastBytes(item, left);
         const unsigned long zeros = zeroBytes(word);
         if (zeros != 0) {
             storeLittle(to + at, word & ((zeros & (~zeros + 1)) - 1), WORD);
@@ -132,7 +136,7 @@ public:
     }
     [[nodiscard]] unsigned long value(const GlobalRegField& field) const noexcept {
         const PackedItem found = item(field);
-        return loadLittle(found.bytes, found.length);
+        return found.length == 0 ? 0 : lastBytes(found, found.length);
     }
     [[nodiscard]] bool equal(const GlobalRegField& field, const GlobalRegRecord& key) const noexcept {
         return field.kind == GLOBALREG_FIELD_TEXT ? sameText(item(field), field, key)
