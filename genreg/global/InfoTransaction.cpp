@@ -99,10 +99,11 @@ private:
 
 // Fields: what is asked of a record, of a field that it lacks an empty text or 0; and whether it has a field.
 template <class Fields>
-void infoFrom(const InfoSchema& schema, const Fields& fields, void* info) noexcept {
-    for (unsigned long index = 0; index < schema.fields.size(); ++index) {
-        const GlobalRegField& field = schema.fields[index];
-        const InfoMember& place = schema.members[index];
+void infoFrom(const InfoSchema& schema, Fields fields, void* info) noexcept {
+    // Copied: what is written through a char* could be the schema's.
+    const std::span<const InfoMember> members = schema.members;
+    for (std::size_t index = 0; const GlobalRegField& field : schema.fields) {
+        const InfoMember& place = members[index++];
         char* target = static_cast<char*>(info) + place.member.offset;
         if (field.kind == GLOBALREG_FIELD_TEXT) {
             fields.putText(field, target);
