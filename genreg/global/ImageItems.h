@@ -2,10 +2,12 @@
 // in doubt is for PackedImage.h.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <iterator>
 
+#include "genreg/bin/FrameWays.h"
 #include "genreg/core/FrameBytes.h"
 #include "genreg/global/FieldTable.h"
 #include "genreg/global/Matching.h"
@@ -37,6 +39,19 @@ inline constexpr ItemLimits VARIABLE_LIMITS = limitsOf(VARIABLE_FIELDS);
 
 [[nodiscard]] inline const ItemLimits& limitsOf(unsigned int type) noexcept {
     return type == GLOBALREG_INSTANCE ? INSTANCE_LIMITS : type == GLOBALREG_SERVICE ? SERVICE_LIMITS : VARIABLE_LIMITS;
+}
+
+// No image whose items are found is longer.
+consteval std::size_t longestImage() {
+    std::size_t longest = 0;
+    for (const ItemLimits& limits : {INSTANCE_LIMITS, SERVICE_LIMITS, VARIABLE_LIMITS}) {
+        std::size_t length = IMAGE_LEAST_SIZE;
+        for (const std::size_t limit : limits) {
+            length += ITEM_LENGTH_SIZE + limit;
+        }
+        longest = std::max(longest, length);
+    }
+    return longest;
 }
 
 // Where the items of an image stand, by field, and how long they are; and where they end. What is said of a field that
@@ -154,6 +169,24 @@ private:
     Difference difference;
     return matches(mask, header.recordType, PlacedFields(places, header.fieldMask),
                    *static_cast<const GlobalRegRecord*>(key), &difference);
+}
+
+// What takes an image (FrameWays.h): shows `put` the type, the header and the places of one that is whole and matches
+// the key, any where that is null.
+template <class Put>
+[[nodiscard]] Taken takeMatch(unsigned long mask, const char* image, std::size_t length, const void* key,
+                              Put put) noexcept {
+    ImageHeader header;
+    ItemPlaces places;
+    const RecordType* const type = openImage(image, length, &header, &places);
+    if (type == nullptr) {
+        return Taken::Doubt;
+    }
+    if (key != nullptr && !placesMatch(mask, header, places, key)) {
+        return Taken::No;
+    }
+    put(*type, header, places);
+    return Taken::Yes;
 }
 
 }  // namespace genreg

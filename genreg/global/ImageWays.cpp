@@ -240,27 +240,24 @@ inline void takeItem(GlobalRegRecord& record, const GlobalRegField& field, const
     }
 }
 
-Taken takeImage(unsigned long mask, const char* image, std::size_t length, const void* key, void* record) noexcept {
-    ImageHeader header;
-    ItemPlaces places;
-    const RecordType* const type = openImage(image, length, &header, &places);
-    if (type == nullptr) {
-        return Taken::Doubt;
-    }
-    if (key != nullptr && !placesMatch(mask, header, places, key)) {
-        return Taken::No;
-    }
-    auto& taken = *static_cast<GlobalRegRecord*>(record);
-    std::memset(record, 0, sizeof taken);
-    taken.recordType = header.recordType;
-    taken.fieldMask = header.fieldMask;
-    taken.missingFieldMask = header.missingFieldMask | (type->known & ~header.fieldMask);
+void unpackTo(GlobalRegRecord& record, const RecordType& type, const ImageHeader& header,
+              const ItemPlaces& places) noexcept {
+    std::memset(static_cast<void*>(&record), 0, sizeof record);
+    record.recordType = header.recordType;
+    record.fieldMask = header.fieldMask;
+    record.missingFieldMask = header.missingFieldMask | (type.known & ~header.fieldMask);
     for (unsigned long bits = header.fieldMask & ~ITEMLESS_BIT; bits != 0; bits &= bits - 1) {
         const auto n = static_cast<std::size_t>(std::countr_zero(bits));
-        takeItem(taken, type->fields[n], places.bytes[n], places.length[n]);
+        takeItem(record, type.fields[n], places.bytes[n], places.length[n]);
     }
-    taken.checksum = static_cast<int>(loadLittle(places.end, IMAGE_CHECKSUM_SIZE));
-    return Taken::Yes;
+    record.checksum = static_cast<int>(loadLittle(places.end, IMAGE_CHECKSUM_SIZE));
+}
+
+Taken takeImage(unsigned long mask, const char* image, std::size_t length, const void* key, void* record) noexcept {
+    return takeMatch(mask, image, length, key,
+                     [record](const RecordType& type, const ImageHeader& header, const ItemPlaces& places) {
+                         unpackTo(*static_cast<GlobalRegRecord*>(record), type, header, places);
+                     });
 }
 
 // The fields that tell records of a type apart.

@@ -129,22 +129,43 @@ struct Listed {
 };
 
 Taken takeInfo(unsigned long mask, const char* image, std::size_t length, const void* key, void* result) noexcept {
-    ImageHeader header;
-    ItemPlaces places;
-    const RecordType* const type = openImage(image, length, &header, &places);
-    if (type == nullptr) {
-        return Taken::Doubt;
-    }
     auto& listed = *static_cast<Listed*>(result);
-    if (!placesMatch(mask, header, places, key)) {
-        return Taken::No;
-    }
-    infoFrom(*listed.schema, PlacedFields(places, header.fieldMask), listed.info);
-    listed.filled = true;
-    return Taken::Yes;
+    return takeMatch(mask, image, length, key,
+                     [&listed](const RecordType&, const ImageHeader& header, const ItemPlaces& places) {
+                         infoFrom(*listed.schema, PlacedFields(places, header.fieldMask), listed.info);
+                         listed.filled = true;
+                     });
 }
 
 constexpr FrameWays LIST_WAYS = {true, passImages, nullptr, takeInfo, nullptr, nullptr, nullptr};
+
+// What a look-up asks for: the record, or the image that it would be made of, which is shorter. The structure waits
+// until the look-up has ended well.
+struct Found {
+    GlobalRegRecord record;  // first, where the look-up puts it
+    std::size_t length;      // of the image; 0: it is a record
+    char image[longestImage()];
+};
+
+Taken keepImage(unsigned long mask, const char* image, std::size_t length, const void* key, void* result) noexcept {
+    auto& found = *static_cast<Found*>(result);
+    return takeMatch(mask, image, length, key, [&](const RecordType&, const ImageHeader&, const ItemPlaces&) {
+        std::memcpy(found.image, image, length);
+        found.length = length;
+    });
+}
+
+constexpr FrameWays LOOK_UP_WAYS = {true, passImages, nullptr, keepImage, nullptr, nullptr, nullptr};
+
+void infoFrom(const InfoSchema& schema, const Found& found, void* info) noexcept {
+    ImageHeader header;
+    ItemPlaces places;
+    if (openImage(found.image, found.length, &header, &places) != nullptr) {
+        infoFrom(schema, PlacedFields(places, header.fieldMask), info);
+    } else {
+        infoFrom(schema, RecordFields(found.record), info);
+    }
+}
 
 void beginList(GlobalReg& list) noexcept {
     BinFrames::useWays(list, LIST_WAYS);
@@ -219,9 +240,11 @@ unsigned int getInfo(const InfoSchema& schema, const InfoKey& wanted, void* info
         return trace.fail(10, schema.infoNull);
     }
     GlobalReg registry;
+    BinFrames::useWays(registry, LOOK_UP_WAYS);
     GlobalRegRecord key;
     fillKey(schema, wanted, key);
-    GlobalRegRecord found;
+    Found found;  // its record means nothing before the look-up has put one there
+    found.length = 0;
     const unsigned int rc = registry.Get(key.fieldMask, &key, &found);
     if (rc == REG_NOT_FOUND) {
         return trace.exit(rc);
@@ -229,7 +252,7 @@ unsigned int getInfo(const InfoSchema& schema, const InfoKey& wanted, void* info
     if (rc != 0) {
         return trace.fail(20, schema.getFailed);
     }
-    infoFrom(schema, RecordFields(found), info);
+    infoFrom(schema, found, info);
     return trace.exit(0);
 }
 
