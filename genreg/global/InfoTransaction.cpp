@@ -284,10 +284,10 @@ unsigned int openInstanceList(const char* service, void** handle, bool useDefaul
     if (service == nullptr) {
         return trace.fail(30, REG_LIST_SERVICE_NULL);
     }
+    beginList(*list);
     if (const unsigned int rc = list->OpenScan()) {
         return trace.fail(40, rc);
     }
-    beginList(*list);
     GlobalRegList::setService(list.get(), service);
     *handle = list.release();
     return trace.exit(0);
@@ -302,10 +302,10 @@ unsigned int openServiceList(void** handle) noexcept {
     if (list == nullptr) {
         return trace.fail(20, REG_NO_LIST);
     }
+    beginList(*list);
     if (list->OpenScan() != 0) {
         return trace.fail(30, REG_OPEN_SERVICE_LIST_FAILED);
     }
-    beginList(*list);
     *handle = list.release();
     return trace.exit(0);
 }
