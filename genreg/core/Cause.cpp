@@ -3,28 +3,32 @@
 namespace genreg {
 namespace {
 
-thread_local GenRegCause t_cause{};
-thread_local unsigned int t_depth = 0;
+// In one piece, whose place is asked for once.
+struct Calls {
+    GenRegCause cause;
+    unsigned int depth;
+};
+thread_local Calls t_calls{};
 
 }  // namespace
 
 void noteCause(const GenRegCause& cause) noexcept {
-    if (t_cause.code == 0) {
-        t_cause = cause;
+    if (t_calls.cause.code == 0) {
+        t_calls.cause = cause;
     }
 }
 
-OutermostCall::OutermostCall(Cause before) noexcept : depth_(t_depth) {
+OutermostCall::OutermostCall(Cause before) noexcept : depth_(t_calls.depth) {
     if (depth_++ == 0 && before == Cause::Forgotten) {
-        t_cause = {};
+        t_calls.cause = {};
     }
 }
 
-CauseMark::CauseMark() noexcept : caused_(t_cause.code != 0) {}
+CauseMark::CauseMark() noexcept : caused_(t_calls.cause.code != 0) {}
 
 void CauseMark::restore() const noexcept {
     if (!caused_) {
-        t_cause = {};
+        t_calls.cause = {};
     }
 }
 
@@ -32,6 +36,6 @@ void CauseMark::restore() const noexcept {
 
 extern "C" void genregLastCause(GenRegCause* cause) {
     if (cause != nullptr) {
-        *cause = genreg::t_cause;
+        *cause = genreg::t_calls.cause;
     }
 }

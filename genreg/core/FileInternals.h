@@ -29,7 +29,7 @@ public:
     [[nodiscard]] Input* scanInput() noexcept;
     // Moves the stream to where the read-ahead is, for a client that reads from it.
     void placeStream() noexcept;
-    // Lets the stream of the open scan stand where it does from now on: for one that nobody reads from.
+    // Lets the streams of scans that are opened from now on stand where they begin: for those that nobody reads from.
     void leaveStream() noexcept { leavesStream_ = true; }
     // Gives the stream of an open scan the scan's position, for reads that go through the stream itself; the next
     // GetNext goes on where they stop.

@@ -103,7 +103,7 @@ bool Input::readMore() noexcept {
     return got > 0;
 }
 
-std::size_t Input::fill(std::size_t wanted) noexcept {
+std::size_t Input::read(std::size_t wanted) noexcept {
     while (end_ - begin_ < wanted && readMore()) {
     }
     return std::min(wanted, end_ - begin_);

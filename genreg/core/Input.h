@@ -39,7 +39,7 @@ public:
 
     // Makes `wanted` bytes available at data(), fewer only at the end of the file or after an error; answers how many
     // are. What data() gave before is void.
-    [[nodiscard]] std::size_t fill(std::size_t wanted) noexcept;
+    [[nodiscard]] std::size_t fill(std::size_t wanted) noexcept { return ready() >= wanted ? wanted : read(wanted); }
     // How many bytes are there without reading.
     [[nodiscard]] std::size_t ready() const noexcept { return end_ - begin_; }
     [[nodiscard]] const char* data() const noexcept { return buffer_ + begin_; }
@@ -53,6 +53,7 @@ public:
     [[nodiscard]] unsigned int error() const noexcept { return error_; }
 
 private:
+    [[nodiscard]] std::size_t read(std::size_t wanted) noexcept;
     [[nodiscard]] bool readMore() noexcept;
     [[nodiscard]] bool makeRoom() noexcept;
 

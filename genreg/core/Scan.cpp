@@ -49,8 +49,9 @@ unsigned int GenRegFile::OpenScan() noexcept {
     if (const unsigned int rc = inside.openRegistryStream('r')) {
         return trace.fail(40, REG_OPEN_FILE_FAILED, rc);
     }
-    inside.leavesStream_ = false;
-    inside.widenScanStream();
+    if (!inside.leavesStream_) {
+        inside.widenScanStream();
+    }
     if (inside.usesChecksumHeader()) {
         unsigned int platformCode = 0;
         unsigned int rc =

@@ -3,29 +3,13 @@
 #include "genreg/global/FieldTable.h"
 
 namespace genreg {
-namespace {
 
-constexpr RecordType INSTANCE = {GLOBALREG_INSTANCE, knownOf(INSTANCE_FIELDS), INSTANCE_FIELDS, 'I',
-                                 "   InstanceRecord:\n"};
-constexpr RecordType SERVICE = {GLOBALREG_SERVICE, knownOf(SERVICE_FIELDS), SERVICE_FIELDS, 'S',
-                                "Services record not yet implemented\n"};
-constexpr RecordType VARIABLE = {GLOBALREG_VARIABLE, knownOf(VARIABLE_FIELDS), VARIABLE_FIELDS, 'V',
-                                 "   VariableRecord:\n"};
-
-}  // namespace
-
-const RecordType* recordTypeOf(unsigned int type) noexcept {
-    switch (type) {
-        case GLOBALREG_INSTANCE:
-            return &INSTANCE;
-        case GLOBALREG_SERVICE:
-            return &SERVICE;
-        case GLOBALREG_VARIABLE:
-            return &VARIABLE;
-        default:
-            return nullptr;
-    }
-}
+constinit const RecordType INSTANCE_TYPE = {GLOBALREG_INSTANCE, knownOf(INSTANCE_FIELDS), INSTANCE_FIELDS, 'I',
+                                            "   InstanceRecord:\n"};
+constinit const RecordType SERVICE_TYPE = {GLOBALREG_SERVICE, knownOf(SERVICE_FIELDS), SERVICE_FIELDS, 'S',
+                                           "Services record not yet implemented\n"};
+constinit const RecordType VARIABLE_TYPE = {GLOBALREG_VARIABLE, knownOf(VARIABLE_FIELDS), VARIABLE_FIELDS, 'V',
+                                            "   VariableRecord:\n"};
 
 unsigned long valueOf(const GlobalRegRecord& record, const GlobalRegField& field) noexcept {
     const char* member = memberOf(record, field);

@@ -17,8 +17,23 @@ struct RecordType {
     const char* heading;                     // of its printed form
 };
 
+extern const RecordType INSTANCE_TYPE;
+extern const RecordType SERVICE_TYPE;
+extern const RecordType VARIABLE_TYPE;
+
 // Null for any type but the three.
-[[nodiscard]] const RecordType* recordTypeOf(unsigned int type) noexcept;
+[[nodiscard]] inline const RecordType* recordTypeOf(unsigned int type) noexcept {
+    switch (type) {
+        case GLOBALREG_INSTANCE:
+            return &INSTANCE_TYPE;
+        case GLOBALREG_SERVICE:
+            return &SERVICE_TYPE;
+        case GLOBALREG_VARIABLE:
+            return &VARIABLE_TYPE;
+        default:
+            return nullptr;
+    }
+}
 
 [[nodiscard]] inline const char* memberOf(const GlobalRegRecord& record, const GlobalRegField& field) noexcept {
     return reinterpret_cast<const char*>(&record) + field.offset;

@@ -2,10 +2,12 @@
 // in doubt is for PackedImage.h.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <iterator>
 
+#include "genreg/bin/FrameWays.h"
 #include "genreg/core/FrameBytes.h"
 #include "genreg/global/FieldTable.h"
 #include "genreg/global/Matching.h"
@@ -37,6 +39,19 @@ inline constexpr ItemLimits VARIABLE_LIMITS = limitsOf(VARIABLE_FIELDS);
 
 [[nodiscard]] inline const ItemLimits& limitsOf(unsigned int type) noexcept {
     return type == GLOBALREG_INSTANCE ? INSTANCE_LIMITS : type == GLOBALREG_SERVICE ? SERVICE_LIMITS : VARIABLE_LIMITS;
+}
+
+// No image whose items are found is longer.
+consteval std::size_t longestImage() {
+    std::size_t longest = 0;
+    for (const ItemLimits& limits : {INSTANCE_LIMITS, SERVICE_LIMITS, VARIABLE_LIMITS}) {
+        std::size_t length = IMAGE_LEAST_SIZE;
+        for (const std::size_t limit : limits) {
+            length += ITEM_LENGTH_SIZE + limit;
+        }
+        longest = std::max(longest, length);
+    }
+    return longest;
 }
 
 // Where the items of an image stand, by field, and how long they are; and where they end. What is said of a field that
@@ -92,18 +107,22 @@ struct ItemPlaces {
     return (bytes - EACH) & ~bytes & (EACH << 7U);
 }
 
+// The last bytes of the item, not more than a word and not none. What stands before it in its image is as long as one.
+[[nodiscard]] inline unsigned long lastBytes(const PackedItem& item, std::size_t count) noexcept {
+    constexpr std::size_t WORD = sizeof(unsigned long);
+    static_assert(ITEM_LENGTH_SIZE + IMAGE_HEADER_SIZE >= WORD);
+    return loadLittle(item.bytes + item.length - WORD, WORD) >> (8 * (WORD - count));
+}
+
 // Copies the item up to its NUL, a word at a time, and zeros to the end of the last word; answers how much it wrote.
 // The member takes whole words and is longer than the item. Most texts are too short for the calls that search and
 // copy.
 [[nodiscard]] inline std::size_t copyText(const PackedItem& item, char* member) noexcept {
     constexpr std::size_t WORD = sizeof(unsigned long);
-    static_assert(ITEM_LENGTH_SIZE + IMAGE_HEADER_SIZE >= WORD, "a word that ends with an item is within its image");
     auto* const to = reinterpret_cast<unsigned char*>(member);
     for (std::size_t at = 0; at < item.length; at += WORD) {
         const std::size_t left = item.length - at;
-        const unsigned long word = left >= WORD
-                                       ? loadLittle(item.bytes + at, WORD)
-                                       : loadLittle(item.bytes + item.length - WORD, WORD) >> (8 * (WORD - left));
+        const unsigned long word = left >= WORD ? loadLittle(item.bytes + at, WORD) : lastBytes(item, left);
         const unsigned long zeros = zeroBytes(word);
         if (zeros != 0) {
             storeLittle(to + at, word & ((zeros & (~zeros + 1)) - 1), WORD);
@@ -132,7 +151,7 @@ public:
     }
     [[nodiscard]] unsigned long value(const GlobalRegField& field) const noexcept {
         const PackedItem found = item(field);
-        return loadLittle(found.bytes, found.length);
+        return found.length == 0 ? 0 : lastBytes(found, found.length);
     }
     [[nodiscard]] bool equal(const GlobalRegField& field, const GlobalRegRecord& key) const noexcept {
         return field.kind == GLOBALREG_FIELD_TEXT ? sameText(item(field), field, key)
@@ -150,6 +169,24 @@ private:
     Difference difference;
     return matches(mask, header.recordType, PlacedFields(places, header.fieldMask),
                    *static_cast<const GlobalRegRecord*>(key), &difference);
+}
+
+// What takes an image (FrameWays.h): shows `put` the type, the header and the places of one that is whole and matches
+// the key, any where that is null.
+template <class Put>
+[[nodiscard]] Taken takeMatch(unsigned long mask, const char* image, std::size_t length, const void* key,
+                              Put put) noexcept {
+    ImageHeader header;
+    ItemPlaces places;
+    const RecordType* const type = openImage(image, length, &header, &places);
+    if (type == nullptr) {
+        return Taken::Doubt;
+    }
+    if (key != nullptr && !placesMatch(mask, header, places, key)) {
+        return Taken::No;
+    }
+    put(*type, header, places);
+    return Taken::Yes;
 }
 
 }  // namespace genreg

@@ -89,17 +89,22 @@ public:
     AlikeImages(const RecordType& type, const RarestText& rarest, bool bigEndian) noexcept
         : type_(type), field_(rarest.field()), text_(rarest.inWords()), bigEndian_(bigEndian) {}
 
-    // Behind those that begin the bytes, as long as no length can lead beyond these. Through an image leads a chain of
-    // lengths, each known when the one before is; so two are gone through beside each other.
+    // Behind those that begin the bytes. Through an image leads a chain of lengths, each known when the one before is;
+    // so two are gone through beside each other, as long as no length can lead beyond the bytes. What is left is gone
+    // through with each length held against the image's end.
     [[nodiscard]] std::size_t pass(const char* frames, std::size_t length) const noexcept {
         const char* const end = frames + length;
         const char* at = frames;
+        if (count_ == 0) {
+            return 0;  // none is known yet
+        }
         for (Walk first, second; static_cast<std::size_t>(end - at) / 2 >= longest_; at = second.end) {
-            if (!(begin(at, &first) && begin(first.end, &second) && areOther(first, second))) {
+            if (!(begin(at, &first) && begin(first.end, &second) && areOther<Lengths::Bounded>(first, second))) {
                 break;
             }
         }
-        for (Walk walk; static_cast<std::size_t>(end - at) >= longest_ && begin(at, &walk) && areOther(walk);) {
+        for (Walk walk; end - at >= LEAST_AHEAD && begin(at, &walk) && end - walk.end >= WORD_AHEAD &&
+                        areOther<Lengths::Checked>(walk);) {
             at = walk.end;
         }
         return static_cast<std::size_t>(at - frames);
@@ -126,6 +131,12 @@ public:
     }
 
 private:
+    // What is read ahead of where an image ends, and of where one may begin.
+    static constexpr std::ptrdiff_t WORD_AHEAD = RarestText::WORD;
+    static constexpr std::ptrdiff_t LEAST_AHEAD = FRAME_LENGTH_SIZE + IMAGE_LEAST_SIZE + WORD_AHEAD;
+
+    enum class Lengths { Bounded, Checked };
+
     // On the way through one image.
     struct Walk {
         const unsigned char* at;    // the next item
@@ -145,27 +156,30 @@ private:
                (!CARRIED || packsMissing(loadLittle(header + IMAGE_TYPE_SIZE + IMAGE_MASK_SIZE, IMAGE_MASK_SIZE)));
     }
     // Whether the images are whole and the records others than the key's.
-    template <class... Walks>
+    template <Lengths LENGTHS, class... Walks>
     [[nodiscard, gnu::always_inline]] bool areOther(Walks&... walks) const noexcept {
         for (std::size_t n = 0; n < before_; ++n) {
-            if (!(step(walks, n) && ...)) {
+            if (!(step<LENGTHS>(walks, n) && ...)) {
                 return false;
             }
         }
         ((walks.text = walks.at), ...);
         for (std::size_t n = before_; n < count_; ++n) {
-            if (!(step(walks, n) && ...)) {
+            if (!(step<LENGTHS>(walks, n) && ...)) {
                 return false;
             }
         }
         return (isOther(walks) && ...);
     }
     // Past item n, which is short enough.
+    template <Lengths LENGTHS>
     [[nodiscard, gnu::always_inline]] bool step(Walk& walk, std::size_t n) const noexcept {
         const unsigned long size = itemLength(walk.at);
         const unsigned char* const bytes = walk.at + ITEM_LENGTH_SIZE;
         walk.at = bytes + size;
-        return size <= limits_[n] && (!CARRIED || packs(n, bytes, size));
+        return size <= limits_[n] &&
+               (LENGTHS == Lengths::Bounded || reinterpret_cast<const char*>(walk.at) <= walk.end) &&
+               (!CARRIED || packs(n, bytes, size));
     }
     [[nodiscard, gnu::always_inline]] bool packs(std::size_t n, const unsigned char* bytes,
                                                  unsigned long size) const noexcept {
@@ -185,10 +199,10 @@ private:
     RarestText::InWords text_;
     bool bigEndian_;
     unsigned long mask_ = 0;
-    std::size_t longest_ = ~0UL;  // of a frame, and a word; none is known yet
-    unsigned long missing_ = 0;   // the known fields that the mask lacks
-    unsigned int texts_ = 0;      // which items are texts
-    std::size_t before_ = 0;      // items in front of the rarest text
+    std::size_t longest_ = 0;    // of a frame, and a word
+    unsigned long missing_ = 0;  // the known fields that the mask lacks
+    unsigned int texts_ = 0;     // which items are texts
+    std::size_t before_ = 0;     // items in front of the rarest text
     std::size_t count_ = 0;
     ItemLimits limits_ = {};  // in the order of the items
 };
@@ -226,27 +240,24 @@ inline void takeItem(GlobalRegRecord& record, const GlobalRegField& field, const
     }
 }
 
-Taken takeImage(unsigned long mask, const char* image, std::size_t length, const void* key, void* record) noexcept {
-    ImageHeader header;
-    ItemPlaces places;
-    const RecordType* const type = openImage(image, length, &header, &places);
-    if (type == nullptr) {
-        return Taken::Doubt;
-    }
-    if (key != nullptr && !placesMatch(mask, header, places, key)) {
-        return Taken::No;
-    }
-    auto& taken = *static_cast<GlobalRegRecord*>(record);
-    std::memset(record, 0, sizeof taken);
-    taken.recordType = header.recordType;
-    taken.fieldMask = header.fieldMask;
-    taken.missingFieldMask = header.missingFieldMask | (type->known & ~header.fieldMask);
+void unpackTo(GlobalRegRecord& record, const RecordType& type, const ImageHeader& header,
+              const ItemPlaces& places) noexcept {
+    std::memset(static_cast<void*>(&record), 0, sizeof record);
+    record.recordType = header.recordType;
+    record.fieldMask = header.fieldMask;
+    record.missingFieldMask = header.missingFieldMask | (type.known & ~header.fieldMask);
     for (unsigned long bits = header.fieldMask & ~ITEMLESS_BIT; bits != 0; bits &= bits - 1) {
         const auto n = static_cast<std::size_t>(std::countr_zero(bits));
-        takeItem(taken, type->fields[n], places.bytes[n], places.length[n]);
+        takeItem(record, type.fields[n], places.bytes[n], places.length[n]);
     }
-    taken.checksum = static_cast<int>(loadLittle(places.end, IMAGE_CHECKSUM_SIZE));
-    return Taken::Yes;
+    record.checksum = static_cast<int>(loadLittle(places.end, IMAGE_CHECKSUM_SIZE));
+}
+
+Taken takeImage(unsigned long mask, const char* image, std::size_t length, const void* key, void* record) noexcept {
+    return takeMatch(mask, image, length, key,
+                     [record](const RecordType& type, const ImageHeader& header, const ItemPlaces& places) {
+                         unpackTo(*static_cast<GlobalRegRecord*>(record), type, header, places);
+                     });
 }
 
 // The fields that tell records of a type apart.

@@ -99,10 +99,11 @@ private:
 
 // Fields: what is asked of a record, of a field that it lacks an empty text or 0; and whether it has a field.
 template <class Fields>
-void infoFrom(const InfoSchema& schema, const Fields& fields, void* info) noexcept {
-    for (unsigned long index = 0; index < schema.fields.size(); ++index) {
-        const GlobalRegField& field = schema.fields[index];
-        const InfoMember& place = schema.members[index];
+void infoFrom(const InfoSchema& schema, Fields fields, void* info) noexcept {
+    // Copied: what is written through a char* could be the schema's.
+    const std::span<const InfoMember> members = schema.members;
+    for (std::size_t index = 0; const GlobalRegField& field : schema.fields) {
+        const InfoMember& place = members[index++];
         char* target = static_cast<char*>(info) + place.member.offset;
         if (field.kind == GLOBALREG_FIELD_TEXT) {
             fields.putText(field, target);
@@ -128,22 +129,43 @@ struct Listed {
 };
 
 Taken takeInfo(unsigned long mask, const char* image, std::size_t length, const void* key, void* result) noexcept {
-    ImageHeader header;
-    ItemPlaces places;
-    const RecordType* const type = openImage(image, length, &header, &places);
-    if (type == nullptr) {
-        return Taken::Doubt;
-    }
     auto& listed = *static_cast<Listed*>(result);
-    if (!placesMatch(mask, header, places, key)) {
-        return Taken::No;
-    }
-    infoFrom(*listed.schema, PlacedFields(places, header.fieldMask), listed.info);
-    listed.filled = true;
-    return Taken::Yes;
+    return takeMatch(mask, image, length, key,
+                     [&listed](const RecordType&, const ImageHeader& header, const ItemPlaces& places) {
+                         infoFrom(*listed.schema, PlacedFields(places, header.fieldMask), listed.info);
+                         listed.filled = true;
+                     });
 }
 
 constexpr FrameWays LIST_WAYS = {true, passImages, nullptr, takeInfo, nullptr, nullptr, nullptr};
+
+// What a look-up asks for: the record, or the image that it would be made of, which is shorter. The structure waits
+// until the look-up has ended well.
+struct Found {
+    GlobalRegRecord record;  // first, where the look-up puts it
+    std::size_t length;      // of the image; 0: it is a record
+    char image[longestImage()];
+};
+
+Taken keepImage(unsigned long mask, const char* image, std::size_t length, const void* key, void* result) noexcept {
+    auto& found = *static_cast<Found*>(result);
+    return takeMatch(mask, image, length, key, [&](const RecordType&, const ImageHeader&, const ItemPlaces&) {
+        std::memcpy(found.image, image, length);
+        found.length = length;
+    });
+}
+
+constexpr FrameWays LOOK_UP_WAYS = {true, passImages, nullptr, keepImage, nullptr, nullptr, nullptr};
+
+void infoFrom(const InfoSchema& schema, const Found& found, void* info) noexcept {
+    ImageHeader header;
+    ItemPlaces places;
+    if (openImage(found.image, found.length, &header, &places) != nullptr) {
+        infoFrom(schema, PlacedFields(places, header.fieldMask), info);
+    } else {
+        infoFrom(schema, RecordFields(found.record), info);
+    }
+}
 
 void beginList(GlobalReg& list) noexcept {
     BinFrames::useWays(list, LIST_WAYS);
@@ -218,9 +240,11 @@ unsigned int getInfo(const InfoSchema& schema, const InfoKey& wanted, void* info
         return trace.fail(10, schema.infoNull);
     }
     GlobalReg registry;
+    BinFrames::useWays(registry, LOOK_UP_WAYS);
     GlobalRegRecord key;
     fillKey(schema, wanted, key);
-    GlobalRegRecord found;
+    Found found;  // its record means nothing before the look-up has put one there
+    found.length = 0;
     const unsigned int rc = registry.Get(key.fieldMask, &key, &found);
     if (rc == REG_NOT_FOUND) {
         return trace.exit(rc);
@@ -228,7 +252,7 @@ unsigned int getInfo(const InfoSchema& schema, const InfoKey& wanted, void* info
     if (rc != 0) {
         return trace.fail(20, schema.getFailed);
     }
-    infoFrom(schema, RecordFields(found), info);
+    infoFrom(schema, found, info);
     return trace.exit(0);
 }
 
@@ -260,10 +284,10 @@ unsigned int openInstanceList(const char* service, void** handle, bool useDefaul
     if (service == nullptr) {
         return trace.fail(30, REG_LIST_SERVICE_NULL);
     }
+    beginList(*list);
     if (const unsigned int rc = list->OpenScan()) {
         return trace.fail(40, rc);
     }
-    beginList(*list);
     GlobalRegList::setService(list.get(), service);
     *handle = list.release();
     return trace.exit(0);
@@ -278,10 +302,10 @@ unsigned int openServiceList(void** handle) noexcept {
     if (list == nullptr) {
         return trace.fail(20, REG_NO_LIST);
     }
+    beginList(*list);
     if (list->OpenScan() != 0) {
         return trace.fail(30, REG_OPEN_SERVICE_LIST_FAILED);
     }
-    beginList(*list);
     *handle = list.release();
     return trace.exit(0);
 }

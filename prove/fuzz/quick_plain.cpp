@@ -4,8 +4,8 @@
 // The plain object has functions of its own in the slots, which hand on to the schema's, so that whatever saves calls
 // is off; and a limit for its locks, so that look-ups open the file as everybody else does. The quick object is the
 // schema as it comes; while it is traced, or where its slots hold other functions too, it has to give the same again.
-// The lists of the information interface, which has no slots, are read traced and not. And the masks of lines that this
-// machine makes are the ones that every machine can.
+// The information interface, which has no slots, is asked traced and not. And the masks of lines that this machine
+// makes are the ones that every machine can.
 #include <osse/Trace.h>
 
 #include <cstring>
@@ -121,24 +121,35 @@ void compare(const Asked& asked) {
     claim(same, "and so, call for call, while it is traced");
 }
 
-// What the information interface lists.
+// What the information interface answers, and leaves in the structure.
+template <class Info, class Call>
+unsigned int informed(std::string& all, Call call) {
+    auto info = std::make_unique<Info>();
+    constexpr std::size_t FLAGS = sizeof(unsigned long);  // in front, and only ever set
+    std::memset(reinterpret_cast<char*>(info.get()) + FLAGS, 0xa5, sizeof(Info) - FLAGS);
+    const unsigned int rc = call(info.get());
+    all += std::to_string(rc) + bytesOf(info.get(), sizeof(Info)) + "\n";
+    return rc;
+}
+
 template <class Info>
 std::string listed(void* list, unsigned int (*next)(void*, Info*), unsigned int (*close)(void*)) {
     std::string all;
-    unsigned int rc = 0;
-    do {
-        auto info = std::make_unique<Info>();
-        constexpr std::size_t FLAGS = sizeof(unsigned long);  // in front, and only ever set
-        std::memset(reinterpret_cast<char*>(info.get()) + FLAGS, 0xa5, sizeof(Info) - FLAGS);
-        rc = next(list, info.get());
-        all += std::to_string(rc) + bytesOf(info.get(), sizeof(Info)) + "\n";
-    } while (rc == 0);
+    while (informed<Info>(all, [&](Info* info) { return next(list, info); }) == 0) {
+    }
     return all + std::to_string(close(list));
 }
 
-std::string listedAll(const char* service) {
+// Lists all of a service, and looks one up: by the service alone, and by a text.
+std::string toldOf(char* service, char* text) {
     std::string all;
     logged = &all;
+    for (char* further : {static_cast<char*>(nullptr), text}) {
+        (void)informed<OSSInstanceInfo_t>(
+            all, [&](OSSInstanceInfo_t* info) { return ossGetInstanceInfo(service, 0, further, info); });
+        (void)informed<OSSServiceInfo_t>(
+            all, [&](OSSServiceInfo_t* info) { return ossGetServiceInfo(service, 0, further, info); });
+    }
     void* list = nullptr;
     all += std::to_string(ossOpenInstanceList(service, &list, false));
     if (list != nullptr) {
@@ -153,14 +164,15 @@ std::string listedAll(const char* service) {
     return all;
 }
 
-void compareLists(const std::string& path) {
-    claim(::setenv("RVN_GLOBAL_REG_PATHNAME", path.c_str(), 1) == 0, "the registry is named");
-    for (const char* service : {"RVN", "other"}) {
-        const std::string quick = listedAll(service);
+void compareInformation(const Asked& asked) {
+    claim(::setenv("RVN_GLOBAL_REG_PATHNAME", asked.path.c_str(), 1) == 0, "the registry is named");
+    std::string text = asked.key;
+    for (std::string service : {"RVN", "other"}) {
+        const std::string quick = toldOf(service.data(), text.data());
         gtraceState = GTRACE_ATTACHED | GTRACE_ENABLED;
-        const std::string plain = listedAll(service);
+        const std::string plain = toldOf(service.data(), text.data());
         gtraceState = 0;
-        claim(quick == plain, "a list tells what it tells while it is traced");
+        claim(quick == plain, "the information interface tells what it tells while it is traced");
     }
 }
 
@@ -231,7 +243,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
             break;
         default:
             compare<GlobalReg, GlobalRegRecord>(asked);
-            compareLists(asked.path);
+            compareInformation(asked);
     }
     return 0;
 }
