@@ -253,7 +253,7 @@ TEST_F(Batch, ManyItemsTakeLittleLongerThanOne) {
         const double adding = seconds(c.command + " batch0");
         const double one = seconds(c.command + " batch1");
         const double many = seconds(c.command + " batch2");
-        constexpr double MOST = 60;
+        constexpr double MOST = 20;
         EXPECT_LT(adding, MOST * one) << c.command;
         EXPECT_LT(many, MOST * one) << c.command;
     }
