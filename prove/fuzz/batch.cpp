@@ -34,18 +34,18 @@ std::string exported(Context& context, const std::string& path) {
 }
 
 // Makes the changes in the file of that path; what of them changed something.
-std::size_t applied(Context& context, const std::string& path, const std::vector<AskedChange>& asked) {
+std::size_t applied(Context& context, const std::string& path, const AskedChanges& asked) {
     GlobalBatch batch(context, path, true, "apply");
     std::size_t changed = 0;
     for (const AskedChange& each : asked) {
-        changed += each.item.naming([&] { return batch.make(each); }).changed ? 1 : 0;
+        each.item.naming([&] { batch.make(each, [&](const MadeRecord& made) { changed += made.changed ? 1 : 0; }); });
     }
     (void)batch.commit();
     return changed;
 }
 
 void tryRecords(const FuzzFolder& folder, const std::string& source) {
-    std::vector<AskedChange> asked;
+    AskedChanges asked;
     Context context;
     const std::string registry = folder.path("global.reg");
     if (!isDone([&] { asked = readChanges(source); }) || asked.empty()) {

@@ -1,4 +1,6 @@
 // Batches: apply, export and import.
+#include <chrono>
+
 #include "Tool.h"
 
 namespace {
@@ -171,6 +173,89 @@ TEST_F(Batch, LinesKeepWhatIsNotAskedOf) {
         EXPECT_EQ(same.status, 0) << form << same.err;
         EXPECT_NE(same.out.find("0 added, 0 changed, 0 deleted"), std::string::npos) << form << same.out;
         EXPECT_EQ(read(file), before);
+    }
+}
+
+// Items of one batch find what those before them have left, as if each were a batch of its own.
+TEST_F(Batch, OneBatchIsAsGoodAsMany) {
+    struct Case {
+        std::string form;
+        std::string text;
+        Words items;
+    };
+    for (const Case& c : std::vector<Case>{
+             {"services",
+              "http 80\nhttp 80/tcp www # W\nhttp 80/udp\n# c\nftp\t21/tcp",
+              {R"({"name":"ftp","port":22,"comment":"f"})", R"({"op":"delete","name":"http","protocol":"tcp"})",
+               R"({"name":"http","aliases":[],"port":8080})", R"({"op":"add","name":"http","protocol":"tcp","port":1})",
+               R"({"op":"delete","name":"ftp"})", R"({"name":"ftp","protocol":"udp","port":2,"aliases":["f"]})"}},
+             {"varval",
+              "a = 1 # c\nodd\n b  =  \"2\" \t# d\n",
+              {R"({"name":"a","value":"x y"})", R"({"name":"a","comment":"n"})", R"({"op":"delete","name":"b"})",
+               R"({"name":"b","value":2})", R"({"op":"delete","name":"a"})",
+               R"({"name":"b","value":3,"ifValue":"2"})"}},
+             {"inittab",
+              "a:2:once:x \\\ny # c\nb:2:off:z",
+              {R"({"id":"b","command":"w"})", R"({"id":"a","action":"off"})", R"({"op":"delete","id":"b"})",
+               R"({"id":"b","runLevels":"3","action":"off","command":"q","comment":"k"})"}}}) {
+        write("one", c.text);
+        write("many", c.text);
+        std::string all;
+        for (const std::string& item : c.items) {
+            all += item + "\n";
+            const Result result = apply(item, c.form + " apply many");
+            EXPECT_EQ(result.status, 0) << item << result.err;
+        }
+        EXPECT_EQ(apply(all, c.form + " apply one").status, 0);
+        EXPECT_EQ(read("one"), read("many"));
+        EXPECT_NE(read("one"), c.text);
+    }
+    // A line knows where it stood; where it stands then is for the other items to decide.
+    write("v", "a = 1\nb = 1\n");
+    write("batch", R"({"op":"delete","name":"a"})"
+                   "\n"
+                   R"({"name":"b","value":2})");
+    const auto told = objects(out("--json varval apply v batch"));
+    EXPECT_EQ(told.at(1)["before"].dump(), R"({"line":2,"value":"1","comment":null,"text":"b = 1"})");
+    EXPECT_EQ(told.at(1)["after"].dump(), R"({"value":"2","comment":null,"text":"b = 2"})");
+}
+
+// Each item found by a walk over the file made it hundreds of times as slow.
+TEST_F(Batch, ManyItemsTakeLittleLongerThanOne) {
+    constexpr int ENTRIES = 4000;
+    const auto seconds = [&](const std::string& line) {
+        const auto begin = std::chrono::steady_clock::now();
+        EXPECT_EQ(status(line), 0) << line;
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    };
+    struct Case {
+        std::string command;
+        std::string key;
+        std::string fields;  // of a new one, and of another
+        std::string others;
+    };
+    for (const Case& c :
+         std::vector<Case>{{"varval apply f", R"("name":"n)", R"(,"value":1})", R"(,"value":2})"},
+                           {"services apply f", R"("protocol":"tcp","name":"n)", R"(,"port":1})", R"(,"port":2})"},
+                           {"inittab apply f", R"("id":"n)", R"(,"runLevels":"2","action":"off","command":""})",
+                            R"(,"command":"x"})"},
+                           {"binvar apply f", R"("name":"n)", R"(,"value":1})", R"(,"value":2})"},
+                           {"--registry f apply", R"("type":"variable","service":"S","variable":"n)",
+                            R"(,"value":"1"})", R"(,"value":"2"})"}}) {
+        for (const std::string name : {"batch0", "batch1", "batch2"}) {
+            std::string lines;
+            for (int i = 0; i < (name == "batch1" ? 1 : ENTRIES); ++i) {
+                lines += "{" + c.key + std::to_string(i) + "\"" + (name == "batch0" ? c.fields : c.others) + "\n";
+            }
+            write(name, lines);
+        }
+        remove("f");
+        const double adding = seconds(c.command + " batch0");
+        const double one = seconds(c.command + " batch1");
+        const double many = seconds(c.command + " batch2");
+        constexpr double MOST = 20;
+        EXPECT_LT(adding, MOST * one) << c.command;
+        EXPECT_LT(many, MOST * one) << c.command;
     }
 }
 

@@ -34,9 +34,8 @@ std::string_view nameOf(BatchOp op) {
     return op == BatchOp::Set ? "set" : op == BatchOp::Add ? "add" : "delete";
 }
 
-std::string batchSummary(std::size_t added, std::size_t changed, std::size_t deleted, std::size_t all) {
-    return fmt::format("{} added, {} changed, {} deleted, {} as they were", added, changed, deleted,
-                       all - added - changed - deleted);
+std::string BatchTally::summary() const {
+    return fmt::format("{} added, {} changed, {} deleted, {} as they were", added, changed, deleted, unchanged);
 }
 
 BatchItem::BatchItem(const std::string& source, std::size_t line, std::string_view text)

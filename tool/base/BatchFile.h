@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/Output.h"
+#include "base/ToldChange.h"
 
 namespace tool {
 
@@ -63,7 +64,21 @@ private:
 void readBatch(const std::string& source, const std::function<void(BatchItem item)>& take);
 
 [[nodiscard]] std::string_view nameOf(BatchOp op);
-// "3 added, 2 changed, 1 deleted, 4 as they were", of so many.
-[[nodiscard]] std::string batchSummary(std::size_t added, std::size_t changed, std::size_t deleted, std::size_t all);
+
+// What became of the items, one by one: counted for people, told to programs.
+struct BatchTally {
+    std::size_t added = 0;
+    std::size_t changed = 0;
+    std::size_t deleted = 0;
+    std::size_t unchanged = 0;
+    std::vector<ToldChange> told{};
+
+    // made: with "before" and "after", where there are such, and "changed".
+    void count(const auto& made) {
+        ++(!made.changed ? unchanged : !made.before ? added : !made.after ? deleted : changed);
+    }
+    // "3 added, 2 changed, 1 deleted, 4 as they were".
+    [[nodiscard]] std::string summary() const;
+};
 
 }  // namespace tool

@@ -22,6 +22,7 @@ struct AskedEntry {
     BatchItem item;
     std::string name;  // what finds it
     EntryWords words;
+    std::optional<EntryRequest> request;  // of an entry that is there, where it is the same whatever that says
     std::optional<std::string> expected;  // the value
     std::vector<std::pair<std::string, std::optional<std::string>>> expectedMembers;
 };
@@ -46,7 +47,7 @@ std::optional<std::string> memberText(const Entry& entry, const std::string& nam
 }
 
 AskedEntry askedOf(const EntrySchema& schema, const std::string& file, BatchItem item) {
-    AskedEntry asked{std::move(item), {}, {}, {}, {}};
+    AskedEntry asked{std::move(item), {}, {}, {}, {}, {}};
     asked.words.file = file;
     (void)asked.item.take("line");  // as list prints it; lines move
     (void)asked.item.take("record");
@@ -54,28 +55,37 @@ AskedEntry askedOf(const EntrySchema& schema, const std::string& file, BatchItem
     asked.expectedMembers = asked.item.takeTexts("ifFields");
     asked.name = schema.takeName(asked.item, asked.words);
     // Tried here, over any entry, so that what cannot be written is told before a lock is taken.
-    AskedEntry trial = asked;
+    BatchItem trial = asked.item;
+    EntryWords words = asked.words;
     Entry any;
     any.value = schema.anyValue;
     if (asked.item.op() != BatchOp::Delete) {
-        schema.takeWords(trial.item, asked.item.op() == BatchOp::Add ? nullptr : &any, trial.words);
-        (void)requestOf(schema, trial, trial.words, false);
+        schema.takeWords(trial, asked.item.op() == BatchOp::Add ? nullptr : &any, words);
+        EntryRequest request = requestOf(schema, asked, words, false);
+        if (!words.asFound) {
+            asked.request = std::move(request);
+        }
     }
     std::vector<std::string> names = schema.keyMembers;
     names.insert(names.end(), schema.otherMembers.begin(), schema.otherMembers.end());
-    trial.item.refuseRest(names);
+    trial.refuseRest(names);
     return asked;
 }
 
 class EntryBatch {
+    struct Batched : Entry {
+        bool isStale = false;  // but for its bytes and its name, as it was before it was changed
+    };
+
 public:
-    EntryBatch(const EntrySchema& schema, const std::string& path, std::string doing)
-        : schema_(schema), path_(path), doing_(std::move(doing)), file_(schema.open(path, false)) {
+    // tells: somebody wants to know what each change did, and not just how many there were.
+    EntryBatch(const EntrySchema& schema, const std::string& path, std::string doing, bool tells)
+        : schema_(schema), path_(path), doing_(std::move(doing)), tells_(tells), file_(schema.open(path, false)) {
         const bool exists = judgeFile(path, doing_, false);
         answered(file_->begin());
         if (exists) {
             for (Entry& entry : schema.open(path, true)->read(doing_)) {
-                keep(std::move(entry));
+                keep({std::move(entry)});
             }
         }
     }
@@ -95,23 +105,34 @@ private:
             throw libraryFailure(code, path_, doing_);
         }
     }
-    Entry& keep(Entry entry);
-    [[nodiscard]] Entry* find(const AskedEntry& asked, const EntryRequest& request);
+    Entry& keep(Batched entry);
+    void refresh(Batched& entry) const;
+    // What is told of nobody need not be copied.
+    [[nodiscard]] Entry told(const Entry& entry) const { return tells_ ? entry : Entry(); }
+    // Where it stands then is for the other items to decide.
+    [[nodiscard]] Entry toldAfter(const Entry& entry) const {
+        Entry after = told(entry);
+        after.number = 0;
+        return after;
+    }
+    [[nodiscard]] Batched* find(const AskedEntry& asked, const EntryRequest& request);
     void forget(const Entry& entry);
     void expect(const AskedEntry& asked, const Entry& found) const;
+    [[nodiscard]] EntryRequest requestFor(const AskedEntry& asked, const Entry* found) const;
     MadeEntry add(const AskedEntry& asked, const EntryRequest& request);
-    MadeEntry change(const AskedEntry& asked, Entry& found);
+    MadeEntry change(const AskedEntry& asked, Batched& found);
 
     const EntrySchema& schema_;
     std::string path_;
     std::string doing_;
+    bool tells_;
     std::unique_ptr<EntryFile> file_;
-    std::list<Entry> entries_;
-    std::unordered_multimap<std::string, std::list<Entry>::iterator> named_;  // by what may be asked for
+    std::list<Batched> entries_;
+    std::unordered_multimap<std::string, std::list<Batched>::iterator> named_;  // by what may be asked for
 };
 
 // A name may be asked for without what ends it.
-Entry& EntryBatch::keep(Entry entry) {
+Entry& EntryBatch::keep(Batched entry) {
     const auto at = entries_.insert(entries_.end(), std::move(entry));
     named_.emplace(at->name, at);
     if (schema_.nameEnd != 0) {
@@ -120,12 +141,21 @@ Entry& EntryBatch::keep(Entry entry) {
     return *at;
 }
 
+void EntryBatch::refresh(Batched& entry) const {
+    if (entry.isStale) {
+        const std::size_t number = entry.number;
+        static_cast<Entry&>(entry) = file_->describe(entry.raw);
+        entry.number = number;
+        entry.isStale = false;
+    }
+}
+
 // Null where there is none.
-Entry* EntryBatch::find(const AskedEntry& asked, const EntryRequest& request) {
-    Entry* only = nullptr;
+EntryBatch::Batched* EntryBatch::find(const AskedEntry& asked, const EntryRequest& request) {
+    Batched* only = nullptr;
     const auto [first, last] = named_.equal_range(asked.name);
     for (auto at = first; at != last; ++at) {
-        Entry& entry = *at->second;
+        Batched& entry = *at->second;
         if (request.concerns ? !request.concerns(entry) : entry.name != asked.name) {
             continue;
         }
@@ -136,6 +166,9 @@ Entry* EntryBatch::find(const AskedEntry& asked, const EntryRequest& request) {
                 fmt::format("genreg {} set or delete, with --all", schema_.group));
         }
         only = &entry;
+    }
+    if (only != nullptr) {
+        refresh(*only);
     }
     return only;
 }
@@ -182,18 +215,26 @@ MadeEntry EntryBatch::add(const AskedEntry& asked, const EntryRequest& request) 
     answered(code);
     Entry blank;
     blank.raw = edit.layout;
-    return {{}, keep(file_->rewritten(blank, edit)), true};
+    return {{}, toldAfter(keep({file_->rewritten(blank, edit)})), true};
 }
 
-MadeEntry EntryBatch::change(const AskedEntry& asked, Entry& found) {
-    AskedEntry wanted = asked;
-    schema_.takeWords(wanted.item, &found, wanted.words);
-    const EntryRequest request = requestOf(schema_, wanted, wanted.words, false);
+EntryRequest EntryBatch::requestFor(const AskedEntry& asked, const Entry* found) const {
+    BatchItem item = asked.item;
+    EntryWords words = asked.words;
+    schema_.takeWords(item, found, words);
+    return requestOf(schema_, asked, words, found == nullptr);
+}
+
+MadeEntry EntryBatch::change(const AskedEntry& asked, Batched& found) {
+    const std::optional<EntryRequest> own = asked.request ? std::nullopt : std::optional(requestFor(asked, &found));
+    const EntryRequest& request = own ? *own : *asked.request;
     EntryEdit edit = request.edit;
-    MadeEntry made{found, found, !edit.isAsAsked(found.raw)};
-    if (!made.changed) {
-        return made;
+    const std::string text = edit.rewrite(found.raw);
+    if (text == found.raw) {
+        return {told(found), toldAfter(found), false};
     }
+    // Which is asked for again and again on the way.
+    edit.rewrite = [&](std::string_view raw) { return raw == found.raw ? text : request.edit.rewrite(raw); };
     if (found.hidesBytes) {
         throw hiddenBytes(path_, doing_, found.number);
     }
@@ -202,8 +243,13 @@ MadeEntry EntryBatch::change(const AskedEntry& asked, Entry& found) {
         throw asked.item.failure(schema_.tooLong, schema_.shorten);
     }
     answered(code);
-    found = file_->rewritten(found, edit);
-    made.after = found;
+    MadeEntry made{told(found), Entry(), true};
+    found.raw = text;
+    found.isStale = true;
+    if (tells_) {
+        refresh(found);
+        made.after = toldAfter(found);
+    }
     return made;
 }
 
@@ -213,7 +259,7 @@ MadeEntry EntryBatch::make(const AskedEntry& asked) {
     if (schema_.find != nullptr) {
         schema_.find(request);
     }
-    Entry* const at = find(asked, request);
+    Batched* const at = find(asked, request);
     const bool exists = at != nullptr;
     if (exists && op == BatchOp::Add) {
         throw answer("exists", EXIT_CONFLICT, REG_DUPLICATE, path_,
@@ -226,16 +272,14 @@ MadeEntry EntryBatch::make(const AskedEntry& asked) {
                      fmt::format("genreg {} list", schema_.group));
     }
     if (!exists) {
-        AskedEntry wanted = asked;
-        schema_.takeWords(wanted.item, nullptr, wanted.words);
-        return add(asked, requestOf(schema_, wanted, wanted.words, true));
+        return add(asked, requestFor(asked, nullptr));
     }
     expect(asked, *at);
     if (op != BatchOp::Delete) {
         return change(asked, *at);
     }
     answered(file_->remove({request.mask, true}, *at));
-    MadeEntry made{*at, {}, true};
+    MadeEntry made{told(*at), {}, true};
     forget(*at);
     return made;
 }
@@ -252,6 +296,7 @@ void takeValue(BatchItem& item, const Entry* found, EntryWords& words) {
         throw item.failure("it has no \"value\"", "a new variable needs one");
     }
     words.fields = {value ? *value : found->value};
+    words.asFound = !value;
     words.comment = item.takeOrNone("comment");
 }
 
@@ -261,36 +306,30 @@ int applyToEntries(Context& context, const EntrySchema& schema, const std::strin
         const BatchItem named = item;
         asked.push_back(named.naming([&] { return askedOf(schema, file, std::move(item)); }));
     });
-    std::vector<MadeEntry> made;
+    BatchTally tally;
     Change change = changeOfEntries(schema, file, "apply");
     change.make = [&](const std::string& path) {
-        made.clear();
-        EntryBatch batch(schema, path, change.doing);
-        const Progress progress("making the changes", asked.size());
-        for (const AskedEntry& each : asked) {
-            Progress::step();
-            made.push_back(each.item.naming([&] { return batch.make(each); }));
-            made.back().operation = fmt::format("{} {}", schema.group, nameOf(each.item.op()));
+        tally = {};
+        EntryBatch batch(schema, path, change.doing, context.output.style.json);
+        {
+            const Progress progress("making the changes", asked.size());
+            for (const AskedEntry& each : asked) {
+                MadeEntry made = each.item.naming([&] { return batch.make(each); });
+                tally.count(made);
+                if (context.output.style.json) {
+                    made.operation = fmt::format("{} {}", schema.group, nameOf(each.item.op()));
+                    tally.told.push_back(toldEntry(schema, made));
+                }
+                Progress::step();
+            }
         }
+        const Progress progress("writing " + file);
         return batch.commit();
     };
-    change.told = [&] {
-        std::vector<ToldChange> told;
-        for (const MadeEntry& each : made) {
-            told.push_back(toldEntry(schema, each));
-        }
-        return told;
-    };
+    change.told = [&] { return std::move(tally.told); };
     const int status = schema.shown == nullptr ? carryOutOnText(context, change) : carryOut(context, change);
     if (!context.output.style.json) {
-        const auto count = [&](bool before, bool after) {
-            return std::ranges::count_if(made, [&](const MadeEntry& each) {
-                return each.changed && each.before.has_value() == before && each.after.has_value() == after;
-            });
-        };
-        context.output.line(batchSummary(static_cast<std::size_t>(count(false, true)),
-                                         static_cast<std::size_t>(count(true, true)),
-                                         static_cast<std::size_t>(count(true, false)), made.size()));
+        context.output.line(tally.summary());
     }
     return status;
 }

@@ -104,6 +104,7 @@ struct EntryWords {
     bool addMissing = false;
     bool ifPresent = false;
     std::vector<std::optional<std::string>> lookups;  // in the schema's order
+    bool asFound = false;  // of an item of a batch: some of them say what the entry said before
 };
 
 // What a command concerns.

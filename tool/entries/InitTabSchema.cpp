@@ -146,6 +146,7 @@ void takeWords(BatchItem& item, const Entry* found, EntryWords& words) {
         if (!text && found == nullptr) {
             throw item.failure(fmt::format("it has no \"{}\"", member), "a new entry needs one; it may be empty");
         }
+        words.asFound = words.asFound || !text;
         words.fields.push_back(text ? *text : standing.substr(0, end));
         standing.erase(0, end + 1);
     }

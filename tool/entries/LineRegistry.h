@@ -180,7 +180,7 @@ private:
         }
         const std::string_view standing(line, std::strcspn(line, "\n"));
         std::string text = edit->rewrite(standing.empty() ? edit->layout : standing);
-        if (!mayBeWritten(text, *edit)) {
+        if (text != wanted.raw && !mayBeWritten(text, *edit)) {  // that one was looked at before
             wanted.result->doesNotFit = true;
             return REG_LINE_TOO_LONG;
         }

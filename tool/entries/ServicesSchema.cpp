@@ -291,6 +291,7 @@ void takeWords(BatchItem& item, const Entry* found, EntryWords& words) {
     const std::string standing = found != nullptr ? found->value : "/";
     const std::size_t slash = standing.find('/');
     const std::string protocol = words.fields[0].empty() ? standing.substr(slash) : words.fields[0];
+    words.asFound = !port || words.fields[0].empty();
     words.fields[0] = (port ? *port : standing.substr(0, slash)) + protocol;
     words.comment = item.takeOrNone("comment");
     if (!aliases) {

@@ -22,31 +22,20 @@ struct BatchWords {
     bool replace = false;
 };
 
-std::string summary(const std::vector<MadeRecord>& made) {
-    std::size_t added = 0;
-    std::size_t deleted = 0;
-    std::size_t changed = 0;
-    for (const MadeRecord& change : made) {
-        std::size_t& count = !change.before ? added : !change.after ? deleted : changed;
-        count += change.changed ? 1 : 0;
-    }
-    return batchSummary(added, changed, deleted, made.size());
-}
-
 // Where records are to be deleted that nobody named.
-void askBeforeReplacing(const Context& context, const std::string& path, const std::vector<AskedChange>& asked) {
+void askBeforeReplacing(const Context& context, const std::string& path, const AskedChanges& asked) {
     if (context.options.yes || context.options.dryRun || !judgeFile(path, "import", false)) {
         return;
     }
     GlobalBatch trial(context, path, true, "import");
-    const std::size_t lost = trial.deleteOthers(asked).size();
+    const std::size_t lost = trial.deleteOthers(asked, [](const MadeRecord&) {});
     if (lost != 0) {
         confirm(path, fmt::format("delete {} record{} that the batch does not name", lost, lost == 1 ? "" : "s"));
     }
 }
 
 int applyChanges(Context& context, const BatchWords& words, bool replaces) {
-    std::vector<AskedChange> asked = readChanges(words.source);
+    AskedChanges asked = readChanges(words.source);
     const std::string path = globalRegistryPath(context);
     if (replaces) {
         for (AskedChange& each : asked) {
@@ -57,31 +46,34 @@ int applyChanges(Context& context, const BatchWords& words, bool replaces) {
         }
         askBeforeReplacing(context, path, asked);
     }
-    std::vector<MadeRecord> made;
+    BatchTally tally;
+    const auto count = [&](const MadeRecord& made) {
+        tally.count(made);
+        if (context.output.style.json) {
+            tally.told.push_back(toldRecord(made));
+        }
+    };
     Change change = changeOfRecords(path, replaces ? "import" : "apply");
     change.make = [&](const std::string& file) {
+        tally = {};
         GlobalBatch batch(context, file, file != path, change.doing);
-        made = replaces ? batch.deleteOthers(asked) : std::vector<MadeRecord>();
         {
             const Progress progress("making the changes", asked.size());
+            if (replaces) {
+                (void)batch.deleteOthers(asked, count);
+            }
             for (const AskedChange& each : asked) {
-                made.push_back(each.item.naming([&] { return batch.make(each); }));
+                each.item.naming([&] { batch.make(each, count); });
                 Progress::step();
             }
         }
         const Progress progress("writing " + path);
         return batch.commit();
     };
-    change.told = [&] {
-        std::vector<ToldChange> told;
-        for (const MadeRecord& each : made) {
-            told.push_back(toldRecord(each));
-        }
-        return told;
-    };
+    change.told = [&] { return std::move(tally.told); };
     const int status = carryOut(context, change);
     if (!context.output.style.json) {
-        context.output.line(summary(made));
+        context.output.line(tally.summary());
     }
     return status;
 }

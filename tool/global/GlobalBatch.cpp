@@ -120,8 +120,8 @@ std::string shown(const std::optional<std::string>& value) {
 
 }  // namespace
 
-std::vector<AskedChange> readChanges(const std::string& source) {
-    std::vector<AskedChange> changes;
+AskedChanges readChanges(const std::string& source) {
+    AskedChanges changes;
     readBatch(source, [&](BatchItem item) {
         const BatchItem named = item;
         changes.push_back(named.naming([&] { return changeOf(std::move(item)); }));
@@ -134,10 +134,9 @@ GlobalBatch::GlobalBatch(const Context& context, const std::string& path, bool r
     const bool exists = judgeFile(path, doing_, false);
     answered(registry_.BeginBatch());
     if (exists) {
-        for (FoundRecord& record : GlobalRegistry(context, path, true).read(doing_)) {
-            std::string key = keyText(record);
-            records_.emplace(std::move(key), std::move(record));
-        }
+        GlobalRegistry(context, path, true).readEach(doing_, [&](const FoundRecord& record) {
+            records_.emplace(keyText(record), record);
+        });
     }
 }
 
@@ -186,7 +185,7 @@ FoundRecord GlobalBatch::edited(const AskedChange& asked, const std::optional<Fo
     return record;
 }
 
-MadeRecord GlobalBatch::make(const AskedChange& asked) {
+void GlobalBatch::make(const AskedChange& asked, const Taker& take) {
     const auto at = find(asked);
     const bool exists = at != records_.end();
     const BatchOp op = asked.item.op();
@@ -206,13 +205,15 @@ MadeRecord GlobalBatch::make(const AskedChange& asked) {
     if (op == BatchOp::Delete) {
         answered(registry_.remove(at->second));
         records_.erase(at);
-        return made;
+        take(made);
+        return;
     }
     made.after = edited(asked, made.before);
     if (!exists) {
         answered(registry_.add(*made.after, made.after->later));
         records_.emplace(keyText(*made.after), *made.after);
-        return made;
+        take(made);
+        return;
     }
     const unsigned long fields = (made.before->fieldMask ^ made.after->fieldMask) & kindOf(asked.key.recordType).known;
     made.changed =
@@ -221,17 +222,17 @@ MadeRecord GlobalBatch::make(const AskedChange& asked) {
         answered(registry_.replace(*made.before, *made.after));
         at->second = *made.after;
     }
-    return made;
+    take(made);
 }
 
-std::vector<MadeRecord> GlobalBatch::deleteOthers(const std::vector<AskedChange>& asked) {
+std::size_t GlobalBatch::deleteOthers(const AskedChanges& asked, const Taker& take) {
     std::vector<std::string> kept;
     kept.reserve(asked.size());
     for (const AskedChange& each : asked) {
         kept.push_back(keyText(each.key));
     }
     std::sort(kept.begin(), kept.end());
-    std::vector<MadeRecord> made;
+    std::size_t count = 0;
     for (auto at = records_.begin(); at != records_.end();) {
         if (std::binary_search(kept.begin(), kept.end(), at->first)) {
             ++at;
@@ -239,10 +240,11 @@ std::vector<MadeRecord> GlobalBatch::deleteOthers(const std::vector<AskedChange>
         }
         answered(registry_.remove(at->second));
         const auto kind = kindOf(at->second.recordType).name;
-        made.push_back({at->second, {}, true, fmt::format("{} delete", kind)});
+        take({at->second, {}, true, fmt::format("{} delete", kind)});
         at = records_.erase(at);
+        ++count;
     }
-    return made;
+    return count;
 }
 
 bool GlobalBatch::commit() {

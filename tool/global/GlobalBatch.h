@@ -1,6 +1,8 @@
 // Changes of the global registry that are committed as one, and what each of them did.
 #pragma once
 
+#include <deque>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -24,17 +26,22 @@ struct AskedChange {
 };
 
 // All of a batch, checked. Throws a Failure that names the line.
-[[nodiscard]] std::vector<AskedChange> readChanges(const std::string& source);
+// A record is large: they stay where they are.
+using AskedChanges = std::deque<AskedChange>;
+[[nodiscard]] AskedChanges readChanges(const std::string& source);
 
 class GlobalBatch {
 public:
+    // Is shown what became of a record.
+    using Taker = std::function<void(const MadeRecord& made)>;
+
     // Takes the lock and reads the file at the path, which need not exist. Throws a Failure.
     GlobalBatch(const Context& context, const std::string& path, bool rehearsal, std::string doing);
 
     // Each throws a Failure, and nothing of the batch is to be committed then.
-    MadeRecord make(const AskedChange& asked);
-    // Deletes every record but those of these changes.
-    std::vector<MadeRecord> deleteOthers(const std::vector<AskedChange>& asked);
+    void make(const AskedChange& asked, const Taker& take);
+    // Deletes every record but those of these changes, and answers how many.
+    std::size_t deleteOthers(const AskedChanges& asked, const Taker& take);
 
     // False when everything is as it was: nothing is written then.
     bool commit();

@@ -127,6 +127,12 @@ GlobalRegistry::GlobalRegistry(const Context& context, const std::string& path, 
 }
 
 std::vector<FoundRecord> GlobalRegistry::read(const std::string& doing) {
+    std::vector<FoundRecord> records;
+    readEach(doing, [&](const FoundRecord& record) { records.push_back(record); });
+    return records;
+}
+
+void GlobalRegistry::readEach(const std::string& doing, const std::function<void(const FoundRecord& record)>& take) {
     const GenRegCheckPacked check = checkPacked;
     const GenRegPacksAlike alike = packsAlike;
     unpackRecord = unpack;
@@ -135,10 +141,10 @@ std::vector<FoundRecord> GlobalRegistry::read(const std::string& doing) {
     if (code != 0) {
         throw libraryFailure(code, path_, doing);
     }
-    std::vector<FoundRecord> records;
-    const auto record = std::make_unique<GlobalRegRecord>();
-    while ((code = GetNext(0, nullptr, record.get())) == 0) {
-        records.push_back({*record, laterOfLast});
+    const auto record = std::make_unique<FoundRecord>();
+    while ((code = GetNext(0, nullptr, static_cast<GlobalRegRecord*>(record.get()))) == 0) {
+        record->later = laterOfLast;
+        take(*record);
     }
     if (code != REG_NO_MORE_RECORDS) {
         throw libraryFailure(code, path_, doing);
@@ -149,7 +155,6 @@ std::vector<FoundRecord> GlobalRegistry::read(const std::string& doing) {
     }
     unpackRecord = UnpackRecord;
     useShortcuts(check, nullptr, alike);
-    return records;
 }
 
 unsigned int GlobalRegistry::add(GlobalRegRecord record) {
@@ -174,7 +179,11 @@ unsigned int GlobalRegistry::removeMatching(GlobalRegRecord key, bool severalAll
 unsigned int GlobalRegistry::add(const GlobalRegRecord& record, const LaterItems& later) {
     laterImage = imageOf(record.recordType, later);
     packRecord = later.empty() ? PackRecord : packLater;
-    const unsigned int code = add(record);
+    // Quick as below; where an absent field is taken for an empty one, the slot of this class has the last word.
+    matchRecord = MatchRecord;
+    unsigned int code = add(record);
+    matchRecord = match;
+    code = code == REG_DUPLICATE ? add(record) : code;
     packRecord = PackRecord;
     return code;
 }

@@ -4,6 +4,7 @@
 
 #include <genreg/GlobalReg.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,7 @@ public:
 
     // Every record, in one scan. Throws a Failure.
     [[nodiscard]] std::vector<FoundRecord> read(const std::string& doing);
+    void readEach(const std::string& doing, const std::function<void(const FoundRecord& record)>& take);
 
     // The engine's operations. Each answers the engine's code.
     unsigned int add(GlobalRegRecord record);
