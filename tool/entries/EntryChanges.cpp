@@ -212,7 +212,7 @@ ToldChange toldEntry(const EntrySchema& schema, const MadeEntry& made) {
     const Entry* const before = made.before ? &*made.before : nullptr;
     const Entry* const after = made.after ? &*made.after : nullptr;
     ToldChange change{schema.group};
-    change.key = keyOf(schema, (after != nullptr ? *after : *before).members);
+    change.key = keyOf(schema, (made.after ? made.after : made.before).value().members);
     change.before = fieldsOf(schema, before, change.key);
     change.after = fieldsOf(schema, after, change.key);
     change.changed = made.changed;

@@ -22,8 +22,9 @@ Json fieldsOf(const FoundRecord* record) {
     return object;
 }
 
-ToldChange told(const FoundRecord* before, const FoundRecord* after) {
-    ToldChange change = toldAbsence(after != nullptr ? *after : *before);
+// shown: the one of the two that is.
+ToldChange told(const FoundRecord* before, const FoundRecord* after, const FoundRecord& shown) {
+    ToldChange change = toldAbsence(shown);
     change.before = fieldsOf(before);
     change.after = fieldsOf(after);
     change.changed = true;
@@ -71,14 +72,15 @@ std::vector<ToldChange> changesOfRecords(std::string_view before, std::string_vi
                      [](const RecordChange& a, const RecordChange& b) { return std::less<>()(a.after, b.after); });
     std::vector<ToldChange> all;
     for (const RecordChange& change : changes) {
-        all.push_back(told(change.before, change.after));
+        all.push_back(told(change.before, change.after, change.shown()));
         all.back().text = changeText(change);
     }
     return all;
 }
 
 ToldChange toldRecord(const MadeRecord& made) {
-    ToldChange change = told(made.before ? &*made.before : nullptr, made.after ? &*made.after : nullptr);
+    ToldChange change = told(made.before ? &*made.before : nullptr, made.after ? &*made.after : nullptr,
+                             (made.after ? made.after : made.before).value());
     change.changed = made.changed;
     change.operation = made.operation;
     return change;
