@@ -98,7 +98,7 @@ TEST_F(AtTerminal, LongWorkTellsHowFarItIsAndTakesThatAway) {
                                 const std::function<void(std::size_t)>& make) {
         std::string told;
         std::size_t last = std::string::npos;
-        for (std::size_t lines = 32'000; last == std::string::npos && lines < 8'000'000; lines *= 2) {
+        for (std::size_t lines = 2'000; last == std::string::npos && lines < 8'000'000; lines *= 2) {
             make(lines);
             told = shown(words, environment);
             last = told.rfind(eraser);
