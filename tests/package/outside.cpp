@@ -30,8 +30,7 @@ int main(int count, char** arguments) {
     if (count != 2) {
         return 2;
     }
-    if (std::strcmp(genregVersion(), GENREG_VERSION_TEXT) != 0 ||
-        std::strcmp(genregVersion(), EXPECTED_VERSION) != 0) {
+    if (std::strcmp(genregVersion(), GENREG_VERSION_TEXT) != 0 || std::strcmp(genregVersion(), EXPECTED_VERSION) != 0) {
         return 5;
     }
     char installPath[1024];
