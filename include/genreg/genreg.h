@@ -22,4 +22,5 @@
 #include <genreg/LockStatus.h>
 #include <genreg/RegistryBytes.h>
 #include <genreg/ServiceInfo.h>
+#include <genreg/Version.h>
 #include <genreg/VersionCodes.h>

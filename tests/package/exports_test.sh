@@ -15,7 +15,8 @@ fail() {
 }
 
 exported() {
-    nm -D --defined-only -C "$libraries/lib$1.so" | sed 's/^[0-9a-f]* . //; s/(.*//' | sort -u
+    nm -D --defined-only -C --without-symbol-versions "$libraries/lib$1.so" |
+        sed '/ A RVNgenreg_[0-9.]*$/d; s/^[0-9a-f]* . //; s/(.*//' | sort -u
 }
 
 for pair in genreg:RVNgenreg osse:RVNosse install:RVNinstall; do

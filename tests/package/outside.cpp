@@ -5,7 +5,9 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
+#ifdef OWN_NAMES
 // The program's own functions of these names: the library goes on with its own.
 extern "C" {
 unsigned int StripWhiteSpace(char*) {
@@ -18,10 +20,18 @@ unsigned int ExtractNextField(char**, char**) {
     return 1;
 }
 }
+#endif
+
+// Headers, library and package are of one version.
+static_assert(GENREG_VERSION >= GENREG_VERSION_NUMBER(1, 0, 0) && GENREG_VERSION < GENREG_VERSION_NUMBER(2, 0, 0),
+              "the version does not compare");
 
 int main(int count, char** arguments) {
     if (count != 2) {
         return 2;
+    }
+    if (std::strcmp(genregVersion(), GENREG_VERSION_TEXT) != 0 || std::strcmp(genregVersion(), EXPECTED_VERSION) != 0) {
+        return 5;
     }
     char installPath[1024];
     if (sqloInstallPath(sizeof installPath, installPath) != 0) {

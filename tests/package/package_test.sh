@@ -13,14 +13,7 @@ fail() {
     exit 1
 }
 
-# The program prints a value of this registry, and has to find it in each of its builds.
-printf '# a comment\nCOLOUR = blue  # a remark\n' > "$scratch/colours"
-try() {
-    program=$1
-    shift
-    said=$("$@" "$program" "$scratch/colours") || fail "$program fails with $?"
-    [ "$said" = "COLOUR is blue" ] || fail "$program says '$said'"
-}
+. "$here/client.sh"
 
 unset LD_LIBRARY_PATH
 "$cmake" --install "$build" --prefix "$scratch/first" > "$scratch/install.log"
@@ -30,24 +23,10 @@ pc=$(find "$scratch/moved" -name RVNgenreg.pc)
 
 PKG_CONFIG_PATH=$(dirname "$pc")
 export PKG_CONFIG_PATH
-# Unquoted: the flags are words.
-# shellcheck disable=SC2046
-"$compiler" -std=c++20 "$here/outside.cpp" $(pkg-config --cflags --libs RVNgenreg) -o "$scratch/by-pkg-config"
-try "$scratch/by-pkg-config" env
-
-mkdir "$scratch/project"
-cp "$here/outside.cpp" "$scratch/project/"
-cat > "$scratch/project/CMakeLists.txt" << 'END'
-cmake_minimum_required(VERSION 3.25)
-project(outside LANGUAGES CXX)
-find_package(RVNgenreg 1 REQUIRED)
-add_executable(outside outside.cpp)
-target_link_libraries(outside PRIVATE RVN::genreg)
-END
-"$cmake" -G "$generator" -S "$scratch/project" -B "$scratch/by-cmake" -DCMAKE_PREFIX_PATH="$scratch/moved" \
-    -DCMAKE_CXX_COMPILER="$compiler" > "$scratch/configure.log" || fail "$(cat "$scratch/configure.log")"
-"$cmake" --build "$scratch/by-cmake" > "$scratch/build.log" || fail "$(cat "$scratch/build.log")"
-try "$scratch/by-cmake/outside" env
+by_pkg_config by-pkg-config
+try "$scratch/by-pkg-config"
+by_cmake by-cmake "$scratch/moved"
+try "$scratch/by-cmake/outside"
 
 if [ "$(uname)" != Darwin ]; then
     sh "$here/exports_test.sh" "$(dirname "$pc")/.." "$scratch/moved/include"

@@ -1,6 +1,7 @@
 #include "base/Command.h"
 
 #include <fmt/core.h>
+#include <genreg/Version.h>
 
 #include <CLI/CLI.hpp>
 
@@ -23,7 +24,7 @@ constexpr std::string_view FOOTER =
     "Exit: 0 done or nothing to change, 1 not found or differs, 2 usage, 3 missing or unreadable, 4 locked,\n"
     "5 conflict, 6 invalid value, 7 damaged, 8 the update failed, 70 a defect of the tool.";
 
-constexpr std::string_view VERSION = GENREG_VERSION;
+constexpr std::string_view VERSION = GENREG_VERSION_TEXT;
 
 struct ToolParser {
     CLI::App app{std::string(DESCRIPTION), "genreg"};

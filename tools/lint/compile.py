@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Lets the compilers check the sources: clang-tidy the source files, several of a folder as one unit, and g++ and clang++
-each public header alone. What passed once is not checked again until it, something that it includes or the check itself
-changes.
+each public header alone, as a client has it. What passed once is not checked again until it, something that it includes
+or the check itself changes.
 
 Most of clang-tidy's work on one small file is the language's headers, which a unit reads once. A unit is the text of its
 files and not includes of them: in an included file the analyzer looks into no function, and unused names are not told.
@@ -25,7 +25,8 @@ builds = [pathlib.Path(folder).resolve() for folder in sys.argv[1:]]
 passed = builds[0] / "passed"
 # What no compiler of this system compiles: the cross build does.
 CROSS = ("platform/posix/macos/", "tool/system/macos/")
-WARNINGS = ["-std=c++20", "-Wall", "-Wextra", "-Wpedantic", "-Wconversion", "-Wshadow", "-Werror"]
+# A client may be content with an older language than the sources.
+WARNINGS = ["-std=c++17", "-Wall", "-Wextra", "-Wpedantic", "-Wconversion", "-Wshadow", "-Werror"]
 # What a file defines at the beginning of a line: a function, a value, a type.
 DEFINED = re.compile(r"^(?:(?!namespace|using)[a-z][^\n;{}()=:]*(?:::[^\n;{}()=:]*)*[ &*](\w+)(?:\(|\[| = |\{)|"
                      r"(?:struct|class|enum class) (\w+)(?: :| \{)|using (\w+) =)", re.MULTILINE)
