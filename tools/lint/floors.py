@@ -39,6 +39,7 @@ FLOORS = {
     "tool/watch/": CLIENT + rooms("base", "system", "records", "entries", "global", "watch"),
     "tool/complete/": CLIENT + rooms("base", "system", "records", "entries", "global", "complete"),
     "tool/": CLIENT + ("tool/",),
+    "python/": CLIENT + ("python/",),
     "examples/": CLIENT,
     "tests/": ("",),
     "bench/": ("",),
@@ -54,6 +55,7 @@ OUTSIDE = {
     "genreg/text/LineMasks.h": re.compile(r"emmintrin\.h"),
     "tool/": re.compile(r"fmt/.*"),
     "tool/system/": re.compile(r".*"),
+    "python/": re.compile(r"pybind11/.*"),
     # Compiling these two takes longer than all the rest of a source: nobody else does.
     "tool/base/Command.cpp": re.compile(r"CLI/.*|fmt/.*"),
     "tool/base/Json.cpp": re.compile(r"nlohmann/.*"),
