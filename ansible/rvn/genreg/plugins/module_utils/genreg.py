@@ -161,7 +161,7 @@ class Answer:
 def objects_of(text):
     """The objects, one a line, and the lines that are none."""
     objects, others = [], []
-    for line in text.splitlines():
+    for line in text.split("\n"):
         try:
             each = json.loads(line)
         except ValueError:
