@@ -6,6 +6,7 @@
 // allocator: the library, a shared one, asks the executable's. Twice over: in a process that has never used the
 // library, and in one that has, where what the library keeps for good is there already.
 #include <genreg/Codes.h>
+#include <genreg/GenRegBinVarVal.h>
 #include <genreg/GenRegVarVal.h>
 #include <osse/Errors.h>
 #include <sys/wait.h>
@@ -290,6 +291,70 @@ void keepContents(prove::Rig& rig) {
     }
 }
 
+class Logged : public GenRegBinVarVal {
+public:
+    Logged(const char* path, unsigned int* rc) noexcept : GenRegBinVarVal(path, rc) {
+        features |= REG_FEATURE_CHANGE_LOG;
+        logChange = [](GenRegBase* object, unsigned long /*operation*/, void* /*first*/, void* /*second*/) {
+            ++static_cast<Logged*>(object)->heard;
+            return 0U;
+        };
+    }
+    int heard = 0;
+};
+
+// A batch whose changes are logged, with a look-up that no index serves. Memory for the log that is not had costs a
+// line of it, never the change.
+unsigned int changeLogged(Logged& registry) {
+    GenRegBinVarValRecord key = {"b", 2, ""};
+    GenRegBinVarValRecord found = {};
+    unsigned int rc = registry.BeginBatch();
+    if (rc == 0) {
+        rc = registry.Get(BINVARVAL_MATCH_VALUE, &key, &found);
+        GenRegBinVarValRecord changed = found;
+        changed.value = 3;
+        rc = rc == 0 ? registry.Change(BINVARVAL_MATCH_VARIABLE, &found, &changed) : rc;
+        if (rc == 0) {
+            return registry.CommitBatch();
+        }
+        (void)registry.AbandonBatch();
+    }
+    return rc;
+}
+
+void logBatches(prove::Rig& rig) {
+    const std::string path = rig.scratch() + "/logged";
+    int unheard = 0;
+    for (const bool forGood : {false, true}) {
+        long asked = 0;
+        for (long index = -1; index < asked; ++index) {  // nothing is refused at first
+            rig.begin("a logged batch, allocation " + std::to_string(index) + (forGood ? " for good" : " once"));
+            (void)::unlink(path.c_str());
+            unsigned int rc = 0;
+            Logged registry(path.c_str(), &rc);
+            for (GenRegBinVarValRecord record :
+                 {GenRegBinVarValRecord{"a", 1, ""}, GenRegBinVarValRecord{"b", 2, ""}}) {
+                rc = rc == 0 ? registry.Add(BINVARVAL_MATCH_VARIABLE, &record) : rc;
+            }
+            registry.heard = 0;
+            ledger = {true, 0, index, forGood, ledger.blocks};
+            rc = rc == 0 ? changeLogged(registry) : rc;
+            ledger.counting = false;
+            asked = index < 0 ? ledger.asked : asked;
+            GenRegCause cause = {};
+            genregLastCause(&cause);
+            rig.check(index >= 0 ? rc == 0 || isAboutMemory(cause) : rc == 0, "answers " + prove::codeText(rc));
+            GenRegBinVarValRecord key = {"b", 0, ""};
+            GenRegBinVarValRecord found = {};
+            const unsigned int got = registry.Get(BINVARVAL_MATCH_VARIABLE, &key, &found);
+            rig.check(got == 0 && found.value == (rc == 0 ? 3 : 2), "the registry is neither old nor new");
+            rig.check(registry.heard <= (rc == 0 ? 1 : 0), "a change that was not made is logged");
+            unheard += rc == 0 && registry.heard == 0 ? 1 : 0;
+        }
+    }
+    rig.check(unheard > 0, "no memory of the log was refused");
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -307,6 +372,7 @@ int main(int argc, char** argv) {
         }
     }
     keepContents(rig);
+    logBatches(rig);
     allocations.report();
     return rig.finish();
 }

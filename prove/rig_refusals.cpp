@@ -68,6 +68,7 @@ int main(int argc, char** argv) {
     refusals.calls();
     refusals.globalCalls();
     refusals.changeLog();
+    refusals.batches();
     refusals.cleanUps();
     return rig.finish();
 }

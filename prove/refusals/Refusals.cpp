@@ -67,27 +67,52 @@ void Refusals::expectOnce(const Point& point, PlatformCall call, const std::func
     rig_.check(tells(point, since), "the log does not tell of it");
 }
 
+unsigned int Refusals::inChild(const std::function<Verdict(pid_t, const SystemCall&)>& entry,
+                               const std::function<unsigned int()>& provoke, int* exitCode) {
+    StepHooks hooks;
+    hooks.entry = entry;
+    unsigned int* const rc = shared_;
+    const StepResult result = step(
+        [&] {
+            beginPart();
+            *rc = provoke();
+            endPart();
+            return 0;
+        },
+        hooks);
+    *exitCode = result.exitCode;
+    return *rc;
+}
+
 void Refusals::expectFailing(const Point& point, unsigned int answer, int error, const Picks& picks,
                              const std::function<unsigned int()>& provoke) {
     expect(point, answer, [&] {
         bool failed = false;
-        StepHooks hooks;
-        hooks.entry = [&](pid_t child, const SystemCall& call) {
-            const bool fails = !failed && picks(child, call);
-            failed = failed || fails;
-            return fails ? Verdict{Verdict::Kind::Fail, error} : Verdict{};
-        };
-        unsigned int* const rc = shared_;
-        const StepResult result = step(
-            [&] {
-                beginPart();
-                *rc = provoke();
-                endPart();
-                return 0;
+        int exitCode = 0;
+        const unsigned int rc = inChild(
+            [&](pid_t child, const SystemCall& call) {
+                const bool fails = !failed && picks(child, call);
+                failed = failed || fails;
+                return fails ? Verdict{Verdict::Kind::Fail, error} : Verdict{};
             },
-            hooks);
-        rig_.check(failed && result.exitCode == 0, "the call was not made, or the child died");
-        return *rc;
+            provoke, &exitCode);
+        rig_.check(failed && exitCode == 0, "the call was not made, or the child died");
+        return rc;
+    });
+}
+
+void Refusals::expectWatched(const Point& point, unsigned int answer, const Picks& sees,
+                             const std::function<unsigned int()>& provoke) {
+    expect(point, answer, [&] {
+        int exitCode = 0;
+        const unsigned int rc = inChild(
+            [&](pid_t child, const SystemCall& call) {
+                (void)sees(child, call);
+                return Verdict{};
+            },
+            provoke, &exitCode);
+        rig_.check(exitCode == 0, "the child died");
+        return rc;
     });
 }
 

@@ -38,6 +38,7 @@ public:
     void frames();
     void globalCalls();
     void changeLog();
+    void batches();
     void cleanUps();
 
 private:
@@ -65,6 +66,14 @@ private:
     // In a child, one of whose calls of the system fails: the first for which `picks` holds.
     void expectFailing(const Point& point, unsigned int answer, int error, const Picks& picks,
                        const std::function<unsigned int()>& provoke);
+
+    // In a child, before whose calls of the system `sees` is asked; none of them fails.
+    void expectWatched(const Point& point, unsigned int answer, const Picks& sees,
+                       const std::function<unsigned int()>& provoke);
+
+    // The code that a child's operation answered with; `entry` is asked before each of its calls.
+    unsigned int inChild(const std::function<Verdict(pid_t, const SystemCall&)>& entry,
+                         const std::function<unsigned int()>& provoke, int* exitCode);
 
     Rig& rig_;
     std::string file_;

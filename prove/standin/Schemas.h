@@ -29,6 +29,8 @@ public:
 class Binary : public ConstructorCode, public GenRegBinVarVal {
 public:
     explicit Binary(const std::string& path) : GenRegBinVarVal(path.c_str(), &code) {}
+    using GenRegBase::features;
+    using GenRegBase::logChange;
     using GenRegBase::matchRecord;
     using GenRegFile::getMaxRecordSize;
 };
