@@ -303,17 +303,16 @@ public:
     int heard = 0;
 };
 
-// A batch whose changes are logged, with a look-up that no index serves. Memory for the log that is not had costs a
-// line of it, never the change.
+// A batch whose changes are logged, with a look-up behind them that no index serves. Memory for the log that is not had
+// costs a line of it, never the change.
 unsigned int changeLogged(Logged& registry) {
     GenRegBinVarValRecord key = {"b", 2, ""};
+    GenRegBinVarValRecord changed = {"b", 3, ""};
     GenRegBinVarValRecord found = {};
     unsigned int rc = registry.BeginBatch();
     if (rc == 0) {
-        rc = registry.Get(BINVARVAL_MATCH_VALUE, &key, &found);
-        GenRegBinVarValRecord changed = found;
-        changed.value = 3;
-        rc = rc == 0 ? registry.Change(BINVARVAL_MATCH_VARIABLE, &found, &changed) : rc;
+        rc = registry.Change(BINVARVAL_MATCH_VARIABLE, &key, &changed);
+        rc = rc == 0 ? registry.Get(BINVARVAL_MATCH_VALUE, &changed, &found) : rc;
         if (rc == 0) {
             return registry.CommitBatch();
         }
