@@ -1,8 +1,8 @@
 // Gives a service the next free port, under both protocols or none: ./services FILE NAME
-#include <arpa/inet.h>
 #include <genreg/genreg.h>
 
 #include <cstdio>
+#include <cstring>
 #include <set>
 #include <string>
 
@@ -10,6 +10,14 @@ namespace {
 
 constexpr unsigned int FIRST = 50000;
 constexpr unsigned long BY_NAME = SERVICES_MATCH_NAME | SERVICES_MATCH_PROTOCOL;
+
+// A record has its port in network byte order; there and back is the same.
+unsigned int swapped(unsigned int port) {
+    const unsigned char bytes[] = {static_cast<unsigned char>(port >> 8U), static_cast<unsigned char>(port)};
+    unsigned short number = 0;
+    std::memcpy(&number, bytes, sizeof number);
+    return number;
+}
 
 template <class Use>
 unsigned int each(GenRegServices& services, Use use) {
@@ -40,14 +48,12 @@ unsigned int addBoth(GenRegServices& services, std::string name) {
         return code;
     }
     std::set<unsigned int> taken;
-    (void)each(services, [&](const GenRegServicesRecord& other) {
-        taken.insert(ntohs(static_cast<unsigned short>(other.port)));
-    });
+    (void)each(services, [&](const GenRegServicesRecord& other) { taken.insert(swapped(other.port)); });
     unsigned int port = FIRST;
     while (taken.count(port) != 0) {
         ++port;
     }
-    entry.port = htons(static_cast<unsigned short>(port));
+    entry.port = swapped(port);
     code = services.Add(BY_NAME, &entry);
     entry.protocol = udp;
     return code == 0 ? services.Add(BY_NAME, &entry) : code;
@@ -69,7 +75,7 @@ int main(int count, char** words) {
     }
     if (code == 0 || code == REG_UNCHANGED) {
         code = each(services, [](const GenRegServicesRecord& entry) {
-            std::printf("%s %u/%s", entry.name, ntohs(static_cast<unsigned short>(entry.port)), entry.protocol);
+            std::printf("%s %u/%s", entry.name, swapped(entry.port), entry.protocol);
             for (char** alias = entry.aliases; alias != nullptr && *alias != nullptr; ++alias) {
                 std::printf(" %s", *alias);
             }
