@@ -18,6 +18,7 @@
 #include "global/GlobalPath.h"
 #include "records/RecordChanges.h"
 #include "records/Salvage.h"
+#include "system/ServiceManager.h"
 #include "watch/WatchCommand.h"
 #include "watch/Watching.h"
 
@@ -70,7 +71,7 @@ private:
         setup.words = {"/bin/sh", "-c", command};
         setup.environment = variables;
         for (std::string& inherited : inheritedEnvironment()) {
-            if (!inherited.starts_with("GENREG_")) {
+            if (!inherited.starts_with("GENREG_") && !inherited.starts_with(SERVICE_MANAGER_VARIABLE)) {
                 setup.environment.push_back(std::move(inherited));
             }
         }
@@ -113,6 +114,11 @@ public:
         const bool lines = !isOfRecords(bytes_) && !isOfVariables(bytes_);
         return lines ? counted(splitLines(bytes_).size(), "line")
                      : counted(takeApart(bytes_, !named_).parts.size(), "record");
+    }
+
+    // The same, and what is wrong with it as it stands.
+    [[nodiscard]] std::string state() const {
+        return refused_.empty() ? contents() : fmt::format("{}, as last read; {}", contents(), refused_);
     }
 
     // Whether it was found empty: it may be about to be written, by somebody who does not replace it.
@@ -220,6 +226,7 @@ public:
                 fmt::format("watching {}{}; ^C or SIGTERM ends it", files_.back()->contents(),
                             arguments_.isMonitor() ? fmt::format(" as the monitor, pid {}", processId()) : ""));
         }
+        tellReady();
     }
 
     void run() {
@@ -236,17 +243,33 @@ public:
             const bool look = signals_.takeLook();
             const bool wasMended = mended;
             mended = news_->mend();
+            if (look) {
+                tellServiceManager(fmt::format("RELOADING=1\nMONOTONIC_USEC={}", monotonicMicroseconds()));
+            }
             if (concerned || look || inDoubt || !wasMended) {
                 inDoubt = false;
                 for (const auto& file : files_) {
                     tellChanges(*file);
                     inDoubt = inDoubt || file->isInDoubt();
                 }
+                tellReady();
             }
         }
+        tellServiceManager("STOPPING=1");
     }
 
 private:
+    void tellReady() const {
+        if (!hasServiceManager()) {
+            return;
+        }
+        std::string status;
+        for (const auto& file : files_) {
+            status += fmt::format("{}{}: {}", status.empty() ? "" : "; ", printable(file->path()), file->state());
+        }
+        tellServiceManager("READY=1\nSTATUS=" + status);
+    }
+
     void tellChanges(WatchedRegistry& file) {
         Output& output = context_.output;
         for (const ToldChange& change : file.changes()) {
