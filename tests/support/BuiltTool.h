@@ -10,3 +10,4 @@
 inline const std::filesystem::path BUILD = this_system::program().parent_path().parent_path();
 
 inline const std::string BUILT_TOOL = BUILD / "tool" / "genreg";
+inline const std::string BUILT_FLEET = BUILD / "fleet" / "genreg-fleet";

@@ -101,6 +101,11 @@ TEST_F(Batch, FieldsThatAreNotNamedStayAndNullRemovesOne) {
               R"({"schema":1,"type":"instance","service":"RVN","versionCode":"9.7.0.2","instanceName":"inst2",)"
               R"("comment":")"
               "\xc3\xa4\"}\n");
+    // Of members of one name the last counts.
+    ASSERT_EQ(apply(instance(1, R"(,"usage":"a","comment":"c","usage":"b","usage":"z")")).status, 0);
+    EXPECT_EQ(out("instance get RVN 9.7.0.2 inst1 usage"), "z\n");
+    EXPECT_EQ(out("instance get RVN 9.7.0.2 inst1 comment"), "c\n");
+    expectRefused(6, "\"unknown\" is a list", instance(1, R"(,"unknown":[{"bit":1024,"base64":"AQ=="}])"));
 }
 
 TEST_F(Batch, WhatIsExportedIsImportedAsItWas) {

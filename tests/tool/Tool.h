@@ -55,7 +55,7 @@ protected:
         std::string err;
     };
     Running start(const std::string& line, const Words& more = {}, const Surroundings& around = {}) {
-        Words words{BUILT_TOOL};
+        Words words{program_};
         std::istringstream stream(line);
         for (std::string word; stream >> word;) {
             words.push_back(word);
@@ -81,6 +81,9 @@ protected:
         }
         return result;
     }
+
+    // Another one that is made of the tool's rooms.
+    void runProgram(const std::string& program) { program_ = program; }
 
     static std::vector<Json> objects(const std::string& lines) {
         std::vector<Json> result;
@@ -127,5 +130,6 @@ private:
         ::_exit(CANNOT_START);
     }
 
+    std::string program_ = BUILT_TOOL;
     int runs_ = 0;
 };

@@ -9,6 +9,7 @@
 #include <iostream>
 
 #include "base/DiskFiles.h"
+#include "base/Program.h"
 #include "base/Text.h"
 #include "system/System.h"
 
@@ -111,7 +112,7 @@ void confirm(const std::string& path, const std::string& what) {
         throw usageFailure(fmt::format("{}: {}: there is nobody to ask", printable(path), what),
                            "run it at a terminal, which asks");
     }
-    toStandardError(fmt::format("genreg: {}: {}? [y/N] ", printable(path), what));
+    toStandardError(fmt::format("{}: {}: {}? [y/N] ", program().name, printable(path), what));
     std::string reply;
     std::getline(std::cin, reply);
     if (reply != "y" && reply != "yes") {

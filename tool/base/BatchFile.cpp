@@ -45,6 +45,15 @@ BatchItem::BatchItem(const std::string& source, std::size_t line, std::string_vi
     } catch (const std::invalid_argument& wrong) {
         throw failure("it is no JSON: " + reasonOf(wrong.what()), "one object on each line");
     }
+    takeOp();
+}
+
+BatchItem::BatchItem(const std::string& source, std::size_t line, Json object)
+    : source_(source), line_(line), members_(std::move(object)) {
+    takeOp();
+}
+
+void BatchItem::takeOp() {
     if (!members_.is_object()) {
         throw failure("it is no JSON object", "one object on each line");
     }
@@ -93,11 +102,15 @@ std::optional<std::string> BatchItem::takeText(const std::string& name, bool* is
     if (!encoded) {
         return std::nullopt;
     }
-    auto bytes = encoded->is_string() ? fromBase64(encoded->get<std::string>()) : std::nullopt;
+    return bytesOf(name, *encoded);
+}
+
+std::string BatchItem::bytesOf(const std::string& name, const Json& encoded) const {
+    auto bytes = encoded.is_string() ? fromBase64(encoded.get<std::string>()) : std::nullopt;
     if (!bytes) {
         throw failure(fmt::format("\"{}{}\" is no base64", printable(name), BYTES), "");
     }
-    return bytes;
+    return *bytes;
 }
 
 std::string BatchItem::takeName(const std::string& name) {
@@ -124,7 +137,12 @@ std::vector<std::pair<std::string, std::optional<std::string>>> BatchItem::takeT
         throw failure(fmt::format("\"{}\" is no object", name), "");
     }
     for (const Json::Member& member : inner->items()) {
-        texts.emplace_back(member.key, textOf(member.key, member.value));
+        if (member.key.ends_with(BYTES)) {
+            const std::string plain = member.key.substr(0, member.key.size() - BYTES.size());
+            texts.emplace_back(plain, bytesOf(plain, member.value));
+        } else {
+            texts.emplace_back(member.key, textOf(member.key, member.value));
+        }
     }
     return texts;
 }

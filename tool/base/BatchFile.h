@@ -19,6 +19,8 @@ class BatchItem {
 public:
     // Throws a Failure (invalid) that names the line.
     BatchItem(const std::string& source, std::size_t line, std::string_view text);
+    // Of an object that was read already.
+    BatchItem(const std::string& source, std::size_t line, Json object);
 
     [[nodiscard]] std::size_t line() const { return line_; }
     [[nodiscard]] BatchOp op() const { return op_; }
@@ -51,6 +53,9 @@ public:
 
 private:
     void name(Failure& failed) const;
+    void takeOp();
+    // Of the member NAMEBase64.
+    [[nodiscard]] std::string bytesOf(const std::string& name, const Json& encoded) const;
     [[nodiscard]] std::optional<std::string> textOf(const std::string& name, const Json& value) const;
 
     const std::string& source_;

@@ -13,21 +13,17 @@
 
 #include "base/GlobalOptions.h"
 #include "base/LockPatience.h"
+#include "base/Program.h"
 #include "base/Progress.h"
 #include "base/Suggestions.h"
 #include "base/Text.h"
 
 namespace tool {
 
-constexpr std::string_view DESCRIPTION = "Reads and edits registry files, safely among several processes.";
-constexpr std::string_view FOOTER =
-    "Exit: 0 done or nothing to change, 1 not found or differs, 2 usage, 3 missing or unreadable, 4 locked,\n"
-    "5 conflict, 6 invalid value, 7 damaged, 8 the update failed, 70 a defect of the tool.";
-
 constexpr std::string_view VERSION = GENREG_VERSION_TEXT;
 
 struct ToolParser {
-    CLI::App app{std::string(DESCRIPTION), "genreg"};
+    CLI::App app{std::string(program().description), std::string(program().name)};
     std::map<const CLI::App*, const Command*> commands;
     std::vector<std::string> helpWords;
     GivenOptions given{};
@@ -112,13 +108,17 @@ private:
     CLI::App& app_;
 };
 
-void declareGlobals(ToolParser& parser, Context& context) {
+// uses: of all commands.
+void declareGlobals(ToolParser& parser, Context& context, unsigned int uses) {
     CLI::App& app = parser.app;
     app.set_version_flag("-V,--version", std::string(VERSION));
     parser.given.options = &context.options;
     parser.given.style = &context.output.style;
     CommandParser declared(app);
     for (const GlobalOption& option : globalOptions()) {
+        if (option.uses != 0 && (option.uses & uses) == 0) {
+            continue;  // of another program's commands
+        }
         option.declare(declared, parser.given);
         if (option.uses != 0) {
             parser.acting.emplace_back(option.uses, app.get_option(std::string(option.name)));
@@ -177,7 +177,7 @@ std::string operationOf(const CLI::App& app) {
     return blank == std::string::npos ? "" : name.substr(blank + 1);
 }
 
-// The same behind "genreg: ", which every message begins with.
+// The same behind the program's name, which every message begins with.
 std::string shortName(const CLI::App& app) {
     const std::string name = operationOf(app);
     return name.empty() ? "" : name + ": ";
@@ -298,7 +298,7 @@ void printVersion(Output& output) {
     if (output.style.json) {
         output.json({{"version", VERSION}});
     } else {
-        output.line(fmt::format("genreg {}", VERSION));
+        output.line(fmt::format("{} {}", program().name, VERSION));
     }
 }
 
@@ -330,8 +330,8 @@ void refuseIdleOptions(const ToolParser& parser) {
     for (const auto& [use, option] : parser.acting) {
         if (option->count() != 0 && (parser.chosen->uses & use) == 0) {
             throw usageFailure(
-                fmt::format("{} means nothing to \"genreg {}\"", option->get_name(), parser.chosen->name),
-                fmt::format("genreg {} --help", parser.chosen->name));
+                fmt::format("{} means nothing to \"{} {}\"", option->get_name(), program().name, parser.chosen->name),
+                fmt::format("{} {} --help", program().name, parser.chosen->name));
         }
     }
 }
@@ -358,6 +358,14 @@ const Command* askedCommand(std::span<const Command> commands, const Context& co
 
 }  // namespace
 
+unsigned int usesOf(std::span<const Command> commands) {
+    unsigned int uses = 0;
+    for (const Command& command : commands) {
+        uses |= command.uses;
+    }
+    return uses;
+}
+
 CommandLine::CommandLine() noexcept = default;
 CommandLine::~CommandLine() = default;
 
@@ -370,8 +378,8 @@ void CommandLine::declare(Context& context, std::span<const Command> commands) {
     app.formatter(std::make_shared<HelpFormatter>(*parser_));
     app.fallthrough();
     app.require_subcommand(1);
-    app.footer(std::string(FOOTER));
-    declareGlobals(*parser_, context);
+    app.footer(std::string(program().footer));
+    declareGlobals(*parser_, context, usesOf(commands_));
     declareCommands(*parser_, groups_, commands);
     // A command line that cannot be parsed is answered in the form asked for all the same.
     for (int i = 1; i < context.argumentCount && std::string_view(context.arguments[i]) != "--"; ++i) {

@@ -26,6 +26,7 @@ struct Options {
     bool all = false;
     bool yes = false;
     bool parents = false;
+    std::optional<std::string> config;
 };
 
 // What a command works with.
@@ -50,6 +51,7 @@ constexpr unsigned int USES_ALL = 0x8;
 constexpr unsigned int USES_REGISTRY = 0x10;
 constexpr unsigned int USES_YES = 0x20;
 constexpr unsigned int USES_PARENTS = 0x40;
+constexpr unsigned int USES_CONFIG = 0x80;
 constexpr unsigned int USES_UPDATE = USES_DRY_RUN | USES_DIFF;
 
 struct Command {
@@ -58,6 +60,9 @@ struct Command {
     unsigned int uses;
     Action (*declare)(Parser& parser);
 };
+
+// Of any of them.
+[[nodiscard]] unsigned int usesOf(std::span<const Command> commands);
 
 struct CommandGroup {
     std::string_view name;

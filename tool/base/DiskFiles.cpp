@@ -119,6 +119,21 @@ std::string readFile(const std::string& path, const std::string& doing) {
     return bytes;
 }
 
+void writePrivateFile(const std::string& path, std::string_view bytes, const std::string& doing) {
+    constexpr mode_t PERMISSIONS = 0600;
+    std::unique_ptr<std::FILE, Closer> stream(std::fopen(path.c_str(), "wxe"));
+    if (stream == nullptr) {
+        throw systemFailure(errno, path, doing);
+    }
+    const bool isPrivate = setPermissions(stream.get(), PERMISSIONS) == 0;
+    const bool isTaken = isPrivate && std::fwrite(bytes.data(), 1, bytes.size(), stream.get()) == bytes.size();
+    if (std::fclose(stream.release()) != 0 || !isTaken) {
+        const int error = errno;
+        (void)std::remove(path.c_str());
+        throw systemFailure(error, path, doing);
+    }
+}
+
 std::vector<FileLine> fileLines(std::string_view bytes, bool continued) {
     std::vector<FileLine> lines;
     for (std::size_t number = 1; !bytes.empty();) {

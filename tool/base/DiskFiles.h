@@ -14,6 +14,9 @@ namespace tool {
 // The bytes of a regular file. Throws a Failure for what is missing, unreadable or no regular file.
 [[nodiscard]] std::string readFile(const std::string& path, const std::string& doing);
 
+// A new file for this user alone; one that is there already is a failure. Throws a Failure, and no file is left then.
+void writePrivateFile(const std::string& path, std::string_view bytes, const std::string& doing);
+
 // A line with its newline, and the number of the first line of the file that it takes.
 struct FileLine {
     std::size_t number;

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 
+#include "base/Program.h"
 #include "base/Text.h"
 #include "system/System.h"
 
@@ -23,6 +24,10 @@ constexpr GlobalOption OPTIONS[] = {
      [](Parser& parser, GivenOptions& given) {
          parser.flag("--default-path", given.options->defaultPath, "the global registry in its default place");
      }},
+    {"--config", USES_CONFIG,
+     [](Parser& parser, GivenOptions& given) {
+         parser.option("--config", "FILE", given.options->config, "the settings to go by");
+     }},
     {"--json", 0,
      [](Parser& parser, GivenOptions& given) {
          parser.flag("--json", given.style->json, "one JSON object per line, for programs");
@@ -39,8 +44,7 @@ constexpr GlobalOption OPTIONS[] = {
      [](Parser& parser, GivenOptions& given) { parser.flag("--diff", given.options->diff, "show what was changed"); }},
     {"--wait", 0,
      [](Parser& parser, GivenOptions& given) {
-         parser.option("--wait", "SECONDS", given.wait,
-                       "how long to wait for a lock (GENREG_WAIT, else 10; 0 fails at once)");
+         parser.option("--wait", "SECONDS", given.wait, std::string(program().waitHelp));
      }},
     {"--if-value", USES_IF_VALUE,
      [](Parser& parser, GivenOptions& given) {
@@ -98,7 +102,7 @@ double secondsToWait(const std::optional<std::string>& given, const std::string&
         throw usageFailure(
             fmt::format("{}: {} is no number of seconds from 0 to {}", fromVariable ? WAIT_VARIABLE : "--wait",
                         cell(text), MOST_SECONDS),
-            fromVariable ? "set it to a number, or unset it" : fmt::format("genreg {} --help", operation));
+            fromVariable ? "set it to a number, or unset it" : fmt::format("{} {} --help", program().name, operation));
     }
     return *seconds;
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include <numeric>
 #include <stdexcept>
 #include <utility>
 
@@ -214,6 +215,8 @@ struct Json::Writer {
 // What the library reads, as it comes.
 class Json::Reader : public nlohmann::json_sax<nlohmann::json> {
 public:
+    explicit Reader(Repeated repeated) : repeated_(repeated) {}
+
     bool null() override { return put(nullptr); }
     bool boolean(bool truth) override { return put(truth); }
     bool number_integer(number_integer_t number) override { return put(static_cast<long long>(number)); }
@@ -226,7 +229,10 @@ public:
         keys_.back() = std::move(name);
         return true;
     }
-    bool end_object() override { return close(); }
+    bool end_object() override {
+        settle(as<Object>(open_.back().value_));
+        return close();
+    }
     bool start_array(std::size_t /*size*/) override { return open(array()); }
     bool end_array() override { return close(); }
     bool parse_error(std::size_t /*place*/, const std::string& /*token*/,
@@ -245,7 +251,7 @@ private:
         } else if (open_.back().is_array()) {
             open_.back().push_back(std::move(value));
         } else {
-            open_.back()[keys_.back()] = std::move(value);
+            as<Object>(open_.back().value_).push_back({std::move(keys_.back()), std::move(value)});
         }
         return true;
     }
@@ -264,12 +270,39 @@ private:
         return put(std::move(value));
     }
 
+    // Of members of one name the last value counts, in the place of the first. Sorted, since nobody says how many
+    // members there are.
+    void settle(Object& members) const {
+        std::vector<std::size_t> order(members.size());
+        std::iota(order.begin(), order.end(), 0U);
+        std::stable_sort(order.begin(), order.end(),
+                         [&](std::size_t a, std::size_t b) { return members[a].key < members[b].key; });
+        std::vector<bool> superseded(members.size());
+        bool any = false;
+        for (std::size_t i = 0, first = 0; i < order.size(); ++i) {
+            if (i == 0 || members[order[i]].key != members[order[first]].key) {
+                first = i;
+                continue;
+            }
+            if (repeated_ == Repeated::REFUSED) {
+                throw std::invalid_argument("it has two members of one name");
+            }
+            members[order[first]].value = std::move(members[order[i]].value);
+            superseded[order[i]] = any = true;
+        }
+        if (any) {
+            std::size_t at = 0;
+            std::erase_if(members, [&](const Member&) { return superseded[at++]; });
+        }
+    }
+
+    Repeated repeated_;
     std::vector<Json> open_{};
     std::vector<std::string> keys_{};
 };
 
-Json Json::parse(std::string_view text) {
-    Reader reader;
+Json Json::parse(std::string_view text, Repeated repeated) {
+    Reader reader(repeated);
     if (!nlohmann::json::sax_parse(text.begin(), text.end(), &reader)) {
         throw std::invalid_argument("it cannot be read");
     }

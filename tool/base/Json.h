@@ -92,8 +92,10 @@ public:
 
     // On one line. Bytes that are no UTF-8 are replaced.
     [[nodiscard]] std::string dump() const;
-    // What the text says; of members of one name the last. Throws std::invalid_argument, which says what is wrong.
-    [[nodiscard]] static Json parse(std::string_view text);
+    // What the text says; of members of one name the last, or such are refused. Throws std::invalid_argument, which
+    // says what is wrong.
+    enum class Repeated { LAST, REFUSED };
+    [[nodiscard]] static Json parse(std::string_view text, Repeated repeated = Repeated::LAST);
 
     bool operator==(const Json& other) const;
 

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <utility>
 
+#include "base/Program.h"
 #include "base/Text.h"
 #include "system/System.h"
 
@@ -177,7 +178,7 @@ void Output::refuseFailure() {
 
 std::string Output::noteText(std::string_view kind, const std::string& path, const std::string& message) const {
     if (!style.json) {
-        return fmt::format("genreg: {}: {}\n", printable(path), message);
+        return fmt::format("{}: {}: {}\n", program().name, printable(path), message);
     }
     Json object{{"schema", SCHEMA}, {"kind", kind}};
     putText(object, "path", path);
@@ -193,7 +194,7 @@ void Output::note(std::string_view kind, const std::string& path, const std::str
 
 void Output::detail(const std::string& message) {
     if (style.verbose && !style.json) {
-        toStandardError(fmt::format("genreg: {}\n", message));
+        toStandardError(fmt::format("{}: {}\n", program().name, message));
     }
 }
 
@@ -211,7 +212,7 @@ void Output::report(const Failure& failure) {
     const std::string_view red = style.errorColor ? "\x1b[31m" : "";
     const std::string_view plain = style.errorColor ? "\x1b[0m" : "";
     const std::string code = failure.code == 0 ? "" : fmt::format("   [{}]", hexCode(failure.code));
-    std::string text = fmt::format("{}genreg:{} {}", red, plain, failure.message);
+    std::string text = fmt::format("{}{}:{} {}", red, program().name, plain, failure.message);
     text += failure.hint.empty() ? code + "\n" : fmt::format("\n  try: {}{}\n", failure.hint, code);
     toStandardError(text);
     if (style.verbose && !failure.detail.empty()) {

@@ -11,6 +11,7 @@
 #include <system_error>
 #include <thread>
 
+#include "base/Program.h"
 #include "base/Text.h"
 #include "system/System.h"
 
@@ -61,9 +62,9 @@ private:
         for (auto at = std::max(first, Clock::now()); !ended_.wait_until(lock, at, [this] { return !working_; });
              at = Clock::now() + PACE) {
             const std::string far = steps == 0 ? "" : fmt::format(": {} of {}", std::min(done.load(), steps), steps);
-            const std::string text = fmt::format("genreg: {}{} ...", printable(doing), far);
+            const std::string text = fmt::format("{}: {}{} ...", program().name, printable(doing), far);
             const std::size_t columns = terminalColumns(stderr);
-            showStatus(columns == 0 || width(text) < columns ? text : "genreg" + far + " ...");
+            showStatus(columns == 0 || width(text) < columns ? text : std::string(program().name) + far + " ...");
         }
     }
 

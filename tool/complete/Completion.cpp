@@ -16,9 +16,12 @@ namespace {
 // A command line as far as it is typed.
 class TypedLine {
 public:
-    TypedLine(std::span<const CommandGroup> groups, std::span<const Command> commands,
+    TypedLine(std::span<const CommandGroup> groups, std::span<const Command> commands, NamesFor* namesFor,
               const std::vector<std::string>& words)
-        : groups_(groups), commands_(commands), current_(words.empty() ? std::string() : words.back()) {
+        : groups_(groups),
+          commands_(commands),
+          namesFor_(namesFor),
+          current_(words.empty() ? std::string() : words.back()) {
         for (std::size_t i = 0; i + 1 < words.size(); ++i) {
             take(words[i]);
         }
@@ -55,11 +58,12 @@ public:
     void apply(Options& options) const {
         options.registry = registry_;
         options.defaultPath = defaultPath_;
+        options.config = config_;
     }
 
 private:
     [[nodiscard]] std::vector<DescribedOption> options() const {
-        std::vector<DescribedOption> all = describeGlobalOptions(command_ ? command_->uses : ~0U);
+        std::vector<DescribedOption> all = describeGlobalOptions(command_ ? command_->uses : usesOf(commands_));
         if (command_) {
             all.insert(all.begin(), command_->options.begin(), command_->options.end());
         }
@@ -108,6 +112,8 @@ private:
     void keep(const DescribedOption& option, const std::string& value) {
         if (option.isCalled("--registry")) {
             registry_ = value;
+        } else if (option.isCalled("--config")) {
+            config_ = value;
         }
     }
 
@@ -128,7 +134,8 @@ private:
         for (const std::string& choice : option.choices) {
             names.found.push_back({choice, ""});
         }
-        return option.choices.empty() ? namesFor(context, command_ ? command_->name : "", option.what, before_) : names;
+        return option.choices.empty() ? namesFor_(context, command_ ? command_->name : "", option.what, before_)
+                                      : names;
     }
 
     [[nodiscard]] Names optionsAt(Context& context) const {
@@ -176,17 +183,19 @@ private:
         if (words.empty() || (before_.size() >= words.size() && !words.back().many)) {
             return {};
         }
-        return namesFor(context, command_->name, words[std::min(before_.size(), words.size() - 1)].name, before_);
+        return namesFor_(context, command_->name, words[std::min(before_.size(), words.size() - 1)].name, before_);
     }
 
     std::span<const CommandGroup> groups_;
     std::span<const Command> commands_;
+    NamesFor* namesFor_;
     std::string current_;
     std::string group_;
     std::optional<DescribedCommand> command_;
     std::vector<std::string> before_;  // the operands
     std::optional<DescribedOption> valueOf_;
     std::optional<std::string> registry_;
+    std::optional<std::string> config_;
     bool defaultPath_ = false;
     bool operandsOnly_ = false;
     bool helps_ = false;
@@ -195,8 +204,8 @@ private:
 }  // namespace
 
 void printCandidates(Context& context, std::span<const CommandGroup> groups, std::span<const Command> commands,
-                     const std::vector<std::string>& words) {
-    const TypedLine line(groups, commands, words);
+                     NamesFor* namesFor, const std::vector<std::string>& words) {
+    const TypedLine line(groups, commands, namesFor, words);
     line.apply(context.options);
     context.options.waitSeconds = 0;
     context.output.style.quiet = true;

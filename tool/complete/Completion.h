@@ -9,13 +9,7 @@
 
 namespace tool {
 
-// The words behind the tool's name, the one that is being typed last. Prints a candidate a line, with a tab and what it
-// is; ":files" where the names of files are welcome, which shells know best. It waits for nobody, and what cannot be
-// read has no names.
-void printCandidates(Context& context, std::span<const CommandGroup> groups, std::span<const Command> commands,
-                     const std::vector<std::string>& words);
-
-// The names of the registry that stand at a place of a command.
+// The names that stand at a place of a command.
 struct Names {
     struct Name {
         std::string word;
@@ -26,9 +20,17 @@ struct Names {
 };
 
 // For an operand ("NAME") or the value of an option of a command, where the operands before it are given. Throws
-// whatever reading the registry throws.
-[[nodiscard]] Names namesFor(Context& context, const std::string& command, const std::string& operand,
-                             const std::vector<std::string>& before);
+// whatever reading the names throws.
+using NamesFor = Names(Context& context, const std::string& command, const std::string& operand,
+                       const std::vector<std::string>& before);
+// Those of registries.
+[[nodiscard]] NamesFor namesFor;
+
+// The words behind the program's name, the one that is being typed last. Prints a candidate a line, with a tab and what
+// it is; ":files" where the names of files are welcome, which shells know best. It waits for nobody, and what cannot be
+// read has no names.
+void printCandidates(Context& context, std::span<const CommandGroup> groups, std::span<const Command> commands,
+                     NamesFor* namesFor, const std::vector<std::string>& words);
 
 [[nodiscard]] std::span<const Command> completionCommands();
 

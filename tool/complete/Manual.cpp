@@ -3,6 +3,7 @@
 #include <fmt/core.h>
 
 #include "base/Description.h"
+#include "base/Program.h"
 
 namespace tool {
 namespace {
@@ -133,9 +134,7 @@ std::string commandList(std::span<const CommandGroup> groups, std::span<const Co
     for (const Command& command : commands) {
         items += command.name.find(' ') == std::string_view::npos ? commandItem(describe(command)) : "";
     }
-    return section("Commands of one word", "where FILE is optional, the global registry is meant",
-                   items + commandItem(describeHelp())) +
-           all;
+    return section("Commands of one word", program().wordSummary, items + commandItem(describeHelp())) + all;
 }
 
 void replaceLine(std::string& text, const std::string& line, const std::string& by) {
@@ -150,7 +149,8 @@ void replaceLine(std::string& text, const std::string& line, const std::string& 
 std::string manualOf(const std::string& text, std::span<const CommandGroup> groups, std::span<const Command> commands) {
     std::string page = text;
     replaceLine(page, ".\\\" COMMANDS\n", commandList(groups, commands));
-    replaceLine(page, ".\\\" OPTIONS\n", ".Bl -tag -width Ds\n" + optionList(describeGlobalOptions(~0U)) + ".El\n");
+    replaceLine(page, ".\\\" OPTIONS\n",
+                ".Bl -tag -width Ds\n" + optionList(describeGlobalOptions(usesOf(commands))) + ".El\n");
     return page;
 }
 

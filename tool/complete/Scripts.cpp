@@ -1,8 +1,10 @@
 // What a shell has to know: how it asks the tool, which knows all the rest.
 #include <fmt/core.h>
 
+#include <algorithm>
 #include <memory>
 
+#include "base/Program.h"
 #include "base/Text.h"
 #include "complete/Completion.h"
 
@@ -10,8 +12,8 @@ namespace tool {
 namespace {
 
 // It takes words apart at "=" and ":"; they are put together again, and answers begin behind the last of these.
-constexpr char BASH[] = R"script(# bash completion for genreg
-_genreg() {
+constexpr char BASH[] = R"script(# bash completion for @NAME@
+@FUNCTION@() {
     local IFS=$'\n' line=$COMP_LINE rest word cut reply raw quote files='' i
     local -a words=()
     for ((i = 0; i <= COMP_CWORD; i++)); do
@@ -55,11 +57,11 @@ _genreg() {
         compopt -o nospace 2>/dev/null
     fi
 }
-complete -F _genreg genreg
+complete -F @FUNCTION@ @NAME@
 )script";
 
-constexpr char ZSH[] = R"script(#compdef genreg
-_genreg() {
+constexpr char ZSH[] = R"script(#compdef @NAME@
+@FUNCTION@() {
     local line word help files=
     local -a asked found shown fields foundFields
     for word in "${(@Q)words[2,CURRENT-1]}" "${(Q)PREFIX}"; do
@@ -83,14 +85,14 @@ _genreg() {
     (($#found)) && compadd -l -d shown -a found
 }
 if [[ ${zsh_eval_context[-1]} == loadautofunc ]]; then
-    _genreg "$@"
+    @FUNCTION@ "$@"
 else
-    compdef _genreg genreg
+    compdef @FUNCTION@ @NAME@
 fi
 )script";
 
-constexpr char FISH[] = R"script(# fish completion for genreg
-function __genreg_complete
+constexpr char FISH[] = R"script(# fish completion for @NAME@
+function @FUNCTION@_names
     set -l words (commandline -opc)
     set -l current (commandline -ct)
     for line in (command $words[1] __complete -- $words[2..-1] "$current" 2>/dev/null)
@@ -101,8 +103,14 @@ function __genreg_complete
         end
     end
 end
-complete -c genreg -f -a '(__genreg_complete)'
+complete -c @NAME@ -f -a '(@FUNCTION@_names)'
 )script";
+
+void replaceAll(std::string& text, std::string_view word, const std::string& by) {
+    for (std::size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + by.size())) {
+        text.replace(at, word.size(), by);
+    }
+}
 
 int print(Context& context, const std::string& shell) {
     const char* const script = shell == "bash" ? BASH : shell == "zsh" ? ZSH : shell == "fish" ? FISH : nullptr;
@@ -111,6 +119,10 @@ int print(Context& context, const std::string& shell) {
     }
     std::string text = script;
     text.pop_back();
+    std::string function = "_" + std::string(program().name);
+    std::ranges::replace(function, '-', '_');
+    replaceAll(text, "@FUNCTION@", function);
+    replaceAll(text, "@NAME@", std::string(program().name));
     context.output.line(text);
     return EXIT_DONE;
 }
@@ -123,9 +135,10 @@ std::span<const Command> completionCommands() {
          [](Parser& parser) -> Action {
              auto shell = std::make_shared<std::string>();
              parser.required("SHELL", *shell, "bash, zsh or fish");
-             parser.footer(
-                 "In bash: eval \"$(genreg completion bash)\"; in zsh, behind compinit: eval \"$(genreg completion "
-                 "zsh)\";\nin fish: genreg completion fish | source.");
+             parser.footer(fmt::format(
+                 "In bash: eval \"$({0} completion bash)\"; in zsh, behind compinit: eval \"$({0} completion "
+                 "zsh)\";\nin fish: {0} completion fish | source.",
+                 program().name));
              return [shell](Context& context) { return print(context, *shell); };
          }},
     };

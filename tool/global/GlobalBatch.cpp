@@ -28,10 +28,14 @@ const GlobalRegField* fieldOf(const RecordKind& kind, const std::string& name) {
     return found == kind.fields.end() ? nullptr : &*found;
 }
 
-// The change log has a line for the record; a line break would let it hold another.
-void check(const GlobalRegField& field, const std::optional<std::string>& text) {
+// Who wrote the texts. The change log has a line for the record; a line break would let it hold another.
+enum class Texts { OF_USER, OF_REGISTRY };
+
+void check(const GlobalRegField& field, const std::optional<std::string>& text, Texts texts) {
     if (text) {
-        refuseControl(field.name, *text);
+        if (texts == Texts::OF_USER) {
+            refuseControl(field.name, *text);
+        }
         GlobalRegRecord trial = {};
         trial.recordType = GLOBALREG_INSTANCE;
         setField(trial, field, *text);
@@ -47,7 +51,8 @@ LaterItems takeLater(BatchItem& item, const Json& unknown, const RecordKind& kin
         throw refuse();
     }
     for (const Json& each : unknown.elements()) {
-        if (!each.is_object() || !each.contains("bit") || !each.contains("base64")) {
+        const auto isText = [&](const char* name) { return each.contains(name) && each[name].is_string(); };
+        if (!each.is_object() || !isText("bit") || !isText("base64")) {
             throw refuse();
         }
         const std::string bit = each.value("bit", "");
@@ -83,7 +88,7 @@ void takeExpected(AskedChange& asked, const RecordKind& kind) {
     }
 }
 
-AskedChange changeOf(BatchItem item) {
+AskedChange changeOf(BatchItem item, Texts texts) {
     AskedChange asked{std::move(item), {}, {}, {}, {}};
     const RecordKind& kind = kindNamed(asked.item, asked.item.takeText("type"));
     asked.key.recordType = kind.type;
@@ -96,10 +101,12 @@ AskedChange changeOf(BatchItem item) {
             if (!text || text->empty()) {
                 throw asked.item.failure(fmt::format("a {} has to have a {}", kind.name, field.name), "");
             }
-            refuseControl("key", *text);
+            if (texts == Texts::OF_USER) {
+                refuseControl("key", *text);
+            }
             setField(asked.key, field, *text);
         } else if (text || isNull) {
-            check(field, text);
+            check(field, text, texts);
             asked.fields.emplace_back(&field, text);
         }
     }
@@ -124,9 +131,37 @@ AskedChanges readChanges(const std::string& source) {
     AskedChanges changes;
     readBatch(source, [&](BatchItem item) {
         const BatchItem named = item;
-        changes.push_back(named.naming([&] { return changeOf(std::move(item)); }));
+        changes.push_back(named.naming([&] { return changeOf(std::move(item), Texts::OF_USER); }));
     });
     return changes;
+}
+
+AskedChange changeOf(const std::string& source, std::size_t number, const Json& record) {
+    BatchItem item(source, number, record);
+    const BatchItem named = item;
+    return named.naming([&] {
+        AskedChange asked = changeOf(std::move(item), Texts::OF_REGISTRY);
+        if (asked.item.op() != BatchOp::Set || !asked.expected.empty()) {
+            throw asked.item.failure("it is no record but a change", "");
+        }
+        return asked;
+    });
+}
+
+FoundRecord recordOf(const AskedChange& asked, const std::optional<FoundRecord>& found) {
+    FoundRecord record = found && !asked.whole ? *found : FoundRecord{asked.key, {}};
+    record.missingFieldMask = found ? found->missingFieldMask : 0;
+    for (const auto& [field, text] : asked.fields) {
+        if (text) {
+            setField(record, *field, *text);
+        } else {
+            removeField(record, *field);
+        }
+    }
+    if (asked.later || asked.whole) {
+        record.later = asked.later.value_or(LaterItems());
+    }
+    return record;
 }
 
 GlobalBatch::GlobalBatch(const Context& context, const std::string& path, bool rehearsal, std::string doing)
@@ -169,22 +204,6 @@ void GlobalBatch::expect(const AskedChange& asked, const FoundRecord& found) con
     }
 }
 
-FoundRecord GlobalBatch::edited(const AskedChange& asked, const std::optional<FoundRecord>& found) const {
-    FoundRecord record = found && !asked.whole ? *found : FoundRecord{asked.key, {}};
-    record.missingFieldMask = found ? found->missingFieldMask : 0;
-    for (const auto& [field, text] : asked.fields) {
-        if (text) {
-            setField(record, *field, *text);
-        } else {
-            removeField(record, *field);
-        }
-    }
-    if (asked.later || asked.whole) {
-        record.later = asked.later.value_or(LaterItems());
-    }
-    return record;
-}
-
 void GlobalBatch::make(const AskedChange& asked, const Taker& take) {
     const auto at = find(asked);
     const bool exists = at != records_.end();
@@ -208,7 +227,7 @@ void GlobalBatch::make(const AskedChange& asked, const Taker& take) {
         take(made);
         return;
     }
-    made.after = edited(asked, made.before);
+    made.after = recordOf(asked, made.before);
     if (!exists) {
         answered(registry_.add(*made.after, made.after->later));
         records_.emplace(keyText(*made.after), *made.after);

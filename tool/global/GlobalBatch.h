@@ -29,6 +29,11 @@ struct AskedChange {
 // A record is large: they stay where they are.
 using AskedChanges = std::deque<AskedChange>;
 [[nodiscard]] AskedChanges readChanges(const std::string& source);
+// A record as export prints it, whatever its texts hold. Failures call it by the source, which must outlive what comes
+// of it, and the number.
+[[nodiscard]] AskedChange changeOf(const std::string& source, std::size_t number, const Json& record);
+// The record that the change makes: of the one that is there, or a new one.
+[[nodiscard]] FoundRecord recordOf(const AskedChange& asked, const std::optional<FoundRecord>& found = {});
 
 class GlobalBatch {
 public:
@@ -51,7 +56,6 @@ private:
 
     [[nodiscard]] Records::iterator find(const AskedChange& asked);
     void expect(const AskedChange& asked, const FoundRecord& found) const;
-    [[nodiscard]] FoundRecord edited(const AskedChange& asked, const std::optional<FoundRecord>& found) const;
     void answered(unsigned int code) const;
 
     GlobalRegistry registry_;

@@ -8,43 +8,11 @@
 #include "base/Text.h"
 #include "global/GlobalCommands.h"
 #include "global/RecordTask.h"
+#include "records/RecordTable.h"
 #include "system/System.h"
 
 namespace tool {
 namespace {
-
-// The key's columns, and those that any record has something in.
-void printTable(Output& output, const RecordKind& kind, const std::vector<FoundRecord>& records) {
-    unsigned long shown = kind.keyFields;
-    LaterItems later;
-    for (const FoundRecord& record : records) {
-        shown |= record.fieldMask;
-        later.insert(record.later.begin(), record.later.end());
-    }
-    std::vector<std::string> heading;
-    for (const GlobalRegField& field : kind.fields) {
-        if ((shown & field.bit) != 0) {
-            heading.emplace_back(field.name);
-        }
-    }
-    for (const auto& [bit, ignored] : later) {
-        heading.push_back(laterName(bit));
-    }
-    Table table(heading);
-    for (const FoundRecord& record : records) {
-        std::vector<std::string> cells;
-        for (const GlobalRegField& field : kind.fields) {
-            if ((shown & field.bit) != 0) {
-                cells.push_back(valueCell(record, field));
-            }
-        }
-        for (const auto& [bit, ignored] : later) {
-            cells.push_back(laterCell(record.later, bit));
-        }
-        table.row(std::move(cells));
-    }
-    table.print(output);
-}
 
 bool fits(const FoundRecord& record, const RecordKind& kind, const std::vector<std::string>& words) {
     const auto fields = keyFieldsOf(kind);
@@ -93,7 +61,11 @@ int list(Context& context, const RecordArguments& arguments) {
             context.output.json(recordObject(record));
         }
     } else if (!records.empty()) {
-        printTable(context.output, task.kind, records);
+        RecordTable table(task.kind);
+        for (const FoundRecord& record : records) {
+            table.row(record);
+        }
+        table.print(context.output);
     }
     return EXIT_DONE;
 }

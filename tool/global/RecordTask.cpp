@@ -94,13 +94,13 @@ std::vector<FoundRecord> meant(const RecordTask& task, const std::vector<FoundRe
     return matches;
 }
 
-const GlobalRegField& fieldNamed(const RecordKind& kind, const std::string& name) {
+const GlobalRegField& fieldNamed(const RecordKind& kind, const std::string& name, OfferedFields offered) {
     std::vector<std::string> names;
     for (const GlobalRegField& field : kind.fields) {
         if (field.name == name) {
             return field;
         }
-        if ((kind.keyFields & field.bit) == 0) {
+        if (offered == OfferedFields::ALL || (kind.keyFields & field.bit) == 0) {
             names.emplace_back(field.name);
         }
     }

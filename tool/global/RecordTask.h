@@ -34,8 +34,10 @@ struct RecordTask {
 [[nodiscard]] std::string commandFor(const RecordTask& task, std::string_view verb);
 
 [[nodiscard]] std::vector<const GlobalRegField*> keyFieldsOf(const RecordKind& kind);
-// Throws a Failure (usage) with the nearest name.
-[[nodiscard]] const GlobalRegField& fieldNamed(const RecordKind& kind, const std::string& name);
+// Throws a Failure (usage) with the nearest name. offered: which fields it names, where those of the key are no answer.
+enum class OfferedFields { BESIDE_KEY, ALL };
+[[nodiscard]] const GlobalRegField& fieldNamed(const RecordKind& kind, const std::string& name,
+                                               OfferedFields offered = OfferedFields::BESIDE_KEY);
 
 // Every record of that file, which must be there.
 [[nodiscard]] std::vector<FoundRecord> recordsOf(const RecordTask& task, const std::string& path);

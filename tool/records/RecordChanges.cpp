@@ -65,9 +65,12 @@ std::string changeText(const RecordChange& change) {
 }  // namespace
 
 std::vector<ToldChange> changesOfRecords(std::string_view before, std::string_view after) {
-    const std::vector<FoundRecord> oldRecords = takeApart(before, true).records();
-    const std::vector<FoundRecord> newRecords = takeApart(after, true).records();
-    std::vector<RecordChange> changes = compareRecords(oldRecords, newRecords);
+    return changesOfRecords(takeApart(before, true).records(), takeApart(after, true).records());
+}
+
+std::vector<ToldChange> changesOfRecords(const std::vector<FoundRecord>& before,
+                                         const std::vector<FoundRecord>& after) {
+    std::vector<RecordChange> changes = compareRecords(before, after);
     std::stable_sort(changes.begin(), changes.end(),
                      [](const RecordChange& a, const RecordChange& b) { return std::less<>()(a.after, b.after); });
     std::vector<ToldChange> all;

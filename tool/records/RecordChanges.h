@@ -22,7 +22,10 @@ struct MadeRecord {
 // Of one that was not there, by as much of its key as is known.
 [[nodiscard]] ToldChange toldAbsence(const GlobalRegRecord& key);
 
-// Between the contents of two files. Deletions first, then what is there in its order.
+// Deletions first, then what is there in its order.
+[[nodiscard]] std::vector<ToldChange> changesOfRecords(const std::vector<FoundRecord>& before,
+                                                       const std::vector<FoundRecord>& after);
+// Between the contents of two files.
 [[nodiscard]] std::vector<ToldChange> changesOfRecords(std::string_view before, std::string_view after);
 
 }  // namespace tool

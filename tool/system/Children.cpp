@@ -126,6 +126,10 @@ long processId() noexcept {
     return getpid();
 }
 
+bool isSuperuser() noexcept {
+    return geteuid() == 0;
+}
+
 int runInForeground(const ChildSetup& setup, int* exitStatus) {
     // A signal that comes before there is anyone to hand it to waits until there is.
     sigset_t before;

@@ -44,6 +44,19 @@ Belongings belongingsOf(const std::string& path) {
     return {info.st_uid, info.st_gid, static_cast<mode_t>(info.st_mode & 07777), attributesOf(path)};
 }
 
+int makePrivateFile(const std::string& path, const std::string& folder) noexcept {
+    constexpr mode_t PERMISSIONS = 0600;
+    const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, PERMISSIONS);
+    if (descriptor < 0) {
+        return errno;
+    }
+    struct stat above = {};
+    const bool foreign = stat(folder.c_str(), &above) == 0 && above.st_uid != geteuid();
+    const int error = foreign && geteuid() == 0 && fchown(descriptor, above.st_uid, above.st_gid) != 0 ? errno : 0;
+    (void)::close(descriptor);
+    return error;
+}
+
 std::optional<uid_t> ownerOf(const std::string& path) {
     struct stat info = {};
     return lstat(path.c_str(), &info) == 0 ? std::optional(info.st_uid) : std::nullopt;

@@ -1,4 +1,4 @@
-// The standard files, and the end.
+// The standard files, the machine, and the end.
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -59,6 +59,16 @@ void leave(int status) noexcept {
 #else
     _exit(status);
 #endif
+}
+
+std::string hostName() {
+    constexpr std::size_t LONGEST = 255;
+    std::string name(LONGEST + 1, '\0');
+    if (gethostname(name.data(), LONGEST) != 0) {
+        return {};
+    }
+    name.erase(name.find('\0'));
+    return name;
 }
 
 }  // namespace tool

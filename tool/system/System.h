@@ -107,8 +107,18 @@ struct FileNumber {
 // By what is open, as the name may change hands.
 [[nodiscard]] int setPermissions(std::FILE* stream, mode_t permissions) noexcept;
 
+// Makes an empty file that must not be there, for its owner alone: the one of the folder, as far as this process may
+// give it away. The system's error.
+[[nodiscard]] int makePrivateFile(const std::string& path, const std::string& folder) noexcept;
+
 // Makes a folder for this user alone; its name ends in XXXXXX, and is what comes of it.
 [[nodiscard]] int makePrivateFolder(std::string& path);
+
+// --- the machine -------------------------------------------------------------------------------------------------
+
+[[nodiscard]] std::string hostName();
+// Another text after every start of the machine; empty where nobody can tell.
+[[nodiscard]] std::string bootId();
 
 // --- text --------------------------------------------------------------------------------------------------------
 
@@ -132,6 +142,7 @@ private:
 // --- processes ---------------------------------------------------------------------------------------------------
 
 [[nodiscard]] long processId() noexcept;
+[[nodiscard]] bool isSuperuser() noexcept;
 
 // The name of its program; empty when nobody can tell.
 [[nodiscard]] std::string programOf(long process);

@@ -11,4 +11,11 @@ std::string programOf(long process) {
     return name;
 }
 
+std::string bootId() {
+    std::ifstream stream("/proc/sys/kernel/random/boot_id");
+    std::string id;
+    std::getline(stream, id);
+    return id;
+}
+
 }  // namespace tool

@@ -12,4 +12,12 @@ std::string programOf(long process) {
     return there ? found.kp_proc.p_comm : "";
 }
 
+std::string bootId() {
+    int name[] = {CTL_KERN, KERN_BOOTTIME};
+    timeval started = {};
+    std::size_t size = sizeof started;
+    const bool told = sysctl(name, sizeof name / sizeof *name, &started, &size, nullptr, 0) == 0;
+    return told ? std::to_string(started.tv_sec) : "";
+}
+
 }  // namespace tool

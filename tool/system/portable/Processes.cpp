@@ -6,4 +6,8 @@ std::string programOf(long /*process*/) {
     return {};
 }
 
+std::string bootId() {
+    return {};
+}
+
 }  // namespace tool
