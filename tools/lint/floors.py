@@ -18,6 +18,11 @@ def rooms(*names):
     return tuple(f"tool/{name}/" for name in names)
 
 
+def of_fleet(*names):
+    """Rooms of genreg-fleet, which stands on those of the tool up to the records and their registry."""
+    return CLIENT + rooms("base", "system", "records", "global") + tuple(f"fleet/{name}/" for name in names)
+
+
 FLOORS = {
     "include/osse/": ("include/osse/",),
     "include/install/": ("include/install/", "include/osse/"),
@@ -39,6 +44,12 @@ FLOORS = {
     "tool/watch/": CLIENT + rooms("base", "system", "records", "entries", "global", "watch"),
     "tool/complete/": CLIENT + rooms("base", "system", "records", "entries", "global", "complete"),
     "tool/": CLIENT + ("tool/",),
+    "fleet/store/": ("fleet/store/",),
+    "fleet/mirror/": of_fleet("mirror"),
+    "fleet/settings/": of_fleet("store", "mirror", "settings"),
+    "fleet/publish/": of_fleet("store", "mirror", "settings", "publish"),
+    "fleet/view/": of_fleet("store", "mirror", "settings", "view"),
+    "fleet/": ("fleet/", "tool/base/", "tool/complete/", "tool/system/"),
     "python/": CLIENT + ("python/",),
     "examples/": CLIENT,
     "tests/": ("",),
@@ -55,6 +66,9 @@ OUTSIDE = {
     "genreg/text/LineMasks.h": re.compile(r"emmintrin\.h"),
     "tool/": re.compile(r"fmt/.*"),
     "tool/system/": re.compile(r".*"),
+    "fleet/": re.compile(r"fmt/.*"),
+    "fleet/store/": re.compile(r"fmt/.*|grpcpp/.*|etcd(\.grpc)?\.pb\.h"),
+    "fleet/mirror/": re.compile(r"fmt/.*|zlib\.h|openssl/evp\.h"),
     "python/": re.compile(r"pybind11/.*"),
     # Compiling these two takes longer than all the rest of a source: nobody else does.
     "tool/base/Command.cpp": re.compile(r"CLI/.*|fmt/.*"),
@@ -64,7 +78,7 @@ OUTSIDE = {
 # Which system it is, or a path that only one has, is asked for in the rooms that know one from another. What stands
 # outside of the product asks the system that it runs on.
 ROOMS_OF_SYSTEMS = ("platform/", "tool/system/")
-PRODUCT = ("include/", "genreg/", "tool/", "examples/")
+PRODUCT = ("include/", "genreg/", "tool/", "fleet/", "examples/")
 SYSTEM_CHOICE = re.compile(r"\b(__linux(__)?|__APPLE__|__MACH__|__GLIBC__|__unix__|_WIN32|TARGET_OS_\w+)\b")
 SYSTEM_PATH = re.compile(r'"/(proc|sys)/')
 
