@@ -44,7 +44,7 @@ echo "== the tool, its manual and completion"
 genreg --version
 genreg export | cmp - "$scratch/exported" || fail "the registry is told otherwise after the upgrade"
 ldd "$(command -v genreg)" | grep -q 'libRVNgenreg\.so\.1 => /' || fail "the tool has a library of its own"
-for page in 1.genreg 3.genreg 5.global.reg 5.genreg-formats; do
+for page in 1.genreg 1.genreg-fleet 3.genreg 5.global.reg 5.genreg-formats; do
     [ -n "$(MANPAGER=cat man -E UTF-8 "${page%%.*}" "${page#*.}")" ] || fail "man knows no $page"
 done
 # shellcheck disable=SC2016 # for the other shell
@@ -57,6 +57,23 @@ completed=$(bash -c '. /usr/share/bash-completion/bash_completion
 # shellcheck disable=SC2016 # for the other shell
 [ "$(zsh -fc 'autoload -Uz compinit && compinit -u -D && echo $_comps[genreg]')" = _genreg ] || fail "zsh has no completion"
 fish -c 'complete --do-complete "genreg instance get RVN 9.7.0.2 "' | grep -qx 'inst1.*' || fail "fish completes no name"
+
+echo "== a machine of a fleet, whose store is away"
+getent passwd genreg-fleet > /dev/null || fail "there is no user genreg-fleet"
+mkdir /etc/genreg
+printf 'endpoints = 127.0.0.1:1\ninsecure = yes\n' > /etc/genreg/fleet.conf
+id=$(genreg-fleet enrol)
+[ "$(stat -c %a /var/lib/genreg-fleet/host)" = 600 ] || fail "others may read who the machine is"
+genreg-fleet setup --print | grep -q "/genreg/v1/host/$id/reg" || fail "setup does not name the host's key"
+code=0
+genreg-fleet --wait 0 status > "$scratch/status" || code=$?
+[ "$code" -eq 4 ] || fail "status ends with $code where no store is"
+grep -q '/var/rvn/global.reg: 2 records' "$scratch/status" || fail "status says: $(cat "$scratch/status")"
+rm -r /etc/genreg
+# shellcheck disable=SC2016 # for the other shell
+[ "$(zsh -fc 'autoload -Uz compinit && compinit -u -D && echo $_comps[genreg-fleet]')" = _genreg-fleet ] ||
+    fail "zsh has no completion of genreg-fleet"
+fish -c 'complete --do-complete "genreg-fleet enr"' | grep -q '^enrol' || fail "fish completes no command of genreg-fleet"
 
 echo "== a client, by pkg-config and by CMake"
 own_names=-DOWN_NAMES
