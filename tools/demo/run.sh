@@ -15,7 +15,6 @@ DEMO=$(mktemp -d)
 trap 'rm -rf "$DEMO"' EXIT
 trap 'exit 130' INT TERM
 cd "$DEMO"
-FAILURES=0
 
 # The monitor's lock and the change log have fixed places, in /var and /tmp. As root, the whole of this runs where both
 # folders are its own, but for the tool and this script.
@@ -47,34 +46,9 @@ export RVN_GLOBAL_REG_PATHNAME="$DEMO/global.reg"
 unset RVNINSTANCE
 
 genreg() { "$TOOL" "$@"; }
-
-title() { printf '\n== %s\n' "$*"; }
-say() { printf '   %s\n' "$*"; }
-
-# Shows a command and what it answers.
-show() {
-    printf '$ genreg'
-    for word in "$@"; do
-        case $word in
-            *[!A-Za-z0-9_./=:-]* | '') printf " '%s'" "$word" ;;
-            *) printf ' %s' "$word" ;;
-        esac
-    done
-    printf '\n'
-    status=0
-    genreg "$@" 2>&1 || status=$?
-    [ $status -eq 0 ] || echo "   (exit status $status)"
-}
-
-# account WHAT EXPECTED FOUND
-account() {
-    if [ "$2" = "$3" ]; then
-        say "$1: $3, as it should be"
-    else
-        say "$1: $3, but it should be $2  <-- DOES NOT ADD UP"
-        FAILURES=$((FAILURES + 1))
-    fi
-}
+PROGRAM=genreg
+program() { genreg "$@"; }
+. "$(dirname "$SELF")/telling.sh"
 
 # seen TEXT: how many lines of what the monitor saw hold it.
 seen() { grep -c -- "$1" seen || true; }
