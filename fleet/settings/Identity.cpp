@@ -94,7 +94,8 @@ std::string textOf(const Written& written) {
 }  // namespace
 
 std::string writerOf(const Identity& identity) {
-    return identity.nonce + "." + tool::bootId();
+    const std::string boot = tool::bootId();
+    return identity.nonce + "." + (boot.empty() ? "unknown" : boot);
 }
 
 std::string nonceOf(const std::string& writer) {

@@ -27,7 +27,7 @@ struct Identity {
     Written confirmed;                  // the last that the store is known to have had
 };
 
-// NONCE.BOOT: another one after the machine has started anew.
+// NONCE.BOOT: another one after the machine has started anew, where the system tells ("unknown" where it does not).
 [[nodiscard]] std::string writerOf(const Identity& identity);
 [[nodiscard]] std::string nonceOf(const std::string& writer);
 
