@@ -20,7 +20,9 @@ Claim claimOf(const HostValue& value, const Written& written, const Identity& id
         return Claim::OWN;
     }
     const bool setBack = nonce == identity.nonce && value.sequence < identity.confirmed.sequence;
-    return setBack || written == identity.confirmed || isIn(identity.tookOver, nonce) ? Claim::STALE : Claim::CLASH;
+    const bool cameLate = std::ranges::find(identity.unanswered, written) != identity.unanswered.end();
+    return setBack || cameLate || written == identity.confirmed || isIn(identity.tookOver, nonce) ? Claim::STALE
+                                                                                                  : Claim::CLASH;
 }
 
 // Whether everybody that it speaks of is this machine, or one whose id was taken over. A clash is between two of the

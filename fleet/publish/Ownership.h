@@ -13,9 +13,9 @@ namespace fleet {
 
 enum class Claim {
     ABSENT,
-    OWN,        // what was written last, or attempted to be
-    STALE,      // what was there before, or still earlier, where the store was set back; or it cannot be read
-    CLASH,      // somebody else's
+    OWN,    // what was written last, or attempted to be
+    STALE,  // what was there before, or still earlier where the store was set back, or came late; or it cannot be read
+    CLASH,  // somebody else's
     DISPLACED,  // of who has taken the id over from this machine
 };
 

@@ -40,6 +40,18 @@ void putOnce(std::vector<std::string>& list, const std::string& nonce, const std
     }
 }
 
+// The last attempt, in front of another one, where its answer never came.
+void putBehind(Identity& identity) {
+    constexpr std::size_t MOST = 10;  // as many as a line of the state folder has room for
+    if (identity.attempt.writer.empty() || identity.attempt == identity.confirmed) {
+        return;
+    }
+    identity.unanswered.push_back(identity.attempt);
+    if (identity.unanswered.size() > MOST) {
+        identity.unanswered.erase(identity.unanswered.begin());
+    }
+}
+
 }  // namespace
 
 Publisher::Publisher(Store& store, const Settings& settings, Identity identity, Note note, Teller tell)
@@ -161,7 +173,9 @@ void Publisher::put() {
     if (value_.written.sequence >= identity_.confirmed.sequence) {
         identity_.confirmed = value_.written;
     }
-    identity_.attempt = {writerOf(identity_), std::max(known, value_.written.sequence) + 1, content_->sha256};
+    const Written next{writerOf(identity_), std::max(known, value_.written.sequence) + 1, content_->sha256};
+    putBehind(identity_);
+    identity_.attempt = next;
     note_(identity_);
     HostValue value;
     value.id = identity_.id;
@@ -178,6 +192,7 @@ void Publisher::put() {
     }
     wrote_ = true;
     identity_.confirmed = identity_.attempt;
+    identity_.unanswered.clear();  // the key is at another revision than they expect
     value_ = {Claim::OWN, exchange.revision, identity_.attempt, value.hostName, value.time, {}};
     takesOver_ = takesOver_ && staysAlive_;
 }

@@ -74,17 +74,24 @@ std::vector<std::string> words(const std::string& list) {
     return each;
 }
 
-// "SEQUENCE WRITER SHA256"
-Written writtenOf(const std::string& text) {
+// "SEQUENCE WRITER SHA256 ..."
+std::vector<Written> allWrittenOf(const std::string& text) {
     const std::vector<std::string> each = words(text);
     constexpr std::size_t MEMBERS = 3;
-    Written written;
-    if (each.size() == MEMBERS) {
-        std::from_chars(each[0].data(), each[0].data() + each[0].size(), written.sequence);
-        written.writer = each[1];
-        written.sha256 = each[2];
+    std::vector<Written> all;
+    for (std::size_t at = 0; at + MEMBERS <= each.size(); at += MEMBERS) {
+        Written written;
+        std::from_chars(each[at].data(), each[at].data() + each[at].size(), written.sequence);
+        written.writer = each[at + 1];
+        written.sha256 = each[at + 2];
+        all.push_back(std::move(written));
     }
-    return written;
+    return all;
+}
+
+Written writtenOf(const std::string& text) {
+    const std::vector<Written> all = allWrittenOf(text);
+    return all.empty() ? Written() : all.front();
 }
 
 std::string textOf(const Written& written) {
@@ -129,6 +136,7 @@ Identity readIdentity(const std::string& folder) {
     identity.tookOver = words(file.text("took-over"));
     identity.attempt = writtenOf(file.text("attempt"));
     identity.confirmed = writtenOf(file.text("confirmed"));
+    identity.unanswered = allWrittenOf(file.text("unanswered"));
     if (!isHostId(identity.id) || !isHostId(identity.nonce)) {
         throw tool::answer("damaged", tool::EXIT_DAMAGED, 0, path, "this says not who the machine is",
                            "genreg-fleet enrol --anew");
@@ -156,6 +164,11 @@ void writeIdentity(tool::Output& output, const std::string& folder, const Identi
     file.set("took-over", tookOver.empty() ? NONE : tookOver);
     file.set("attempt", textOf(identity.attempt));
     file.set("confirmed", textOf(identity.confirmed));
+    std::string unanswered;
+    for (const Written& written : identity.unanswered) {
+        unanswered += (unanswered.empty() ? "" : " ") + textOf(written);
+    }
+    file.set("unanswered", unanswered.empty() ? NONE : unanswered);
     const unsigned int code = file.CommitBatch();
     file.answered(code == REG_UNCHANGED ? 0 : code);
 }

@@ -25,6 +25,9 @@ struct Identity {
     std::vector<std::string> tookOver;  // nonces of those that it was taken from
     Written attempt;                    // the last one, noted before it is made
     Written confirmed;                  // the last that the store is known to have had
+    // Attempts in front of the last one whose answer never came. A store that stands still may take such a call when it
+    // goes on, after it was looked at and another attempt was made.
+    std::vector<Written> unanswered;
 };
 
 // NONCE.BOOT: another one after the machine has started anew, where the system tells ("unknown" where it does not).

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <utility>
 
 #include "WithStore.h"
 #include "mirror/Keys.h"
@@ -27,6 +28,9 @@ public:
                       throw tool::systemFailure(ENOSPC, "host", "note it");
                   }
                   noted_.push_back(noted);
+                  if (const auto happens = std::exchange(happens_, nullptr)) {
+                      happens();
+                  }
               },
               [this](const std::string& kind, const std::string& /*message*/) { told_.push_back(kind); }) {}
 
@@ -37,6 +41,8 @@ public:
         publisher_.offer(std::move(exported));
     }
     void notesNothing(bool truth) { notesNothing_ = truth; }
+    // What happens between its next look and its next attempt.
+    void onceNoted(std::function<void()> happens) { happens_ = std::move(happens); }
     // Until nothing is due at the time any more.
     void settle(Publisher::Clock::time_point now) {
         for (int steps = 0; publisher_.step(now) <= now; ++steps) {
@@ -52,6 +58,7 @@ public:
 
 private:
     bool notesNothing_ = false;
+    std::function<void()> happens_;
     std::vector<Identity> noted_;
     std::vector<std::string> told_;
     Publisher publisher_;
@@ -208,6 +215,23 @@ TEST_F(PublisherTest, GoesOnAfterARestart) {
     EXPECT_EQ(fifth->standing(), Standing::PUBLISHED);
     EXPECT_EQ(value().writer, fleet::writerOf(noted));
     EXPECT_EQ(value().sequence, 6U);
+}
+
+// The store took a call long after its answer was waited for, behind the next look at it.
+TEST_F(PublisherTest, TakesForItsOwnWhatCameLate) {
+    const auto one = machine(id_);
+    one->has("x");
+    one->settle(start_);
+    Identity noted = one->publisher().identity();
+    const std::string writer = fleet::writerOf(noted);
+    noted.attempt = {writer, 2, contentWith("early").sha256};
+    const auto two = machine(noted);
+    two->has("late");
+    two->onceNoted([&] { putAs(writer, 2, "early"); });
+    two->settle(start_);
+    EXPECT_EQ(two->standing(), Standing::PUBLISHED);
+    EXPECT_EQ(text(), "late");
+    EXPECT_TRUE(two->publisher().identity().unanswered.empty());
 }
 
 TEST_F(PublisherTest, FindsAnotherWriterAndStops) {
